@@ -1,0 +1,115 @@
+#include "a2lControl.h"
+
+#include <cctype>
+#include <cstdarg>
+#include <vector>
+
+#include "objRead.h"
+
+const ToolNames A2LControl::names{"A2L", "a2l"};
+ChildState A2LControl::child;
+
+namespace {
+
+constexpr std::chrono::seconds endPatience{1};
+
+// GNU addr2line reads its input in bites of this many characters and answers each.
+constexpr std::size_t inputBite = 99;
+
+// A line number: digits or '?', and behind it nothing that belongs to a path.
+bool isLineNumber(std::string_view text) {
+  const bool number = !text.empty() && (text[0] == '?' || std::isdigit(static_cast<unsigned char>(text[0])));
+  return number && text.find('/') == std::string_view::npos;
+}
+
+}  // namespace
+
+ReplyKind parseReply(std::string_view line, SourceLocation& location) {
+  if (line.starts_with("??")) return ReplyKind::Unknown;
+  for (const std::string_view diagnostic : {"addr2line: ", "BFD: ", "ERROR: "}) {
+    if (line.starts_with(diagnostic)) return ReplyKind::Noise;
+  }
+  std::vector<std::string> pieces;
+  split(std::string(line), ":", pieces);
+  if (pieces.size() < 2) return ReplyKind::Noise;
+  if (!isLineNumber(pieces[1])) {
+    if (!isLineNumber(pieces.back())) return ReplyKind::Noise;
+    pieces = {std::string(line.substr(0, line.rfind(':'))), pieces.back()};
+  }
+  location = {pieces[0], std::atoi(pieces[1].c_str())};
+  return ReplyKind::Location;
+}
+
+int A2LControl::startA2L() {
+  signal(SIGCHLD, childhandler);
+  overdue = 0;
+  expected = 0;
+  mute = false;
+  return session.start(
+      {.argv = {"addr2line", "-e", exename}, .firstOutput = "", .execFailureFormat = "ERROR: Cannot exec a2l: %s.\n"});
+}
+
+void A2LControl::endA2L() { child.kill(Clock::now() + endPatience); }
+
+ssize_t A2LControl::sendA2L(const char* str) { return session.send(str, Clock::now() + replyPatience); }
+
+reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
+  char textbuf[ToolSession::textSize];
+  va_list arguments;
+  va_start(arguments, fmt);
+  std::vsnprintf(textbuf, sizeof textbuf, fmt, arguments);
+  va_end(arguments);
+  return session.converse<reply>(timeout, textbuf, [](const char*) { return false; });
+}
+
+void A2LControl::childhandler(int) { collectChildren(); }
+
+void A2LControl::requestLocation(const char* address) {
+  // While replies are overdue, what is at hand has to be counted.
+  if (overdue == 0) session.dropTextAtHand();
+  wasRunning = session.isRunning();
+  const std::string request = std::string(address) + '\n';
+  const auto patience = mute ? Clock::duration(pieceEndPause) : Clock::duration(replyPatience);
+  const bool sent = session.send(request, Clock::now() + patience) > 0;
+  expected = sent ? static_cast<unsigned>((request.size() + inputBite - 1) / inputBite) : 0;
+}
+
+SourceLocation A2LControl::awaitLocation() {
+  SourceLocation location;
+  std::string line;
+  auto deadline = Clock::now() + (mute ? Clock::duration(pieceEndPause) : Clock::duration(replyPatience));
+  while (expected > 0) {
+    const Text text = session.nextText(line, deadline);
+    if (text == Text::End) {
+      session.noteEnd(wasRunning);
+      expected = 0;
+      return location;
+    }
+    if (text == Text::Silence) {
+      overdue += std::exchange(expected, 0);
+      mute = true;
+      return location;
+    }
+    if (takeReply(line, location) && std::exchange(mute, false)) deadline = Clock::now() + replyPatience;
+  }
+  // What is readable when the reply is complete belongs to it; only an unknown place can still gain by it.
+  while (location.file.empty() && overdue == 0 && session.nextTextAtHand(line) == Text::Line) {
+    takeReply(line, location);
+  }
+  return location;
+}
+
+// Counts one line of output. Returns whether it is a reply rather than noise.
+bool A2LControl::takeReply(const std::string& line, SourceLocation& location) {
+  SourceLocation found;
+  // A NUL ends the text, as it does in every line of the suite.
+  const ReplyKind kind = parseReply(line.c_str(), found);
+  if (kind == ReplyKind::Noise) return false;
+  if (overdue > 0) {
+    --overdue;
+    return true;
+  }
+  if (kind == ReplyKind::Location && location.file.empty()) location = found;
+  if (expected > 0) --expected;
+  return true;
+}

@@ -1,0 +1,20 @@
+// The entry point: checks the command line and hands over to the main loop.
+#include <cstdlib>
+#include <string>
+
+#include "io.h"
+#include "tolquin.h"
+
+int main(int argc, char** argv) {
+  occupyStandardDescriptors();
+  if (argc != 3 || argv[1][0] == '\0') {
+    tolquin_usage();
+    err_exit(880, "Improper number of arguments");
+  }
+  const char* level = std::getenv("DEBUG_ERR");
+  debug_err = level != nullptr ? std::atoi(level) : 0;
+  std::string dirname = argv[1];
+  if (dirname.back() != '/') dirname += '/';
+  process_objdump1(dirname.c_str(), argv[2]);
+  return 0;
+}

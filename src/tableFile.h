@@ -1,0 +1,50 @@
+// The file under the disk B-tree: fixed-size records addressed by number. Every failure to read or write a record
+// whole ends the program through Error, with a message that names the file and the node.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "uniqueFd.h"
+
+/// The fatal-error routine of the index: writes `msg` and a newline to standard error and ends the program with exit
+/// status 1.
+[[noreturn]] void Error(const char* msg);
+
+class TableFile {
+ public:
+  /// Opens `fileName` for reading (`mode` 'r'), or for reading and writing, emptied or created (`mode` 'w'). Any other
+  /// mode, and a file that cannot be opened, end the program through Error.
+  TableFile(char mode, const char* fileName, std::size_t recordSize);
+
+  /// Reads record `number` into `record`. False when the file does not hold it whole; errno is then 0, or the error's.
+  bool tryRead(std::int32_t number, void* record) const;
+
+  /// Writes record `number` from `record`. False on failure, with errno set.
+  bool tryWrite(std::int32_t number, const void* record);
+
+  /// Size of the file in bytes, -1 when it cannot be told.
+  std::int64_t size() const;
+
+  /// Ends the program through Error with "<file>: node <number>: <problem>", the reason of `errorNumber` added unless
+  /// it is 0. From then on `failed` is true.
+  [[noreturn]] void fail(std::int32_t number, const char* problem, int errorNumber = 0);
+
+  /// Writes the same message to standard error without ending the program.
+  void report(std::int32_t number, const char* problem, int errorNumber) const;
+
+  /// Whether `fail` was called: the file is then not to be completed.
+  bool failed() const { return failed_; }
+
+ private:
+  std::int64_t offset(std::int32_t number) const {
+    return static_cast<std::int64_t>(number) * static_cast<std::int64_t>(recordSize_);
+  }
+  std::string message(std::int32_t number, const char* problem, int errorNumber) const;
+
+  std::string name_;
+  std::size_t recordSize_;
+  UniqueFd fd_;
+  bool failed_ = false;
+};

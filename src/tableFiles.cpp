@@ -1,0 +1,142 @@
+// The suite's table files: opening and closing, the lines of objdump.1 and sizes.tbl, the rows of tGlobalVarDef.tbl.
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "tolquin.h"
+
+namespace {
+
+// strtol, stopping at the limits of 32 bits as a range error on every platform.
+int saturatingInt(const char* text, int base) {
+  const long value = std::strtol(text, nullptr, base);
+  if (value > INT_MAX || value < INT_MIN) errno = ERANGE;
+  return static_cast<int>(std::clamp<long>(value, INT_MIN, INT_MAX));
+}
+
+FILE* openTable(const std::string& path, const char* mode, int errorNumber) {
+  FILE* file = std::fopen(path.c_str(), mode);
+  if (file == nullptr) {
+    const std::string reason = "Unable to open input file: " + path + " " + std::to_string(errno);
+    err_exit(errorNumber, reason.c_str());
+  }
+  return file;
+}
+
+void closeTable(FILE* file, int errorNumber) {
+  if (std::fclose(file) == EOF) {
+    err_exit(errorNumber, ("Unable to close file " + std::to_string(errno)).c_str());
+  }
+}
+
+// Copies a word into a text field of a record, cut to its size.
+void copyWord(char (&field)[RecordSize], const char* word) {
+  const std::size_t length = strnlen(word, RecordSize - 1);
+  std::memcpy(field, word, length);
+  field[length] = '\0';
+}
+
+// The text that sizes.tbl is searched for: the type up to its first '*', trimmed; the word "static " does not count.
+std::string_view soughtName(const std::string& trimmedType) {
+  constexpr std::string_view storageClass = "static ";
+  std::string_view name = trimmedType;
+  if (name.starts_with(storageClass)) name.remove_prefix(storageClass.size());
+  return name;
+}
+
+// Whether a line of sizes.tbl is the one that is sought. Sets `sizeText` to what stands behind the type.
+bool matchesType(const char* line, std::string_view sought, const char*& sizeText) {
+  const char* tab = std::strchr(line, '\t');
+  if (tab == nullptr || line[std::strspn(line, "\t")] == '\0') return false;
+  sizeText = tab + 1;
+  return std::string_view(line, static_cast<std::size_t>(tab - line)).starts_with(sought);
+}
+
+std::string trimmed(std::string text) { return std::string(str_trim(text.data())); }
+
+std::string textColumn(const std::string& text) {
+  const std::string column = trimmed(text);
+  return column.empty() ? "<NULL>" : column;
+}
+
+}  // namespace
+
+int open_files(const char* dirname, FILE** FDobjdump, FILE** FDobjdump1, FILE** FDGlobalVarDef_tbl,
+               FILE** FDsizes_tbl) {
+  const std::string prefix = dirname;
+  *FDobjdump = openTable(prefix + "objdump.txt", "re", 114);
+  *FDobjdump1 = openTable(prefix + "objdump.1", "re", 120);
+  *FDGlobalVarDef_tbl = openTable(prefix + "tGlobalVarDef.tbl", "we", 126);
+  *FDsizes_tbl = openTable(prefix + "sizes.tbl", "re", 132);
+  return 0;
+}
+
+int close_files(FILE* FDobjdump, FILE* FDobjdump1, FILE* FDGlobalVarDef_tbl) {
+  closeTable(FDobjdump, 146);
+  closeTable(FDobjdump1, 151);
+  // A row that could not be written earlier must not go unnoticed because the last block found room.
+  const bool rowsLost = std::ferror(FDGlobalVarDef_tbl) != 0;
+  closeTable(FDGlobalVarDef_tbl, 156);
+  if (rowsLost) err_exit(156, ("Unable to close file " + std::to_string(EIO)).c_str());
+  return 0;
+}
+
+int populate_sobjdump1(sobjdump1* structure, char* objdump1_readbuf) {
+  char* rest = nullptr;
+  const char* address = strtok_r(objdump1_readbuf, " ", &rest);
+  if (address == nullptr) return -1;
+  copyWord(structure->Address, address);
+  const char* size = strtok_r(nullptr, " ", &rest);
+  if (size == nullptr) return -1;
+  const bool given = std::strcmp(size, "<NULL>") != 0;
+  hex2dec(&structure->DataSize, given ? (std::string("0x") + size).c_str() : size);
+  const char* name = strtok_r(nullptr, " ", &rest);
+  if (name == nullptr) return -1;
+  copyWord(structure->VariableName, name);
+  return 0;
+}
+
+int hex2dec(int* cvtint, const char* str) {
+  if (std::strcmp(str, "<NULL>") == 0) {
+    *cvtint = -1;
+    return 0;
+  }
+  errno = 0;
+  *cvtint = saturatingInt(str, 16);
+  return errno != 0 ? -1 : 0;
+}
+
+void get_Dsize(FILE* Size_Tbl, int* Dsize, char* readbuffer, const char* DataType) {
+  *Dsize = -1;
+  const std::string DType = trimmed(std::string(DataType, std::strcspn(DataType, "*")));
+  std::rewind(Size_Tbl);
+  dprintf("looking for size of(%s)\n", DType.c_str());
+  const std::string_view sought = soughtName(DType);
+  while (get_rec(Size_Tbl, readbuffer) == 0) {
+    const char* sizeText = nullptr;
+    if (!matchesType(readbuffer, sought, sizeText)) continue;
+    *Dsize = saturatingInt(sizeText, 10);
+    dprintf("found size of(%s) = %u\n", sought.data(), static_cast<unsigned>(*Dsize));
+    break;
+  }
+  *Dsize = std::max(*Dsize, -1);
+}
+
+std::string formatGlobalVarDef(const sGlobalVarDef_tbl& record) {
+  std::string row = std::to_string(record.GlobalVarKey);
+  const auto column = [&row](const std::string& text) { row.append("\t").append(text); };
+  column(textColumn(record.VariableName));
+  column(textColumn(record.DataType));
+  column(std::to_string(record.DataSize));
+  column(std::to_string(record.DRefDataSize));
+  column(textColumn(record.TypedefType));
+  column(textColumn(record.StructType));
+  column(textColumn(record.SourceFile));
+  column(std::to_string(record.LineNbr));
+  column(std::to_string(record.LineCount));
+  return row + "\n";
+}

@@ -1,0 +1,36 @@
+// The owner of one file descriptor. Every descriptor of the program is held by a UniqueFd from the call that
+// made it, so none leaks on an early return and none is closed twice.
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+class UniqueFd {
+ public:
+  UniqueFd() = default;
+  /// Takes ownership of `fd`; -1 means "none".
+  explicit UniqueFd(int fd) : fd_(fd) {}
+  UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  UniqueFd& operator=(UniqueFd&& other) noexcept {
+    if (this != &other) reset(std::exchange(other.fd_, -1));
+    return *this;
+  }
+  UniqueFd(const UniqueFd&) = delete;
+  UniqueFd& operator=(const UniqueFd&) = delete;
+  ~UniqueFd() { reset(); }
+
+  /// The descriptor, or -1; ownership stays here.
+  int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+
+  /// Closes the descriptor held, if any, and takes `fd` instead. A failed close is not reported: nothing that
+  /// this program must not lose is written through a descriptor without its writes having been checked.
+  void reset(int fd = -1) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = fd;
+  }
+
+ private:
+  int fd_ = -1;
+};

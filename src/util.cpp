@@ -1,0 +1,28 @@
+#include "util.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr const char* whiteSpace = " \t\n\v\f\r";
+
+bool isWhite(char c) { return c != '\0' && std::strchr(whiteSpace, c) != nullptr; }
+
+}  // namespace
+
+char* str_l_trim(char* buffer) {
+  const std::size_t skip = std::strspn(buffer, whiteSpace);
+  if (skip > 0) std::memmove(buffer, buffer + skip, std::strlen(buffer + skip) + 1);
+  return buffer;
+}
+
+char* str_r_trim(char* buffer) {
+  if (buffer == nullptr) return buffer;
+  std::size_t length = std::strlen(buffer);
+  while (length > 0 && isWhite(buffer[length - 1])) buffer[--length] = '\0';
+  return buffer;
+}
+
+char* str_trim(char* buffer) { return str_l_trim(str_r_trim(buffer)); }
+
+int get_rec(FILE* file1, char* readbuffer) { return std::fgets(readbuffer, RecordSize, file1) == nullptr ? -1 : 0; }

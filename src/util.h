@@ -1,0 +1,22 @@
+// Text and record helpers of the driver: trimming in place and line reading on fixed-size buffers.
+// White space is what isspace reports in the "C" locale: blank, \t, \n, \v, \f and \r.
+#pragma once
+
+#include <cstdio>
+
+/// Size in bytes of a line or text field of the suite's tables, the terminating NUL included.
+inline constexpr int RecordSize = 4096;
+
+/// Removes leading white space from the NUL-terminated `buffer` in place. Returns `buffer`.
+char* str_l_trim(char* buffer);
+
+/// Removes trailing white space in place. Returns `buffer`; a null pointer is returned unchanged.
+char* str_r_trim(char* buffer);
+
+/// Removes leading and trailing white space in place. Returns `buffer`.
+char* str_trim(char* buffer);
+
+/// Reads the next record of `file1` into `readbuffer` (RecordSize bytes) as fgets does: at most RecordSize - 1
+/// characters, the newline kept; a longer line comes back in pieces. Returns 0, or -1 when nothing could be read
+/// (`readbuffer` is then left as it was).
+int get_rec(FILE* file1, char* readbuffer);

@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Builds everything and runs all tests. Installs what is missing first (as root on Debian; otherwise says what to install).
+# usage: test.sh [preset]      release (default), debug or asan
+set -euo pipefail
+cd "$(dirname "$0")"
+. tools/requirements.sh
+require_packages g++ cmake make binutils gdb libgtest-dev
+preset=${1:-release}
+build_preset "$preset" -DBUILD_TESTING=ON
+ctest --preset "$preset" -j "$(nproc)"

@@ -1,0 +1,250 @@
+// The whole program: on the example as built by the real compiler, with the real tools, against what these say in a
+// batch; and with fakes and faults, where messages, exit statuses and rows are compared to the letter.
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <csignal>
+#include <map>
+#include <set>
+
+#include "support.h"
+
+namespace {
+
+using Columns = std::vector<std::string>;
+
+std::vector<Columns> table(const std::string& path) {
+  std::vector<Columns> rows;
+  for (const std::string& line : splitAt(readFile(path), '\n')) rows.push_back(splitAt(line, '\t'));
+  return rows;
+}
+
+std::string withoutBlanks(std::string text) {
+  text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+  return text;
+}
+
+std::string tolquin(const std::string& directory, const std::string& program) {
+  return "DB=" + directory + " EXEFILE=" + program + " " TOLQUIN_EXE " " + directory + " " + program;
+}
+
+struct Variable {
+  std::string address, size, name;
+  std::string location;  // what a batch of addr2line says
+};
+
+std::vector<Variable> listedVariables(const std::string& directory, const std::string& program) {
+  const RunResult batch = run("cut -d' ' -f1 " + directory + "/objdump.1 | addr2line -e " + program);
+  const Columns locations = splitAt(batch.out, '\n');
+  std::vector<Variable> variables;
+  for (const std::string& line : splitAt(readFile(directory + "/objdump.1"), '\n')) {
+    const Columns words = splitAt(line, ' ');
+    variables.push_back({words[0].substr(1), words[1], words[2], locations.at(variables.size())});
+  }
+  return variables;
+}
+
+void expectRight(const Columns& row, const Variable& variable, const Columns& witness) {
+  const std::string about = variable.name + " at " + variable.address;
+  EXPECT_EQ(withoutBlanks(row[2]), withoutBlanks(witness[2])) << about;
+  EXPECT_EQ(std::stol(row[3]), std::stol(variable.size, nullptr, 16)) << about;
+  EXPECT_EQ(row[3], witness[3]) << about;
+  EXPECT_EQ(row[4], row[4] == "-1" ? "-1" : witness[4]) << about;
+  const std::string number = variable.location.substr(variable.location.rfind(':') + 1);
+  const bool known = !variable.location.starts_with("??");
+  EXPECT_EQ(row[7], known ? variable.location.substr(0, variable.location.rfind(':')) : "<NULL>") << about;
+  EXPECT_EQ(std::stol(row[8]), known ? std::strtol(number.c_str(), nullptr, 10) : 0) << about;
+  EXPECT_EQ(row[7] + row[8], known ? witness[5] + witness[6] : "<NULL>0") << about;
+}
+
+// Compares a result table with the witnesses. Returns the names of the variables that gdb knows and the table lacks.
+std::set<std::string> compare(const std::string& directory, const std::string& program) {
+  std::map<std::string, Columns> witness;
+  for (const Columns& row : table(directory + "/witness.tbl")) witness[row[0]] = row;
+  const std::vector<Columns> rows = table(directory + "/tGlobalVarDef.tbl");
+  std::set<std::string> missing;
+  std::size_t at = 0;
+  for (const Variable& variable : listedVariables(directory, program)) {
+    const bool known = witness.contains(variable.address);
+    if (at < rows.size() && rows[at][1] == variable.name && known) {
+      EXPECT_EQ(rows[at][0], std::to_string(at + 1));
+      expectRight(rows[at++], variable, witness[variable.address]);
+    } else if (known) {
+      missing.insert(variable.name);
+    }
+  }
+  EXPECT_EQ(at, rows.size()) << "a row for a variable that gdb does not know";
+  return missing;
+}
+
+class Example : public testing::TestWithParam<const char*> {};
+
+// The directory with fakes' tables: three variables, of which the index knows two.
+void writeSmallTables(const std::string& directory) {
+  writeFile(directory + "/objdump.1", "08049f40 00000004 counter\n08049f44 00000010 table\n08049f50 <NULL> unknown\n");
+  writeFile(directory + "/objdump.txt", "int counter /* 0x8049f40 */;\nchar *table /* 0x8049f44 */;\n");
+  writeFile(directory + "/sizes.tbl", "int\t4\nchar\t1\n");
+}
+
+constexpr const char* echoingTool = "loop\nread\nsay $.c:7\\n\nrepeat";
+
+}  // namespace
+
+TEST_P(Example, EveryRowIsRight) {
+  const TempDir directory;
+  const std::string program = directory / "a:b c";
+  const std::string source = EXAMPLES_DIRECTORY "/inventory";
+  const std::string flags = GetParam();
+  const RunResult built = run("set -e; mkdir '" + program + "'; cp " + source + "/* '" + program + "'; cd '" + program +
+                              "'; gcc " + flags + " -c parts.c; g++ " + flags + " main.cpp parts.o -o ../program; " +
+                              EXAMPLES_DIRECTORY "/make_tables.sh ../program ../vym");
+  ASSERT_EQ(built.status, 0) << built.err;
+  const std::string vym = directory / "vym";
+  RunResult result = run(tolquin(vym, directory / "program"));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out + result.err, "");
+  std::set<std::string> missing = compare(vym, directory / "program");
+  missing.erase("coordinate");  // a pointer to a member, whose type no table can hold
+  EXPECT_EQ(missing, std::set<std::string>());
+
+  // Without declarations the debugger has to answer for every variable.
+  writeFile(vym + "/objdump.txt", "");
+  result = run(tolquin(vym, directory / "program"));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out + result.err, "");
+  missing = compare(vym, directory / "program");
+  for (const char* name : {"calls", "inner", "message", "next_slot"}) missing.erase(name);  // statics of functions
+  for (const char* name : {"compare_codes", "coordinate", "hooks"}) missing.erase(name);    // name within the type
+  EXPECT_EQ(missing, std::set<std::string>());
+}
+
+INSTANTIATE_TEST_SUITE_P(Builds, Example,
+                         testing::Values("-O0 -gdwarf-5 -pie", "-O0 -gdwarf-4 -no-pie", "-O2 -gdwarf-5 -no-pie",
+                                         "-O2 -gdwarf-4 -pie -fPIE", "-O0 -gdwarf-5 -no-pie", "-O0 -gdwarf-4 -pie",
+                                         "-O2 -gdwarf-5 -pie -fPIE", "-O2 -gdwarf-4 -no-pie"));
+
+TEST(Program, RowsTracesAndRequestsToTheLetter) {
+  const TempDir directory;
+  FakeTools fake;
+  writeSmallTables(directory.path());
+  fake.addr2line("read\nlog " + directory / "requests" + "\nsay main.c:12\\n\nread\nlog " + directory / "requests" +
+                 "\nsay ??:0\\n\n" + echoingTool);
+  fake.gdb("say (gdb) \nread\nlog " + directory / "questions" + "\nsay 3:\\tlong unknown;\\n(gdb) \nread");
+  const RunResult result = run("cd " + directory.path() + "; DEBUG_ERR=22 VYMDEBUG=yes EXEFILE=x " TOLQUIN_EXE " . x");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err,
+            "input line <08049f40 00000004 counter\n>\nlooking for size of(int)\nfound size of(int) = 4\n"
+            "input line <08049f44 00000010 table\n>\nlooking for size of(char)\nfound size of(char) = 1\n"
+            "input line <08049f50 <NULL> unknown\n>\nlooking for size of(long)\n");
+  EXPECT_EQ(readFile(directory / "tGlobalVarDef.tbl"),
+            "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\tmain.c\t12\t-1\n"
+            "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n"
+            "3\tunknown\tlong\t-1\t-1\t<NULL>\t<NULL>\t08049f50.c\t7\t-1\n");
+  EXPECT_EQ(readFile(directory / "requests"), "08049f40\n08049f44\n");
+  EXPECT_EQ(readFile(directory / "questions"), "info var unknown\n");
+}
+
+// What goes wrong, how the program says so, and what is left in the table.
+TEST(Program, Faults) {
+  const std::string usage =
+      "This program is intended only to read the files \ngenerated by the VYM, parse them into the desired \n"
+      "parts, then determine global variable definition info. \nIt writes into the message file, and to stdout. \n"
+      "Usage is...\ntolquin.exe  <directory-spec> <executable>\n";
+  const std::string row = "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\t08049f40.c\t7\t-1\n";
+  const std::string rows = row + "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t08049f44.c\t7\t-1\n";
+  const std::string unlocated =
+      "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n"
+      "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n";
+  const std::string start = "DEBUG_ERR=22 DB=. " TOLQUIN_EXE " ";
+  const std::string usual = start + ". x";
+  const std::string notFound = "Var info from Address 8049f50 Not Found\n";
+  const std::string longName(600, 'n');
+  const struct {
+    std::string command;
+    int status;
+    std::string out, err;
+    std::string table;  // "-": not there
+  } cases[] = {
+      {start, 112, usage, "", "-"},
+      {start + ".", 112, usage, "", "-"},
+      {start + ". x y", 112, usage, "", "-"},
+      {start + "'' x", 112, usage, "", "-"},
+      {usual, 0, "", notFound, rows},
+      {start + ".// x", 0, "", notFound, rows},
+      {"DEBUG_ERR=021 DB=. " TOLQUIN_EXE " . x", 0, "", "", rows},
+      {"rm objdump.txt; " + usual, 114, "", "tolquin: 114 - Unable to open input file: ./objdump.txt 2\n", "-"},
+      {"rm objdump.1; " + usual, 120, "", "tolquin: 120 - Unable to open input file: ./objdump.1 2\n", "-"},
+      {"rm objdump.1; DB=. " TOLQUIN_EXE " . x", 120, "", "", "-"},
+      {"mkdir tGlobalVarDef.tbl; " + usual, 126, "",
+       "tolquin: 126 - Unable to open input file: ./tGlobalVarDef.tbl 21\n", "-"},
+      {"rm sizes.tbl; " + usual, 132, "", "tolquin: 132 - Unable to open input file: ./sizes.tbl 2\n", ""},
+      {"ln -s /dev/full tGlobalVarDef.tbl; " + usual, 156, "", notFound + "tolquin: 156 - Unable to close file 28\n",
+       "-"},
+      {"echo 08049f48 4 >>objdump.1; " + usual, 223, "", notFound + "tolquin: 735 - Error parsing objdump.1 record\n",
+       rows},
+      {"echo >objdump.1; " + usual, 223, "", "tolquin: 735 - Error parsing objdump.1 record\n", ""},
+      {"head -c 3000000 /dev/urandom | tr -d '\\n' >objdump.1; PATH=/usr/bin:/bin DB=. " TOLQUIN_EXE " . x", 223, "",
+       "", ""},
+      {": >objdump.1; " + usual, 0, "", "", ""},
+      {"DEBUG_ERR=22 DB=none " TOLQUIN_EXE " . x", 1, "", "File cannot be opened\n", ""},
+      {"mkdir d; DB=d " TOLQUIN_EXE " . x", 0, "", "cannot open d/objdump.1to read\n", ""},
+      {"mkdir d; cp objdump.1 d; DB=d " TOLQUIN_EXE " . x", 0, "", "cannot open d/objdump.txtto read\n", ""},
+      {"ln -s /dev/full vifa.dat; " + usual, 1, "", "./vifa.dat: node 0: cannot be written: No space left on device\n",
+       ""},
+      {"unset FAKE_addr2line; " + usual, 0, "", notFound, unlocated},
+      {"PATH=.; " + usual, 0, "", notFound, unlocated},
+      {usual + " <&- >&- 2>&-", 0, "", "", rows},
+      {"EXEFILE=x " + usual, 0, "", notFound, rows},  // a gdb that ends at once
+      {"printf '1 4 %s\\n' " + std::string(1, 'c') + " >objdump.1; EXEFILE=x " + usual, 0, "",
+       "Var info from Address 1 Not Found\n", ""},
+      {"printf '%0120d 4 v\\n' 7 >objdump.1; " + usual, 0, "",
+       "Var info from Address " + std::string(118, '0') + "7 Not Found\n", ""},
+      {"echo 08049f40 4 " + longName + " >objdump.1; " + usual, 0, "", "",
+       "1\t" + longName + "\tint\t4\t4\t<NULL>\t<NULL>\t08049f40.c\t7\t-1\n"},
+  };
+  for (const auto& c : cases) {
+    const TempDir directory;
+    FakeTools fake;
+    fake.addr2line(echoingTool);
+    writeSmallTables(directory.path());
+    const RunResult result = run("cd " + directory.path() + "; " + c.command);
+    EXPECT_EQ(result.status, c.status) << c.command;
+    EXPECT_EQ(result.out, c.out) << c.command;
+    // A child that ends at once may be gone before the first request or during it.
+    const std::string noise = "EOF reading from A2L!\n";
+    EXPECT_EQ(result.err.starts_with(noise) ? result.err.substr(noise.size()) : result.err, c.err) << c.command;
+    const RunResult left =
+        run("test -f " + directory / "tGlobalVarDef.tbl" + " && cat " + directory / "tGlobalVarDef.tbl");
+    EXPECT_EQ(left.status == 0 ? left.out : "-", c.table) << c.command;
+  }
+}
+
+// Killed at any moment, by any signal, the program takes its children with it, also those that are deaf.
+TEST(Program, KilledLeavesNoChild) {
+  const TempDir directory;
+  FakeTools fake;
+  writeSmallTables(directory.path());
+  fake.addr2line("read\nsay a.c:1\\n\nread\nsay b.c:1\\n\nread\nsay c.c:1\\n\nhang");
+  fake.gdb("say (gdb) \nlog " + directory / "ready" + "\nhang");
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  for (const int signalNumber : {SIGKILL, SIGTERM, SIGINT}) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      setenv("DB", directory.path().c_str(), 1);
+      setenv("EXEFILE", "x", 1);
+      execl(TOLQUIN_EXE, TOLQUIN_EXE, directory.path().c_str(), "x", nullptr);
+      _exit(99);
+    }
+    while (readFile(directory / "ready").empty()) usleep(1000);
+    kill(pid, signalNumber);
+    // All three processes are ours to collect now; a child that lived on would block here.
+    int collected = 0;
+    while (waitpid(-1, nullptr, 0) > 0) ++collected;
+    EXPECT_EQ(collected, 3) << signalNumber;
+    writeFile(directory / "ready", "");
+  }
+  prctl(PR_SET_CHILD_SUBREAPER, 0);
+}

@@ -1,0 +1,293 @@
+// The conversations with the child tools: with fakes that misbehave in every way, and what is left afterwards.
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "a2lControl.h"
+#include "gdbControl.h"
+#include "support.h"
+
+namespace {
+
+// Checks at the end that no child and no descriptor is left.
+class Session : public testing::Test {
+ protected:
+  void TearDown() override {
+    EXPECT_EQ(openDescriptors(), descriptorsBefore);
+    EXPECT_EQ(children(), 0);
+  }
+  FakeTools fake;
+  int descriptorsBefore = openDescriptors();
+};
+
+using A2L = Session;
+using GDB = Session;
+
+// The pieces of a list, "|" behind each; the list is freed.
+std::string pieces(reply* list) {
+  std::string text;
+  for (const reply* at = list; at != nullptr; at = at->next) text += std::string(at->line) + "|";
+  A2LControl::free_reply(list);
+  return text;
+}
+std::string pieces(response* list) {
+  std::string text;
+  for (const response* at = list; at != nullptr; at = at->next) text += std::string(at->line) + "|";
+  GDBControl::free_response(list);
+  return text;
+}
+
+std::string locate(A2LControl& session, const std::string& address) {
+  session.requestLocation(address.c_str());
+  const SourceLocation location = session.awaitLocation();
+  return location.file + " " + std::to_string(location.line);
+}
+
+template <typename Work>
+std::string errorsOf(Work work) {
+  testing::internal::CaptureStderr();
+  work();
+  return testing::internal::GetCapturedStderr();
+}
+
+double secondsOf(const std::function<void()>& work) {
+  const Deadline start = Clock::now();
+  work();
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+}  // namespace
+
+TEST_F(A2L, PiecesOfAnExchange) {
+  const std::string full(4998, 'x');
+  fake.addr2line("args\nfds\nread\nsay a.c:$\\nb.c:2\\nrest\nread\nsay " + full + "\\n\nread\nsay " + full +
+                 "y\\n\nread\nsay one\\0two\\n\nread\nsay %s%n\\n\nread\nsay half\npause\nsay line\\n\nread");
+  A2LControl session("the program");
+  EXPECT_EQ(pieces(session.convA2L(1, "%s", "")), "") << "not started";
+  EXPECT_EQ(session.sendA2L("1\n"), -1);
+  ASSERT_EQ(session.startA2L(), 0);
+  EXPECT_EQ(session.isActive(), 1);
+  EXPECT_EQ(pieces(session.convA2L(1, "%s", "")), "[-e][the program]\n|0 1 2 \n|");
+  EXPECT_EQ(pieces(session.convA2L(1, "%d\n", 7)), "a.c:7\n|b.c:2\n|rest|");
+  EXPECT_EQ(pieces(session.convA2L(1, "\n")), full + "\n|");
+  EXPECT_EQ(pieces(session.convA2L(1, "\n")), full + "y|\n|");
+  EXPECT_EQ(pieces(session.convA2L(1, "\n")), "one|");
+  EXPECT_EQ(pieces(session.convA2L(1, "\n")), "%s%n\n|");
+  EXPECT_EQ(pieces(session.convA2L(1, "\n")), "half|line\n|");
+  EXPECT_EQ(session.haveA2L(-1, 20), 0);
+  session.endA2L();
+  session.endA2L();
+  EXPECT_EQ(session.isActive(), 0);
+}
+
+TEST_F(A2L, RepliesArePairedWithTheirRequests) {
+  const std::string address244(244, 'a');
+  fake.addr2line(
+      "err addr2line: DWARF error: a:1\\n\nloop\nread\nsay \npause\nsay s$\npause\nsay .c:1\\n\n"  // in pieces
+      "read\nerr BFD: x:1\\naddr2line: y:2\\n\ntimes 10000 noise\\n\nsay t$.c:2\\n\n"              // after noise
+      "read\nsay x.c:5\\ny.c:9\\n\nread\nsay ??:0\\nz.c:9\\n\nread\nsay ??:?\\n\n"                 // several at once
+      "read\nsay main.c:\\n:12\\nn\\0ul:1\\nlong.c:1\\nlong.c:2\\nlong.c:3\\n\nrepeat");
+  A2LControl session("x");
+  ASSERT_EQ(session.startA2L(), 0);
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_EQ(locate(session, "1"), "s1.c 1");
+    EXPECT_EQ(locate(session, "2%n"), "t2%n.c 2");
+    EXPECT_EQ(locate(session, "3"), "x.c 5");
+    EXPECT_EQ(locate(session, "4"), "z.c 9");
+    EXPECT_EQ(locate(session, "5"), " 0");
+    EXPECT_EQ(locate(session, address244), "long.c 1");
+  }
+}
+
+// The fake leaves three requests unanswered until a fourth has come. The first costs the patience, the others next to
+// nothing, and the late replies are not taken for those of later requests.
+TEST_F(A2L, LateRepliesAreDropped) {
+  fake.addr2line(
+      "read\nsay a.c:1\\n\nread\nread\nread\nread\nsay l.c:2\\nl.c:3\\nl.c:4\\n\npause\nsay d.c:5\\n\n"
+      "loop\nread\nsay $.c:6\\n\nrepeat");
+  A2LControl session("x");
+  ASSERT_EQ(session.startA2L(), 0);
+  EXPECT_EQ(locate(session, "1"), "a.c 1");
+  const double patience = secondsOf([&] { EXPECT_EQ(locate(session, "2"), " 0"); });
+  EXPECT_GE(patience, 19.9);
+  const double mute = secondsOf([&] {
+    EXPECT_EQ(locate(session, "3"), " 0");
+    EXPECT_EQ(locate(session, "4"), " 0");
+  });
+  EXPECT_LT(mute, 10);
+  // The reply to the fifth request is within reach only if the fake was fast enough; it is never a late one.
+  const std::string fifth = locate(session, "5");
+  EXPECT_TRUE(fifth == "d.c 5" || fifth == " 0") << fifth;
+  for (int i = 0; i < 1000 && locate(session, "e") != "e.c 6"; ++i) usleep(1000);
+  EXPECT_EQ(locate(session, "f"), "f.c 6");
+}
+
+TEST_F(A2L, ChildrenThatDie) {
+  const struct {
+    const char *script, *located, *errors;
+  } cases[] = {{"", " 0", ""},
+               {"read", " 0", "EOF reading from A2L!\n"},
+               {"die", " 0", ""},
+               {"read\nsay half.c:", " 0", "EOF reading from A2L!\n"},
+               {"read\nsay half.c:1\\n\ndie", "half.c 1", ""},
+               {"read\nheir", " 0", ""},
+               {"read\nclose\nhang", " 0", "EOF reading from A2L!\n"}};
+  for (const auto& c : cases) {
+    fake.addr2line(c.script);
+    A2LControl session("x");
+    std::string located;
+    const double seconds = secondsOf([&] {
+      const std::string errors = errorsOf([&] {
+        ASSERT_EQ(session.startA2L(), 0);
+        located = locate(session, "1");
+      });
+      // Whether a child that dies on its own is gone before the request, is open.
+      const bool open = *c.errors == '\0' && errors.starts_with("EOF");
+      EXPECT_EQ(errors, open ? errors : c.errors) << c.script;
+      EXPECT_EQ(located, c.located) << c.script;
+      EXPECT_EQ(locate(session, "2"), " 0") << c.script;
+      EXPECT_EQ(pieces(session.convA2L(10, "3\n")), "") << c.script;
+    });
+    EXPECT_LT(seconds, 9) << c.script;
+  }
+}
+
+TEST_F(A2L, ToolThatCannotBeExecuted) {
+  const TempDir empty;
+  const std::string path = std::getenv("PATH");
+  setenv("PATH", empty.path().c_str(), 1);
+  A2LControl session("x");
+  EXPECT_EQ(errorsOf([&] { EXPECT_EQ(session.startA2L(), 0); }), "");
+  EXPECT_EQ(session.isActive(), 0);
+  EXPECT_EQ(session.sendA2L("1\n"), -1);
+  EXPECT_EQ(pieces(session.convA2L(0, "1\n")), "ERROR: Cannot exec a2l: No such file or directory.\n|");
+  EXPECT_EQ(pieces(session.convA2L(0, "1\n")), "");
+  GDBControl gdb("x");
+  EXPECT_EQ(errorsOf([&] { EXPECT_EQ(gdb.startGDB(), 0); }), "");
+  EXPECT_EQ(gdb.isGdbActive(), 0);
+  EXPECT_EQ(pieces(gdb.convGDB(20, "info var x\n")), "");
+  setenv("PATH", path.c_str(), 1);
+}
+
+TEST_F(A2L, ChildThatNeverReads) {
+  fake.addr2line("hang");
+  A2LControl session("x");
+  ASSERT_EQ(session.startA2L(), 0);
+  const std::string request(4000, 'a');
+  const double seconds = secondsOf([&] {
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(pieces(session.convA2L(0, "%s\n", request.c_str())), "");
+  });
+  EXPECT_LT(seconds, 10);
+}
+
+// Whatever the moment of the child's death relative to the wait, the wait ends with it; also when another process still
+// holds the pipe, so that only SIGCHLD tells.
+TEST_F(A2L, DeathEndsEveryWait) {
+  for (const char* script : {"read", "heir\nread"}) {
+    fake.addr2line(script);
+    for (int i = 0; i < 150; ++i) {
+      A2LControl session("x");
+      ASSERT_EQ(session.startA2L(), 0);
+      const double seconds = secondsOf([&] { errorsOf([&] { EXPECT_EQ(pieces(session.convA2L(60, "1\n")), ""); }); });
+      ASSERT_LT(seconds, 20) << script;
+    }
+  }
+}
+
+TEST_F(A2L, RestartsLeaveNothing) {
+  fake.addr2line("loop\nread\nsay $.c:1\\n\nrepeat");
+  A2LControl session("x");
+  int afterTen = 0;
+  for (int i = 0; i < 300; ++i) {
+    ASSERT_EQ(session.startA2L(), 0);
+    ASSERT_EQ(locate(session, "a"), "a.c 1");
+    if (i == 10) afterTen = openDescriptors();
+  }
+  EXPECT_EQ(openDescriptors(), afterTen);
+  // Earlier children end by themselves as their input has closed.
+  for (int i = 0; i < 1000 && children() > 1; ++i) usleep(1000);
+  EXPECT_EQ(children(), 1);
+}
+
+TEST_F(A2L, StandardDescriptorsClosed) {
+  fake.addr2line("fds\nloop\nread\nsay $.c:1\\n\nrepeat");
+  EXPECT_EXIT(
+      {
+        for (int fd = 0; fd <= 2; ++fd) close(fd);
+        A2LControl session("x");
+        session.startA2L();
+        const bool right = pieces(session.convA2L(1, "%s", "")) == "0 1 2 \n|" && locate(session, "a") == "a.c 1";
+        _exit(right ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST_F(GDB, StartQueryEnd) {
+  fake.gdb(
+      "refuse --dbx\nargs\nsay banner\\n(g\npause\nsay db) \nread\nsay one\\ntwo\\n(gdb) \nread\nsay x (gdb) y\\n\n"
+      "read\nsay [$]\\n(gdb) \nread\nsay h\npause\nsay alf\\n(gdb) \nread");
+  GDBControl session("the program");
+  EXPECT_EQ(pieces(session.convGDB(20, "x\n")), "") << "not started";
+  const double seconds = secondsOf([&] {
+    const std::string errors = errorsOf([&] {
+      ASSERT_EQ(session.startGDB(), 0);
+      EXPECT_EQ(session.isGdbActive(), 1);
+      EXPECT_EQ(pieces(session.convGDB(20, "%s\n", "info var x")), "one\n|two\n|");
+      EXPECT_EQ(pieces(session.convGDB(20, "2\n")), "");
+      EXPECT_EQ(pieces(session.convGDB(20, "three\n")), "[three]\n|");
+      std::string answer;
+      EXPECT_TRUE(session.queryGDB("4\n", [&](const std::string& line) { answer += line + "|"; }));
+      EXPECT_EQ(answer, "half|");
+      session.endGDB();
+    });
+    EXPECT_EQ(errors, "");
+  });
+  EXPECT_LT(seconds, 15);
+  EXPECT_EQ(session.isGdbActive(), 0);
+}
+
+// A gdb that falls silent costs one patience; its late answers are recognised by their prompts.
+TEST_F(GDB, LateAnswersAreDropped) {
+  fake.gdb(
+      "say (gdb) \nread\nread\nread\nsay late 1\\n(gdb) late 2\\n(gdb) third\\n(gdb) \n"
+      "loop\nread\nuntil quit\nsay $\\n(gdb) \nrepeat");
+  GDBControl session("x");
+  ASSERT_EQ(session.startGDB(), 0);
+  std::string answer;
+  const auto collect = [&](const std::string& line) { answer += line + "|"; };
+  EXPECT_FALSE(session.queryGDB("1\n", collect));
+  EXPECT_LT(secondsOf([&] { EXPECT_FALSE(session.queryGDB("2\n", collect)); }), 5);
+  EXPECT_EQ(answer, "");
+  if (!session.queryGDB("3\n", collect)) {
+    EXPECT_EQ(answer, "");
+  } else {
+    EXPECT_EQ(answer, "third|");
+  }
+  bool answered = false;
+  for (int i = 0; i < 1000 && !answered; ++i) {
+    answer.clear();
+    answered = session.queryGDB("last\n", collect);
+    usleep(1000);
+  }
+  EXPECT_EQ(answer, "last|");
+}
+
+TEST_F(GDB, ChildrenThatDie) {
+  const struct {
+    const char *script, *errors;
+  } cases[] = {{"", ""}, {"say no prompt\\n", ""}, {"say (gdb) \nread\nsay part\\n", "EOF reading from GDB!\n"}};
+  for (const auto& c : cases) {
+    fake.gdb(c.script);
+    GDBControl session("x");
+    const double seconds = secondsOf([&] {
+      const std::string errors = errorsOf([&] {
+        EXPECT_EQ(session.startGDB(), 0);
+        EXPECT_FALSE(session.queryGDB("1\n", [](const std::string&) {}));
+        EXPECT_EQ(session.isGdbActive(), 0);
+        session.endGDB();
+      });
+      EXPECT_EQ(errors, c.errors) << c.script;
+    });
+    EXPECT_LT(seconds, 15) << c.script;
+  }
+}

@@ -1,0 +1,71 @@
+#include "support.h"
+
+#include <dirent.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+TempDir::TempDir() : path_(fs::temp_directory_path() / "tolquin-test-XXXXXX") {
+  if (mkdtemp(path_.data()) == nullptr) std::abort();
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::vector<std::string> splitAt(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  std::istringstream stream(text);
+  for (std::string part; std::getline(stream, part, separator);) parts.push_back(part);
+  return parts;
+}
+
+RunResult run(const std::string& command) {
+  const TempDir capture;
+  const std::string redirected = "{ " + command + "\n} >" + capture / "out" + " 2>" + capture / "err";
+  const int status = std::system(redirected.c_str());
+  const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return {code, readFile(capture / "out"), readFile(capture / "err")};
+}
+
+FakeTools::FakeTools() : oldPath_(std::getenv("PATH")) {
+  for (const char* name : {"addr2line", "gdb"}) fs::create_symlink(FAKE_TOOL, directory_ / name);
+  setenv("PATH", (directory_.path() + ":" + oldPath_).c_str(), 1);
+}
+
+FakeTools::~FakeTools() {
+  setenv("PATH", oldPath_.c_str(), 1);
+  unsetenv("FAKE_addr2line");
+  unsetenv("FAKE_gdb");
+}
+
+void FakeTools::addr2line(const std::string& script) { setenv("FAKE_addr2line", script.c_str(), 1); }
+
+void FakeTools::gdb(const std::string& script) { setenv("FAKE_gdb", script.c_str(), 1); }
+
+int openDescriptors() {
+  return static_cast<int>(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator())) - 1;
+}
+
+int children() {
+  const std::string self = std::to_string(getpid());
+  std::istringstream list(readFile("/proc/self/task/" + self + "/children"));
+  return static_cast<int>(std::distance(std::istream_iterator<int>(list), std::istream_iterator<int>()));
+}

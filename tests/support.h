@@ -1,0 +1,53 @@
+// What the tests share: temporary directories, running programs, fake tools.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+/// A directory of its own, removed with all it holds at the end.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  /// Path of `name` within the directory.
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+void writeFile(const std::string& path, const std::string& content);
+std::string readFile(const std::string& path);
+std::vector<std::string> splitAt(const std::string& text, char separator);
+
+/// How a shell command ended: exit status (128 + signal when killed), and what it wrote.
+struct RunResult {
+  int status;
+  std::string out;
+  std::string err;
+};
+/// Runs `command` by the shell.
+RunResult run(const std::string& command);
+
+/// Puts fake tools first on the search path of this process, and takes them off at the end. Scripts: see fakeTool.cpp.
+class FakeTools {
+ public:
+  FakeTools();
+  ~FakeTools();
+  FakeTools(const FakeTools&) = delete;
+  FakeTools& operator=(const FakeTools&) = delete;
+  void addr2line(const std::string& script);
+  void gdb(const std::string& script);
+
+ private:
+  TempDir directory_;
+  std::string oldPath_;
+};
+
+/// Descriptors open in this process, and its children that are still there, ended or not.
+int openDescriptors();
+int children();

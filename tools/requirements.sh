@@ -1,0 +1,25 @@
+# Shared by the scripts at the root; to be sourced from there.
+
+# Makes sure that the named Debian packages are there: installs the missing ones as root, otherwise says which to install.
+require_packages() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return
+  if [ "$(id -u)" -ne 0 ]; then
+    echo "Please install these packages first, as root: apt-get install ${missing[*]}" >&2
+    exit 1
+  fi
+  echo "installing ${missing[*]}" >&2
+  apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# Configures and builds a preset of CMakePresets.json; further arguments go to the configuration step.
+build_preset() {
+  local preset=$1
+  shift
+  cmake --preset "$preset" "$@" >/dev/null
+  cmake --build --preset "$preset" -j "$(nproc)"
+}
