@@ -68,6 +68,7 @@ void A2LControl::requestLocation(const char* address) {
   // While replies are overdue, what is at hand has to be counted.
   if (overdue == 0) session.dropTextAtHand();
   wasRunning = session.isRunning();
+  processor.beforeQuestion();
   const std::string request = std::string(address) + '\n';
   const auto patience = mute ? Clock::duration(pieceEndPause) : Clock::duration(replyPatience);
   const bool sent = session.send(request, Clock::now() + patience) > 0;

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "sameProcessor.h"
 #include "toolSession.h"
 
 /// One received piece of text; a list of them belongs to the caller of the exchange that returned it.
@@ -90,6 +91,7 @@ class A2LControl {
   static ChildState child;
   const std::string exename;
   ToolSession session;
+  SameProcessor processor{child};
   bool wasRunning = false;    // when the outstanding request was sent
   unsigned expected = 0;      // lines that the outstanding request is still owed
   unsigned long overdue = 0;  // lines owed to requests that were given up

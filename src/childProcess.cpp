@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "io.h"
+#include "sameProcessor.h"
 
 namespace {
 
@@ -47,6 +48,7 @@ class ChildSide {
     // A debugger that asks a network service for debugging information would hang or answer for another program.
     unsetenv("DEBUGINFOD_URLS");
     closeOtherDescriptors();
+    SameProcessor::letGo();
     sigprocmask(SIG_SETMASK, &mask_, nullptr);
     execvp(argv[0], argv.data());
     fail(request_.execFailureFormat.c_str());

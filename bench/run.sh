@@ -1,0 +1,106 @@
+#!/usr/bin/env bash
+# Measures tolquin.exe and prints a table. Every figure stands beside its bare limit, taken in the same run on the same
+# input; medians of several rounds. Takes some minutes, as addr2line itself needs half a minute for 100,000 variables.
+# usage: bench/run.sh [sizes...]      default: 3000 20000 100000
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. tools/requirements.sh
+require_packages g++ cmake make binutils gdb
+export LC_ALL=C
+sizes=("$@")
+[ $# -gt 0 ] || sizes=(3000 20000 100000)
+cmake --preset release >/dev/null
+cmake --build --preset release -j "$(nproc)" --target bench
+bin=build/release/bench tolquin=$PWD/build/release/tolquin.exe
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+seconds() { # of a command whose output is dropped
+  local start=$EPOCHREALTIME
+  "$@" >/dev/null 2>&1
+  awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.3f\n", b - a }'
+}
+row() { # what, ours, bare
+  awk -v w="$1" -v o="$2" -v b="$3" 'BEGIN { printf "%-46s %9.3f %9.3f %6.2f\n", w, o, b, o / b }'
+}
+
+# A program of $1 globals of mixed types in $work/$1: program, tables, addresses.
+generate() {
+  local count=$1 directory=$work/$1
+  mkdir -p "$directory"
+  awk -v n="$count" 'BEGIN {
+    split("int;unsigned long;char *;double;struct point", type, ";")
+    print "struct point { int x, y; };"
+    for (i = 0; i < n; ++i) printf "%s%s variable_%d%s;\n", i % 3 ? "" : "static ", type[i % 5 + 1], i, i % 7 ? "" : "[4]"
+    print "void *use(int i) { switch (i) {"
+    for (i = 0; i < n; i += 3) printf "case %d: return &variable_%d;\n", i, i
+    print "} return 0; }\nint main(void) { return use(1) != 0; }" }' >"$directory/program.c"
+  gcc -g -O0 -fno-pie -no-pie -w "$directory/program.c" -o "$directory/program"
+  nm -S "$directory/program" | awk '$4 ~ /^variable_/ { sub(/^0+/, "", $1); print "0" $1, $2, $4 }' |
+    sort >"$directory/objdump.1"
+  awk 'NR == FNR { address[$3] = substr($1, 2); next }
+    match($0, /variable_[0-9]+/) && /;$/ && !/case/ {
+      print substr($0, 1, length($0) - 1) " /* 0x" address[substr($0, RSTART, RLENGTH)] " */;" }' \
+    "$directory/objdump.1" "$directory/program.c" >"$directory/objdump.txt"
+  printf 'char\t1\ndouble\t8\nint\t4\nstruct point\t8\nunsigned long\t8\n' >"$directory/sizes.tbl"
+  cut -d' ' -f1 "$directory/objdump.1" >"$directory/addresses"
+}
+run_ours() { DB=$1 EXEFILE=$1/program seconds "$tolquin" "$1" "$1/program"; }
+addr2line_batch() { addr2line -e "$1/program" <"$1/addresses"; }
+
+printf '%-46s %9s %9s %6s\n' "measurement (seconds)" ours limit ratio
+for round in 1 2 3; do "$bin/tableBench" 100000 "$work" 2>>"$work/memory"; done >"$work/table"
+for what in "inserts and lookups" "index build"; do
+  row "100000 items: $what" "$(grep "^$what" "$work/table" | cut -f2 | median)" \
+    "$(grep "^$what" "$work/table" | cut -f3 | median)"
+done
+head -n 1 "$work/memory"
+
+for count in "${sizes[@]}"; do
+  generate "$count"
+  directory=$work/$count
+  rounds=5
+  [ "$count" -le 20000 ] || rounds=3
+  rm -f "$work"/{ours,bare}
+  for ((i = 0; i < rounds; ++i)); do
+    "$bin/exchangeBench" exchange "$directory/program" <"$directory/addresses" >>"$work/bare"
+    run_ours "$directory" >>"$work/ours"
+  done
+  row "run, $count globals : bare exchange" "$(median <"$work/ours")" "$(median <"$work/bare")"
+  [ "$(wc -l <"$directory/tGlobalVarDef.tbl")" -eq "$count" ] || echo "  rows are missing"
+  printf '  beside: addr2line batch %s, nm -lS %s, gdb info variables %s\n' "$(seconds addr2line_batch "$directory")" \
+    "$(seconds nm -lS "$directory/program")" "$(seconds gdb -batch -nx -ex 'info variables' "$directory/program")"
+done
+
+generate 10
+for _ in 1 2 3 4 5; do run_ours "$work/10"; done >"$work/ours"
+echo "a program of ten globals: $(median <"$work/ours") s in all"
+for _ in 1 2 3 4 5; do "$bin/exchangeBench" sessions "$work/10/program"; done >"$work/sessions"
+echo "start and end: addr2line $(cut -d' ' -f1 "$work/sessions" | median) s," \
+  "gdb $(cut -d' ' -f2 "$work/sessions" | median) s"
+
+[ -d "$work/3000" ] || generate 3000
+fallback=$work/fallback
+mkdir "$fallback"
+head -n 1000 "$work/3000/objdump.1" >"$fallback/objdump.1"
+: >"$fallback/objdump.txt"
+cp "$work/3000"/{sizes.tbl,program} "$fallback"
+cut -d' ' -f3 "$fallback/objdump.1" | sed 's/^/info var /' >"$fallback/questions"
+gdb_batch() { gdb --readnow --nw --nx "$fallback/program" <"$fallback/questions"; }
+rm -f "$work"/{ours,bare}
+for _ in 1 2 3; do
+  seconds gdb_batch >>"$work/bare"
+  run_ours "$fallback" >>"$work/ours"
+done
+row "1000 questions to gdb : batch of gdb" "$(median <"$work/ours")" "$(median <"$work/bare")"
+
+
+largest=$work/${sizes[-1]}
+DB=$largest EXEFILE=$largest/program "$tolquin" "$largest" "$largest/program" &
+pid=$!
+while line=$(grep VmHWM "/proc/$pid/status" 2>/dev/null); do
+  peak=$line
+  sleep 0.02
+done
+echo "peak memory of the run with ${sizes[-1]} globals: $(awk '{ print $2, $3 }' <<<"$peak")"
