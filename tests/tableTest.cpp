@@ -97,7 +97,7 @@ TEST(Table, FileLayoutStepByStep) {
   EXPECT_EQ(branch(bytes, 0, 1), 3);
   EXPECT_EQ(branch(bytes, 0, 2), 3);
   const std::size_t firstItem = recordSize + 4;
-  EXPECT_EQ(bytes.substr(firstItem, 51), "1" + std::string(49, ' ') + '\0');
+  EXPECT_EQ(bytes.substr(firstItem, 51), std::string(item(1).KeyField, 51));
   EXPECT_EQ(bytes.substr(firstItem + 51, 7), std::string("type 1\0", 7));
   EXPECT_EQ(bytes.substr(firstItem + 51 + 2000, 7), std::string("name 1\0", 7));
   // What carries no information is zeros: the header but its numbers, unused items, unused branches, padding.
