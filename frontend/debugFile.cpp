@@ -1,0 +1,121 @@
+#include "debugFile.h"
+
+#include <dwarf.h>
+#include <fcntl.h>
+#include <gelf.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "io.h"
+#include "userError.h"
+
+namespace {
+
+const Dwfl_Callbacks callbacks{.find_elf = dwfl_build_id_find_elf,
+                               .find_debuginfo = dwfl_standard_find_debuginfo,
+                               .section_address = dwfl_offline_section_address,
+                               .debuginfo_path = nullptr};
+
+// Refuses what libdwfl would take apart but what is no program: archives, object files, core files.
+void expectProgram(const std::string& path) {
+  const UniqueFd file = openFile(path.c_str(), O_RDONLY);
+  if (!file) throw UserError(path + ": cannot be opened: " + std::strerror(errno));
+  elf_version(EV_CURRENT);
+  const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
+  GElf_Ehdr header;
+  if (!elf || elf_kind(elf.get()) != ELF_K_ELF || gelf_getehdr(elf.get(), &header) == nullptr) {
+    throw UserError(path + ": is not an ELF file; an executable or shared object is wanted");
+  }
+  if (header.e_type != ET_EXEC && header.e_type != ET_DYN) {
+    throw UserError(path + ": is neither an executable nor a shared object");
+  }
+  std::size_t sections = 0;
+  if (elf_getshdrnum(elf.get(), &sections) != 0 || elf_nextscn(elf.get(), nullptr) == nullptr) {
+    throw UserError(path + ": has no sections; the file is truncated, or was stripped of them");
+  }
+}
+
+}  // namespace
+
+DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin(&callbacks), dwfl_end) {
+  expectProgram(path);
+  Dwfl_Module* module = dwfl_report_offline(session_.get(), "", path.c_str(), -1);
+  if (module == nullptr) throw UserError(path + ": cannot be read: " + dwfl_errmsg(-1));
+  dwfl_report_end(session_.get(), nullptr, nullptr);
+  Dwarf_Addr elfBias = 0;
+  Elf* elf = dwfl_module_getelf(module, &elfBias);
+  Dwarf_Addr dwarfBias = 0;
+  dwarf_ = dwfl_module_getdwarf(module, &dwarfBias);
+  if (elf == nullptr || dwarf_ == nullptr) {
+    throw UserError(path + ": has no debugging information that can be read (" + dwfl_errmsg(-1) +
+                    "); compile it with -g, or put its debug file where gdb would find it");
+  }
+  bias_ = dwarfBias - elfBias;
+  readSections(elf);
+  readSymbols(module, elfBias);
+}
+
+std::vector<std::string> DebugFile::forEachUnit(const std::function<void(Dwarf_Die& top)>& useUnit) const {
+  std::vector<std::string> missing;
+  for (Dwarf* dwarf : {dwarf_, dwarf_getalt(dwarf_)}) {
+    Dwarf_CU* unit = nullptr;
+    Dwarf_Die top;
+    Dwarf_Die split;
+    std::uint8_t type = 0;
+    while (dwarf != nullptr && dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &top, &split) == 0) {
+      if (type != DW_UT_skeleton) {
+        useUnit(top);
+      } else if (split.addr != nullptr) {
+        useUnit(split);
+      } else {
+        Dwarf_Attribute attribute;
+        const int nameCode = dwarf_hasattr(&top, DW_AT_dwo_name) ? DW_AT_dwo_name : DW_AT_GNU_dwo_name;
+        const char* name = dwarf_formstring(dwarf_attr(&top, static_cast<unsigned>(nameCode), &attribute));
+        missing.emplace_back(name != nullptr ? name : "a .dwo file without a name");
+      }
+    }
+  }
+  return missing;
+}
+
+bool DebugFile::isInMemory(std::uint64_t address) const {
+  return std::any_of(sections_.begin(), sections_.end(),
+                     [=](const Range& range) { return address >= range.begin && address < range.end; });
+}
+
+std::uint64_t DebugFile::symbolSize(std::uint64_t address, std::string_view name) const {
+  const auto [begin, end] = symbols_.equal_range(address);
+  std::uint64_t onlySize = begin == end ? 0 : begin->second.size;
+  for (auto at = begin; at != end; ++at) {
+    const std::string_view symbol = at->second.name;
+    if (symbol.starts_with(name) && (symbol.size() == name.size() || symbol[name.size()] == '.'))
+      return at->second.size;
+    if (at->second.size != onlySize) onlySize = 0;
+  }
+  return onlySize;
+}
+
+void DebugFile::readSections(Elf* elf) {
+  for (Elf_Scn* section = elf_nextscn(elf, nullptr); section != nullptr; section = elf_nextscn(elf, section)) {
+    GElf_Shdr header;
+    if (gelf_getshdr(section, &header) == nullptr) continue;
+    const bool inMemory = (header.sh_flags & SHF_ALLOC) != 0 && (header.sh_flags & SHF_TLS) == 0;
+    // One byte more: a variable without a size may stand at the end of a section.
+    if (inMemory && header.sh_addr != 0) sections_.push_back({header.sh_addr, header.sh_addr + header.sh_size + 1});
+  }
+}
+
+void DebugFile::readSymbols(Dwfl_Module* module, std::uint64_t elfBias) {
+  const int count = dwfl_module_getsymtab(module);
+  for (int i = 0; i < count; ++i) {
+    GElf_Sym symbol;
+    const char* name = dwfl_module_getsym(module, i, &symbol, nullptr);
+    const int type = GELF_ST_TYPE(symbol.st_info);
+    if (name == nullptr || symbol.st_size == 0 || (type != STT_OBJECT && type != STT_COMMON)) continue;
+    symbols_.insert({symbol.st_value - elfBias, {name, symbol.st_size}});
+  }
+}

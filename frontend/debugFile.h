@@ -1,0 +1,57 @@
+// An executable or shared object with its debugging information, wherever that lies: in the file itself, in a separate
+// file found by build-id or debuglink, in .dwo files, or in a file shared by dwz.
+#pragma once
+
+#include <elfutils/libdw.h>
+#include <elfutils/libdwfl.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+class DebugFile {
+ public:
+  /// Opens `path`. Throws UserError when it is no executable or shared object in ELF, is damaged, or has no debugging
+  /// information.
+  explicit DebugFile(const std::string& path);
+
+  /// Calls `useUnit` with the top entry of every unit: compilation units (of skeletons, the unit in the .dwo file),
+  /// partial units, type units, and those of the file shared by dwz. Returns the names of .dwo files that are missing.
+  std::vector<std::string> forEachUnit(const std::function<void(Dwarf_Die& top)>& useUnit) const;
+
+  /// Turns an address of the debugging information into one of the executable. They differ only when one of two files
+  /// was prelinked.
+  std::uint64_t toExecutable(std::uint64_t address) const { return address + bias_; }
+
+  /// Whether `address` lies in a section that the program has in memory and that is no thread-local template. Debugging
+  /// information of what the linker threw away has addresses outside.
+  bool isInMemory(std::uint64_t address) const;
+
+  /// Size in bytes that the symbol table gives for the variable at `address` whose symbol is called `name`, also with
+  /// a suffix such as ".0" behind it, or for all symbols there when none is called so; 0 when there is none, or no
+  /// agreement.
+  std::uint64_t symbolSize(std::uint64_t address, std::string_view name) const;
+
+ private:
+  struct Range {
+    std::uint64_t begin, end;
+  };
+  struct Symbol {
+    const char* name;
+    std::uint64_t size;
+  };
+
+  void readSections(Elf* elf);
+  void readSymbols(Dwfl_Module* module, std::uint64_t elfBias);
+
+  std::string path_;
+  std::unique_ptr<Dwfl, void (*)(Dwfl*)> session_;
+  Dwarf* dwarf_ = nullptr;
+  std::uint64_t bias_ = 0;
+  std::vector<Range> sections_;
+  std::unordered_multimap<std::uint64_t, Symbol> symbols_;
+};

@@ -1,0 +1,86 @@
+// The front end's command line.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+#include "scan.h"
+#include "tableMaker.h"
+#include "userError.h"
+
+namespace {
+
+struct TablesOptions {
+  std::string executable;
+  std::string directory;
+  bool qualified = false;
+  bool quiet = false;
+};
+
+void addQualified(CLI::App* command, bool& qualified) {
+  command->add_flag(
+      "--qualified", qualified,
+      "Leave C++ declarations that need a scope to the debugger, which answers with full names; by default "
+      "types are written without scopes");
+}
+
+void defineTables(CLI::App& app, TablesOptions& options) {
+  CLI::App* tables = app.add_subcommand("tables", "Make the tables that tolquin.exe reads");
+  tables->add_option("executable", options.executable, "Executable or shared object, compiled with -g")->required();
+  tables->add_option("-o,--output", options.directory, "Directory for the tables; default: <executable>.vym");
+  addQualified(tables, options.qualified);
+  tables->add_flag("--quiet", options.quiet, "Print no summary");
+}
+
+void defineScan(CLI::App& app, ScanOptions& options, bool& noDebugger) {
+  CLI::App* command = app.add_subcommand("scan", "Make the tables and run tolquin.exe, for each executable");
+  command->add_option("executables", options.executables, "Executables or shared objects, compiled with -g")
+      ->required();
+  command->add_option("-o,--output", options.outputDirectory,
+                      "Directory in which the result directories are made; default: beside each executable");
+  options.jobs = std::max(1u, std::thread::hardware_concurrency());
+  command->add_option("-j,--jobs", options.jobs, "Executables at a time")->capture_default_str();
+  addQualified(command, options.qualified);
+  command->add_flag("--no-gdb", noDebugger, "Do not ask gdb for the types that the tables lack");
+}
+
+int runTables(const TablesOptions& options) {
+  const std::string directory = options.directory.empty() ? options.executable + ".vym" : options.directory;
+  const TableSummary summary = makeTables(options.executable, directory, options.qualified);
+  if (summary.missingUnits > 0) {
+    std::fprintf(stderr,
+                 "tolquin: %s: warning: %zu files of its debugging information cannot be found, the first is %s\n",
+                 options.executable.c_str(), summary.missingUnits, summary.firstMissingUnit.c_str());
+  }
+  if (!options.quiet) {
+    std::printf("%s: %zu variables, %zu declarations, %zu sizes of types\n", directory.c_str(), summary.variables,
+                summary.declarations, summary.sizes);
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Debugging information is looked for on this machine only.
+  unsetenv("DEBUGINFOD_URLS");
+  CLI::App app{"Finds type, size and place of definition of every global variable of C and C++ programs.", "tolquin"};
+  app.set_version_flag("--version", "tolquin " TOLQUIN_VERSION);
+  app.require_subcommand(1);
+  TablesOptions tables;
+  ScanOptions scanning;
+  bool noDebugger = false;
+  defineTables(app, tables);
+  defineScan(app, scanning, noDebugger);
+  CLI11_PARSE(app, argc, argv);
+  try {
+    if (app.got_subcommand("tables")) return runTables(tables);
+    scanning.useDebugger = !noDebugger;
+    scanning.self = std::filesystem::read_symlink("/proc/self/exe");
+    return scan(scanning);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tolquin: %s\n", error.what());
+    return 1;
+  }
+}

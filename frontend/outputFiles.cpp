@@ -1,0 +1,48 @@
+#include "outputFiles.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "io.h"
+#include "userError.h"
+
+namespace {
+
+std::string beside(const std::string& path) { return path + ".new" + std::to_string(getpid()); }
+
+[[noreturn]] void fail(const std::string& path, const char* what) {
+  throw UserError(path + ": " + what + ": " + std::strerror(errno));
+}
+
+}  // namespace
+
+void makeDirectory(const std::string& path) {
+  std::error_code error;
+  std::filesystem::create_directories(path, error);
+  if (error) throw UserError(path + ": cannot be made a directory: " + error.message());
+}
+
+OutputFiles::~OutputFiles() {
+  for (const std::string& name : names_) unlink(beside(directory_ + "/" + name).c_str());
+}
+
+void OutputFiles::write(const std::string& name, const std::string& content) {
+  const std::string path = directory_ + "/" + name;
+  const UniqueFd file = openFile(beside(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC);
+  if (!file) fail(path, "cannot be written");
+  names_.push_back(name);
+  if (!writeAt(file.get(), content.data(), content.size(), 0)) fail(path, "cannot be written");
+}
+
+void OutputFiles::commit() {
+  for (const std::string& name : names_) {
+    const std::string path = directory_ + "/" + name;
+    if (std::rename(beside(path).c_str(), path.c_str()) != 0) fail(path, "cannot be put in place");
+  }
+  names_.clear();
+}

@@ -1,0 +1,240 @@
+#include "scan.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+
+#include "childProcess.h"
+#include "outputFiles.h"
+#include "userError.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+volatile std::sig_atomic_t interruptedBy = 0;
+
+// Of one result table.
+struct Counts {
+  std::size_t found = 0, typed = 0, sized = 0, located = 0;
+  std::size_t skipped() const { return found - typed; }
+};
+
+Counts countResults(const std::string& directory) {
+  Counts counts;
+  std::string line;
+  for (std::ifstream list(directory + "/objdump.1"); std::getline(list, line);) ++counts.found;
+  for (std::ifstream table(directory + "/tGlobalVarDef.tbl"); std::getline(table, line);) {
+    std::vector<std::string> columns;
+    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+      end = line.find('\t', start);
+      columns.push_back(line.substr(start, end - start));
+    }
+    if (columns.size() < 10) continue;
+    ++counts.typed;
+    if (columns[4] != "-1") ++counts.sized;
+    if (columns[7] != "<NULL>") ++counts.located;
+  }
+  return counts;
+}
+
+// The two steps for one executable.
+enum class Step { Tables, Result };
+
+struct Job {
+  std::string executable;
+  std::string directory;
+  Step step = Step::Tables;
+  Deadline start = Clock::now();
+};
+
+class Scanner {
+ public:
+  explicit Scanner(const ScanOptions& options)
+      : options_(options), core_((fs::path(options.self).parent_path() / "tolquin.exe").string()) {}
+
+  int run() {
+    std::set<std::string> directories;
+    for (const std::string& executable : options_.executables) {
+      const std::string directory = tableDirectory(executable, options_.outputDirectory);
+      if (directories.insert(fs::absolute(directory).lexically_normal()).second) {
+        waiting_.push_back({executable, directory});
+      } else {
+        fail(executable, "its results would go to " + directory + ", as those of another executable do");
+      }
+    }
+    while (!waiting_.empty() || !running_.empty()) {
+      while (!waiting_.empty() && running_.size() < std::max(1u, options_.jobs)) startNext();
+      showProgress();
+      awaitOne();
+    }
+    clearProgress();
+    return failed_ > 0 ? 1 : 0;
+  }
+
+ private:
+  void startNext() {
+    Job job = waiting_.front();
+    waiting_.pop_front();
+    job.start = Clock::now();
+    start(std::move(job));
+  }
+
+  void start(Job job) {
+    std::vector<std::string> command;
+    if (job.step == Step::Tables) {
+      command = {options_.self, "tables", job.executable, "-o", job.directory, "--quiet"};
+      if (options_.qualified) command.emplace_back("--qualified");
+    } else {
+      command = {core_, job.directory, absolute(job.executable)};
+    }
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) runStep(command, job, parent);
+    if (pid < 0) {
+      fail(job.executable, std::string("no process can be started: ") + std::strerror(errno));
+    } else {
+      running_.emplace(pid, std::move(job));
+    }
+  }
+
+  // An executable whose name begins with '-' must not be taken for an option by the tools.
+  static std::string absolute(const std::string& path) { return fs::absolute(path).string(); }
+
+  [[noreturn]] void runStep(const std::vector<std::string>& command, const Job& job, pid_t parent) const {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) _exit(255);
+    setpgid(0, 0);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, SIG_DFL);
+    setenv("DB", job.directory.c_str(), 1);
+    if (options_.useDebugger) {
+      setenv("EXEFILE", absolute(job.executable).c_str(), 1);
+    } else {
+      unsetenv("EXEFILE");
+    }
+    setenv("DEBUG_ERR", "0", 1);
+    std::vector<char*> argv;
+    for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    std::fprintf(stderr, "tolquin: %s cannot be run: %s\n", argv[0], std::strerror(errno));
+    _exit(255);
+  }
+
+  void awaitOne() {
+    int status = 0;
+    const pid_t pid = waitpid(-1, &status, 0);
+    if (interruptedBy != 0) endAll();
+    const auto found = running_.find(pid);
+    if (found == running_.end()) return;
+    Job job = std::move(found->second);
+    running_.erase(found);
+    finish(std::move(job), status);
+  }
+
+  void finish(Job job, int status) {
+    if (status != 0) {
+      fail(job.executable, reason(job.step, status));
+    } else if (job.step == Step::Tables) {
+      job.step = Step::Result;
+      start(std::move(job));
+    } else {
+      report(job);
+    }
+  }
+
+  static std::string reason(Step step, int status) {
+    const std::string program = step == Step::Tables ? "making the tables" : "tolquin.exe";
+    if (WIFSIGNALED(status)) {
+      return program + " was ended by signal " + std::to_string(WTERMSIG(status)) + " (" + strsignal(WTERMSIG(status)) +
+             ")";
+    }
+    const int code = WEXITSTATUS(status);
+    if (step == Step::Tables) return code == 1 ? "" : program + " ended with status " + std::to_string(code);
+    return program + " ended with status " + std::to_string(code) + "; its manual page tells what that means";
+  }
+
+  void fail(const std::string& executable, const std::string& why) {
+    clearProgress();
+    ++failed_;
+    ++done_;
+    // The maker of the tables has said itself what was wrong.
+    if (!why.empty()) std::fprintf(stderr, "tolquin: %s: %s\n", executable.c_str(), why.c_str());
+  }
+
+  void report(const Job& job) {
+    clearProgress();
+    ++done_;
+    const Counts counts = countResults(job.directory);
+    const double seconds = std::chrono::duration<double>(Clock::now() - job.start).count();
+    std::printf(
+        "%s: %zu variables found, %zu typed, %zu sized, %zu located, %zu skipped, %.2f s: %s/tGlobalVarDef.tbl\n",
+        job.executable.c_str(), counts.found, counts.typed, counts.sized, counts.located, counts.skipped(), seconds,
+        job.directory.c_str());
+    std::fflush(stdout);
+  }
+
+  void showProgress() {
+    if (!onTerminal_ || running_.empty()) return;
+    const std::string& name = running_.begin()->second.executable;
+    std::fprintf(stderr, "\r\033[K%zu of %zu done, %zu running: %.60s", done_, options_.executables.size(),
+                 running_.size(), name.c_str());
+  }
+
+  void clearProgress() const {
+    if (onTerminal_) std::fputs("\r\033[K", stderr);
+  }
+
+  // Each step leads a process group of its own, so its children can be reached too.
+  [[noreturn]] void endAll() {
+    for (const auto& [pid, job] : running_) ::kill(-pid, SIGTERM);
+    while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) continue;
+    clearProgress();
+    signal(interruptedBy, SIG_DFL);
+    raise(interruptedBy);
+    _exit(1);
+  }
+
+  const ScanOptions& options_;
+  const std::string core_;
+  const bool onTerminal_ = isatty(STDERR_FILENO) != 0;
+  std::deque<Job> waiting_;
+  std::map<pid_t, Job> running_;
+  std::size_t done_ = 0;
+  std::size_t failed_ = 0;
+};
+
+void noteInterrupt(int number) { interruptedBy = number; }
+
+// An interrupt has to end the wait for a child, so calls are not restarted.
+void catchInterrupts() {
+  struct sigaction action {};
+  action.sa_handler = noteInterrupt;
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
+}
+
+}  // namespace
+
+std::string tableDirectory(const std::string& executable, const std::string& outputDirectory) {
+  const fs::path path = executable;
+  if (outputDirectory.empty()) return executable + ".vym";
+  return (fs::path(outputDirectory) / (path.filename().string() + ".vym")).string();
+}
+
+int scan(const ScanOptions& options) {
+  catchInterrupts();
+  return Scanner(options).run();
+}

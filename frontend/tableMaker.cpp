@@ -1,0 +1,206 @@
+#include "tableMaker.h"
+
+#include <dwarf.h>
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <optional>
+#include <stdexcept>
+
+#include "debugFile.h"
+#include "objRead.h"
+#include "outputFiles.h"
+#include "typeNames.h"
+#include "userError.h"
+#include "util.h"
+#include "variables.h"
+
+namespace {
+
+std::string hexadecimal(std::uint64_t number) {
+  char digits[16];
+  const auto end = std::to_chars(digits, digits + sizeof digits, number, 16).ptr;
+  return {digits, end};
+}
+
+bool holdsBlank(const std::string& text) { return text.find_first_of(" \t\n") != std::string::npos; }
+
+// A name part that can stand in a table: without blanks, template arguments that hold some cut off.
+std::string tableName(const std::string& name) {
+  return holdsBlank(name) ? name.substr(0, name.find_first_of("< \t\n")) : name;
+}
+
+// The name in objdump.1: in C++ with its scopes, but for those that hold blanks.
+std::string qualifiedName(const GlobalVariable& variable, const Scopes& scopes) {
+  std::string result;
+  for (const std::string& scope : scopes.path(variable.scope)) {
+    const std::string part = canonicalName(scope);
+    if (!holdsBlank(part)) result += part + "::";
+  }
+  return result + tableName(canonicalName(variable.name));
+}
+
+// What the lookup of a type's size searches for: the type up to its first '*'.
+std::string soughtName(const TypeText& text) {
+  const std::string type = text.apart ? text.type() : text.base;
+  const std::string sought = type.substr(0, type.find('*'));
+  return sought.substr(0, sought.find_last_not_of(' ') + 1);
+}
+
+// The sizes of the names that lookups ask for. A lookup is answered by the first name in byte order that begins with
+// what is sought.
+class SizeTable {
+ public:
+  using Size = std::optional<std::uint64_t>;
+
+  // `size` empty: the name has none, or none that is known.
+  void add(const std::string& name, Size size) {
+    // The table could not hold it, and no lookup could find it.
+    if (name.empty() || name.size() > RecordSize - 32 || name.find_first_of("\t\n") != std::string::npos) return;
+    const auto [at, isNew] = asked_.try_emplace(name, size);
+    if (!isNew && at->second != size) at->second = std::nullopt;
+  }
+
+  // Decides which names are listed. A name without a size is left out unless a longer one would answer for it: then it
+  // is listed without a size, which a lookup reports as "not known".
+  void finish() {
+    for (auto at = asked_.rbegin(); at != asked_.rend(); ++at) {
+      const bool extended = !listed_.empty() && listed_.begin()->first.starts_with(at->first);
+      if (at->second || extended) listed_.insert(listed_.begin(), *at);
+    }
+    for (const auto& [name, size] : asked_) {
+      if (answer(name) != size) throw std::logic_error("sizes.tbl would answer wrongly for " + name);
+    }
+  }
+
+  std::string text() const {
+    std::string result;
+    for (const auto& [name, size] : listed_) result += name + "\t" + (size ? std::to_string(*size) : "-1") + "\n";
+    return result;
+  }
+  std::size_t lines() const { return listed_.size(); }
+
+ private:
+  using Sizes = std::map<std::string, Size>;
+
+  // What a lookup will be told.
+  Size answer(const std::string& name) const {
+    const auto at = listed_.lower_bound(name);
+    return at != listed_.end() && at->first.starts_with(name) ? at->second : Size();
+  }
+
+  Sizes asked_;
+  Sizes listed_;
+};
+
+class TableMaker {
+ public:
+  TableMaker(const Variables& variables, bool qualified)
+      : variables_(variables), plain_(variables.scopes, false), full_(variables.scopes, true), qualified_(qualified) {}
+
+  void make() {
+    for (const GlobalVariable& variable : variables_.list) add(variable);
+    sizes.finish();
+    summary.sizes = sizes.lines();
+  }
+
+  std::string list, declarations;
+  SizeTable sizes;
+  TableSummary summary;
+
+ private:
+  void add(const GlobalVariable& variable) {
+    const std::string line =
+        hexadecimal(variable.address) + " " + (variable.size != 0 ? hexadecimal(variable.size) : "<NULL>") + " ";
+    std::string name = qualifiedName(variable, variables_.scopes);
+    // A longer line would be taken for several by its reader.
+    if (line.size() + name.size() + 2 > RecordSize) name = tableName(variable.name);
+    if (name.empty() || line.size() + name.size() + 2 > RecordSize) return;
+    list += line + name + "\n";
+    ++summary.variables;
+    if (variable.type.addr != nullptr) addType(variable);
+  }
+
+  void addType(const GlobalVariable& variable) {
+    const std::optional<TypeText>& plain = plain_.spell(variable.type, variable.cxx);
+    const std::optional<TypeText>& full = full_.spell(variable.type, variable.cxx);
+    if (!plain || !full) return;
+    const std::optional<std::uint64_t> size = sizeWithoutPointers(variable.type);
+    sizes.add(soughtName(*plain), size);
+    sizes.add(soughtName(*full), size);
+    const std::string own = tableName(variable.name).substr(0, variable.name.find('<'));
+    const std::string declaration = (variable.internal ? "static " : "") + (qualified_ ? full : plain)->declare(own) +
+                                    " /* 0x" + hexadecimal(variable.address) + " */;";
+    if (!isHeld(declaration, variable.address)) return;
+    declarations += declaration + "\n";
+    ++summary.declarations;
+  }
+
+  // Whether the index build will make an item with this type and name of the line.
+  static bool isHeld(const std::string& declaration, std::uint64_t address) {
+    if (declaration.size() > 4999 || declaration.find(':') != std::string::npos) return false;
+    TMAP listed;
+    listed[hexadecimal(address)] = 0;
+    ItemType item;
+    return itemFromDeclaration(declaration, listed, item) && *item.DataField.getDataType() != '\0' &&
+           *item.DataField.getVarName() != '\0';
+  }
+
+  // The size of a type behind all its pointers and arrays; none for functions, references, unnamed and incomplete
+  // types.
+  static std::optional<std::uint64_t> sizeWithoutPointers(Dwarf_Die type);
+
+  const Variables& variables_;
+  TypeNames plain_, full_;
+  const bool qualified_;
+};
+
+std::optional<std::uint64_t> TableMaker::sizeWithoutPointers(Dwarf_Die type) {
+  for (int depth = 0; depth < 64; ++depth) {
+    Dwarf_Die inner;
+    switch (dwarf_tag(&type)) {
+      case DW_TAG_pointer_type:
+      case DW_TAG_array_type:
+      case DW_TAG_const_type:
+      case DW_TAG_volatile_type:
+      case DW_TAG_restrict_type:
+      case DW_TAG_atomic_type:
+        if (!referredDie(type, DW_AT_type, inner)) return {};
+        type = inner;
+        continue;
+      case DW_TAG_subroutine_type:
+      case DW_TAG_reference_type:
+      case DW_TAG_rvalue_reference_type:
+        return {};
+      default:
+        break;
+    }
+    Dwarf_Word size = 0;
+    if (dwarf_diename(&type) == nullptr || dwarf_aggregate_size(&type, &size) != 0) return {};
+    return size;
+  }
+  return {};
+}
+
+}  // namespace
+
+TableSummary makeTables(const std::string& executable, const std::string& directory, bool qualified) {
+  const DebugFile file(executable);
+  const Variables variables = readVariables(file);
+  TableMaker maker(variables, qualified);
+  maker.make();
+  maker.summary.missingUnits = variables.missingUnits.size();
+  if (!variables.missingUnits.empty()) maker.summary.firstMissingUnit = variables.missingUnits.front();
+  if (variables.list.empty() && !variables.missingUnits.empty()) {
+    throw UserError(executable + ": its debugging information was split off, and " + variables.missingUnits.front() +
+                    " cannot be found; it has to lie where the compiler left it");
+  }
+  makeDirectory(directory);
+  OutputFiles output(directory);
+  output.write("objdump.1", maker.list);
+  output.write("objdump.txt", maker.declarations);
+  output.write("sizes.tbl", maker.sizes.text());
+  output.commit();
+  return maker.summary;
+}

@@ -1,0 +1,348 @@
+#include "typeNames.h"
+
+#include <dwarf.h>
+
+#include <algorithm>
+#include <cctype>
+
+namespace {
+
+bool isWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$'; }
+
+// The words of one integer type, as gdb orders them.
+class IntegerWords {
+ public:
+  // Takes `word` if it can be part of an integer type.
+  bool take(std::string_view word) {
+    if (word == "unsigned")
+      isUnsigned_ = true;
+    else if (word == "signed")
+      isSigned_ = true;
+    else if (word == "long")
+      ++longs_;
+    else if (word == "short")
+      isShort_ = true;
+    else if (word == "int" || word == "char" || word == "__int128" || (word == "double" && longs_ > 0))
+      kind_ = word;
+    else
+      return false;
+    ++count_;
+    return true;
+  }
+  bool empty() const { return count_ == 0; }
+  std::string text() const {
+    std::string result;
+    const auto add = [&result](std::string_view word) { result.append(result.empty() ? "" : " ").append(word); };
+    if (isUnsigned_) add("unsigned");
+    if (isSigned_ && kind_ == "char") add("signed");
+    if (isShort_) add("short");
+    for (int i = 0; i < longs_; ++i) add("long");
+    if (kind_ == "int" || kind_.empty()) {
+      if (!isShort_ && longs_ == 0) add("int");
+    } else {
+      add(kind_);
+    }
+    return result;
+  }
+
+ private:
+  int count_ = 0;
+  int longs_ = 0;
+  bool isUnsigned_ = false, isSigned_ = false, isShort_ = false;
+  std::string_view kind_;
+};
+
+}  // namespace
+
+std::string canonicalName(std::string_view name) {
+  std::string result;
+  IntegerWords integer;
+  bool blankBefore = false;
+  const auto flush = [&] {
+    if (integer.empty()) return;
+    result += integer.text();
+    if (blankBefore) result += ' ';
+    integer = {};
+    blankBefore = false;
+  };
+  for (std::size_t at = 0; at < name.size();) {
+    if (isWordChar(name[at])) {
+      const std::size_t begin = at;
+      while (at < name.size() && isWordChar(name[at])) ++at;
+      const std::string_view word = name.substr(begin, at - begin);
+      if (integer.take(word)) {
+        blankBefore = false;
+        continue;
+      }
+      flush();
+      result += word;
+      continue;
+    }
+    const char c = name[at++];
+    if (c == ' ' && !integer.empty()) {
+      blankBefore = true;
+      continue;
+    }
+    flush();
+    if (c == '>' && result.ends_with('>') && !result.ends_with("->")) result += ' ';
+    result += c;
+  }
+  blankBefore = false;
+  flush();
+  return result;
+}
+
+std::string withoutScopes(std::string_view name) {
+  std::string result;
+  std::vector<std::size_t> starts{0};  // where the name at work began, for each open bracket
+  for (std::size_t at = 0; at < name.size(); ++at) {
+    const char c = name[at];
+    if (c == ':' && name.substr(at).starts_with("::")) {
+      // The '*' of a pointer to a member needs its class.
+      if (name.substr(at).starts_with("::*")) {
+        result += "::";
+      } else {
+        result.resize(starts.back());
+      }
+      ++at;
+      continue;
+    }
+    result += c;
+    if (c == '<' || c == '(' || c == '[' || c == '{') {
+      starts.push_back(result.size());
+    } else if ((c == '>' || c == ')' || c == ']' || c == '}') && starts.size() > 1) {
+      starts.pop_back();
+    } else if (c == ' ' || c == ',' || c == '*' || c == '&') {
+      starts.back() = result.size();
+    }
+  }
+  return result;
+}
+
+std::vector<std::string> Scopes::path(Id scope) const {
+  std::vector<std::string> names;
+  for (; scope != global; scope = scopes_[scope - 1].parent) names.emplace_back(scopes_[scope - 1].name);
+  std::reverse(names.begin(), names.end());
+  return names;
+}
+
+std::string TypeText::type() const {
+  std::string around = prefix;
+  around.erase(around.find_last_not_of(' ') + 1);
+  around += suffix;
+  return around.empty() ? base : base + " " + around;
+}
+
+std::string TypeText::declare(const std::string& name) const {
+  return apart ? type() + " " + name : base + " " + prefix + name + suffix;
+}
+
+bool referredDie(Dwarf_Die& die, unsigned name, Dwarf_Die& result) {
+  Dwarf_Attribute attribute;
+  Dwarf_Attribute* found = dwarf_attr(&die, name, &attribute);
+  return found != nullptr && dwarf_formref_die(found, &result) != nullptr;
+}
+
+// Builds the text of one type.
+struct TypeNames::Builder {
+  const Scopes& scopes;
+  bool qualified;
+  bool cxx;
+  TypeText text{};
+  bool damaged = false;
+
+  static constexpr int deepest = 64;  // types within types; a longer chain goes in circles
+
+  // What stands behind a '*' or before a base type: "const volatile".
+  struct Qualifiers {
+    bool isConst = false, isVolatile = false, isRestrict = false, isAtomic = false;
+
+    bool take(int tag) {
+      if (tag == DW_TAG_const_type)
+        isConst = true;
+      else if (tag == DW_TAG_volatile_type)
+        isVolatile = true;
+      else if (tag == DW_TAG_restrict_type)
+        isRestrict = true;
+      else if (tag == DW_TAG_atomic_type)
+        isAtomic = true;
+      else
+        return tag == DW_TAG_packed_type || tag == DW_TAG_shared_type;
+      return true;
+    }
+    std::string words(bool cxx) const {
+      std::string result;
+      const auto add = [&result](const char* word) { result.append(result.empty() ? "" : " ").append(word); };
+      if (isConst) add("const");
+      if (isVolatile) add("volatile");
+      if (isRestrict) add(cxx ? "__restrict__" : "restrict");
+      if (isAtomic) add(cxx ? "std::atomic" : "_Atomic");
+      return result;
+    }
+  };
+
+  // Adds the text of the type that `of` has (void when none). `inPointer`: it is what a pointer points to, so that
+  // functions and arrays need brackets around it. `blankBehind`: more follows behind qualifiers of a pointer.
+  void addTypeOf(Dwarf_Die& of, int depth, bool inPointer, bool blankBehind) {
+    Dwarf_Die type;
+    if (referredDie(of, DW_AT_type, type)) {
+      add(type, depth + 1, inPointer, blankBehind);
+    } else if (dwarf_hasattr(&of, DW_AT_type)) {
+      damaged = true;
+    } else {
+      text.base = "void";
+    }
+  }
+
+  void add(Dwarf_Die type, int depth, bool inPointer, bool blankBehind) {
+    Qualifiers qualifiers;
+    while (qualifiers.take(dwarf_tag(&type))) {
+      Dwarf_Die inner;
+      if (++depth > deepest) break;
+      if (!referredDie(type, DW_AT_type, inner)) {
+        text.base = qualifiers.words(cxx) + " void";
+        return;
+      }
+      type = inner;
+    }
+    if (depth > deepest || damaged) {
+      damaged = true;
+      return;
+    }
+    switch (dwarf_tag(&type)) {
+      case DW_TAG_pointer_type:
+        addPointer(type, depth, "*", qualifiers, blankBehind);
+        break;
+      case DW_TAG_reference_type:
+        addPointer(type, depth, "&", qualifiers, blankBehind);
+        break;
+      case DW_TAG_rvalue_reference_type:
+        addPointer(type, depth, "&&", qualifiers, blankBehind);
+        break;
+      case DW_TAG_ptr_to_member_type:
+        addMemberPointer(type, depth);
+        break;
+      case DW_TAG_subroutine_type:
+        addFunction(type, depth, inPointer);
+        break;
+      case DW_TAG_array_type:
+        addArray(type, depth, inPointer, blankBehind, qualifiers);
+        break;
+      default:
+        addBase(type, qualifiers);
+    }
+  }
+
+  void addPointer(Dwarf_Die& type, int depth, const char* mark, const Qualifiers& qualifiers, bool blankBehind) {
+    const bool isReference = *mark == '&';
+    addTypeOf(type, depth, true, !isReference);
+    if (isReference) text.apart = true;
+    text.prefix += mark;
+    if (const std::string words = qualifiers.words(cxx); !words.empty()) {
+      text.prefix += " " + words + (blankBehind ? " " : "");
+    }
+  }
+
+  void addMemberPointer(Dwarf_Die& type, int depth) {
+    Dwarf_Die target;
+    const bool toFunction = referredDie(type, DW_AT_type, target) && dwarf_tag(&target) == DW_TAG_subroutine_type;
+    addTypeOf(type, depth, toFunction, false);
+    Dwarf_Die of;
+    if (!referredDie(type, DW_AT_containing_type, of))
+      damaged = true;
+    else
+      text.prefix += typeName(of) + "::*";
+    text.apart = true;
+  }
+
+  void addFunction(Dwarf_Die& type, int depth, bool inPointer) {
+    text.apart = true;
+    text.suffix += (inPointer ? ")" : "") + parameters(type, depth);
+    addTypeOf(type, depth, false, false);
+    if (inPointer) text.prefix += "(";
+  }
+
+  std::string parameters(Dwarf_Die& type, int depth) {
+    std::string list;
+    Dwarf_Die child;
+    for (int more = dwarf_child(&type, &child); more == 0 && !damaged; more = dwarf_siblingof(&child, &child)) {
+      if (dwarf_tag(&child) == DW_TAG_unspecified_parameters) {
+        list += list.empty() ? "..." : ", ...";
+      } else if (dwarf_tag(&child) == DW_TAG_formal_parameter) {
+        Builder parameter{scopes, qualified, cxx};
+        parameter.addTypeOf(child, depth, false, false);
+        damaged = parameter.damaged;
+        list += (list.empty() ? "" : ", ") + parameter.text.type();
+      }
+    }
+    const bool saysNothing = list.empty() && !cxx && !dwarf_hasattr(&type, DW_AT_prototyped);
+    return "(" + (list.empty() && !saysNothing ? "void" : list) + ")";
+  }
+
+  void addArray(Dwarf_Die& type, int depth, bool inPointer, bool blankBehind, const Qualifiers& qualifiers) {
+    if (inPointer) text.apart = true;
+    text.suffix += inPointer ? ")" : "";
+    Dwarf_Die child;
+    for (int more = dwarf_child(&type, &child); more == 0; more = dwarf_siblingof(&child, &child)) {
+      if (dwarf_tag(&child) == DW_TAG_subrange_type) text.suffix += "[" + extent(child) + "]";
+    }
+    addTypeOf(type, depth, false, blankBehind);
+    // Qualifiers of an array are those of its elements.
+    const std::string words = qualifiers.words(cxx);
+    if (!words.empty() && text.prefix.empty()) text.base.insert(0, words + " ");
+    if (inPointer) text.prefix += "(";
+  }
+
+  static std::string extent(Dwarf_Die& dimension) {
+    Dwarf_Attribute attribute;
+    Dwarf_Word number = 0;
+    if (dwarf_formudata(dwarf_attr(&dimension, DW_AT_count, &attribute), &number) == 0) return std::to_string(number);
+    if (dwarf_formudata(dwarf_attr(&dimension, DW_AT_upper_bound, &attribute), &number) != 0) return "";
+    // An array without elements has the upper bound -1, in as many bytes as the producer liked.
+    const bool none = number == ~Dwarf_Word{0} || number == 0xffffffff;
+    return none ? "0" : std::to_string(number + 1);
+  }
+
+  void addBase(Dwarf_Die& type, const Qualifiers& qualifiers) {
+    const std::string words = qualifiers.words(cxx);
+    text.base = (words.empty() ? "" : words + " ") + keyword(type) + typeName(type);
+  }
+
+  std::string keyword(Dwarf_Die& type) const {
+    const bool named = dwarf_diename(&type) != nullptr;
+    if (cxx && named) return "";
+    switch (dwarf_tag(&type)) {
+      case DW_TAG_structure_type:
+        return "struct ";
+      case DW_TAG_class_type:
+        return "class ";
+      case DW_TAG_union_type:
+        return "union ";
+      case DW_TAG_enumeration_type:
+        return "enum ";
+      default:
+        return "";
+    }
+  }
+
+  std::string typeName(Dwarf_Die& type) const {
+    // The definition of a class in another unit knows its scope, a declaration here may too.
+    const char* name = dwarf_diename(&type);
+    if (name == nullptr) return "{...}";
+    const std::string canonical = canonicalName(name);
+    if (!cxx) return canonical;
+    if (!qualified) return withoutScopes(canonical);
+    std::string result;
+    for (const std::string& scope : scopes.path(scopes.of(type))) result += scope + "::";
+    return result + canonical;
+  }
+};
+
+const std::optional<TypeText>& TypeNames::spell(const Dwarf_Die& type, bool cxx) {
+  const auto [known, isNew] = known_[cxx ? 1 : 0].try_emplace(type.addr);
+  if (!isNew) return known->second;
+  Builder builder{scopes_, qualified_, cxx};
+  builder.add(type, 0, false, true);
+  if (!builder.damaged) known->second = builder.text;
+  return known->second;
+}

@@ -1,0 +1,235 @@
+#include "variables.h"
+
+#include <dwarf.h>
+
+#include <algorithm>
+#include <optional>
+
+namespace {
+
+constexpr int deepestNesting = 256;  // of entries; more is damage
+
+// Whether an attribute says yes: a declaration only for itself, the rest also for what it completes.
+bool isFlagSet(Dwarf_Die& die, unsigned name) {
+  Dwarf_Attribute attribute;
+  const auto read = name == DW_AT_declaration ? dwarf_attr : dwarf_attr_integrate;
+  bool value = false;
+  return dwarf_formflag(read(&die, name, &attribute), &value) == 0 && value;
+}
+
+// The address that a location expression consists of, if it is such.
+std::optional<std::uint64_t> fixedAddress(Dwarf_Die& die) {
+  Dwarf_Attribute attribute;
+  if (dwarf_attr(&die, DW_AT_location, &attribute) == nullptr) return {};
+  Dwarf_Op* operations = nullptr;
+  std::size_t count = 0;
+  if (dwarf_getlocation(&attribute, &operations, &count) != 0 || count == 0) return {};
+  std::uint64_t address = 0;
+  switch (operations[0].atom) {
+    case DW_OP_addr:
+      address = operations[0].number;
+      break;
+    case DW_OP_addrx:
+    case DW_OP_GNU_addr_index: {
+      Dwarf_Attribute indexed;
+      if (dwarf_getlocation_attr(&attribute, operations, &indexed) != 0) return {};
+      if (dwarf_formaddr(&indexed, &address) != 0) return {};
+      break;
+    }
+    default:
+      return {};
+  }
+  if (count == 1) return address;
+  // A variable that the compiler made part of a larger object.
+  if (count == 2 && operations[1].atom == DW_OP_plus_uconst) return address + operations[1].number;
+  return {};
+}
+
+// The entries that together describe a variable: the one with the address first, then what it completes: the
+// declaration in a class or namespace, or the abstract description of a static in an inlined function.
+std::vector<Dwarf_Die> descriptions(const Dwarf_Die& die) {
+  constexpr std::size_t most = 8;
+  std::vector<Dwarf_Die> chain{die};
+  Dwarf_Die next;
+  while (chain.size() < most && (referredDie(chain.back(), DW_AT_specification, next) ||
+                                 referredDie(chain.back(), DW_AT_abstract_origin, next))) {
+    chain.push_back(next);
+  }
+  return chain;
+}
+
+class Reader {
+ public:
+  explicit Reader(const DebugFile& file) : file_(file) {}
+
+  Variables read() {
+    result_.missingUnits = file_.forEachUnit([this](Dwarf_Die& top) { readUnit(top); });
+    for (Candidate& candidate : candidates_) complete(candidate);
+    sortAndUnite();
+    return std::move(result_);
+  }
+
+ private:
+  // A variable with an address whose other descriptions may not have been reached yet.
+  struct Candidate {
+    Dwarf_Die die;
+    std::uint64_t address;
+    Scopes::Id scope;
+    bool inFunction;
+    bool cxx;
+  };
+  struct Place {
+    Scopes::Id scope = Scopes::global;
+    bool inFunction = false;
+  };
+
+  void readUnit(Dwarf_Die& top) {
+    const int language = dwarf_srclang(&top);
+    cxx_ = language != DW_LANG_C && language != DW_LANG_C89 && language != DW_LANG_C99 && language != DW_LANG_C11;
+    readChildren(top, {}, 0);
+  }
+
+  void readChildren(Dwarf_Die& parent, Place place, int depth) {
+    if (depth > deepestNesting) return;
+    Dwarf_Die child;
+    for (int more = dwarf_child(&parent, &child); more == 0; more = dwarf_siblingof(&child, &child)) {
+      readEntry(child, place, depth);
+    }
+  }
+
+  void readEntry(Dwarf_Die& die, Place place, int depth) {
+    switch (dwarf_tag(&die)) {
+      case DW_TAG_variable:
+        readVariable(die, place);
+        break;
+      case DW_TAG_member:
+      case DW_TAG_typedef:
+        result_.scopes.note(die, place.scope);
+        break;
+      case DW_TAG_namespace: {
+        const char* name = dwarf_diename(&die);
+        readInner(die, name != nullptr ? name : "(anonymous namespace)", place, depth);
+        break;
+      }
+      case DW_TAG_structure_type:
+      case DW_TAG_class_type:
+      case DW_TAG_union_type:
+      case DW_TAG_enumeration_type:
+        result_.scopes.note(die, place.scope);
+        readInner(die, dwarf_diename(&die), place, depth);
+        break;
+      case DW_TAG_subprogram:
+        place.inFunction = true;
+        readInner(die, dwarf_diename(&die), place, depth);
+        break;
+      case DW_TAG_lexical_block:
+      case DW_TAG_inlined_subroutine:
+      case DW_TAG_try_block:
+      case DW_TAG_catch_block:
+      case DW_TAG_module:
+      case DW_TAG_common_block:
+        readChildren(die, place, depth + 1);
+        break;
+      default:
+        break;
+    }
+  }
+
+  void readInner(Dwarf_Die& die, const char* name, Place place, int depth) {
+    if (!dwarf_haschildren(&die)) return;
+    if (name != nullptr && cxx_) place.scope = result_.scopes.enter(outerScope(die, place.scope), name);
+    readChildren(die, place, depth + 1);
+  }
+
+  // The scope around a namespace, class or function: that of its declaration where it is defined elsewhere.
+  Scopes::Id outerScope(Dwarf_Die& die, Scopes::Id here) { return result_.scopes.of(descriptions(die).back(), here); }
+
+  void readVariable(Dwarf_Die& die, const Place& place) {
+    result_.scopes.note(die, place.scope);
+    const auto address = fixedAddress(die);
+    if (!address || isFlagSet(die, DW_AT_declaration)) return;
+    const std::uint64_t inExecutable = file_.toExecutable(*address);
+    if (file_.isInMemory(inExecutable)) candidates_.push_back({die, inExecutable, place.scope, place.inFunction, cxx_});
+  }
+
+  void complete(Candidate& candidate) {
+    std::vector<Dwarf_Die> chain = descriptions(candidate.die);
+    GlobalVariable variable;
+    const char* name = dwarf_diename(&candidate.die);
+    for (std::size_t i = 1; i < chain.size() && name == nullptr; ++i) name = dwarf_diename(&chain[i]);
+    if (name == nullptr || *name == '\0') return;
+    variable.name = name;
+    variable.address = candidate.address;
+    variable.scope = result_.scopes.of(chain.back(), candidate.scope);
+    variable.cxx = candidate.cxx;
+    variable.internal = candidate.inFunction || !isFlagSet(candidate.die, DW_AT_external);
+    readType(chain, variable);
+    readSize(chain, variable);
+    readDefinition(chain, variable);
+    result_.list.push_back(std::move(variable));
+  }
+
+  static void readType(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) {
+    for (Dwarf_Die& die : chain) {
+      if (referredDie(die, DW_AT_type, variable.type)) return;
+    }
+    variable.type.addr = nullptr;
+  }
+
+  // The symbol's size counts: only it knows the elements of a flexible array at the end.
+  void readSize(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) const {
+    const char* linkageName = nullptr;
+    for (Dwarf_Die& die : chain) {
+      Dwarf_Attribute attribute;
+      for (const unsigned kind : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name}) {
+        const char* found = dwarf_formstring(dwarf_attr(&die, kind, &attribute));
+        if (found != nullptr) linkageName = found;
+      }
+    }
+    variable.size = file_.symbolSize(variable.address, linkageName != nullptr ? linkageName : variable.name.c_str());
+    Dwarf_Word size = 0;
+    if (variable.size == 0 && variable.type.addr != nullptr && dwarf_aggregate_size(&variable.type, &size) == 0) {
+      variable.size = size;
+    }
+  }
+
+  static void readDefinition(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) {
+    for (Dwarf_Die& die : chain) {
+      const char* file = dwarf_decl_file(&die);
+      int line = 0;
+      if (file == nullptr || dwarf_decl_line(&die, &line) != 0) continue;
+      variable.file = file;
+      variable.line = line;
+      return;
+    }
+  }
+
+  // Sorts by address and keeps one of several descriptions of a variable. Different variables at one address stay if
+  // they have the same type; otherwise the first found stays, as a type is looked up by the address.
+  void sortAndUnite() {
+    std::vector<GlobalVariable>& list = result_.list;
+    std::stable_sort(list.begin(), list.end(), [](const auto& a, const auto& b) { return a.address < b.address; });
+    std::size_t kept = 0;
+    std::size_t groupBegin = 0;
+    for (GlobalVariable& variable : list) {
+      if (kept > 0 && list[groupBegin].address != variable.address) groupBegin = kept;
+      const auto repeats = [&](const GlobalVariable& earlier) {
+        return earlier.name == variable.name || earlier.type.addr != variable.type.addr;
+      };
+      const auto begin = list.begin() + static_cast<std::ptrdiff_t>(groupBegin);
+      if (std::any_of(begin, list.begin() + static_cast<std::ptrdiff_t>(kept), repeats)) continue;
+      if (&list[kept] != &variable) list[kept] = std::move(variable);
+      ++kept;
+    }
+    list.resize(kept);
+  }
+
+  const DebugFile& file_;
+  Variables result_;
+  std::vector<Candidate> candidates_;
+  bool cxx_ = false;
+};
+
+}  // namespace
+
+Variables readVariables(const DebugFile& file) { return Reader(file).read(); }
