@@ -62,7 +62,7 @@ int runTables(const TablesOptions& options) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   // Debugging information is looked for on this machine only.
   unsetenv("DEBUGINFOD_URLS");
   CLI::App app{"Finds type, size and place of definition of every global variable of C and C++ programs.", "tolquin"};
@@ -74,13 +74,11 @@ int main(int argc, char** argv) {
   defineTables(app, tables);
   defineScan(app, scanning, noDebugger);
   CLI11_PARSE(app, argc, argv);
-  try {
-    if (app.got_subcommand("tables")) return runTables(tables);
-    scanning.useDebugger = !noDebugger;
-    scanning.self = std::filesystem::read_symlink("/proc/self/exe");
-    return scan(scanning);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "tolquin: %s\n", error.what());
-    return 1;
-  }
+  if (app.got_subcommand("tables")) return runTables(tables);
+  scanning.useDebugger = !noDebugger;
+  scanning.self = std::filesystem::read_symlink("/proc/self/exe");
+  return scan(scanning);
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "tolquin: %s\n", error.what());
+  return 1;
 }

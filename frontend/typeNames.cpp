@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 namespace {
 
@@ -52,45 +53,82 @@ class IntegerWords {
   std::string_view kind_;
 };
 
+// Rewrites a name character by character into gdb's spelling.
+class Canonicalizer {
+ public:
+  std::string rewrite(std::string_view name) {
+    for (std::size_t at = 0; at < name.size();) {
+      if (isWordChar(name[at])) {
+        const std::size_t begin = at;
+        while (at < name.size() && isWordChar(name[at])) ++at;
+        takeWord(name.substr(begin, at - begin));
+      } else {
+        takeMark(name[at++]);
+      }
+    }
+    endInteger();
+    return std::move(result_);
+  }
+
+ private:
+  struct Bracket {
+    char open;
+    bool atStart = true;     // of an argument
+    std::string qualifiers;  // found there, to be put behind the argument's first type
+  };
+
+  bool inTemplate() const { return !brackets_.empty() && brackets_.back().open == '<'; }
+
+  void takeWord(std::string_view word) {
+    if (integer_.take(word)) {
+      blankAfterInteger_ = false;
+    } else if (inTemplate() && brackets_.back().atStart && (word == "const" || word == "volatile")) {
+      brackets_.back().qualifiers.append(" ").append(word);
+      return;
+    } else {
+      endInteger();
+      result_ += word;
+    }
+    if (!brackets_.empty()) brackets_.back().atStart = false;
+  }
+
+  void takeMark(char c) {
+    if (c == ' ' && !integer_.empty()) {
+      blankAfterInteger_ = true;
+      return;
+    }
+    if (c == ' ' && inTemplate() && brackets_.back().atStart) {
+      if (brackets_.back().qualifiers.empty()) result_ += c;
+      return;
+    }
+    const bool endsType = c == '*' || c == '&' || c == ',' || c == '>';
+    if (endsType) blankAfterInteger_ = false;
+    endInteger();
+    if (endsType && inTemplate()) result_ += std::exchange(brackets_.back().qualifiers, "");
+    if (c == '>' && result_.ends_with('>') && !result_.ends_with("->")) result_ += ' ';
+    result_ += c;
+    if (c == '<' || c == '(') brackets_.push_back({.open = c, .qualifiers = {}});
+    if ((c == '>' || c == ')') && !brackets_.empty()) brackets_.pop_back();
+    if (c == ',' && !brackets_.empty()) brackets_.back().atStart = true;
+  }
+
+  void endInteger() {
+    if (integer_.empty()) return;
+    result_ += integer_.text();
+    if (blankAfterInteger_) result_ += ' ';
+    integer_ = {};
+    blankAfterInteger_ = false;
+  }
+
+  std::string result_;
+  IntegerWords integer_;
+  bool blankAfterInteger_ = false;
+  std::vector<Bracket> brackets_;
+};
+
 }  // namespace
 
-std::string canonicalName(std::string_view name) {
-  std::string result;
-  IntegerWords integer;
-  bool blankBefore = false;
-  const auto flush = [&] {
-    if (integer.empty()) return;
-    result += integer.text();
-    if (blankBefore) result += ' ';
-    integer = {};
-    blankBefore = false;
-  };
-  for (std::size_t at = 0; at < name.size();) {
-    if (isWordChar(name[at])) {
-      const std::size_t begin = at;
-      while (at < name.size() && isWordChar(name[at])) ++at;
-      const std::string_view word = name.substr(begin, at - begin);
-      if (integer.take(word)) {
-        blankBefore = false;
-        continue;
-      }
-      flush();
-      result += word;
-      continue;
-    }
-    const char c = name[at++];
-    if (c == ' ' && !integer.empty()) {
-      blankBefore = true;
-      continue;
-    }
-    flush();
-    if (c == '>' && result.ends_with('>') && !result.ends_with("->")) result += ' ';
-    result += c;
-  }
-  blankBefore = false;
-  flush();
-  return result;
-}
+std::string canonicalName(std::string_view name) { return Canonicalizer().rewrite(name); }
 
 std::string withoutScopes(std::string_view name) {
   std::string result;
@@ -287,9 +325,9 @@ struct TypeNames::Builder {
       if (dwarf_tag(&child) == DW_TAG_subrange_type) text.suffix += "[" + extent(child) + "]";
     }
     addTypeOf(type, depth, false, blankBehind);
-    // Qualifiers of an array are those of its elements.
-    const std::string words = qualifiers.words(cxx);
-    if (!words.empty() && text.prefix.empty()) text.base.insert(0, words + " ");
+    // Qualifiers of an array are those of its elements, which mostly have them anyway.
+    const std::string words = qualifiers.words(cxx) + " ";
+    if (words != " " && text.prefix.empty() && !text.base.starts_with(words)) text.base.insert(0, words);
     if (inPointer) text.prefix += "(";
   }
 
@@ -329,7 +367,7 @@ struct TypeNames::Builder {
     // The definition of a class in another unit knows its scope, a declaration here may too.
     const char* name = dwarf_diename(&type);
     if (name == nullptr) return "{...}";
-    const std::string canonical = canonicalName(name);
+    std::string canonical = canonicalName(name);
     if (!cxx) return canonical;
     if (!qualified) return withoutScopes(canonical);
     std::string result;

@@ -1,10 +1,14 @@
 #include "a2lControl.h"
 
 #include <cctype>
+#include <csignal>
 #include <cstdarg>
+#include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "objRead.h"
+#include "util.h"
 
 const ToolNames A2LControl::names{"A2L", "a2l"};
 ChildState A2LControl::child;
@@ -36,7 +40,7 @@ ReplyKind parseReply(std::string_view line, SourceLocation& location) {
     if (!isLineNumber(pieces.back())) return ReplyKind::Noise;
     pieces = {std::string(line.substr(0, line.rfind(':'))), pieces.back()};
   }
-  location = {pieces[0], std::atoi(pieces[1].c_str())};
+  location = {pieces[0], saturatingInt(pieces[1].c_str(), 10)};
   return ReplyKind::Location;
 }
 
@@ -64,40 +68,52 @@ reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
 
 void A2LControl::childhandler(int) { collectChildren(); }
 
+// The end of a wait that begins now.
+Deadline A2LControl::patienceEnd() const { return Clock::now() + (mute ? Clock::duration(pieceEndPause) : patience); }
+
 void A2LControl::requestLocation(const char* address) {
   // While replies are overdue, what is at hand has to be counted.
   if (overdue == 0) session.dropTextAtHand();
   wasRunning = session.isRunning();
   processor.beforeQuestion();
   const std::string request = std::string(address) + '\n';
-  const auto patience = mute ? Clock::duration(pieceEndPause) : Clock::duration(replyPatience);
-  const bool sent = session.send(request, Clock::now() + patience) > 0;
+  const bool sent = session.send(request, patienceEnd()) > 0;
   expected = sent ? static_cast<unsigned>((request.size() + inputBite - 1) / inputBite) : 0;
 }
 
 SourceLocation A2LControl::awaitLocation() {
   SourceLocation location;
   std::string line;
-  auto deadline = Clock::now() + (mute ? Clock::duration(pieceEndPause) : Clock::duration(replyPatience));
+  bool heard = false;
+  Patience listening(patienceEnd());
   while (expected > 0) {
-    const Text text = session.nextText(line, deadline);
-    if (text == Text::End) {
+    const Heard what = session.nextText(line, listening);
+    if (what == Heard::End) {
       session.noteEnd(wasRunning);
       expected = 0;
-      return location;
+    } else if (what == Heard::Silence) {
+      giveUp(heard);
+    } else if (takeReply(line, location)) {
+      heard = true;
+      if (std::exchange(mute, false)) listening.extend(patienceEnd());
     }
-    if (text == Text::Silence) {
-      overdue += std::exchange(expected, 0);
-      mute = true;
-      return location;
-    }
-    if (takeReply(line, location) && std::exchange(mute, false)) deadline = Clock::now() + replyPatience;
   }
   // What is readable when the reply is complete belongs to it; only an unknown place can still gain by it.
-  while (location.file.empty() && overdue == 0 && session.nextTextAtHand(line) == Text::Line) {
+  Patience atHand(Clock::now());
+  while (location.file.empty() && overdue == 0 && session.nextText(line, atHand) == Heard::Line) {
     takeReply(line, location);
   }
   return location;
+}
+
+// Ends a wait that was in vain. `heard`: replies did come, but fewer than were owed. Then nobody knows any more to
+// which request the next one belongs, and only a new child can be trusted.
+void A2LControl::giveUp(bool heard) {
+  overdue += std::exchange(expected, 0);
+  mute = true;
+  if (!heard) return;
+  endA2L();
+  if (restarts++ < mostRestarts) startA2L();
 }
 
 // Counts one line of output. Returns whether it is a reply rather than noise.

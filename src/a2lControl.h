@@ -36,9 +36,11 @@ class A2LControl {
  public:
   /// Most patience with one reply while the child lives.
   static constexpr std::chrono::seconds replyPatience{20};
+  static constexpr int mostRestarts = 3;
 
-  /// `exe`: path of the executable to analyse. Starts nothing.
-  explicit A2LControl(const char* exe) : exename(exe), session(names, child) {}
+  /// `exe`: path of the executable to analyse; `replyWait`: patience with one reply, for awaitLocation. Starts nothing.
+  explicit A2LControl(const char* exe, Clock::duration replyWait = replyPatience)
+      : exename(exe), patience(replyWait), session(names, child) {}
   ~A2LControl() { endA2L(); }
   A2LControl(const A2LControl&) = delete;
   A2LControl& operator=(const A2LControl&) = delete;
@@ -81,19 +83,24 @@ class A2LControl {
 
   /// Second half: waits until the reply to the outstanding request is complete and returns the location that it
   /// names. At most `replyPatience` while the child lives; once that has been in vain, 100 microseconds a call until
-  /// the child is heard again. Replies to requests given up before are recognised as such and dropped.
+  /// the child is heard again. Replies to requests given up before are recognised as such and dropped. A child that
+  /// then leaves another reply out cannot be followed any more: it is started anew, at most `mostRestarts` times.
   SourceLocation awaitLocation();
 
  private:
+  Deadline patienceEnd() const;
   bool takeReply(const std::string& line, SourceLocation& location);
+  void giveUp(bool heard);
 
   static const ToolNames names;
   static ChildState child;
   const std::string exename;
+  const Clock::duration patience;
   ToolSession session;
   SameProcessor processor{child};
   bool wasRunning = false;    // when the outstanding request was sent
   unsigned expected = 0;      // lines that the outstanding request is still owed
   unsigned long overdue = 0;  // lines owed to requests that were given up
   bool mute = false;          // the last wait was in vain
+  int restarts = 0;
 };

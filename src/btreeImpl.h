@@ -145,7 +145,8 @@ void BTTableClass<KeyFieldType, ItemType>::PushDown(const ItemType& CurrentItem,
   if (Level == mostLevels) DataFile.fail(CurrentRoot, "damaged: on a path that does not end");
   int Location = 0;
   const Node& onTheWay = Load(CurrentRoot);
-  if (SearchNode(onTheWay, CurrentItem.KeyField, Location)) throw duplicateMessage;
+  if (SearchNode(onTheWay, CurrentItem.KeyField, Location))
+    throw duplicateMessage;  // NOLINT(misc-throw-by-value-catch-by-reference): Insert's own signal
   PushDown(CurrentItem, onTheWay.Branch[Location + 1], Level + 1, MoveUp, NewItem, NewRight);
   if (!MoveUp) return;
   Node& current = Load(CurrentRoot);

@@ -139,25 +139,22 @@ WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* c
   return errno == EINTR ? WaitResult::Interrupted : WaitResult::Failed;
 }
 
-// Has access to the fields of a ChildState that only a new child may set.
-class Spawner {
- public:
-  static int spawn(const SpawnRequest& request, ChildState& state) {
-    Pipe status;
-    if (!makePipe(status)) return errno;
-    const SigchldBlocked blocked;
-    const pid_t parent = getpid();
-    const pid_t pid = fork();
-    if (pid < 0) return errno;
-    if (pid == 0) ChildSide(request, blocked.previous(), parent, status.writeEnd.get()).run();
-    status.writeEnd.reset();
-    state.pid_ = pid;
-    // The pipe closes unwritten at the exec; a byte, or an end before the exec, is the end of the child.
-    char failed = 0;
-    state.active_ = readRetrying(status.readEnd.get(), &failed, 1) == 0 ? 1 : 0;
-    if (!state.active_) waitpid(pid, nullptr, 0);
-    return 0;
-  }
-};
-
-int spawn(const SpawnRequest& request, ChildState& state) { return Spawner::spawn(request, state); }
+int spawn(const SpawnRequest& request, ChildState& state) {
+  Pipe status;
+  if (!makePipe(status)) return errno;
+  const SigchldBlocked blocked;
+  const pid_t parent = getpid();
+  const pid_t pid = fork();
+  if (pid < 0) return errno;
+  if (pid == 0) ChildSide(request, blocked.previous(), parent, status.writeEnd.get()).run();
+  status.writeEnd.reset();
+  state.pid_ = pid;
+  // An end without a byte: the exec worked, or the child was killed before it, which SIGCHLD will tell. A byte: it
+  // failed.
+  char failed = 0;
+  state.active_ = readRetrying(status.readEnd.get(), &failed, 1) == 0 ? 1 : 0;
+  if (state.active_) return 0;
+  ::kill(pid, SIGKILL);
+  waitpid(pid, nullptr, 0);
+  return 0;
+}

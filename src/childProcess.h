@@ -8,13 +8,16 @@
 #include <chrono>
 #include <csignal>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 using Clock = std::chrono::steady_clock;
 using Deadline = Clock::time_point;
 
-/// What is known of the latest child of one kind. Objects live for the whole program (the signal handler reaches
-/// them at any time), and are trivially destroyed so that they do so even during exit.
+struct SpawnRequest;
+
+/// What is known of the latest child of one kind. Objects have to live for the whole program, as the signal handler
+/// reaches them at any time.
 class ChildState {
  public:
   ChildState();
@@ -37,12 +40,14 @@ class ChildState {
 
  private:
   friend void collectChildren();
-  friend class Spawner;
+  friend int spawn(const SpawnRequest& request, ChildState& state);
 
   volatile std::sig_atomic_t active_ = 0;
   std::atomic<pid_t> pid_{0};
   ChildState* const nextKnown_;
 };
+// So that the handler can still reach it while the program exits.
+static_assert(std::is_trivially_destructible_v<ChildState>);
 
 /// Collects every child of the process that has ended and marks those of them that a ChildState knows as not
 /// active. The body of a SIGCHLD handler: async-signal-safe, errno kept.

@@ -1,7 +1,9 @@
 #include "gdbControl.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdarg>
+#include <cstdio>
 
 const ToolNames GDBControl::names{"GDB", "gdb"};
 ChildState GDBControl::child;
@@ -53,12 +55,14 @@ GDBControl::StartResult GDBControl::awaitFirstPrompt() {
   bool heard = false;
   bool namesDbx = false;
   const Deadline end = Clock::now() + mostPatiences * std::chrono::seconds(startPatience);
+  Patience listening(exchangeDeadline(startPatience));
   for (;;) {
-    const Text text = session.nextText(line, std::min(end, exchangeDeadline(startPatience)), prompt);
-    if (text == Text::Prompt) return StartResult::Prompt;
-    if (text == Text::End) session.noteEnd(false);
-    if (text == Text::End && namesDbx) return StartResult::Refused;
-    if (text != Text::Line) return heard ? StartResult::NoPrompt : StartResult::Nothing;
+    const Heard what = session.nextText(line, listening, prompt);
+    if (what == Heard::Prompt) return StartResult::Prompt;
+    if (what == Heard::End) session.noteEnd(false);
+    if (what == Heard::End && namesDbx) return StartResult::Refused;
+    if (what != Heard::Line) return heard ? StartResult::NoPrompt : StartResult::Nothing;
+    listening.extend(std::min(end, exchangeDeadline(startPatience)));
     heard = true;
     namesDbx = namesDbx || line.find("--dbx") != std::string::npos;
   }
@@ -93,23 +97,33 @@ response* GDBControl::convGDB(unsigned int timeout, const char* fmt, ...) {
 
 void GDBControl::childhandler(int) { collectChildren(); }
 
+// The end of a silence that begins now.
+Deadline GDBControl::patienceEnd() const { return Clock::now() + (mute ? Clock::duration(pieceEndPause) : patience); }
+
 bool GDBControl::queryGDB(const std::string& command, const std::function<void(const std::string&)>& useLine) {
   if (overdue == 0) session.dropTextAtHand();
   const bool wasRunning = session.isRunning();
-  const auto nextDeadline = [&] { return exchangeDeadline(mute ? 0 : queryPatience); };
-  if (session.send(command, nextDeadline()) <= 0) return false;
-  const Deadline end = Clock::now() + mostPatiences * std::chrono::seconds(queryPatience);
+  if (session.send(command, patienceEnd()) <= 0) return false;
+  const Deadline end = Clock::now() + mostPatiences * patience;
+  Patience listening(patienceEnd());
   std::string line;
-  for (;;) {
-    const Text text = session.nextText(line, std::min(end, nextDeadline()), prompt);
-    if (text == Text::End) {
-      session.noteEnd(wasRunning);
-      return false;
-    }
-    mute = text == Text::Silence;
-    if (mute) ++overdue;
-    if (mute || (text == Text::Prompt && overdue == 0)) return !mute;
-    if (text == Text::Prompt) --overdue;
-    if (text == Text::Line && overdue == 0) useLine(line);
+  for (bool paid = false;;) {
+    const Heard what = session.nextText(line, listening, prompt);
+    if (what == Heard::End) session.noteEnd(wasRunning);
+    if (what == Heard::Silence) giveUp(paid);
+    if (what == Heard::End || what == Heard::Silence) return false;
+    mute = false;
+    listening.extend(std::min(end, patienceEnd()));
+    if (what == Heard::Prompt && overdue == 0) return true;
+    if (what == Heard::Prompt) paid = overdue-- > 0;
+    if (what == Heard::Line && overdue == 0) useLine(line);
   }
+}
+
+// Ends a wait that was in vain. `paid`: overdue prompts did come, but not all that gdb owed. Then nobody knows any more
+// to which command the next one belongs, and only a new gdb can be trusted.
+void GDBControl::giveUp(bool paid) {
+  ++overdue;
+  mute = true;
+  if (paid) child.kill(exchangeDeadline(1));
 }

@@ -21,8 +21,9 @@ class GDBControl {
   static constexpr unsigned int queryPatience = 20;
   static constexpr unsigned int endPatience = 60;
 
-  /// `exe`: path of the executable to debug. Starts nothing.
-  explicit GDBControl(const char* exe) : exename(exe), session(names, child) {}
+  /// `exe`: path of the executable to debug; `queryWait`: longest silence within an answer of queryGDB. Starts nothing.
+  explicit GDBControl(const char* exe, Clock::duration queryWait = std::chrono::seconds(queryPatience))
+      : exename(exe), patience(queryWait), session(names, child) {}
   ~GDBControl() { endGDB(); }
   GDBControl(const GDBControl&) = delete;
   GDBControl& operator=(const GDBControl&) = delete;
@@ -63,8 +64,9 @@ class GDBControl {
   /// An exchange that is paired with its own answer: sends `command`, which ends in a newline, and hands each line of
   /// the answer, newline removed and pauses within it joined, to `useLine`, up to the prompt. Gives up after
   /// `queryPatience` of silence; once that has been in vain, after 100 microseconds, until gdb is heard again.
-  /// Answers to commands given up before are recognised by their prompts and dropped. False when the answer did not
-  /// come whole, or the session is not active.
+  /// Answers to commands given up before are recognised by their prompts and dropped. A gdb that then leaves out
+  /// another prompt cannot be followed any more: it is killed, and the session is not active. False when the answer did
+  /// not come whole, or the session is not active.
   bool queryGDB(const std::string& command, const std::function<void(const std::string&)>& useLine);
 
  private:
@@ -72,11 +74,14 @@ class GDBControl {
 
   int launch(bool withDbx);
   StartResult awaitFirstPrompt();
+  Deadline patienceEnd() const;
+  void giveUp(bool paid);
 
   static const ToolNames names;
   static ChildState child;
   static bool refusesDbx;  // learnt at the first start
   const std::string exename;
+  const Clock::duration patience;
   ToolSession session;
   unsigned long overdue = 0;  // prompts owed to commands that were given up
   bool mute = false;          // the last wait was in vain

@@ -106,7 +106,7 @@ bool LineReader::next(std::string_view& line) {
 
 // Moves the unread rest to the front and reads one more block behind it.
 void LineReader::refill() {
-  constexpr std::size_t blockSize = 64 * 1024;
+  constexpr std::size_t blockSize = std::size_t{64} * 1024;
   buffer_.erase(0, begin_);
   begin_ = 0;
   const std::size_t kept = buffer_.size();
@@ -114,4 +114,5 @@ void LineReader::refill() {
   const ssize_t count = readRetrying(fd_.get(), buffer_.data() + kept, blockSize);
   buffer_.resize(kept + static_cast<std::size_t>(count > 0 ? count : 0));
   atEnd_ = count <= 0;
+  failed_ = count < 0;
 }

@@ -49,6 +49,8 @@ class LineReader {
   /// Opens `path` for reading; `isOpen` tells whether that worked.
   explicit LineReader(const char* path);
   bool isOpen() const { return static_cast<bool>(fd_); }
+  /// Whether reading ended with an error rather than at the end of the file.
+  bool failed() const { return failed_; }
 
   /// Delivers the next line without its newline; the text stays valid until the next call. A last line without a
   /// newline counts. False at the end of the file, at a read error, and at an overlong line.
@@ -61,4 +63,5 @@ class LineReader {
   std::string buffer_;
   std::size_t begin_ = 0;
   bool atEnd_ = false;
+  bool failed_ = false;
 };

@@ -148,7 +148,7 @@ bool readListedAddresses(const string& path, TMAP& listed) {
     if (word.front() == '0') word.remove_prefix(1);
     listed.emplace_hint(listed.end(), word, '\0');
   }
-  return true;
+  return !reader.failed();
 }
 
 bool readDeclarations(const string& path, const TMAP& listed, IndexTable& table) {
@@ -158,7 +158,7 @@ bool readDeclarations(const string& path, const TMAP& listed, IndexTable& table)
     ItemType item;
     if (itemFromDeclaration(line, listed, item)) table.Insert(item);
   }
-  return true;
+  return !reader.failed();
 }
 
 void reportUnreadable(const string& path) { std::fprintf(stderr, "cannot open %sto read\n", path.c_str()); }
@@ -195,9 +195,10 @@ void fillIndex(const string& directory, IndexTable& table) {
 
 IndexTable& crtMap() {
   const char* dbenv = std::getenv("DB");
-  const string directory = dbenv != nullptr ? dbenv : "./";
+  static const string directory = dbenv != nullptr ? dbenv : "./";
   static IndexTable btTable('w', (directory + "/vifa.dat").c_str());
-  fillIndex(directory, btTable);
+  static const bool filled = (fillIndex(directory, btTable), true);
+  static_cast<void>(filled);
   return btTable;
 }
 
@@ -279,9 +280,10 @@ bool getDataTypeFromGDB(const string& vname, string& dtype) {
   const char* exe = std::getenv("EXEFILE");
   if (exe == nullptr) return false;
   static GDBControl gctl(exe);
-  if (!gctl.isGdbActive()) gctl.startGDB();
   const string command = infoVarCommand(vname);
-  if (command.size() >= ToolSession::textSize || !gctl.isGdbActive()) return false;
+  if (command.size() >= ToolSession::textSize) return false;
+  if (!gctl.isGdbActive()) gctl.startGDB();
+  if (!gctl.isGdbActive()) return false;
   AnswerReader answer(vname, dtype);
   gctl.queryGDB(command, std::ref(answer));
   return answer.found();

@@ -42,11 +42,12 @@ struct ItemType {
   KeyFieldType KeyField{};
   DataFieldType DataField;
 
+  /// Whether all texts have an end.
   bool isWhole() const { return DataField.isWhole(); }
 };
 
 static_assert(sizeof(ItemType) == KFMaxPlus1 + 2000 + 500);
-static_assert(sizeof(NodeType<ItemType>) == 4 + MaxKeys * sizeof(ItemType) + 3 + 4 * MaxKeysPlusOne);
+static_assert(sizeof(NodeType<ItemType>) == 4 + MaxKeys * sizeof(ItemType) + 3 + std::size_t{4} * MaxKeysPlusOne);
 
 using IndexTable = BTTableClass<KeyFieldType, ItemType>;
 
@@ -78,7 +79,7 @@ std::string remove_all_scopes(const std::string& arg);
 bool itemFromDeclaration(std::string_view line, const TMAP& listed, ItemType& item);
 
 /// Fills `table` from `objdump.1` and `objdump.txt` in `directory` (text put before "/objdump.1" as it is). A file that
-/// cannot be opened is reported on standard error, and the table stays empty.
+/// cannot be opened is reported on standard error, and the table stays empty; so is one that cannot be read to its end.
 void fillIndex(const std::string& directory, IndexTable& table);
 
 /// Builds the index on the first call, in the directory that the environment variable DB names (default "./"), and
@@ -97,7 +98,9 @@ class AnswerReader {
   /// `dtype` has the type of the variable `vname` appended when it is found.
   AnswerReader(const std::string& vname, std::string& dtype) : vname_(vname), dtype_(dtype) {}
 
+  /// Examines the next line.
   void operator()(const std::string& line);
+  /// Whether the declaration was among the lines so far.
   bool found() const { return found_; }
 
  private:

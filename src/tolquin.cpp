@@ -44,7 +44,7 @@ struct Variable {
     line[0] = '\0';
     if (get_rec(objdump1, line) != 0) return false;
     char words[RecordSize];
-    std::strcpy(words, line);
+    std::memcpy(words, line, sizeof words);
     good = populate_sobjdump1(&record, words) == 0;
     if (good) str_trim(record.VariableName);
     return true;

@@ -6,7 +6,7 @@
 namespace {
 
 // A line longer than this is noise: it is dropped, so that a child cannot make the program hold more.
-constexpr std::size_t longestLine = 1024 * 1024;
+constexpr std::size_t longestLine = std::size_t{1024} * 1024;
 
 // How long the end of a child may take to be reported after the end of its output.
 constexpr std::chrono::seconds collectionPatience{1};
@@ -96,12 +96,12 @@ int ToolSession::readPiece(char* buffer, std::size_t size) {
   return stored > 0 ? static_cast<int>(stored) : static_cast<int>(result);
 }
 
-Text ToolSession::nextText(std::string& line, Deadline deadline, std::string_view prompt) {
+Heard ToolSession::nextText(std::string& line, Patience& patience, std::string_view prompt) {
   for (;;) {
-    Text kind;
-    if (takeText(line, prompt, kind)) return kind;
-    if (!fromTool_) return Text::End;
-    if (!waitFor(fromTool_.get(), POLLIN, deadline)) return child_.active() ? Text::Silence : Text::End;
+    if (const auto taken = takeText(line, prompt)) return *taken;
+    if (!fromTool_) return Heard::End;
+    if (!patience.lasts()) return Heard::Silence;
+    if (!waitFor(fromTool_.get(), POLLIN, patience.until())) return child_.active() ? Heard::Silence : Heard::End;
     if (refill() < 0 && errno != EAGAIN) {
       std::fprintf(stderr, "Error communicating with %s!\n", names_.upper);
       fromTool_.reset();
@@ -120,15 +120,14 @@ void ToolSession::dropTextAtHand() {
 
 void ToolSession::awaitEnd(Deadline deadline) {
   std::string line;
-  Text kind = Text::Line;
-  while (Clock::now() < deadline && (kind == Text::Line || kind == Text::Prompt)) {
-    kind = nextText(line, deadline);
-  }
+  Patience patience(deadline);
+  while (nextText(line, patience) == Heard::Line) continue;
   awaitCollection(deadline);
 }
 
 void ToolSession::noteEnd(bool wasRunning) {
   awaitCollection(Clock::now() + collectionPatience);
+  if (child_.pid() == startedPid_) child_.kill(Clock::now() + collectionPatience);
   if (wasRunning) std::fprintf(stderr, "EOF reading from %s!\n", names_.upper);
 }
 
@@ -157,19 +156,19 @@ ssize_t ToolSession::refill() {
 }
 
 // Takes one line or prompt off the unread text, if there is a complete one.
-bool ToolSession::takeText(std::string& line, std::string_view prompt, Text& kind) {
+std::optional<Heard> ToolSession::takeText(std::string& line, std::string_view prompt) {
   for (;;) {
     const std::string_view text = unread();
     const std::size_t newline = text.find('\n');
     const bool complete = newline != std::string_view::npos;
     const std::string_view first = text.substr(0, newline);
     const bool prompted = !prompt.empty() && first.find(prompt) != std::string_view::npos;
-    if (!complete && !prompted && first.size() <= longestLine) return false;
+    if (!complete && !prompted && first.size() <= longestLine) return std::nullopt;
     const bool skipped = std::exchange(midLine_, false);
     line = first;
-    kind = prompted ? Text::Prompt : Text::Line;
     begin_ += prompted && first.starts_with(prompt) ? prompt.size() : first.size() + (complete ? 1 : 0);
     if (!complete && !prompted) midLine_ = true;
-    if (prompted || (complete && !skipped)) return true;
+    if (prompted) return Heard::Prompt;
+    if (complete && !skipped) return Heard::Line;
   }
 }

@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "childProcess.h"
 #include "io.h"
@@ -43,8 +45,11 @@ class PieceList {
     node->line = strdup(text);
     return node->line != nullptr;
   }
-  /// The list, owned by the caller from now on; null when empty.
-  Node* head() const { return head_; }
+  /// Hands the list over to the caller; null when empty.
+  Node* take() {
+    tail_ = nullptr;
+    return std::exchange(head_, nullptr);
+  }
 
   /// Frees every node and text of `list`, which may be null.
   static void release(Node* list) {
@@ -62,7 +67,32 @@ class PieceList {
 };
 
 /// What ToolSession::nextText found.
-enum class Text { Line, Prompt, Silence, End };
+enum class Heard {
+  Line,     ///< a whole line
+  Prompt,   ///< the tool's prompt
+  Silence,  ///< nothing complete within the patience
+  End       ///< the output has ended, nothing more can come
+};
+
+/// How long an exchange listens. When the time is over, what can be read at that moment still counts, once: so even a
+/// tool that writes without end is listened to for a limited time.
+class Patience {
+ public:
+  explicit Patience(Deadline until) : until_(until) {}
+
+  /// Listens on until `until`.
+  void extend(Deadline until) { until_ = until; }
+  Deadline until() const { return until_; }
+  /// Whether the child may be waited for or read from again; false once after the time is over.
+  bool lasts() {
+    if (Clock::now() < until_) return true;
+    return !std::exchange(lastLook_, true);
+  }
+
+ private:
+  Deadline until_;
+  bool lastLook_ = false;
+};
 
 class ToolSession {
  public:
@@ -99,13 +129,10 @@ class ToolSession {
   template <typename Node, typename EndTest>
   Node* converse(unsigned int timeout, const char* text, EndTest isEnd);
 
-  /// Delivers the next line without its newline, joined over pauses. With a `prompt`, reports a prompt as such: the
-  /// text at the start of a line (then only it is consumed), in an unfinished line, or within a line (both are
-  /// dropped). `Silence` when neither is complete by `deadline`, `End` when no more can come.
-  Text nextText(std::string& line, Deadline deadline, std::string_view prompt = {});
-
-  /// As nextText, of what can be had without waiting.
-  Text nextTextAtHand(std::string& line) { return nextText(line, Deadline{}); }
+  /// Delivers the next line in `line`, without its newline and joined over pauses, or reports a `prompt` (empty: the
+  /// tool has none), or why there is neither. A prompt at the start of a line is consumed alone; a line that holds one
+  /// further on, finished or not, is dropped with it.
+  Heard nextText(std::string& line, Patience& patience, std::string_view prompt = {});
 
   /// Drops what the child has written so far. If that stops amid a line, the rest of the line will be dropped too.
   void dropTextAtHand();
@@ -113,15 +140,16 @@ class ToolSession {
   /// Reads and drops the child's output until the child is gone, at most until `deadline`.
   void awaitEnd(Deadline deadline);
 
-  /// To be called when the output has ended: lets the child's own end, which follows within moments, become known,
-  /// and writes the message of an end that came during an exchange if `wasRunning` was so when the exchange began.
+  /// To be called when the output has ended: lets the child's own end, which follows within moments, become known (a
+  /// child that lives on mute is killed), and writes the message of an end that came during an exchange if `wasRunning`
+  /// was so when the exchange began.
   void noteEnd(bool wasRunning);
 
  private:
   bool waitFor(int fd, short events, Deadline deadline) const;
   ssize_t refill();
   std::string_view unread() const { return std::string_view(buffer_).substr(begin_); }
-  bool takeText(std::string& line, std::string_view prompt, Text& kind);
+  std::optional<Heard> takeText(std::string& line, std::string_view prompt);
   void awaitCollection(Deadline deadline);
 
   const ToolNames& names_;
@@ -153,5 +181,5 @@ Node* ToolSession::converse(unsigned int timeout, const char* text, EndTest isEn
       break;
     }
   }
-  return pieces.head();
+  return pieces.take();
 }

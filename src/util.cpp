@@ -1,5 +1,9 @@
 #include "util.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -24,5 +28,11 @@ char* str_r_trim(char* buffer) {
 }
 
 char* str_trim(char* buffer) { return str_l_trim(str_r_trim(buffer)); }
+
+int saturatingInt(const char* text, int base) {
+  const long value = std::strtol(text, nullptr, base);
+  if (value > INT_MAX || value < INT_MIN) errno = ERANGE;
+  return static_cast<int>(std::clamp<long>(value, INT_MIN, INT_MAX));
+}
 
 int get_rec(FILE* file1, char* readbuffer) { return std::fgets(readbuffer, RecordSize, file1) == nullptr ? -1 : 0; }

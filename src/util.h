@@ -16,6 +16,9 @@ char* str_r_trim(char* buffer);
 /// Removes leading and trailing white space in place. Returns `buffer`.
 char* str_trim(char* buffer);
 
+/// Converts text as strtol does in `base`, stopping at the limits of 32 bits; errno is then ERANGE.
+int saturatingInt(const char* text, int base);
+
 /// Reads the next record of `file1` into `readbuffer` (RecordSize bytes) as fgets does: at most RecordSize - 1
 /// characters, the newline kept; a longer line comes back in pieces. Returns 0, or -1 when nothing could be read
 /// (`readbuffer` is then left as it was).

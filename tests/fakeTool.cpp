@@ -8,6 +8,7 @@
 //   fds | args      write the numbers of the open descriptors, or the arguments, as a line
 //   refuse OPTION   with OPTION among the arguments: complain like a program that does not know it, and exit
 //   until TEXT      exit when the last line read is TEXT
+//   exists FILE     exit when there is such a file
 //   heir            leave a process behind that holds the pipes until its input ends, and go on
 //   log FILE        append $ to FILE
 //   close           close standard output and standard error
@@ -125,6 +126,10 @@ int main(int argc, char** argv) {
       {"until",
        [&] {
          if (lastLine == rest) std::_Exit(0);
+       }},
+      {"exists",
+       [&] {
+         if (access(rest.c_str(), F_OK) == 0) std::_Exit(0);
        }},
       {"heir", leaveHeir},
       {"log", [&] { std::ofstream(rest, std::ios::app) << lastLine << std::endl; }},

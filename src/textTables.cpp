@@ -1,8 +1,6 @@
 // The suite's table files: opening and closing, the lines of objdump.1 and sizes.tbl, the rows of tGlobalVarDef.tbl.
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -10,13 +8,6 @@
 #include "tolquin.h"
 
 namespace {
-
-// strtol, stopping at the limits of 32 bits as a range error on every platform.
-int saturatingInt(const char* text, int base) {
-  const long value = std::strtol(text, nullptr, base);
-  if (value > INT_MAX || value < INT_MIN) errno = ERANGE;
-  return static_cast<int>(std::clamp<long>(value, INT_MIN, INT_MAX));
-}
 
 FILE* openTable(const std::string& path, const char* mode, int errorNumber) {
   FILE* file = std::fopen(path.c_str(), mode);
@@ -56,7 +47,7 @@ bool matchesType(const char* line, std::string_view sought, const char*& sizeTex
   return std::string_view(line, static_cast<std::size_t>(tab - line)).starts_with(sought);
 }
 
-std::string trimmed(std::string text) { return std::string(str_trim(text.data())); }
+std::string trimmed(std::string text) { return str_trim(text.data()); }
 
 std::string textColumn(const std::string& text) {
   const std::string column = trimmed(text);
@@ -77,7 +68,10 @@ int open_files(const char* dirname, FILE** FDobjdump, FILE** FDobjdump1, FILE** 
 
 int close_files(FILE* FDobjdump, FILE* FDobjdump1, FILE* FDGlobalVarDef_tbl) {
   closeTable(FDobjdump, 146);
+  // Nor must a list that could not be read to its end pass for a short one.
+  const bool listLost = std::ferror(FDobjdump1) != 0;
   closeTable(FDobjdump1, 151);
+  if (listLost) err_exit(151, ("Unable to close file " + std::to_string(EIO)).c_str());
   // A row that could not be written earlier must not go unnoticed because the last block found room.
   const bool rowsLost = std::ferror(FDGlobalVarDef_tbl) != 0;
   closeTable(FDGlobalVarDef_tbl, 156);
@@ -120,7 +114,8 @@ void get_Dsize(FILE* Size_Tbl, int* Dsize, char* readbuffer, const char* DataTyp
     const char* sizeText = nullptr;
     if (!matchesType(readbuffer, sought, sizeText)) continue;
     *Dsize = saturatingInt(sizeText, 10);
-    dprintf("found size of(%s) = %u\n", sought.data(), static_cast<unsigned>(*Dsize));
+    dprintf("found size of(%.*s) = %u\n", static_cast<int>(sought.size()), sought.data(),
+            static_cast<unsigned>(*Dsize));
     break;
   }
   *Dsize = std::max(*Dsize, -1);
