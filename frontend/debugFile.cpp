@@ -59,7 +59,8 @@ DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin
   readSymbols(module, elfBias);
 }
 
-std::vector<std::string> DebugFile::forEachUnit(const std::function<void(Dwarf_Die& top)>& useUnit) const {
+std::vector<std::string> DebugFile::forEachUnit(
+    const std::function<void(const Dwarf_Die& top, const Dwarf_Die& skeleton)>& useUnit) const {
   std::vector<std::string> missing;
   for (Dwarf* dwarf : {dwarf_, dwarf_getalt(dwarf_)}) {
     Dwarf_CU* unit = nullptr;
@@ -68,9 +69,9 @@ std::vector<std::string> DebugFile::forEachUnit(const std::function<void(Dwarf_D
     std::uint8_t type = 0;
     while (dwarf != nullptr && dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &top, &split) == 0) {
       if (type != DW_UT_skeleton) {
-        useUnit(top);
+        useUnit(top, top);
       } else if (split.addr != nullptr) {
-        useUnit(split);
+        useUnit(split, top);
       } else {
         Dwarf_Attribute attribute;
         const int nameCode = dwarf_hasattr(&top, DW_AT_dwo_name) ? DW_AT_dwo_name : DW_AT_GNU_dwo_name;

@@ -20,8 +20,10 @@ class DebugFile {
   explicit DebugFile(const std::string& path);
 
   /// Calls `useUnit` with the top entry of every unit: compilation units (of skeletons, the unit in the .dwo file),
-  /// partial units, type units, and those of the file shared by dwz. Returns the names of .dwo files that are missing.
-  std::vector<std::string> forEachUnit(const std::function<void(Dwarf_Die& top)>& useUnit) const;
+  /// partial units, type units, and those of the file shared by dwz; `skeleton` is the top entry of the skeleton, or
+  /// `top` again. Returns the names of .dwo files that are missing.
+  std::vector<std::string> forEachUnit(
+      const std::function<void(const Dwarf_Die& top, const Dwarf_Die& skeleton)>& useUnit) const;
 
   /// Turns an address of the debugging information into one of the executable. They differ only when one of two files
   /// was prelinked.

@@ -178,7 +178,12 @@ std::string TypeText::declare(const std::string& name) const {
 bool referredDie(Dwarf_Die& die, unsigned name, Dwarf_Die& result) {
   Dwarf_Attribute attribute;
   Dwarf_Attribute* found = dwarf_attr(&die, name, &attribute);
-  return found != nullptr && dwarf_formref_die(found, &result) != nullptr;
+  if (found == nullptr || dwarf_formref_die(found, &result) == nullptr) return false;
+  // What a unit says of a type that has a unit of its own, is no more than the way there.
+  Dwarf_Die own;
+  found = dwarf_attr(&result, DW_AT_signature, &attribute);
+  if (found != nullptr && dwarf_formref_die(found, &own) != nullptr) result = own;
+  return true;
 }
 
 // Builds the text of one type.

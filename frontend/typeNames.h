@@ -79,5 +79,6 @@ class TypeNames {
   std::unordered_map<const void*, std::optional<TypeText>> known_[2];
 };
 
-/// The entry that attribute `name` of `die` refers to. False when there is none.
+/// The entry that attribute `name` of `die` refers to; for a type in a type unit, that in the type unit. False when
+/// there is none.
 bool referredDie(Dwarf_Die& die, unsigned name, Dwarf_Die& result);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <unordered_map>
 
 namespace {
 
@@ -63,7 +64,10 @@ class Reader {
   explicit Reader(const DebugFile& file) : file_(file) {}
 
   Variables read() {
-    result_.missingUnits = file_.forEachUnit([this](Dwarf_Die& top) { readUnit(top); });
+    result_.missingUnits = file_.forEachUnit([this](const Dwarf_Die& top, const Dwarf_Die& skeleton) {
+      if (top.addr != skeleton.addr) skeletons_.emplace(top.addr, skeleton);
+      readUnit(top);
+    });
     for (Candidate& candidate : candidates_) complete(candidate);
     sortAndUnite();
     return std::move(result_);
@@ -83,7 +87,7 @@ class Reader {
     bool inFunction = false;
   };
 
-  void readUnit(Dwarf_Die& top) {
+  void readUnit(Dwarf_Die top) {
     const int language = dwarf_srclang(&top);
     cxx_ = language != DW_LANG_C && language != DW_LANG_C89 && language != DW_LANG_C99 && language != DW_LANG_C11;
     readChildren(top, {}, 0);
@@ -193,15 +197,31 @@ class Reader {
     }
   }
 
-  static void readDefinition(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) {
+  void readDefinition(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) const {
     for (Dwarf_Die& die : chain) {
-      const char* file = dwarf_decl_file(&die);
-      int line = 0;
-      if (file == nullptr || dwarf_decl_line(&die, &line) != 0) continue;
+      const char* file = declarationFile(die);
+      if (file == nullptr || dwarf_decl_line(&die, &variable.line) != 0) continue;
       variable.file = file;
-      variable.line = line;
       return;
     }
+  }
+
+  // dwarf_decl_file gives up on units whose list of files is that of their skeleton.
+  const char* declarationFile(Dwarf_Die& die) const {
+    Dwarf_Attribute attribute;
+    Dwarf_Word number = 0;
+    if (dwarf_formudata(dwarf_attr(&die, DW_AT_decl_file, &attribute), &number) != 0) return nullptr;
+    Dwarf_Die unit;
+    Dwarf_Files* files = nullptr;
+    std::size_t count = 0;
+    if (dwarf_diecu(&die, &unit, nullptr, nullptr) == nullptr) return nullptr;
+    if (dwarf_getsrcfiles(&unit, &files, &count) != 0) {
+      const auto skeleton = skeletons_.find(unit.addr);
+      if (skeleton == skeletons_.end()) return nullptr;
+      unit = skeleton->second;
+      if (dwarf_getsrcfiles(&unit, &files, &count) != 0) return nullptr;
+    }
+    return number < count ? dwarf_filesrc(files, number, nullptr, nullptr) : nullptr;
   }
 
   // Sorts by address and keeps one of several descriptions of a variable. Different variables at one address stay if
@@ -227,6 +247,7 @@ class Reader {
   const DebugFile& file_;
   Variables result_;
   std::vector<Candidate> candidates_;
+  std::unordered_map<const void*, Dwarf_Die> skeletons_;  // by the top entry of the unit in the .dwo file
   bool cxx_ = false;
 };
 
