@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 . tools/requirements.sh
-require_packages g++ cmake make binutils gdb libgtest-dev
+require_packages "${build_packages[@]}" "${test_packages[@]}"
 preset=${1:-release}
 build_preset "$preset" -DBUILD_TESTING=ON
 ctest --preset "$preset" -j "$(nproc)"

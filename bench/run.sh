@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
-require_packages g++ cmake make binutils gdb
+require_packages "${build_packages[@]}"
 export LC_ALL=C
 sizes=("$@")
 [ $# -gt 0 ] || sizes=(3000 20000 100000)
@@ -69,8 +69,15 @@ for count in "${sizes[@]}"; do
   done
   row "run, $count globals : bare exchange" "$(median <"$work/ours")" "$(median <"$work/bare")"
   [ "$(wc -l <"$directory/tGlobalVarDef.tbl")" -eq "$count" ] || echo "  rows are missing"
-  printf '  beside: addr2line batch %s, nm -lS %s, gdb info variables %s\n' "$(seconds addr2line_batch "$directory")" \
-    "$(seconds nm -lS "$directory/program")" "$(seconds gdb -batch -nx -ex 'info variables' "$directory/program")"
+  for ((i = 0; i < rounds; ++i)); do
+    seconds build/release/tolquin tables "$directory/program" -o "$directory/made" >>"$work/tables"
+    seconds nm -lS "$directory/program" >>"$work/nm"
+    seconds gdb -batch -nx -ex 'info variables' "$directory/program" >>"$work/gdb"
+  done
+  row "tables, $count globals : nm -lS" "$(median <"$work/tables")" "$(median <"$work/nm")"
+  row "tables, $count globals : gdb info variables" "$(median <"$work/tables")" "$(median <"$work/gdb")"
+  rm -f "$work"/{tables,nm,gdb}
+  echo "  beside: addr2line batch $(seconds addr2line_batch "$directory")"
 done
 
 generate 10

@@ -1,5 +1,6 @@
 // The front end's command line.
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -65,6 +66,8 @@ int runTables(const TablesOptions& options) {
 int main(int argc, char** argv) try {
   // Debugging information is looked for on this machine only.
   unsetenv("DEBUGINFOD_URLS");
+  // A file that grows too large is an error of its write, which is reported.
+  std::signal(SIGXFSZ, SIG_IGN);
   CLI::App app{"Finds type, size and place of definition of every global variable of C and C++ programs.", "tolquin"};
   app.set_version_flag("--version", "tolquin " TOLQUIN_VERSION);
   app.require_subcommand(1);

@@ -25,7 +25,31 @@ namespace {
 
 namespace fs = std::filesystem;
 
-volatile std::sig_atomic_t interruptedBy = 0;
+// The signals that a scan waits for, kept from being delivered otherwise, so that none can come at a bad moment.
+class AwaitedSignals {
+ public:
+  AwaitedSignals() {
+    signal(SIGCHLD, SIG_DFL);
+    sigemptyset(&awaited_);
+    for (const int number : {SIGCHLD, SIGINT, SIGTERM, SIGHUP}) sigaddset(&awaited_, number);
+    sigprocmask(SIG_BLOCK, &awaited_, &before_);
+  }
+  ~AwaitedSignals() { restore(); }
+  AwaitedSignals(const AwaitedSignals&) = delete;
+  AwaitedSignals& operator=(const AwaitedSignals&) = delete;
+
+  void restore() const { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  // Waits for the next of them and returns its number.
+  int next() const {
+    int number = -1;
+    while (number < 0) number = sigwaitinfo(&awaited_, nullptr);
+    return number;
+  }
+
+ private:
+  sigset_t awaited_{};
+  sigset_t before_{};
+};
 
 // Of one result table.
 struct Counts {
@@ -104,6 +128,7 @@ class Scanner {
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) runStep(command, job, parent);
+    if (pid > 0) setpgid(pid, pid);  // here too, as nobody knows who comes first
     if (pid < 0) {
       fail(job.executable, std::string("no process can be started: ") + std::strerror(errno));
     } else {
@@ -118,7 +143,7 @@ class Scanner {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) _exit(255);
     setpgid(0, 0);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, SIG_DFL);
+    signals_.restore();
     setenv("DB", job.directory.c_str(), 1);
     if (options_.useDebugger) {
       setenv("EXEFILE", absolute(job.executable).c_str(), 1);
@@ -137,8 +162,10 @@ class Scanner {
 
   void awaitOne() {
     int status = 0;
-    const pid_t pid = waitpid(-1, &status, 0);
-    if (interruptedBy != 0) endAll();
+    pid_t pid = 0;
+    while ((pid = waitpid(-1, &status, WNOHANG)) == 0) {
+      if (const int number = signals_.next(); number != SIGCHLD) endAll(number);
+    }
     const auto found = running_.find(pid);
     if (found == running_.end()) return;
     Job job = std::move(found->second);
@@ -200,15 +227,17 @@ class Scanner {
   }
 
   // Each step leads a process group of its own, so its children can be reached too.
-  [[noreturn]] void endAll() {
+  [[noreturn]] void endAll(int number) {
     for (const auto& [pid, job] : running_) ::kill(-pid, SIGTERM);
     while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) continue;
     clearProgress();
-    signal(interruptedBy, SIG_DFL);
-    raise(interruptedBy);
+    signals_.restore();
+    signal(number, SIG_DFL);
+    raise(number);
     _exit(1);
   }
 
+  const AwaitedSignals signals_;
   const ScanOptions& options_;
   const std::string core_;
   const bool onTerminal_ = isatty(STDERR_FILENO) != 0;
@@ -218,15 +247,6 @@ class Scanner {
   std::size_t failed_ = 0;
 };
 
-void noteInterrupt(int number) { interruptedBy = number; }
-
-// An interrupt has to end the wait for a child, so calls are not restarted.
-void catchInterrupts() {
-  struct sigaction action {};
-  action.sa_handler = noteInterrupt;
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
-}
-
 }  // namespace
 
 std::string tableDirectory(const std::string& executable, const std::string& outputDirectory) {
@@ -235,7 +255,4 @@ std::string tableDirectory(const std::string& executable, const std::string& out
   return (fs::path(outputDirectory) / (path.filename().string() + ".vym")).string();
 }
 
-int scan(const ScanOptions& options) {
-  catchInterrupts();
-  return Scanner(options).run();
-}
+int scan(const ScanOptions& options) { return Scanner(options).run(); }

@@ -1,4 +1,5 @@
 // The entry point: checks the command line and hands over to the main loop.
+#include <csignal>
 #include <cstdlib>
 #include <string>
 
@@ -7,6 +8,8 @@
 
 int main(int argc, char** argv) {
   occupyStandardDescriptors();
+  // A file that grows too large is an error of its write, which is reported.
+  std::signal(SIGXFSZ, SIG_IGN);
   if (argc != 3 || argv[1][0] == '\0') {
     tolquin_usage();
     err_exit(880, "Improper number of arguments");

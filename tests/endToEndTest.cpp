@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <map>
+#include <regex>
 #include <set>
 
 #include "support.h"
@@ -21,9 +22,9 @@ std::vector<Columns> table(const std::string& path) {
   return rows;
 }
 
-std::string withoutBlanks(std::string text) {
-  text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
-  return text;
+// The bare text of a type: the index names C++ types without their scopes.
+std::string bare(const std::string& type) {
+  return std::regex_replace(type, std::regex(R"(\(anonymous namespace\)::|\w+::(?!\*)| )"), "");
 }
 
 std::string tolquin(const std::string& directory, const std::string& program) {
@@ -41,14 +42,14 @@ std::vector<Variable> listedVariables(const std::string& directory, const std::s
   std::vector<Variable> variables;
   for (const std::string& line : splitAt(readFile(directory + "/objdump.1"), '\n')) {
     const Columns words = splitAt(line, ' ');
-    variables.push_back({words[0].substr(1), words[1], words[2], locations.at(variables.size())});
+    variables.push_back({words[0], words[1], words[2], locations.at(variables.size())});
   }
   return variables;
 }
 
 void expectRight(const Columns& row, const Variable& variable, const Columns& witness) {
   const std::string about = variable.name + " at " + variable.address;
-  EXPECT_EQ(withoutBlanks(row[2]), withoutBlanks(witness[2])) << about;
+  EXPECT_EQ(bare(row[2]), bare(witness[2])) << about;
   EXPECT_EQ(std::stol(row[3]), std::stol(variable.size, nullptr, 16)) << about;
   EXPECT_EQ(row[3], witness[3]) << about;
   EXPECT_EQ(row[4], row[4] == "-1" ? "-1" : witness[4]) << about;
@@ -65,21 +66,28 @@ std::set<std::string> compare(const std::string& directory, const std::string& p
   for (const Columns& row : table(directory + "/witness.tbl")) witness[row[0]] = row;
   const std::vector<Columns> rows = table(directory + "/tGlobalVarDef.tbl");
   std::set<std::string> missing;
+  for (const auto& [address, row] : witness) missing.insert(row[1]);
   std::size_t at = 0;
   for (const Variable& variable : listedVariables(directory, program)) {
-    const bool known = witness.contains(variable.address);
-    if (at < rows.size() && rows[at][1] == variable.name && known) {
-      EXPECT_EQ(rows[at][0], std::to_string(at + 1));
-      expectRight(rows[at++], variable, witness[variable.address]);
-    } else if (known) {
-      missing.insert(variable.name);
+    if (at == rows.size() || rows[at][1] != variable.name) continue;
+    EXPECT_EQ(rows[at][0], std::to_string(at + 1));
+    if (const auto known = witness.find(variable.address); known != witness.end()) {
+      expectRight(rows[at], variable, known->second);
+      missing.erase(known->second[1]);
     }
+    ++at;
   }
-  EXPECT_EQ(at, rows.size()) << "a row for a variable that gdb does not know";
+  EXPECT_EQ(at, rows.size()) << "a row for a variable that is not listed";
   return missing;
 }
 
-class Example : public testing::TestWithParam<const char*> {};
+struct Build {
+  const char* compilers;
+  const char* flags;
+  const char* afterwards = "";
+};
+
+class Example : public testing::TestWithParam<Build> {};
 
 // The directory with fakes' tables: three variables, of which the index knows two.
 void writeSmallTables(const std::string& directory) {
@@ -94,12 +102,14 @@ constexpr const char* echoingTool = "loop\nread\nsay $.c:7\\n\nrepeat";
 
 TEST_P(Example, EveryRowIsRight) {
   const TempDir directory;
-  const std::string program = directory / "a:b c";
-  const std::string source = EXAMPLES_DIRECTORY "/inventory";
-  const std::string flags = GetParam();
-  const RunResult built = run("set -e; mkdir '" + program + "'; cp " + source + "/* '" + program + "'; cd '" + program +
-                              "'; gcc " + flags + " -c parts.c; g++ " + flags + " main.cpp parts.o -o ../program; " +
-                              EXAMPLES_DIRECTORY "/make_tables.sh ../program ../vym");
+  const auto& [compilers, flags, afterwards] = GetParam();
+  // What gdb says is taken before the debugging information is moved about, which confuses gdb 13 at times.
+  const RunResult built =
+      run("set -e; mkdir '" + directory / "a:b c" + "'; cp " EXAMPLES_DIRECTORY "/inventory/*.* '" +
+          directory / "a:b c" + "'; cd '" + directory / "a:b c" + "'; set -- " + compilers + "; $1 -w " + flags +
+          " -c parts.c; $2 -w " + flags + " -c main.cpp; $2 -w " + flags +
+          " main.o parts.o -o ../program; cd ..; " EXAMPLES_DIRECTORY "/make_tables.sh program vym; " + afterwards +
+          "\n" TOLQUIN " tables program -o vym --quiet");
   ASSERT_EQ(built.status, 0) << built.err;
   const std::string vym = directory / "vym";
   RunResult result = run(tolquin(vym, directory / "program"));
@@ -117,13 +127,22 @@ TEST_P(Example, EveryRowIsRight) {
   missing = compare(vym, directory / "program");
   for (const char* name : {"calls", "inner", "message", "next_slot"}) missing.erase(name);  // statics of functions
   for (const char* name : {"compare_codes", "coordinate", "hooks"}) missing.erase(name);    // name within the type
+  missing.erase("store::grid<3>");  // its arguments are no part of the name in the list
   EXPECT_EQ(missing, std::set<std::string>());
 }
 
-INSTANTIATE_TEST_SUITE_P(Builds, Example,
-                         testing::Values("-O0 -gdwarf-5 -pie", "-O0 -gdwarf-4 -no-pie", "-O2 -gdwarf-5 -no-pie",
-                                         "-O2 -gdwarf-4 -pie -fPIE", "-O0 -gdwarf-5 -no-pie", "-O0 -gdwarf-4 -pie",
-                                         "-O2 -gdwarf-5 -pie -fPIE", "-O2 -gdwarf-4 -no-pie"));
+INSTANTIATE_TEST_SUITE_P(
+    Builds, Example,
+    testing::Values(
+        Build{"gcc g++", "-O0 -gdwarf-5 -pie"}, Build{"gcc g++", "-O0 -gdwarf-4 -no-pie"},
+        Build{"gcc g++", "-O2 -gdwarf-5 -no-pie"}, Build{"gcc g++", "-O2 -gdwarf-4 -pie -fPIE"},
+        Build{"gcc g++", "-O0 -gdwarf-4 -gz -fdebug-types-section"}, Build{"gcc g++", "-O2 -g -flto"},
+        Build{"gcc g++", "-O0 -g -gsplit-dwarf"},
+        Build{"gcc g++", "-O2 -g -ffunction-sections -fdata-sections -Wl,--gc-sections",
+              "objcopy --only-keep-debug program p.debug; strip -g program; objcopy --add-gnu-debuglink=p.debug "
+              "program"},
+        Build{"gcc g++", "-O0 -g", "cp program p2; dwz -m shared program p2"}, Build{"clang clang++", "-O0 -g"},
+        Build{"clang clang++", "-O2 -gdwarf-4"}, Build{"clang clang++", "-O1 -g -gsplit-dwarf"}));
 
 TEST(Program, RowsTracesAndRequestsToTheLetter) {
   const TempDir directory;

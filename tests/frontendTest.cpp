@@ -1,0 +1,120 @@
+// The front end: names as gdb spells them, errors, damage, and scans of many programs.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "support.h"
+#include "typeNames.h"
+
+namespace {
+
+// Builds a small C program with one variable at `path`.
+void buildSmallProgram(const std::string& path) {
+  const RunResult built = run("echo 'long counter = 1; int main(void) { return 0; }' | gcc -g -x c - -o " + path);
+  ASSERT_EQ(built.status, 0) << built.err;
+}
+
+}  // namespace
+
+TEST(FrontEnd, NamesAsGdbSpellsThem) {
+  const std::string cases[][3] = {
+      {"long unsigned int", "unsigned long", "unsigned long"},
+      {"short int", "short", "short"},
+      {"char", "char", "char"},
+      {"long long int", "long long", "long long"},
+      {"long double", "long double", "long double"},
+      {"Stock<long unsigned int>", "Stock<unsigned long>", "Stock<unsigned long>"},
+      {"A<B<int>>", "A<B<int> >", "A<B<int> >"},
+      {"a::pair<const b::T, short int>", "a::pair<b::T const, short>", "pair<T const, short>"},
+      {"F<void(const a::T&)>", "F<void(const a::T&)>", "F<void(const T&)>"},
+      {"M<a::K*, std::less<a::K*> >::it", "M<a::K*, std::less<a::K*> >::it", "it"},
+      {"(anonymous namespace)::T", "(anonymous namespace)::T", "T"},
+      {"int A::*", "int A::*", "int A::*"},
+      {"", "", ""},
+      {"::::<<(>", "::::<<(>", "<<(>"},
+  };
+  for (const auto& [name, canonical, plain] : cases) {
+    EXPECT_EQ(canonicalName(name), canonical);
+    EXPECT_EQ(withoutScopes(canonicalName(name)), plain);
+  }
+}
+
+TEST(FrontEnd, TablesOfASmallProgram) {
+  const TempDir directory;
+  buildSmallProgram(directory / "program");
+  EXPECT_EQ(run("cd " + directory.path() + "; " TOLQUIN " tables program").out,
+            "program.vym: 1 variables, 1 declarations, 1 sizes of types\n");
+  const std::string address = splitAt(readFile(directory / "program.vym/objdump.1"), ' ')[0];
+  EXPECT_EQ(readFile(directory / "program.vym/objdump.1"), address + " 8 counter\n");
+  EXPECT_EQ(readFile(directory / "program.vym/objdump.txt"), "long counter /* 0x" + address + " */;\n");
+  EXPECT_EQ(readFile(directory / "program.vym/sizes.tbl"), "long\t8\n");
+}
+
+TEST(FrontEnd, ErrorsSayWhatToDo) {
+  const TempDir directory;
+  buildSmallProgram(directory / "program");
+  writeFile(directory / "text", "no program");
+  run("cd " + directory.path() +
+      "; strip -o stripped program; head -c 5000 program >short; gcc -c -g -x c /dev/null -o o.o");
+  const std::string cases[][2] = {{"none", "none: cannot be opened: No such file or directory"},
+                                  {"text", "text: is not an ELF file; an executable or shared object is wanted"},
+                                  {".", ".: is not an ELF file"},
+                                  {"o.o", "o.o: is neither an executable nor a shared object"},
+                                  {"stripped", "compile it with -g"},
+                                  {"short", "short: has no sections; the file is truncated"},
+                                  {"program -o text/x", "text/x: cannot be made a directory: Not a directory"},
+                                  {"program -o /dev/null", "/dev/null: cannot be made a directory: Not a directory"}};
+  for (const auto& [arguments, message] : cases) {
+    const RunResult result = run("cd " + directory.path() + "; " TOLQUIN " tables " + arguments);
+    EXPECT_EQ(result.status, 1) << arguments;
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find("tolquin: " + (message.starts_with("compile") ? "" : message)), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+  }
+  // A full disk leaves nothing behind, and an earlier table as it was.
+  run("cd " + directory.path() + "; " TOLQUIN " tables program");
+  const RunResult full = run("cd " + directory.path() + "; ulimit -f 0; " TOLQUIN " tables program 2>&1 | cat");
+  EXPECT_EQ(run("ls " + directory / "program.vym").out, "objdump.1\nobjdump.txt\nsizes.tbl\n") << full.out;
+}
+
+// Bytes of the debugging information changed at random: an error or a table, never a crash or a hang.
+TEST(FrontEnd, DamagedDebuggingInformation) {
+  const TempDir directory;
+  buildSmallProgram(directory / "program");
+  const std::string good = readFile(directory / "program");
+  std::mt19937 random(7);
+  for (int round = 0; round < 100; ++round) {
+    std::string bytes = good;
+    for (int i = 0; i < 40; ++i) bytes[bytes.size() / 2 + random() % (bytes.size() / 2)] = static_cast<char>(random());
+    writeFile(directory / "damaged", bytes);
+    const RunResult result = run("cd " + directory.path() + "; timeout 60 " TOLQUIN " tables damaged");
+    ASSERT_LE(result.status, 1) << round << ": " << result.err;
+    EXPECT_EQ(result.status == 1, result.err.starts_with("tolquin: ")) << result.err;
+  }
+}
+
+TEST(FrontEnd, Scan) {
+  const TempDir directory;
+  buildSmallProgram(directory / "good");
+  run("cd " + directory.path() + "; cp good -- -also");
+  const RunResult result =
+      run("cd " + directory.path() + "; " TOLQUIN " scan none good ./-also -j 2 | sed 's/, [0-9.]* s:/:/'");
+  EXPECT_EQ(result.err, "tolquin: none: cannot be opened: No such file or directory\n");
+  const std::string counts = ": 1 variables found, 1 typed, 1 sized, 1 located, 0 skipped: ";
+  EXPECT_EQ(run("echo '" + result.out + "' | sort").out,
+            "\n./-also" + counts + "./-also.vym/tGlobalVarDef.tbl\ngood" + counts + "good.vym/tGlobalVarDef.tbl\n");
+  EXPECT_EQ(run("cd " + directory.path() + "; " TOLQUIN " scan none good").status, 1);
+  EXPECT_EQ(run("cd " + directory.path() + "; " TOLQUIN " scan good").status, 0);
+}
+
+TEST(FrontEnd, InterruptEndsAll) {
+  const TempDir directory;
+  FakeTools fake;
+  fake.addr2line("log " + directory / "ready" + "\nhang");
+  buildSmallProgram(directory / "program");
+  const RunResult result =
+      run("cd " + directory.path() + "; " TOLQUIN " scan program & pid=$!; until [ -s ready ]; do sleep 0.01; done; " +
+          "kill -TERM $pid; wait $pid; echo $?; pgrep -f '[a]ddr2line -e " + directory.path() + "' | wc -l");
+  EXPECT_EQ(result.out, "143\n0\n");
+}
