@@ -36,7 +36,10 @@ def take(block, static):
     for symbol in block:
         if not symbol.is_variable or symbol.addr_class != gdb.SYMBOL_LOC_STATIC: continue
         if symbol.type.code in (gdb.TYPE_CODE_REF, gdb.TYPE_CODE_RVALUE_REF): continue
-        address = symbol.value().address
+        try:
+            address = symbol.value().address
+        except gdb.error:
+            continue  # gdb 13 follows a nullptr_t
         if address is not None: found.setdefault(int(address), (symbol, static))
 
 for line in open(directory + '/functions.tmp'):
@@ -67,13 +70,14 @@ for address, (symbol, static) in sorted(found.items()):
     text, dimensions = re.fullmatch(r'(.*?)((?:\[\d+\])*)', spelled).groups()
     storage = 'static ' if static else ''
     outcome = text.rstrip() + ' ' * ('*' not in text and dimensions != '') + '*' * dimensions.count('[')
-    if base.code == gdb.TYPE_CODE_FUNC: outcome = spelled
+    apart = '(' in spelled
+    if apart: outcome = spelled
     witness.append((address, name, storage + outcome, symbol.type.sizeof, base_size, symbol.symtab.fullname(),
                     symbol.line))
     # The index cannot hold a ':', the debugger answers for these; nor a name of more than one word.
     if ':' in spelled: continue
     own = name.split('::')[-1]
-    if base.code == gdb.TYPE_CODE_FUNC: text, dimensions = spelled + ' ', ''
+    if apart: text, dimensions = spelled + ' ', ''
     if not text.endswith(('*', ' ')): text += ' '
     declarations.append('%s%s%s%s /* 0x%x */;' % (storage, text, own, dimensions, address))
 

@@ -6,7 +6,6 @@
 #include <charconv>
 #include <map>
 #include <optional>
-#include <ranges>
 #include <stdexcept>
 
 #include "debugFile.h"
@@ -66,9 +65,10 @@ class SizeTable {
   // Decides which names are listed. A name without a size is left out unless a longer one would answer for it: then it
   // is listed without a size, which a lookup reports as "not known".
   void finish() {
-    for (const auto& [name, size] : std::ranges::reverse_view(asked_)) {
-      const bool extended = !listed_.empty() && listed_.begin()->first.starts_with(name);
-      if (size || extended) listed_.emplace_hint(listed_.begin(), name, size);
+    // NOLINTNEXTLINE(modernize-loop-convert): clang 14 cannot compile the reverse view of g++ 12's library
+    for (auto at = asked_.rbegin(); at != asked_.rend(); ++at) {
+      const bool extended = !listed_.empty() && listed_.begin()->first.starts_with(at->first);
+      if (at->second || extended) listed_.insert(listed_.begin(), *at);
     }
     for (const auto& [name, size] : asked_) {
       if (answer(name) != size) throw std::logic_error("sizes.tbl would answer wrongly for " + name);

@@ -213,13 +213,13 @@ struct TypeNames::Builder {
         return tag == DW_TAG_packed_type || tag == DW_TAG_shared_type;
       return true;
     }
-    std::string words(bool cxx) const {
+    std::string words(bool inCxx) const {
       std::string result;
       const auto add = [&result](const char* word) { result.append(result.empty() ? "" : " ").append(word); };
       if (isConst) add("const");
       if (isVolatile) add("volatile");
-      if (isRestrict) add(cxx ? "__restrict__" : "restrict");
-      if (isAtomic) add(cxx ? "std::atomic" : "_Atomic");
+      if (isRestrict) add(inCxx ? "__restrict__" : "restrict");
+      if (isAtomic) add(inCxx ? "std::atomic" : "_Atomic");
       return result;
     }
   };

@@ -74,7 +74,6 @@ Deadline A2LControl::patienceEnd() const { return Clock::now() + (mute ? Clock::
 void A2LControl::requestLocation(const char* address) {
   // While replies are overdue, what is at hand has to be counted.
   if (overdue == 0) session.dropTextAtHand();
-  wasRunning = session.isRunning();
   processor.beforeQuestion();
   const std::string request = std::string(address) + '\n';
   const bool sent = session.send(request, patienceEnd()) > 0;
@@ -89,7 +88,7 @@ SourceLocation A2LControl::awaitLocation() {
   while (expected > 0) {
     const Heard what = session.nextText(line, listening);
     if (what == Heard::End) {
-      session.noteEnd(wasRunning);
+      session.noteEnd();
       expected = 0;
     } else if (what == Heard::Silence) {
       giveUp(heard);
@@ -100,9 +99,12 @@ SourceLocation A2LControl::awaitLocation() {
   }
   // What is readable when the reply is complete belongs to it; only an unknown place can still gain by it.
   Patience atHand(Clock::now());
-  while (location.file.empty() && overdue == 0 && session.nextText(line, atHand) == Heard::Line) {
-    takeReply(line, location);
+  Heard more = Heard::Line;
+  while (location.file.empty() && overdue == 0 && more == Heard::Line) {
+    more = session.nextText(line, atHand);
+    if (more == Heard::Line) takeReply(line, location);
   }
+  if (more == Heard::End) session.noteEnd();
   return location;
 }
 

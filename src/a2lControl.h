@@ -98,7 +98,6 @@ class A2LControl {
   const Clock::duration patience;
   ToolSession session;
   SameProcessor processor{child};
-  bool wasRunning = false;    // when the outstanding request was sent
   unsigned expected = 0;      // lines that the outstanding request is still owed
   unsigned long overdue = 0;  // lines owed to requests that were given up
   bool mute = false;          // the last wait was in vain

@@ -139,7 +139,7 @@ WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* c
   return errno == EINTR ? WaitResult::Interrupted : WaitResult::Failed;
 }
 
-int spawn(const SpawnRequest& request, ChildState& state) {
+int spawn(const SpawnRequest& request, ChildState& state, bool& executed) {
   Pipe status;
   if (!makePipe(status)) return errno;
   const SigchldBlocked blocked;
@@ -152,8 +152,9 @@ int spawn(const SpawnRequest& request, ChildState& state) {
   // An end without a byte: the exec worked, or the child was killed before it, which SIGCHLD will tell. A byte: it
   // failed.
   char failed = 0;
-  state.active_ = readRetrying(status.readEnd.get(), &failed, 1) == 0 ? 1 : 0;
-  if (state.active_) return 0;
+  executed = readRetrying(status.readEnd.get(), &failed, 1) == 0;
+  state.active_ = executed ? 1 : 0;
+  if (executed) return 0;
   ::kill(pid, SIGKILL);
   waitpid(pid, nullptr, 0);
   return 0;

@@ -40,7 +40,7 @@ class ChildState {
 
  private:
   friend void collectChildren();
-  friend int spawn(const SpawnRequest& request, ChildState& state);
+  friend int spawn(const SpawnRequest& request, ChildState& state, bool& executed);
 
   volatile std::sig_atomic_t active_ = 0;
   std::atomic<pid_t> pid_{0};
@@ -91,6 +91,7 @@ struct SpawnRequest {
 
 /// Starts a child with the three standard descriptors alone, without DEBUGINFOD_URLS in its environment, and told
 /// to die with this process. Returns as soon as the exec has succeeded or failed. On success `state` names the
-/// running child. A child that could not redirect its streams or exec has been collected on return and is not
-/// active; its message is in the pipe. Returns 0, or the errno of a failed fork (`state` is then unchanged).
-int spawn(const SpawnRequest& request, ChildState& state);
+/// running child, and `executed` is true. A child that could not redirect its streams or exec has been collected on
+/// return and is not active; its message is in the pipe. Returns 0, or the errno of a failed fork (`state` is then
+/// unchanged).
+int spawn(const SpawnRequest& request, ChildState& state, bool& executed);

@@ -21,10 +21,10 @@ constexpr int mostPatiences = 6;
 int GDBControl::startGDB() {
   signal(SIGCHLD, childhandler);
   overdue = 0;
-  mute = false;
+  vain = 0;
   if (launch(!refusesDbx) != 0) return -1;
   StartResult result = awaitFirstPrompt();
-  if (result == StartResult::Refused && !refusesDbx) {
+  if (result == StartResult::Refused) {
     refusesDbx = true;
     if (launch(false) != 0) return -1;
     result = awaitFirstPrompt();
@@ -35,7 +35,7 @@ int GDBControl::startGDB() {
   }
   if (result == StartResult::NoPrompt && child.active()) {
     overdue = 1;
-    mute = true;
+    vain = mostVain;
   }
   return 0;
 }
@@ -59,8 +59,8 @@ GDBControl::StartResult GDBControl::awaitFirstPrompt() {
   for (;;) {
     const Heard what = session.nextText(line, listening, prompt);
     if (what == Heard::Prompt) return StartResult::Prompt;
-    if (what == Heard::End) session.noteEnd(false);
-    if (what == Heard::End && namesDbx) return StartResult::Refused;
+    if (what == Heard::End && namesDbx && !refusesDbx) return StartResult::Refused;
+    if (what == Heard::End) session.noteEnd();
     if (what != Heard::Line) return heard ? StartResult::NoPrompt : StartResult::Nothing;
     listening.extend(std::min(end, exchangeDeadline(startPatience)));
     heard = true;
@@ -98,21 +98,22 @@ response* GDBControl::convGDB(unsigned int timeout, const char* fmt, ...) {
 void GDBControl::childhandler(int) { collectChildren(); }
 
 // The end of a silence that begins now.
-Deadline GDBControl::patienceEnd() const { return Clock::now() + (mute ? Clock::duration(pieceEndPause) : patience); }
+Deadline GDBControl::patienceEnd() const {
+  return Clock::now() + (vain >= mostVain ? Clock::duration(pieceEndPause) : patience);
+}
 
 bool GDBControl::queryGDB(const std::string& command, const std::function<void(const std::string&)>& useLine) {
   if (overdue == 0) session.dropTextAtHand();
-  const bool wasRunning = session.isRunning();
   if (session.send(command, patienceEnd()) <= 0) return false;
   const Deadline end = Clock::now() + mostPatiences * patience;
   Patience listening(patienceEnd());
   std::string line;
   for (bool paid = false;;) {
     const Heard what = session.nextText(line, listening, prompt);
-    if (what == Heard::End) session.noteEnd(wasRunning);
+    if (what == Heard::End) session.noteEnd();
     if (what == Heard::Silence) giveUp(paid);
     if (what == Heard::End || what == Heard::Silence) return false;
-    mute = false;
+    vain = 0;
     listening.extend(std::min(end, patienceEnd()));
     if (what == Heard::Prompt && overdue == 0) return true;
     if (what == Heard::Prompt) paid = overdue-- > 0;
@@ -124,6 +125,6 @@ bool GDBControl::queryGDB(const std::string& command, const std::function<void(c
 // to which command the next one belongs, and only a new gdb can be trusted.
 void GDBControl::giveUp(bool paid) {
   ++overdue;
-  mute = true;
+  ++vain;
   if (paid) child.kill(exchangeDeadline(1));
 }

@@ -20,6 +20,7 @@ class GDBControl {
   static constexpr unsigned int startPatience = 120;
   static constexpr unsigned int queryPatience = 20;
   static constexpr unsigned int endPatience = 60;
+  static constexpr int mostVain = 3;
 
   /// `exe`: path of the executable to debug; `queryWait`: longest silence within an answer of queryGDB. Starts nothing.
   explicit GDBControl(const char* exe, Clock::duration queryWait = std::chrono::seconds(queryPatience))
@@ -63,10 +64,10 @@ class GDBControl {
 
   /// An exchange that is paired with its own answer: sends `command`, which ends in a newline, and hands each line of
   /// the answer, newline removed and pauses within it joined, to `useLine`, up to the prompt. Gives up after
-  /// `queryPatience` of silence; once that has been in vain, after 100 microseconds, until gdb is heard again.
-  /// Answers to commands given up before are recognised by their prompts and dropped. A gdb that then leaves out
-  /// another prompt cannot be followed any more: it is killed, and the session is not active. False when the answer did
-  /// not come whole, or the session is not active.
+  /// `queryPatience` of silence; once that has been in vain `mostVain` times in a row, after 100 microseconds, until
+  /// gdb is heard again. Answers to commands given up before are recognised by their prompts and dropped. A gdb that
+  /// then leaves out another prompt cannot be followed any more: it is killed, and the session is not active. False
+  /// when the answer did not come whole, or the session is not active.
   bool queryGDB(const std::string& command, const std::function<void(const std::string&)>& useLine);
 
  private:
@@ -84,5 +85,5 @@ class GDBControl {
   const Clock::duration patience;
   ToolSession session;
   unsigned long overdue = 0;  // prompts owed to commands that were given up
-  bool mute = false;          // the last wait was in vain
+  int vain = 0;               // waits in vain since gdb was last heard
 };

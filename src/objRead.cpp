@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "gdbControl.h"
 #include "io.h"
@@ -55,12 +56,14 @@ bool DataFieldType::isWhole() const { return hasEnd(type) && hasEnd(name); }
 // ---- Text helpers
 
 void split(const string& text, const string& separators, std::vector<string>& words) {
+  std::vector<string> found;  // as `text` may be one of `words`
   std::size_t start = text.find_first_not_of(separators);
   while (start != string::npos) {
     const std::size_t stop = std::min(text.find_first_of(separators, start), text.size());
-    words.push_back(text.substr(start, stop - start));
+    found.push_back(text.substr(start, stop - start));
     start = text.find_first_not_of(separators, stop);
   }
+  std::move(found.begin(), found.end(), std::back_inserter(words));
 }
 
 string stripStarsAndBrackets(string& vname) {
@@ -217,6 +220,9 @@ string_view withoutLineNumber(string_view line) {
   return rest;
 }
 
+// Whether gdb will take a command with `vname` at its end for one command: a backslash there joins it with the next.
+bool isOneLine(const string& vname) { return !vname.ends_with('\\') && vname.find('\n') == string::npos; }
+
 // The command that asks gdb for `vname`; gdb 5 wants names without their first scopes.
 string infoVarCommand(const string& vname) {
   static const char* const p = std::getenv("GDB_VERSION");
@@ -250,6 +256,8 @@ bool typeFromDeclaration(string_view line, const string& vname, string& dtype) {
   string l_vname = takeName(words);
   const string stars = stripStarsAndBrackets(l_vname);
   l_vname.erase(std::min(l_vname.find(';'), l_vname.size()));
+  // A reference, or a pointer to a member: the mark before the name belongs to the type, which would come out wrong.
+  if (l_vname.find_first_of("*&") != string::npos) return false;
   if (remove_all_scopes(vname) != remove_all_scopes(l_vname)) return false;
   for (const string& word : words) {
     if (&word != &words.front() || word != "class") dtype += word + " ";
@@ -281,7 +289,7 @@ bool getDataTypeFromGDB(const string& vname, string& dtype) {
   if (exe == nullptr) return false;
   static GDBControl gctl(exe);
   const string command = infoVarCommand(vname);
-  if (command.size() >= ToolSession::textSize) return false;
+  if (command.size() >= ToolSession::textSize || !isOneLine(vname)) return false;
   if (!gctl.isGdbActive()) gctl.startGDB();
   if (!gctl.isGdbActive()) return false;
   AnswerReader answer(vname, dtype);

@@ -21,6 +21,7 @@ int ToolSession::start(SpawnRequest request) {
   buffer_.clear();
   begin_ = 0;
   midLine_ = false;
+  endIsNews_ = false;
   Pipe input;
   Pipe output;
   if (!makePipe(input)) {
@@ -33,7 +34,7 @@ int ToolSession::start(SpawnRequest request) {
   }
   request.standardInput = input.readEnd.get();
   request.standardOutputAndError = output.writeEnd.get();
-  if (const int error = spawn(request, child_); error != 0) {
+  if (const int error = spawn(request, child_, endIsNews_); error != 0) {
     std::fprintf(stderr, "ERROR: unable to fork process: %s.\n", std::strerror(error));
     return -1;
   }
@@ -119,16 +120,17 @@ void ToolSession::dropTextAtHand() {
 }
 
 void ToolSession::awaitEnd(Deadline deadline) {
+  endIsNews_ = false;
   std::string line;
   Patience patience(deadline);
   while (nextText(line, patience) == Heard::Line) continue;
   awaitCollection(deadline);
 }
 
-void ToolSession::noteEnd(bool wasRunning) {
+void ToolSession::noteEnd() {
   awaitCollection(Clock::now() + collectionPatience);
   if (child_.pid() == startedPid_) child_.kill(Clock::now() + collectionPatience);
-  if (wasRunning) std::fprintf(stderr, "EOF reading from %s!\n", names_.upper);
+  if (std::exchange(endIsNews_, false)) std::fprintf(stderr, "EOF reading from %s!\n", names_.upper);
 }
 
 void ToolSession::awaitCollection(Deadline deadline) {
@@ -162,7 +164,8 @@ std::optional<Heard> ToolSession::takeText(std::string& line, std::string_view p
     const std::size_t newline = text.find('\n');
     const bool complete = newline != std::string_view::npos;
     const std::string_view first = text.substr(0, newline);
-    const bool prompted = !prompt.empty() && first.find(prompt) != std::string_view::npos;
+    const bool prompted =
+        !prompt.empty() && (complete ? first.starts_with(prompt) : first.find(prompt) != std::string_view::npos);
     if (!complete && !prompted && first.size() <= longestLine) return std::nullopt;
     const bool skipped = std::exchange(midLine_, false);
     line = first;

@@ -130,8 +130,8 @@ class ToolSession {
   Node* converse(unsigned int timeout, const char* text, EndTest isEnd);
 
   /// Delivers the next line in `line`, without its newline and joined over pauses, or reports a `prompt` (empty: the
-  /// tool has none), or why there is neither. A prompt at the start of a line is consumed alone; a line that holds one
-  /// further on, finished or not, is dropped with it.
+  /// tool has none), or why there is neither. A prompt stands at the start of a line and is consumed alone, or further
+  /// on in a line without an end, which is dropped with it; in a line with an end it is text like any other.
   Heard nextText(std::string& line, Patience& patience, std::string_view prompt = {});
 
   /// Drops what the child has written so far. If that stops amid a line, the rest of the line will be dropped too.
@@ -141,9 +141,9 @@ class ToolSession {
   void awaitEnd(Deadline deadline);
 
   /// To be called when the output has ended: lets the child's own end, which follows within moments, become known (a
-  /// child that lives on mute is killed), and writes the message of an end that came during an exchange if `wasRunning`
-  /// was so when the exchange began.
-  void noteEnd(bool wasRunning);
+  /// child that lives on mute is killed), and says once on standard error that the output of a child that had been
+  /// started well has ended, unless the child was told to end.
+  void noteEnd();
 
  private:
   bool waitFor(int fd, short events, Deadline deadline) const;
@@ -163,18 +163,18 @@ class ToolSession {
   std::string buffer_;
   std::size_t begin_ = 0;
   bool midLine_ = false;
+  bool endIsNews_ = false;
 };
 
 template <typename Node, typename EndTest>
 Node* ToolSession::converse(unsigned int timeout, const char* text, EndTest isEnd) {
-  const bool wasRunning = isRunning();
   if (*text != '\0') send(text, exchangeDeadline(timeout));
   PieceList<Node> pieces;
   char piece[textSize];
   while (!unread().empty() || waitFor(fromTool_.get(), POLLIN, exchangeDeadline(timeout))) {
     const int count = readPiece(piece, sizeof piece);
     if (count < 0) std::fprintf(stderr, "Error communicating with %s!\n", names_.upper);
-    if (count == 0) noteEnd(wasRunning);
+    if (count == 0) noteEnd();
     if (count <= 0 || isEnd(piece)) break;
     if (!pieces.append(piece)) {
       std::fprintf(stderr, "Out of memory storing %s responses\n", names_.lower);

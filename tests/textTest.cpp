@@ -175,6 +175,8 @@ TEST(Text, AnswersOfGdb) {
       {"c", "57:\tstatic store::Counter (anonymous namespace)::c;", "static store::Counter"},
       {"p", "57:\tint *(anonymous namespace)::p[2];", "int **"},
       {"value", "Pair<int, char> Pair<int, char>::value;", "Pair<int, char>"},
+      {"ri", "int &ns::ri;", nullptr},
+      {"pm", "int ns::T::*ns::pm;", nullptr},
       {"cb", "void (*other)(int, cb);", nullptr},
       {"season", "22:\tstatic struct {\n    int year;\n    int season;\n} season[3];", "static struct {...} *"},
       {"year", "22:\tstruct {\n    int year;\n} season;\n9:\tlong year;", "long"},
