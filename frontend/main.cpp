@@ -43,6 +43,8 @@ void defineScan(CLI::App& app, ScanOptions& options, bool& noDebugger) {
   options.jobs = std::max(1u, std::thread::hardware_concurrency());
   command->add_option("-j,--jobs", options.jobs, "Executables at a time")->capture_default_str();
   addQualified(command, options.qualified);
+  command->add_flag("--gnu-addr2line", options.gnuLocator,
+                    "Find places with the system's addr2line, which knows fewer variables and takes long for many");
   command->add_flag("--no-gdb", noDebugger, "Do not ask gdb for the types that the tables lack");
 }
 

@@ -151,6 +151,7 @@ class Scanner {
       unsetenv("EXEFILE");
     }
     setenv("DEBUG_ERR", "0", 1);
+    if (!options_.gnuLocator) putFirstOnPath(locatorDirectory());
     std::vector<char*> argv;
     argv.reserve(command.size() + 1);
     for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
@@ -158,6 +159,20 @@ class Scanner {
     execv(argv[0], argv.data());
     std::fprintf(stderr, "tolquin: %s cannot be run: %s\n", argv[0], std::strerror(errno));
     _exit(255);
+  }
+
+  // Where the locator lies: in the build beside this program, installed apart from it.
+  std::string locatorDirectory() const {
+    const fs::path here = fs::path(options_.self).parent_path();
+    for (const fs::path& directory : {here / "libexec/tolquin", here / "../libexec/tolquin"}) {
+      if (fs::exists(directory / "addr2line")) return fs::absolute(directory);
+    }
+    return "";
+  }
+
+  static void putFirstOnPath(const std::string& directory) {
+    const char* path = std::getenv("PATH");
+    if (!directory.empty()) setenv("PATH", (directory + ":" + (path != nullptr ? path : "/usr/bin:/bin")).c_str(), 1);
   }
 
   void awaitOne() {
@@ -178,6 +193,8 @@ class Scanner {
       fail(job.executable, reason(job.step, status));
     } else if (job.step == Step::Tables) {
       job.step = Step::Result;
+      // To be made anew anyway; emptying a large old one takes longer.
+      unlink((job.directory + "/vifa.dat").c_str());
       start(std::move(job));
     } else {
       report(job);

@@ -10,6 +10,7 @@ struct ScanOptions {
   unsigned jobs = 1;            ///< executables at a time
   bool qualified = false;       ///< see makeTables
   bool useDebugger = true;      ///< ask gdb for what the tables lack
+  bool gnuLocator = false;      ///< leave the system's addr2line to tolquin.exe, instead of this project's
   std::string self;             ///< path of this program, which makes the tables; tolquin.exe lies beside it
 };
 

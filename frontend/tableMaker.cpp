@@ -188,7 +188,7 @@ std::optional<std::uint64_t> TableMaker::sizeWithoutPointers(Dwarf_Die type) {
 
 TableSummary makeTables(const std::string& executable, const std::string& directory, bool qualified) {
   const DebugFile file(executable);
-  const Variables variables = readVariables(file);
+  const Variables variables = readVariables(file, Wanted::Types);
   TableMaker maker(variables, qualified);
   maker.make();
   maker.summary.missingUnits = variables.missingUnits.size();

@@ -61,7 +61,7 @@ std::vector<Dwarf_Die> descriptions(const Dwarf_Die& die) {
 
 class Reader {
  public:
-  explicit Reader(const DebugFile& file) : file_(file) {}
+  Reader(const DebugFile& file, Wanted wanted) : file_(file), wanted_(wanted) {}
 
   Variables read() {
     result_.missingUnits = file_.forEachUnit([this](const Dwarf_Die& top, const Dwarf_Die& skeleton) {
@@ -169,7 +169,7 @@ class Reader {
     variable.internal = candidate.inFunction || !isFlagSet(candidate.die, DW_AT_external);
     readType(chain, variable);
     readSize(chain, variable);
-    readDefinition(chain, variable);
+    if (wanted_ == Wanted::Places) readDefinition(chain, variable);
     result_.list.push_back(std::move(variable));
   }
 
@@ -197,31 +197,34 @@ class Reader {
     }
   }
 
+  // A definition says only what differs from the declaration that it completes: often the line, but not the file.
   void readDefinition(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) const {
     for (Dwarf_Die& die : chain) {
-      const char* file = declarationFile(die);
-      if (file == nullptr || dwarf_decl_line(&die, &variable.line) != 0) continue;
-      variable.file = file;
-      return;
+      if (variable.line == 0) dwarf_decl_line(&die, &variable.line);
+      if (variable.file.empty()) variable.file = declarationFile(die);
     }
   }
 
-  // dwarf_decl_file gives up on units whose list of files is that of their skeleton.
-  const char* declarationFile(Dwarf_Die& die) const {
+  // The file that an entry names, empty when none. dwarf_decl_file gives up on units whose list of files is that of
+  // their skeleton.
+  std::string declarationFile(Dwarf_Die& die) const {
     Dwarf_Attribute attribute;
     Dwarf_Word number = 0;
-    if (dwarf_formudata(dwarf_attr(&die, DW_AT_decl_file, &attribute), &number) != 0) return nullptr;
+    if (dwarf_formudata(dwarf_attr(&die, DW_AT_decl_file, &attribute), &number) != 0) return "";
     Dwarf_Die unit;
     Dwarf_Files* files = nullptr;
     std::size_t count = 0;
-    if (dwarf_diecu(&die, &unit, nullptr, nullptr) == nullptr) return nullptr;
+    if (dwarf_diecu(&die, &unit, nullptr, nullptr) == nullptr) return "";
     if (dwarf_getsrcfiles(&unit, &files, &count) != 0) {
       const auto skeleton = skeletons_.find(unit.addr);
-      if (skeleton == skeletons_.end()) return nullptr;
+      if (skeleton == skeletons_.end()) return "";
       unit = skeleton->second;
-      if (dwarf_getsrcfiles(&unit, &files, &count) != 0) return nullptr;
+      if (dwarf_getsrcfiles(&unit, &files, &count) != 0) return "";
     }
-    return number < count ? dwarf_filesrc(files, number, nullptr, nullptr) : nullptr;
+    const char* file = number < count ? dwarf_filesrc(files, number, nullptr, nullptr) : nullptr;
+    if (file == nullptr) return "";
+    const char* directory = dwarf_formstring(dwarf_attr(&unit, DW_AT_comp_dir, &attribute));
+    return *file == '/' || directory == nullptr ? file : std::string(directory) + "/" + file;
   }
 
   // Sorts by address and keeps one of several descriptions of a variable. Different variables at one address stay if
@@ -245,6 +248,7 @@ class Reader {
   }
 
   const DebugFile& file_;
+  const Wanted wanted_;
   Variables result_;
   std::vector<Candidate> candidates_;
   std::unordered_map<const void*, Dwarf_Die> skeletons_;  // by the top entry of the unit in the .dwo file
@@ -253,4 +257,4 @@ class Reader {
 
 }  // namespace
 
-Variables readVariables(const DebugFile& file) { return Reader(file).read(); }
+Variables readVariables(const DebugFile& file, Wanted wanted) { return Reader(file, wanted).read(); }

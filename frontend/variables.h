@@ -28,7 +28,10 @@ struct Variables {
   std::vector<std::string> missingUnits;  ///< .dwo files that could not be found
 };
 
+/// What is to be read of each variable: for tables, its place need not be looked up; for places, its name alone.
+enum class Wanted { Types, Places };
+
 /// Reads the variables of `file`: globals, statics of files and functions, static members, members of namespaces,
 /// inline variables, instances of templates, once each. Thread-local and optimised-away variables and declarations are
 /// left out.
-Variables readVariables(const DebugFile& file);
+Variables readVariables(const DebugFile& file, Wanted wanted);

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #include "gdbControl.h"
 #include "io.h"
@@ -164,7 +165,20 @@ bool readDeclarations(const string& path, const TMAP& listed, IndexTable& table)
   return !reader.failed();
 }
 
-void reportUnreadable(const string& path) { std::fprintf(stderr, "cannot open %sto read\n", path.c_str()); }
+// The index of the run, in the directory that DB names.
+struct RunIndex {
+  explicit RunIndex(const string& directory)
+      : table('w', (directory + "/vifa.dat").c_str()), complaint(fillIndex(directory, table)) {}
+
+  IndexTable table;
+  string complaint;
+};
+
+RunIndex& runIndex() {
+  const char* dbenv = std::getenv("DB");
+  static RunIndex index(dbenv != nullptr ? dbenv : "./");
+  return index;
+}
 
 }  // namespace
 
@@ -185,24 +199,21 @@ bool itemFromDeclaration(string_view line, const TMAP& listed, ItemType& item) {
   return true;
 }
 
-void fillIndex(const string& directory, IndexTable& table) {
+string fillIndex(const string& directory, IndexTable& table) {
   const string obj1_file = directory + "/objdump.1";
   const string objtxt_file = directory + "/objdump.txt";
   TMAP tmap;
-  if (!readListedAddresses(obj1_file, tmap)) {
-    reportUnreadable(obj1_file);
-  } else if (!readDeclarations(objtxt_file, tmap, table)) {
-    reportUnreadable(objtxt_file);
-  }
+  if (!readListedAddresses(obj1_file, tmap)) return "cannot open " + obj1_file + "to read\n";
+  if (!readDeclarations(objtxt_file, tmap, table)) return "cannot open " + objtxt_file + "to read\n";
+  return "";
 }
 
+void prepareIndex() { runIndex(); }
+
 IndexTable& crtMap() {
-  const char* dbenv = std::getenv("DB");
-  static const string directory = dbenv != nullptr ? dbenv : "./";
-  static IndexTable btTable('w', (directory + "/vifa.dat").c_str());
-  static const bool filled = (fillIndex(directory, btTable), true);
-  static_cast<void>(filled);
-  return btTable;
+  const string complaint = std::exchange(runIndex().complaint, "");
+  std::fputs(complaint.c_str(), stderr);
+  return runIndex().table;
 }
 
 // ---- The debugger's answer

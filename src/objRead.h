@@ -78,12 +78,18 @@ std::string remove_all_scopes(const std::string& arg);
 /// variable whose address is in `listed`.
 bool itemFromDeclaration(std::string_view line, const TMAP& listed, ItemType& item);
 
-/// Fills `table` from `objdump.1` and `objdump.txt` in `directory` (text put before "/objdump.1" as it is). A file that
-/// cannot be opened is reported on standard error, and the table stays empty; so is one that cannot be read to its end.
-void fillIndex(const std::string& directory, IndexTable& table);
+/// Fills `table` from `objdump.1` and `objdump.txt` in `directory` (text put before "/objdump.1" as it is). Returns
+/// what is to be said on standard error: empty, or a line about a file that cannot be opened (the table then stays
+/// empty) or not be read to its end.
+std::string fillIndex(const std::string& directory, IndexTable& table);
 
-/// Builds the index on the first call, in the directory that the environment variable DB names (default "./"), and
-/// returns it, open until the program ends. A `vifa.dat` that cannot be created ends the program through Error.
+/// Builds the index ahead of the first lookup, so that it can be done while a child is at work. What there is to say
+/// about missing files is left to that lookup. A `vifa.dat` that cannot be created ends the program through Error.
+void prepareIndex();
+
+/// Builds the index on the first call unless it is built, in the directory that the environment variable DB names
+/// (default "./"), and returns it, open until the program ends. A `vifa.dat` that cannot be created ends the program
+/// through Error.
 IndexTable& crtMap();
 
 /// Examines one line (no newline) of gdb's answer to "info var". True when it declares a variable whose last name

@@ -47,11 +47,10 @@ bool matchesType(const char* line, std::string_view sought, const char*& sizeTex
   return std::string_view(line, static_cast<std::size_t>(tab - line)).starts_with(sought);
 }
 
-std::string trimmed(std::string text) { return str_trim(text.data()); }
-
-std::string textColumn(const std::string& text) {
-  const std::string column = trimmed(text);
-  return column.empty() ? "<NULL>" : column;
+std::string_view trimmed(std::string_view text) {
+  constexpr std::string_view whiteSpace = " \t\n\v\f\r";
+  text.remove_prefix(std::min(text.find_first_not_of(whiteSpace), text.size()));
+  return text.substr(0, text.find_last_not_of(whiteSpace) + 1);
 }
 
 }  // namespace
@@ -106,7 +105,7 @@ int hex2dec(int* cvtint, const char* str) {
 
 void get_Dsize(FILE* Size_Tbl, int* Dsize, char* readbuffer, const char* DataType) {
   *Dsize = -1;
-  const std::string DType = trimmed(std::string(DataType, std::strcspn(DataType, "*")));
+  const std::string DType(trimmed({DataType, std::strcspn(DataType, "*")}));
   std::rewind(Size_Tbl);
   dprintf("looking for size of(%s)\n", DType.c_str());
   const std::string_view sought = soughtName(DType);
@@ -122,16 +121,23 @@ void get_Dsize(FILE* Size_Tbl, int* Dsize, char* readbuffer, const char* DataTyp
 }
 
 std::string formatGlobalVarDef(const sGlobalVarDef_tbl& record) {
-  std::string row = std::to_string(record.GlobalVarKey);
-  const auto column = [&row](const std::string& text) { row.append("\t").append(text); };
-  column(textColumn(record.VariableName));
-  column(textColumn(record.DataType));
-  column(std::to_string(record.DataSize));
-  column(std::to_string(record.DRefDataSize));
-  column(textColumn(record.TypedefType));
-  column(textColumn(record.StructType));
-  column(textColumn(record.SourceFile));
-  column(std::to_string(record.LineNbr));
-  column(std::to_string(record.LineCount));
-  return row + "\n";
+  std::string row;
+  row.reserve(256);
+  const auto number = [&row](int value) { row.append(std::to_string(value)).append("\t"); };
+  const auto text = [&row](std::string_view value) {
+    const std::string_view column = trimmed(value);
+    row.append(column.empty() ? "<NULL>" : column).append("\t");
+  };
+  number(record.GlobalVarKey);
+  text(record.VariableName);
+  text(record.DataType);
+  number(record.DataSize);
+  number(record.DRefDataSize);
+  text(record.TypedefType);
+  text(record.StructType);
+  text(record.SourceFile);
+  number(record.LineNbr);
+  number(record.LineCount);
+  row.back() = '\n';
+  return row;
 }

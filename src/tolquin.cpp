@@ -78,8 +78,8 @@ class RowWriter {
 };
 
 // One pass over objdump.1. While addr2line works on the request for a line, the line before it is looked up and
-// written; everything that can be seen of that, happens in the order of the lines. Only the first line is finished
-// before the second is asked for, because its lookup builds the index and can end the program.
+// written; everything that can be seen of that, happens in the order of the lines. While it works on the first, the
+// index is built. The first line is finished before the second is asked for.
 void processRecords(FILE* objdump1, A2LControl& session, RowWriter& rows) {
   Variable buffers[2];
   Variable* current = &buffers[0];
@@ -89,6 +89,7 @@ void processRecords(FILE* objdump1, A2LControl& session, RowWriter& rows) {
     if (waiting != nullptr) rows.finish(*waiting);
     dprintf("input line <%s>\n", current->line);
     if (!current->good) err_exit(735, "Error parsing objdump.1 record");
+    if (first) prepareIndex();
     current->location = session.awaitLocation();
     if (first) rows.finish(*current);
     waiting = first ? nullptr : current;

@@ -27,8 +27,10 @@ std::string bare(const std::string& type) {
   return std::regex_replace(type, std::regex(R"(\(anonymous namespace\)::|\w+::(?!\*)| )"), "");
 }
 
-std::string tolquin(const std::string& directory, const std::string& program) {
-  return "DB=" + directory + " EXEFILE=" + program + " " TOLQUIN_EXE " " + directory + " " + program;
+// Runs tolquin.exe; `path` goes before the search path.
+std::string tolquin(const std::string& directory, const std::string& program, const std::string& path = "") {
+  return "PATH=" + path + ":$PATH DB=" + directory + " EXEFILE=" + program + " " TOLQUIN_EXE " " + directory + " " +
+         program;
 }
 
 struct Variable {
@@ -36,8 +38,12 @@ struct Variable {
   std::string location;  // what a batch of addr2line says
 };
 
-std::vector<Variable> listedVariables(const std::string& directory, const std::string& program) {
-  const RunResult batch = run("cut -d' ' -f1 " + directory + "/objdump.1 | addr2line -e " + program);
+const std::string gnu = "/usr/bin";
+const std::string ours = LOCATOR_DIRECTORY;
+
+std::vector<Variable> listedVariables(const std::string& directory, const std::string& program,
+                                      const std::string& tool) {
+  const RunResult batch = run("cut -d' ' -f1 " + directory + "/objdump.1 | " + tool + "/addr2line -e " + program);
   const Columns locations = splitAt(batch.out, '\n');
   std::vector<Variable> variables;
   for (const std::string& line : splitAt(readFile(directory + "/objdump.1"), '\n')) {
@@ -57,21 +63,24 @@ void expectRight(const Columns& row, const Variable& variable, const Columns& wi
   const bool known = !variable.location.starts_with("??");
   EXPECT_EQ(row[7], known ? variable.location.substr(0, variable.location.rfind(':')) : "<NULL>") << about;
   EXPECT_EQ(std::stol(row[8]), known ? std::strtol(number.c_str(), nullptr, 10) : 0) << about;
-  EXPECT_EQ(row[7] + row[8], known ? witness[5] + witness[6] : "<NULL>0") << about;
+  // gdb 13 cannot name the file of a variable in a unit of link-time optimisation.
+  const std::string file = witness[5].ends_with("/<artificial>") ? row[7] : witness[5];
+  EXPECT_EQ(row[7] + row[8], known ? file + witness[6] : "<NULL>0") << about;
 }
 
 // Compares a result table with the witnesses. Returns the names of the variables that gdb knows and the table lacks.
-std::set<std::string> compare(const std::string& directory, const std::string& program) {
+std::set<std::string> compare(const std::string& directory, const std::string& program, const std::string& tool) {
   std::map<std::string, Columns> witness;
   for (const Columns& row : table(directory + "/witness.tbl")) witness[row[0]] = row;
   const std::vector<Columns> rows = table(directory + "/tGlobalVarDef.tbl");
   std::set<std::string> missing;
   for (const auto& [address, row] : witness) missing.insert(row[1]);
   std::size_t at = 0;
-  for (const Variable& variable : listedVariables(directory, program)) {
+  for (const Variable& variable : listedVariables(directory, program, tool)) {
     if (at == rows.size() || rows[at][1] != variable.name) continue;
     EXPECT_EQ(rows[at][0], std::to_string(at + 1));
     if (const auto known = witness.find(variable.address); known != witness.end()) {
+      EXPECT_TRUE(tool == gnu || !variable.location.starts_with("?")) << variable.name;
       expectRight(rows[at], variable, known->second);
       missing.erase(known->second[1]);
     }
@@ -112,19 +121,19 @@ TEST_P(Example, EveryRowIsRight) {
           "\n" TOLQUIN " tables program -o vym --quiet");
   ASSERT_EQ(built.status, 0) << built.err;
   const std::string vym = directory / "vym";
-  RunResult result = run(tolquin(vym, directory / "program"));
+  RunResult result = run(tolquin(vym, directory / "program", gnu));
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out + result.err, "");
-  std::set<std::string> missing = compare(vym, directory / "program");
+  std::set<std::string> missing = compare(vym, directory / "program", gnu);
   missing.erase("coordinate");  // a pointer to a member, whose type no table can hold
   EXPECT_EQ(missing, std::set<std::string>());
 
-  // Without declarations the debugger has to answer for every variable.
+  // Without declarations the debugger has to answer for every variable. Our own addr2line knows all places.
   writeFile(vym + "/objdump.txt", "");
-  result = run(tolquin(vym, directory / "program"));
+  result = run(tolquin(vym, directory / "program", ours));
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out + result.err, "");
-  missing = compare(vym, directory / "program");
+  missing = compare(vym, directory / "program", ours);
   for (const char* name : {"calls", "inner", "message", "next_slot"}) missing.erase(name);  // statics of functions
   for (const char* name : {"compare_codes", "coordinate", "hooks"}) missing.erase(name);    // name within the type
   missing.erase("store::grid<3>");  // its arguments are no part of the name in the list

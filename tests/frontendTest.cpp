@@ -114,7 +114,8 @@ TEST(FrontEnd, InterruptEndsAll) {
   fake.addr2line("log " + directory / "ready" + "\nhang");
   buildSmallProgram(directory / "program");
   const RunResult result =
-      run("cd " + directory.path() + "; " TOLQUIN " scan program & pid=$!; until [ -s ready ]; do sleep 0.01; done; " +
+      run("cd " + directory.path() +
+          "; " TOLQUIN " scan --gnu-addr2line program & pid=$!; until [ -s ready ]; do sleep 0.01; done; " +
           "kill -TERM $pid; wait $pid; echo $?; pgrep -f '[a]ddr2line -e " + directory.path() + "' | wc -l");
   EXPECT_EQ(result.out, "143\n0\n");
 }

@@ -86,7 +86,7 @@ TEST(Index, Files) {
     writeFile(directory / "objdump.1", c.obj1);
     writeFile(directory / "objdump.txt", c.objtxt);
     IndexTable table('w', (directory / "vifa.dat").c_str());
-    fillIndex(directory.path(), table);
+    EXPECT_EQ(fillIndex(directory.path(), table), "");
     EXPECT_TRUE(table.Check());
     for (const auto& [address, type] : {std::pair("8049f40", c.found), std::pair("8049f44", c.second)}) {
       KeyFieldType wanted;

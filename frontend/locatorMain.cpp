@@ -1,0 +1,28 @@
+// The program addr2line of this project: speaks GNU addr2line's protocol for data addresses, and knows the variables of
+// every compiler. Called by tolquin.exe as `addr2line -e <executable>`; put first on its search path by `tolquin scan`.
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+#include "locator.h"
+
+int main(int argc, char** argv) {
+  if (argc != 3 || std::strcmp(argv[1], "-e") != 0) {
+    std::fprintf(stderr,
+                 "usage: addr2line -e <executable>\n"
+                 "Reads addresses of variables, one a line, and writes the file and line of each definition.\n");
+    return 2;
+  }
+  unsetenv("DEBUGINFOD_URLS");
+  Variables variables;
+  try {
+    variables = readVariables(DebugFile(argv[2]), Wanted::Places);
+  } catch (const std::exception& error) {
+    // The questions are answered all the same, with nothing.
+    std::fprintf(stderr, "addr2line: %s\n", error.what());
+  }
+  answerAddresses(Locator(variables.list), stdin, stdout);
+  return 0;
+}
