@@ -3,18 +3,12 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 . tools/requirements.sh
-require_packages "${build_packages[@]}" bsdextrautils
+require_packages "${build_packages[@]}"
 build_preset release -DBUILD_TESTING=OFF
 
 directory=build/example
 mkdir -p "$directory"
 make -s -C examples/inventory PROGRAM="$PWD/$directory/inventory"
 build/release/tolquin scan "$directory/inventory"
-
 echo
-echo "The columns TypedefType, StructType and LineCount left out:"
-echo
-{
-  printf 'Key\tVariableName\tDataType\tSize\tDRef\tSourceFile\tLine\n'
-  cut -f 1-5,8-9 "$directory/inventory.vym/tGlobalVarDef.tbl" | sed "s|$PWD/examples/inventory/||"
-} | column -t -s "$(printf '\t')"
+build/release/tolquin show "$directory/inventory"

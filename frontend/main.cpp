@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "scan.h"
+#include "show.h"
 #include "tableMaker.h"
 #include "userError.h"
 
@@ -31,6 +32,8 @@ void defineTables(CLI::App& app, TablesOptions& options) {
   tables->add_option("executable", options.executable, "Executable or shared object, compiled with -g")->required();
   tables->add_option("-o,--output", options.directory, "Directory for the tables; default: <executable>.vym");
   addQualified(tables, options.qualified);
+  tables->footer(
+      "Example: tolquin tables ./prog -o prog.vym && DB=prog.vym EXEFILE=./prog tolquin.exe prog.vym ./prog");
   tables->add_flag("--quiet", options.quiet, "Print no summary");
 }
 
@@ -45,7 +48,32 @@ void defineScan(CLI::App& app, ScanOptions& options, bool& noDebugger) {
   addQualified(command, options.qualified);
   command->add_flag("--gnu-addr2line", options.gnuLocator,
                     "Find places with the system's addr2line, which knows fewer variables and takes long for many");
+  command->footer(
+      "Examples:\n"
+      "  tolquin scan ./prog && tolquin show prog\n"
+      "  tolquin scan -o results -j 8 build/bin/*\n"
+      "Exit status: 0; 1 when any executable failed, with the reason on standard error.");
   command->add_flag("--no-gdb", noDebugger, "Do not ask gdb for the types that the tables lack");
+}
+
+void defineShow(CLI::App& app, ShowOptions& options) {
+  CLI::App* command = app.add_subcommand("show", "Show a result table");
+  command->add_option("directory", options.directory, "Result directory, or the executable beside it")->required();
+  command->add_option("--format", options.format, "table (for people), tsv, csv or json")
+      ->check(CLI::IsMember({"table", "tsv", "csv", "json"}))
+      ->capture_default_str();
+  command->add_option("--columns", options.columns, "Columns to show, separated by commas, in this order")
+      ->delimiter(',');
+  command->add_option("--sort", options.sort, "Column to sort by; with - in front in descending order (--sort=-Size)");
+  command->add_option("--filter", options.filter, "Show only rows with this text in a column");
+  command->footer(
+      "Columns: GlobalVarKey (Key), VariableName (Name), DataType (Type), DataSize (Size), DRefDataSize (DRef), "
+      "TypedefType,\n"
+      "StructType, SourceFile (File), LineNbr (Line), LineCount\n\n"
+      "Examples:\n"
+      "  tolquin show prog.vym --sort=-Size\n"
+      "  tolquin show prog --filter buffer.c --columns Name,Type,Line\n"
+      "  tolquin show prog.vym --format json | jq '.[] | select(.DataSize > 4096)'");
 }
 
 int runTables(const TablesOptions& options) {
@@ -73,13 +101,25 @@ int main(int argc, char** argv) try {
   CLI::App app{"Finds type, size and place of definition of every global variable of C and C++ programs.", "tolquin"};
   app.set_version_flag("--version", "tolquin " TOLQUIN_VERSION);
   app.require_subcommand(1);
+  app.footer("Example: tolquin scan ./prog && tolquin show prog\nSee `tolquin COMMAND --help`, and the manual page.");
   TablesOptions tables;
   ScanOptions scanning;
   bool noDebugger = false;
   defineTables(app, tables);
   defineScan(app, scanning, noDebugger);
-  CLI11_PARSE(app, argc, argv);
+  ShowOptions showing;
+  defineShow(app, showing);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    constexpr int wrongUse = 2;
+    return app.exit(error) == 0 ? 0 : wrongUse;
+  }
   if (app.got_subcommand("tables")) return runTables(tables);
+  if (app.got_subcommand("show")) {
+    show(showing);
+    return std::fflush(stdout) == 0 ? 0 : throw UserError("the output could not be written");
+  }
   scanning.useDebugger = !noDebugger;
   scanning.self = std::filesystem::read_symlink("/proc/self/exe");
   return scan(scanning);

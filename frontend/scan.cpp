@@ -13,13 +13,11 @@
 #include <cstring>
 #include <deque>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
 
 #include "childProcess.h"
-#include "outputFiles.h"
-#include "userError.h"
+#include "resultTable.h"
 
 namespace {
 
@@ -59,18 +57,11 @@ struct Counts {
 
 Counts countResults(const std::string& directory) {
   Counts counts;
-  std::string line;
-  for (std::ifstream list(directory + "/objdump.1"); std::getline(list, line);) ++counts.found;
-  for (std::ifstream table(directory + "/tGlobalVarDef.tbl"); std::getline(table, line);) {
-    std::vector<std::string> columns;
-    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
-      end = line.find('\t', start);
-      columns.push_back(line.substr(start, end - start));
-    }
-    if (columns.size() < 10) continue;
+  counts.found = countLines(directory + "/objdump.1");
+  for (const ResultRow& row : readResultTable(directory)) {
     ++counts.typed;
-    if (columns[4] != "-1") ++counts.sized;
-    if (columns[7] != "<NULL>") ++counts.located;
+    if (row[4] != "-1") ++counts.sized;
+    if (row[7] != "<NULL>") ++counts.located;
   }
   return counts;
 }

@@ -1,0 +1,28 @@
+// The result of a run, tGlobalVarDef.tbl, as read back.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// A column of the result table.
+struct ResultColumn {
+  const char* name;    ///< as in the table's description
+  const char* header;  ///< short, for people
+  bool isNumber;
+  const char* unknown;  ///< the text that stands for "not known"; null when the column always says something
+};
+
+inline constexpr std::size_t resultColumnCount = 10;
+/// All columns, in the order of the table.
+extern const std::array<ResultColumn, resultColumnCount> resultColumns;
+
+/// One line of the table.
+using ResultRow = std::array<std::string, resultColumnCount>;
+
+/// Reads the table in `directory`. Throws UserError when there is none, and when a line of it is malformed.
+std::vector<ResultRow> readResultTable(const std::string& directory);
+
+/// Lines of the text file `path`; 0 when it cannot be read.
+std::size_t countLines(const std::string& path);

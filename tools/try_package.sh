@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Builds the Debian package, installs it, scans a program with it, and removes it again. As root.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. tools/requirements.sh
+require_packages "${build_packages[@]}" dpkg-dev man-db bash-completion
+build_preset release
+rm -rf build/package
+cpack -G DEB --config build/release/CPackConfig.cmake -B build/package >/dev/null
+package=$(echo build/package/*.deb)
+dpkg-deb --field "$package" Package Version Depends
+dpkg -i "$package" >/dev/null
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+make -s -C examples/inventory PROGRAM="$work/inventory"
+(
+  cd "$work"
+  tolquin scan inventory
+  [ "$(tolquin show inventory --format tsv --columns SourceFile | grep -c '/main.cpp\|/parts.c')" -eq 42 ]
+)
+man -P cat tolquin tolquin.exe | grep -q 'global variables'
+bash -ic '. /usr/share/bash-completion/completions/tolquin && complete -p tolquin' >/dev/null 2>&1
+
+dpkg -r tolquin >/dev/null
+for left in /usr/bin/tolquin /usr/bin/tolquin.exe /usr/libexec/tolquin; do
+  [ ! -e "$left" ] || { echo "$left is left behind" >&2; exit 1; }
+done
+echo "the package installs, scans and removes cleanly"
