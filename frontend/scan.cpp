@@ -82,6 +82,9 @@ class Scanner {
       : options_(options), core_((fs::path(options.self).parent_path() / "tolquin.exe").string()) {}
 
   int run() {
+    if (options_.useDebugger)
+      expectTool("gdb", "variables that the tables lack will have no type; --no-gdb says you know");
+    if (options_.gnuLocator) expectTool("addr2line", "no place will be known; leave --gnu-addr2line out");
     std::set<std::string> directories;
     for (const std::string& executable : options_.executables) {
       const std::string directory = tableDirectory(executable, options_.outputDirectory);
@@ -101,6 +104,15 @@ class Scanner {
   }
 
  private:
+  static void expectTool(const std::string& name, const char* otherwise) {
+    const std::string path = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
+    for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
+      end = path.find(':', start);
+      if (access((path.substr(start, end - start) + "/" + name).c_str(), X_OK) == 0) return;
+    }
+    std::fprintf(stderr, "tolquin: warning: %s is not on the search path: %s\n", name.c_str(), otherwise);
+  }
+
   void startNext() {
     Job job = waiting_.front();
     waiting_.pop_front();

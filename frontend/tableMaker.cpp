@@ -1,10 +1,13 @@
 #include "tableMaker.h"
 
+#include <cxxabi.h>
 #include <dwarf.h>
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 
@@ -29,16 +32,6 @@ bool holdsBlank(const std::string& text) { return text.find_first_of(" \t\n") !=
 // A name part that can stand in a table: without blanks, template arguments that hold some cut off.
 std::string tableName(const std::string& name) {
   return holdsBlank(name) ? name.substr(0, name.find_first_of("< \t\n")) : name;
-}
-
-// The name in objdump.1: in C++ with its scopes, but for those that hold blanks.
-std::string qualifiedName(const GlobalVariable& variable, const Scopes& scopes) {
-  std::string result;
-  for (const std::string& scope : scopes.path(variable.scope)) {
-    const std::string part = canonicalName(scope);
-    if (!holdsBlank(part)) result += part + "::";
-  }
-  return result + tableName(canonicalName(variable.name));
 }
 
 // What the lookup of a type's size searches for: the type up to its first '*'.
@@ -114,13 +107,35 @@ class TableMaker {
   void add(const GlobalVariable& variable) {
     const std::string line =
         hexadecimal(variable.address) + " " + (variable.size != 0 ? hexadecimal(variable.size) : "<NULL>") + " ";
-    std::string name = qualifiedName(variable, variables_.scopes);
+    std::string name = qualifiedName(variable);
     // A longer line would be taken for several by its reader.
     if (line.size() + name.size() + 2 > RecordSize) name = tableName(variable.name);
     if (name.empty() || line.size() + name.size() + 2 > RecordSize) return;
     list += line + name + "\n";
     ++summary.variables;
     if (variable.type.addr != nullptr) addType(variable);
+  }
+
+  // The name in objdump.1: in C++ with its scopes, but for those that hold blanks.
+  std::string qualifiedName(const GlobalVariable& variable) const {
+    std::string result;
+    for (const std::string& scope : variables_.scopes.path(variable.scope)) {
+      const std::string part = canonicalName(scope);
+      if (!holdsBlank(part)) result += part + "::";
+    }
+    return result + tableName(canonicalName(variable.name + templateArguments(variable)));
+  }
+
+  // The arguments of an instance of a variable template, "<3>", which compilers tell in the symbol's name alone.
+  static std::string templateArguments(const GlobalVariable& variable) {
+    if (variable.linkageName == nullptr || variable.name.find('<') != std::string::npos) return "";
+    const std::unique_ptr<char, void (*)(void*)> full(
+        abi::__cxa_demangle(variable.linkageName, nullptr, nullptr, nullptr), std::free);
+    const std::string_view symbol = full ? full.get() : "";
+    const std::size_t name = symbol.rfind(variable.name + "<");
+    return name != std::string_view::npos && symbol.ends_with('>')
+               ? std::string(symbol.substr(name + variable.name.size()))
+               : "";
   }
 
   void addType(const GlobalVariable& variable) {

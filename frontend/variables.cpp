@@ -182,7 +182,7 @@ class Reader {
 
   // The symbol's size counts: only it knows the elements of a flexible array at the end.
   void readSize(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) const {
-    const char* linkageName = nullptr;
+    const char*& linkageName = variable.linkageName;
     for (Dwarf_Die& die : chain) {
       Dwarf_Attribute attribute;
       for (const unsigned kind : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name}) {

@@ -17,9 +17,11 @@ struct GlobalVariable {
   Scopes::Id scope = Scopes::global;
   bool internal = false;  ///< known in its unit or function alone
   bool cxx = false;       ///< from a unit in C++ (or another language that names types without their kind)
-  Dwarf_Die type{};       ///< addr is null when there is none
-  std::string file;       ///< of the definition, as the debugging information names it; empty when unknown
-  int line = 0;           ///< of the definition, from 1; 0 when unknown
+  const char* linkageName =
+      nullptr;       ///< name of the symbol as the debugging information tells it; null when it does not
+  Dwarf_Die type{};  ///< addr is null when there is none
+  std::string file;  ///< of the definition, as the debugging information names it; empty when unknown
+  int line = 0;      ///< of the definition, from 1; 0 when unknown
 };
 
 struct Variables {

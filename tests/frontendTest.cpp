@@ -108,6 +108,41 @@ TEST(FrontEnd, Scan) {
   EXPECT_EQ(run("cd " + directory.path() + "; " TOLQUIN " scan good").status, 0);
 }
 
+TEST(FrontEnd, Show) {
+  const TempDir directory;
+  writeFile(directory / "tGlobalVarDef.tbl",
+            "1\ta,\"b\"\tchar *\t8\t1\t<NULL>\t<NULL>\tx.c\t7\t-1\n"
+            "2\tn\xc3\xa4me\xff\tint\t40\t-1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n");
+  const auto shown = [&](const std::string& options) {
+    return run(TOLQUIN " show " + directory.path() + " " + options).out;
+  };
+  EXPECT_EQ(shown(""),
+            "Key  Name   Type    Size  DRef  File    Line\n"
+            "  1  a,\"b\"  char *     8     1  x.c        7\n"
+            "  2  n\xc3\xa4me?  int       40    -1  <NULL>     0\n");
+  EXPECT_EQ(shown("--format csv --columns name,DataSize"),
+            "\"VariableName\",\"DataSize\"\r\n\"a,\"\"b\"\"\",\"8\"\r\n"
+            "\"n\xc3\xa4me\xff\",\"40\"\r\n");
+  EXPECT_EQ(shown("--format tsv --columns Key,Size --sort=-Size"), "GlobalVarKey\tDataSize\n2\t40\n1\t8\n");
+  EXPECT_EQ(shown("--format tsv --columns Key --filter x.c"), "GlobalVarKey\n1\n");
+  EXPECT_EQ(
+      shown("--format json --columns Name,Type,DRef,File,Line"),
+      "[\n {\n  \"VariableName\": \"a,\\\"b\\\"\",\n  \"DataType\": \"char *\",\n  \"DRefDataSize\": 1,\n"
+      "  \"SourceFile\": \"x.c\",\n  \"LineNbr\": 7\n },\n"
+      " {\n  \"VariableName\": \"n\xc3\xa4me\xef\xbf\xbd\",\n  \"DataType\": \"int\",\n  \"DRefDataSize\": null,\n"
+      "  \"SourceFile\": null,\n  \"LineNbr\": null\n }\n]\n");
+  const std::string errors[][2] = {{"--columns none", "there is no column none; the columns are GlobalVarKey, "},
+                                   {"--sort none", "there is no column none"}};
+  for (const auto& [options, message] : errors) {
+    const RunResult result = run(TOLQUIN " show " + directory.path() + " " + options);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
+  }
+  EXPECT_EQ(run(TOLQUIN " show " + directory.path() + " >/dev/full").status, 1);
+  writeFile(directory / "tGlobalVarDef.tbl", "1\tx\n");
+  EXPECT_NE(run(TOLQUIN " show " + directory.path()).err.find("line 1 has not the ten columns"), std::string::npos);
+}
+
 TEST(FrontEnd, InterruptEndsAll) {
   const TempDir directory;
   FakeTools fake;
