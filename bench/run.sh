@@ -77,6 +77,12 @@ for count in "${sizes[@]}"; do
   row "tables, $count globals : nm -lS" "$(median <"$work/tables")" "$(median <"$work/nm")"
   row "tables, $count globals : gdb info variables" "$(median <"$work/tables")" "$(median <"$work/gdb")"
   rm -f "$work"/{tables,nm,gdb}
+  for ((i = 0; i < 3; ++i)); do
+    seconds build/release/tolquin scan "$directory/program" -o "$work/scanned" >>"$work/scan"
+    seconds gdb -batch -nx -ex 'info variables' "$directory/program" >>"$work/gdb"
+  done
+  row "scan, $count globals : gdb info variables" "$(median <"$work/scan")" "$(median <"$work/gdb")"
+  rm -f "$work"/{scan,gdb}
   echo "  beside: addr2line batch $(seconds addr2line_batch "$directory")"
 done
 
