@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
-require_packages "${build_packages[@]}"
+require_packages "${build_packages[@]}" libbenchmark-dev
 export LC_ALL=C
 sizes=("$@")
 [ $# -gt 0 ] || sizes=(3000 20000 100000)
@@ -50,24 +50,26 @@ run_ours() { DB=$1 EXEFILE=$1/program seconds "$tolquin" "$1" "$1/program"; }
 addr2line_batch() { addr2line -e "$1/program" <"$1/addresses"; }
 
 printf '%-46s %9s %9s %6s\n' "measurement (seconds)" ours limit ratio
-for round in 1 2 3; do "$bin/tableBench" 100000 "$work" 2>>"$work/memory"; done >"$work/table"
-for what in "inserts and lookups" "index build"; do
-  row "100000 items: $what" "$(grep "^$what" "$work/table" | cut -f2 | median)" \
-    "$(grep "^$what" "$work/table" | cut -f3 | median)"
-done
-head -n 1 "$work/memory"
+BENCH_DIRECTORY=$work "$bin/tableBench" --benchmark_format=csv --benchmark_repetitions=5 \
+  --benchmark_report_aggregates_only=true 2>/dev/null >"$work/table"
+table_median() { grep "^\"$1/.*_median" "$work/table" | cut -d, -f"${2:-3}"; }
+row "100000 items: inserts and lookups" "$(table_median insertsAndLookups)" "$(table_median bareWritesAndReads)"
+row "100000 items: index build : inserts alone" "$(table_median indexBuild)" "$(table_median inserts)"
+echo "memory of the table: $(table_median insertsAndLookups 11 | cut -d. -f1) KiB"
 
 for count in "${sizes[@]}"; do
   generate "$count"
   directory=$work/$count
   rounds=5
   [ "$count" -le 20000 ] || rounds=3
-  rm -f "$work"/{ours,bare}
+  rm -f "$work"/{ours,bare,bound}
   for ((i = 0; i < rounds; ++i)); do
     "$bin/exchangeBench" exchange "$directory/program" <"$directory/addresses" >>"$work/bare"
+    taskset -c 0 "$bin/exchangeBench" exchange "$directory/program" <"$directory/addresses" >>"$work/bound"
     run_ours "$directory" >>"$work/ours"
   done
   row "run, $count globals : bare exchange" "$(median <"$work/ours")" "$(median <"$work/bare")"
+  row "run, $count globals : the same on one processor" "$(median <"$work/ours")" "$(median <"$work/bound")"
   [ "$(wc -l <"$directory/tGlobalVarDef.tbl")" -eq "$count" ] || echo "  rows are missing"
   for ((i = 0; i < rounds; ++i)); do
     seconds build/release/tolquin tables "$directory/program" -o "$directory/made" >>"$work/tables"

@@ -1,100 +1,112 @@
-// Times the disk table and the index build against their bare limits.
-// usage: tableBench <items> <directory>
-// Prints, tab-separated: measurement, seconds, seconds of the bare limit, ratio.
+// The disk table and the index build beside their bare limits, on 100,000 items. Files are made in the directory that
+// the environment variable BENCH_DIRECTORY names (default: the working directory).
+#include <benchmark/benchmark.h>
 #include <fcntl.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <sstream>
 
-#include "childProcess.h"
 #include "io.h"
 #include "objRead.h"
 
 namespace {
 
+constexpr int items = 100000;
 constexpr std::size_t recordSize = sizeof(NodeType<ItemType>);
 
-double secondsOf(const std::function<void()>& work) {
-  const Deadline start = Clock::now();
-  work();
-  return std::chrono::duration<double>(Clock::now() - start).count();
+std::string directory() {
+  const char* chosen = std::getenv("BENCH_DIRECTORY");
+  return chosen != nullptr ? chosen : ".";
 }
 
-void print(const char* what, double seconds, double bare) {
-  std::printf("%s\t%.3f\t%.3f\t%.2f\n", what, seconds, bare, seconds / bare);
-}
+std::string tablePath() { return directory() + "/vifa.dat"; }
+
+int address(int number) { return 0x400000 + 16 * number; }
 
 ItemType item(int number) {
   ItemType made;
-  std::snprintf(made.KeyField, sizeof made.KeyField, "%-50x", 0x400000 + 16 * number);
+  std::snprintf(made.KeyField, sizeof made.KeyField, "%-50x", static_cast<unsigned>(address(number)));
   made.DataField.setDataType("static unsigned int *");
   made.DataField.setVarName(("variable_" + std::to_string(number)).c_str());
   return made;
 }
 
 // Memory that belongs to this process alone, in KiB.
-long privateMemory() {
+double privateMemory() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("RssAnon:")) return std::atol(line.c_str() + 8);
+    if (line.starts_with("RssAnon:")) return std::atof(line.c_str() + 8);
   }
   return -1;
 }
 
-// One whole-record write for each insert and one whole-record read for each lookup, in a file that grows as the
-// table's does: by one node for five items.
-void bareInputOutput(int items, const std::string& path) {
-  const UniqueFd file = openFile(path.c_str(), O_RDWR | O_CREAT | O_TRUNC);
+void insertAll(IndexTable& table) {
+  for (int i = 0; i < items; ++i) table.Insert(item(i));
+}
+
+void inserts(benchmark::State& state) {
+  state.counters["KiB"] = 0;  // every benchmark has to have every counter
+  for (auto _ : state) {
+    IndexTable table('w', tablePath().c_str());
+    insertAll(table);
+  }
+  std::filesystem::remove(tablePath());
+}
+
+void insertsAndLookups(benchmark::State& state) {
+  for (auto _ : state) {
+    const double before = privateMemory();
+    IndexTable table('w', tablePath().c_str());
+    insertAll(table);
+    ItemType found;
+    for (int i = 0; i < items; ++i) {
+      if (!table.Retrieve(item(i).KeyField, found)) state.SkipWithError("an item is missing");
+    }
+    state.counters["KiB"] = privateMemory() - before;
+  }
+  std::filesystem::remove(tablePath());
+}
+
+// One whole-record write for each insert and one whole-record read for each lookup, in a file that grows as the table's
+// does: by one node for five items.
+void bareWritesAndReads(benchmark::State& state) {
+  state.counters["KiB"] = 0;
   const std::string record(recordSize, 'x');
   std::string buffer(recordSize, '\0');
   const auto offset = [](int i) { return static_cast<off_t>(1 + i / 5) * static_cast<off_t>(recordSize); };
-  for (int i = 0; i < items; ++i) writeAt(file.get(), record.data(), recordSize, offset(i));
-  for (int i = 0; i < items; ++i) readAt(file.get(), buffer.data(), recordSize, offset(i));
+  for (auto _ : state) {
+    const UniqueFd file = openFile(tablePath().c_str(), O_RDWR | O_CREAT | O_TRUNC);
+    for (int i = 0; i < items; ++i) writeAt(file.get(), record.data(), recordSize, offset(i));
+    for (int i = 0; i < items; ++i) readAt(file.get(), buffer.data(), recordSize, offset(i));
+  }
+  std::filesystem::remove(tablePath());
+}
+
+void indexBuild(benchmark::State& state) {
+  state.counters["KiB"] = 0;
+  {
+    std::ofstream list(directory() + "/objdump.1");
+    std::ofstream text(directory() + "/objdump.txt");
+    list << std::hex;
+    for (int i = 0; i < items; ++i) {
+      list << address(i) << " 8 variable\n";
+      text << "static unsigned int *variable_" << std::dec << i << " /* 0x" << std::hex << address(i) << " */;\n";
+    }
+  }
+  for (auto _ : state) {
+    IndexTable table('w', tablePath().c_str());
+    fillIndex(directory(), table);
+  }
+  std::filesystem::remove(tablePath());
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc != 3) return 2;
-  const int items = std::atoi(argv[1]);
-  const std::string directory = argv[2];
-  const std::string path = directory + "/vifa.dat";
-  const auto fill = [&](IndexTable& table) {
-    for (int i = 0; i < items; ++i) table.Insert(item(i));
-  };
+BENCHMARK(bareWritesAndReads)->UseRealTime()->Unit(benchmark::kSecond)->Iterations(1);
+BENCHMARK(insertsAndLookups)->UseRealTime()->Unit(benchmark::kSecond)->Iterations(1);
+BENCHMARK(inserts)->UseRealTime()->Unit(benchmark::kSecond)->Iterations(1);
+BENCHMARK(indexBuild)->UseRealTime()->Unit(benchmark::kSecond)->Iterations(1);
 
-  const double bare = secondsOf([&] { bareInputOutput(items, path); });
-  std::filesystem::remove(path);
-  double inserts = 0;
-  const double both = secondsOf([&] {
-    const long before = privateMemory();
-    IndexTable table('w', path.c_str());
-    inserts = secondsOf([&] { fill(table); });
-    ItemType found;
-    for (int i = 0; i < items; ++i) {
-      if (!table.Retrieve(item(i).KeyField, found)) std::abort();
-    }
-    std::fprintf(stderr, "memory of the table: %ld KiB\n", privateMemory() - before);
-  });
-  print("inserts and lookups", both, bare);
-  std::filesystem::remove(path);
-
-  std::ofstream list(directory + "/objdump.1");
-  std::ofstream text(directory + "/objdump.txt");
-  for (int i = 0; i < items; ++i) {
-    list << std::hex << 0x400000 + 16 * i << std::dec << " 8 variable_" << i << "\n";
-    text << "static unsigned int *variable_" << i << " /* 0x" << std::hex << 0x400000 + 16 * i << std::dec << " */;\n";
-  }
-  list.close();
-  text.close();
-  const double build = secondsOf([&] {
-    IndexTable table('w', path.c_str());
-    fillIndex(directory, table);
-  });
-  print("index build", build, inserts);
-  std::filesystem::remove(path);
-}
+BENCHMARK_MAIN();

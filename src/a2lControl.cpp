@@ -29,7 +29,8 @@ bool isLineNumber(std::string_view text) {
 }  // namespace
 
 ReplyKind parseReply(std::string_view line, SourceLocation& location) {
-  if (line.starts_with("??")) return ReplyKind::Unknown;
+  // GNU addr2line 2.40 names a file without a name for some symbols that have no debugging information.
+  if (line.starts_with("??") || (line.starts_with(':') && isLineNumber(line.substr(1)))) return ReplyKind::Unknown;
   for (const std::string_view diagnostic : {"addr2line: ", "BFD: ", "ERROR: "}) {
     if (line.starts_with(diagnostic)) return ReplyKind::Noise;
   }

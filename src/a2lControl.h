@@ -24,7 +24,7 @@ struct SourceLocation {
 /// What one line of addr2line's output is.
 enum class ReplyKind {
   Location,  ///< "file:line", also with " (discriminator N)" behind it or '?' as its line
-  Unknown,   ///< begins with "??": the tool has no answer
+  Unknown,   ///< begins with "??", or has no file before its line number: the tool has no answer
   Noise,     ///< a diagnostic, or anything else that answers nothing
 };
 

@@ -93,7 +93,7 @@ TEST_F(A2L, RepliesArePairedWithTheirRequests) {
       "err addr2line: DWARF error: a:1\\n\nloop\nread\nsay \npause\nsay s$\npause\nsay .c:1\\n\n"  // in pieces
       "read\nerr BFD: x:1\\naddr2line: y:2\\n\ntimes 10000 noise\\n\nsay t$.c:2\\n\n"              // after noise
       "read\nsay x.c:5\\ny.c:9\\n\nread\nsay ??:0\\nz.c:9\\n\nread\nsay ??:?\\n\n"                 // several at once
-      "read\nsay main.c:\\n:12\\nn\\0ul:1\\nlong.c:1\\nlong.c:2\\nlong.c:3\\n\nrepeat");
+      "read\nsay main.c:\\nn\\0ul:1\\nlong.c:1\\nlong.c:2\\nlong.c:3\\n\nrepeat");
   A2LControl session("x");
   ASSERT_EQ(session.startA2L(), 0);
   for (int round = 0; round < 3; ++round) {
@@ -104,6 +104,27 @@ TEST_F(A2L, RepliesArePairedWithTheirRequests) {
     EXPECT_EQ(locate(session, "5"), " 0");
     EXPECT_EQ(locate(session, address244), "long.c 1");
   }
+}
+
+// The real tool, thousands of times in a row, as in a batch.
+TEST(RealTool, AnswersAsInABatch) {
+  const TempDir directory;
+  const std::string program = directory / "program";
+  const RunResult built = run("make -s -C " EXAMPLES_DIRECTORY "/inventory PROGRAM=" + program + "; nm " + program +
+                              " | grep -i ' [bdruv] ' | cut -d' ' -f1");
+  const std::vector<std::string> addresses = splitAt(built.out, '\n');
+  const std::vector<std::string> batch =
+      splitAt(run("nm " + program + " | grep -i ' [bdruv] ' | addr2line -e " + program).out, '\n');
+  ASSERT_GT(addresses.size(), 40u) << built.err;
+  A2LControl session(program.c_str());
+  ASSERT_EQ(session.startA2L(), 0);
+  for (std::size_t i = 0; i < 5000; ++i) {
+    SourceLocation wanted;
+    parseReply(batch[i % batch.size()], wanted);
+    ASSERT_EQ(locate(session, addresses[i % addresses.size()]), wanted.file + " " + std::to_string(wanted.line));
+  }
+  session.endA2L();
+  signal(SIGCHLD, SIG_DFL);
 }
 
 // The fake leaves three requests unanswered until a fourth has come. The first costs the patience, the others next to
