@@ -47,6 +47,11 @@ int ToolSession::start(SpawnRequest request) {
   return 0;
 }
 
+void ToolSession::listenTo(UniqueFd output) {
+  fromTool_ = std::move(output);
+  setNonBlocking(fromTool_.get());
+}
+
 ssize_t ToolSession::send(std::string_view text, Deadline deadline) {
   if (!isRunning()) return -1;
   const std::size_t owed = unsent_.size();

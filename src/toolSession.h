@@ -106,6 +106,9 @@ class ToolSession {
   /// start. Returns 0, or -1 after a message on standard error when a pipe or the fork fails.
   int start(SpawnRequest request);
 
+  /// Listens to `output`, which nobody needs to have written by a child: for trying the parsing alone.
+  void listenTo(UniqueFd output);
+
   /// Whether the child that this object started is believed to run and can still be heard.
   bool isRunning() const { return child_.active() && child_.pid() == startedPid_ && fromTool_; }
 

@@ -14,6 +14,8 @@
 //   close           close standard output and standard error
 //   hang            never do anything again
 //   die             end by SIGKILL
+//   chaos SEED      answer each line by "line.c:7", or in pieces, late, with noise, several lines, or with "??:0", by a
+//                   random sequence
 //   repeat          go on from the first command after the last `loop`
 //   loop            mark for `repeat`
 #include <dirent.h>
@@ -27,6 +29,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -87,6 +90,44 @@ void leaveHeir() {
   std::_Exit(0);
 }
 
+[[noreturn]] void makeChaos(unsigned seed) {
+  std::mt19937 random(seed);
+  while (true) {
+    readLine();
+    const std::string answer = lastLine + ".c:7\n";
+    const std::size_t middle = random() % answer.size();
+    switch (random() % 2000) {
+      case 0:
+        usleep(3000);
+        break;
+      case 1:
+        write(STDOUT_FILENO, answer.substr(0, middle)), usleep(500), write(STDOUT_FILENO, answer.substr(middle));
+        continue;
+      case 2:
+        write(STDERR_FILENO, "addr2line: trouble: 7\n");
+        break;
+      case 3:
+        write(STDERR_FILENO, "BFD: part"), write(STDERR_FILENO, "ly: 8\n");
+        break;
+      case 4:
+        write(STDOUT_FILENO, answer + "other.c:9\n");
+        continue;
+      case 5:
+        write(STDOUT_FILENO, "??:0\n");
+        continue;
+      case 6:
+        write(STDOUT_FILENO, ":?\n");
+        continue;
+      case 7:
+        write(STDOUT_FILENO, std::string(20000, 'n') + "\n");
+        break;
+      default:
+        break;
+    }
+    write(STDOUT_FILENO, answer);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -139,6 +180,7 @@ int main(int argc, char** argv) {
          while (true) pause();
        }},
       {"die", [] { raise(SIGKILL); }},
+      {"chaos", [&] { makeChaos(static_cast<unsigned>(std::atoi(rest.c_str()))); }},
       {"repeat", [&] { at = loopStart; }},
       {"loop", [&] { loopStart = at; }}};
   while (at < commands.size()) {

@@ -1,0 +1,173 @@
+// Faults at every place of a whole run on a real program with the real tools: whatever fails, each row of the table is
+// as in a good run, or honestly lacks its place, and a run that loses rows says so by its exit status or on standard
+// error.
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#include <random>
+#include <set>
+
+#include "objRead.h"
+#include "support.h"
+
+namespace {
+
+class Fault : public testing::Test {
+ protected:
+  void SetUp() override {
+    const RunResult made =
+        run("make -s -C " EXAMPLES_DIRECTORY "/inventory PROGRAM=" + program + " && " TOLQUIN " tables " + program +
+            " -o " + vym + " --quiet && sed -i '/ busy /d' " + vym + "/objdump.txt");
+    ASSERT_EQ(made.status, 0) << made.err;
+    ASSERT_EQ(run(command + core).status, 0);
+    for (const std::string& row : rows()) good.insert(row);
+    ASSERT_EQ(good.size(), 42u);
+    // Where the index fails, gdb answers.
+    ASSERT_EQ(run("mkdir " + vym + "/none; cp " + vym + "/objdump.1 " + vym + "/none; DB=" + vym +
+                  "/none EXEFILE=" + program + " " + core)
+                  .status,
+              0);
+    for (const std::string& row : rows()) good.insert(row);
+  }
+
+  // The rows of the table without their keys.
+  std::vector<std::string> rows() const {
+    std::vector<std::string> found = splitAt(readFile(vym + "/tGlobalVarDef.tbl"), '\n');
+    for (std::string& row : found) row.erase(0, row.find('\t') + 1);
+    return found;
+  }
+
+  static std::string withoutPlace(const std::string& row) {
+    std::vector<std::string> columns = splitAt(row, '\t');
+    columns[6] = "<NULL>";
+    columns[7] = "0";
+    std::string text;
+    for (const std::string& column : columns) text += (text.empty() ? "" : "\t") + column;
+    return text;
+  }
+
+  // `partial`: the run was cut short, so that the last row may be incomplete.
+  void expectRowsRight(const std::string& about, bool partial) const {
+    std::set<std::string> allowed = good;
+    for (const std::string& row : good) allowed.insert(withoutPlace(row));
+    std::vector<std::string> found = rows();
+    if (partial && !found.empty()) found.pop_back();
+    for (const std::string& row : found) EXPECT_TRUE(allowed.contains(row)) << about << ": " << row;
+    EXPECT_TRUE(partial || found.size() == 42) << about << ": " << found.size() << " rows";
+  }
+
+  const TempDir directory;
+  const std::string program = directory / "program";
+  const std::string vym = directory / "vym";
+  const std::string command = "DB=" + vym + " EXEFILE=" + program + " timeout 100 ";
+  const std::string core = TOLQUIN_EXE " " + vym + " " + program;
+  std::set<std::string> good;
+};
+
+}  // namespace
+
+TEST_F(Fault, EachSystemCallFailsOnce) {
+  if (run("strace -o /dev/null true").status != 0) GTEST_SKIP() << "strace does not work here";
+  for (const std::string call :
+       {"pipe2", "clone", "openat", "read", "write", "pread64", "pwrite64", "ppoll", "wait4"}) {
+    for (int n = 1; n <= 70; n += n < 10 ? 1 : 12) {
+      const std::string inject = "strace -qq -o /dev/null -e trace=" + call + " -e inject=" + call +
+                                 ":error=EIO:when=" + std::to_string(n) + " ";
+      const RunResult result = run(command + inject + core);
+      const std::string about = call + " " + std::to_string(n);
+      if (result.err.find("loading shared libraries") != std::string::npos || result.status > 128) continue;
+      const std::set<int> statuses{0, 1, 114, 120, 126, 132, 146, 151, 156};
+      EXPECT_TRUE(statuses.contains(result.status)) << about << ": " << result.status << result.err;
+      if (result.status != 126) expectRowsRight(about, result.status != 0 || !result.err.empty());
+    }
+  }
+}
+
+TEST_F(Fault, TooFewDescriptors) {
+  for (int limit = 3; limit < 20; ++limit) {
+    const RunResult result = run("ulimit -n " + std::to_string(limit) + "; " + command + core);
+    const std::set<int> statuses{0, 1, 114, 120, 126, 127, 132};
+    EXPECT_TRUE(statuses.contains(result.status)) << limit << ": " << result.status;
+    if (result.status == 0) expectRowsRight("descriptors " + std::to_string(limit), !result.err.empty());
+  }
+}
+
+// Children and the program itself killed at random moments: nothing is left running, the index is recognised as
+// finished or not, and the next run is good.
+TEST_F(Fault, KilledAtRandomMoments) {
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  std::mt19937 random(3);
+  int killed = 0;
+  for (int round = 0; round < 200; ++round) {
+    const bool itself = round % 2 == 0;
+    const pid_t pid = fork();
+    if (pid == 0) {
+      setenv("DB", vym.c_str(), 1);
+      setenv("EXEFILE", program.c_str(), 1);
+      freopen("/dev/null", "w", stderr);
+      execl(TOLQUIN_EXE, TOLQUIN_EXE, vym.c_str(), program.c_str(), nullptr);
+      _exit(99);
+    }
+    usleep(static_cast<useconds_t>(random() % 60000));
+    pid_t victim = pid;
+    if (!itself) {
+      const std::string id = std::to_string(pid);
+      const std::vector<std::string> list = splitAt(readFile("/proc/" + id + "/task/" + id + "/children"), ' ');
+      victim = list.empty() ? 0 : std::atoi(list[random() % list.size()].c_str());
+    }
+    if (victim > 0) killed += kill(victim, SIGKILL) == 0 ? 1 : 0;
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    while (waitpid(-1, nullptr, 0) > 0) continue;  // orphans come to us; one that lived on would block here
+    if (!itself) {
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+      expectRowsRight("child killed", true);
+    } else if (access((vym + "/vifa.dat").c_str(), F_OK) == 0) {
+      // Until it is finished, the file says that it is empty.
+      IndexTable index('r', (vym + "/vifa.dat").c_str());
+      EXPECT_TRUE(index.Empty() || index.Check());
+    }
+  }
+  prctl(PR_SET_CHILD_SUBREAPER, 0);
+  EXPECT_GT(killed, 50);
+  EXPECT_EQ(run(command + core).status, 0);
+  expectRowsRight("afterwards", false);
+}
+
+// 200,000 variables against tools that make all kinds of trouble by a fixed random sequence: every row is right or
+// honestly empty, and the program stays as small as it began.
+TEST(Soak, EveryRowIsRightOrEmpty) {
+  constexpr int variables = 200000;
+  const TempDir directory;
+  FakeTools fake;
+  fake.addr2line("chaos 5");
+  std::string list;
+  std::string text;
+  for (int i = 0; i < variables; ++i) {
+    char address[20];
+    std::snprintf(address, sizeof address, "%x", 0x10000 + i);
+    list += std::string(address) + " 4 v" + address + "\n";
+    text += "int v" + std::string(address) + " /* 0x" + address + " */;\n";
+  }
+  writeFile(directory / "objdump.1", list);
+  writeFile(directory / "objdump.txt", text);
+  writeFile(directory / "sizes.tbl", "int\t4\n");
+  const RunResult result =
+      run("DB=" + directory.path() + " " TOLQUIN_EXE " " + directory.path() + " x & pid=$!; peak=0; " +
+          "while line=$(grep VmHWM /proc/$pid/status 2>/dev/null); do peak=$line; sleep 0.05; done; " +
+          "wait $pid; echo $? $peak");
+  const std::vector<std::string> words = splitAt(result.out, ' ');
+  ASSERT_EQ(words.at(0), "0") << result.err;
+  const std::vector<std::string> rows = splitAt(readFile(directory / "tGlobalVarDef.tbl"), '\n');
+  ASSERT_EQ(rows.size(), static_cast<std::size_t>(variables));
+  int located = 0;
+  for (int i = 0; i < variables; ++i) {
+    const std::vector<std::string> columns = splitAt(rows[static_cast<std::size_t>(i)], '\t');
+    located += columns[7] != "<NULL>";
+    ASSERT_TRUE(columns[7] == "<NULL>" || "v" + columns[7] == columns[1] + ".c") << rows[static_cast<std::size_t>(i)];
+  }
+  EXPECT_GT(located, variables / 2);
+  EXPECT_LT(std::atoi(words.at(2).c_str()), SANITIZED ? 1000000 : 40000) << "KiB";
+}
