@@ -61,7 +61,7 @@ ssize_t ToolSession::send(std::string_view text, Deadline deadline) {
     const ssize_t count = writeRetrying(toTool_.get(), all.data() + sent, all.size() - sent);
     if (count >= 0) {
       sent += static_cast<std::size_t>(count);
-    } else if (errno != EAGAIN || !waitFor(toTool_.get(), POLLOUT, deadline)) {
+    } else if (errno != EAGAIN || waitFor(toTool_.get(), POLLOUT, deadline) != WaitResult::Ready) {
       break;
     }
   }
@@ -86,7 +86,7 @@ int ToolSession::readPiece(char* buffer, std::size_t size) {
   while (stored < size - 1 && !complete) {
     if (unread().empty()) {
       result = 0;
-      if (!waitFor(fromTool_.get(), POLLIN, Clock::now() + pieceEndPause)) break;
+      if (waitFor(fromTool_.get(), POLLIN, Clock::now() + pieceEndPause) != WaitResult::Ready) break;
       result = refill();
       if (result <= 0) break;
     }
@@ -107,8 +107,9 @@ Heard ToolSession::nextText(std::string& line, Patience& patience, std::string_v
     if (const auto taken = takeText(line, prompt)) return *taken;
     if (!fromTool_) return Heard::End;
     if (!patience.lasts()) return Heard::Silence;
-    if (!waitFor(fromTool_.get(), POLLIN, patience.until())) return child_.active() ? Heard::Silence : Heard::End;
-    if (refill() < 0 && errno != EAGAIN) {
+    const WaitResult waited = waitFor(fromTool_.get(), POLLIN, patience.until());
+    if (waited == WaitResult::TimedOut) return child_.active() ? Heard::Silence : Heard::End;
+    if (waited == WaitResult::Failed || (refill() < 0 && errno != EAGAIN)) {
       std::fprintf(stderr, "Error communicating with %s!\n", names_.upper);
       fromTool_.reset();
     }
@@ -144,11 +145,12 @@ void ToolSession::awaitCollection(Deadline deadline) {
   }
 }
 
-bool ToolSession::waitFor(int fd, short events, Deadline deadline) const {
-  if (fd < 0) return false;
+// Waits until the deadline however many signals come.
+WaitResult ToolSession::waitFor(int fd, short events, Deadline deadline) const {
+  if (fd < 0) return WaitResult::TimedOut;
   WaitResult result = WaitResult::Interrupted;
   while (result == WaitResult::Interrupted) result = waitOnce(fd, events, deadline, &child_);
-  return result == WaitResult::Ready;
+  return result;
 }
 
 // Reads one block behind the unread text. Returns its size; 0 at the end of the output, which closes this end.

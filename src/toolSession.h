@@ -149,7 +149,7 @@ class ToolSession {
   void noteEnd();
 
  private:
-  bool waitFor(int fd, short events, Deadline deadline) const;
+  WaitResult waitFor(int fd, short events, Deadline deadline) const;
   ssize_t refill();
   std::string_view unread() const { return std::string_view(buffer_).substr(begin_); }
   std::optional<Heard> takeText(std::string& line, std::string_view prompt);
@@ -174,7 +174,7 @@ Node* ToolSession::converse(unsigned int timeout, const char* text, EndTest isEn
   if (*text != '\0') send(text, exchangeDeadline(timeout));
   PieceList<Node> pieces;
   char piece[textSize];
-  while (!unread().empty() || waitFor(fromTool_.get(), POLLIN, exchangeDeadline(timeout))) {
+  while (!unread().empty() || waitFor(fromTool_.get(), POLLIN, exchangeDeadline(timeout)) == WaitResult::Ready) {
     const int count = readPiece(piece, sizeof piece);
     if (count < 0) std::fprintf(stderr, "Error communicating with %s!\n", names_.upper);
     if (count == 0) noteEnd();
