@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Measures tolquin.exe and prints a table. Every figure stands beside its bare limit, taken in the same run on the same
+# Measures everything and prints a table, in Markdown. Every figure stands beside its bare limit, taken in the same run on the same
 # input; medians of several rounds. Takes some minutes, as addr2line itself needs half a minute for 100,000 variables.
 # usage: bench/run.sh [sizes...]      default: 3000 20000 100000
 set -euo pipefail
@@ -10,7 +10,7 @@ export LC_ALL=C
 sizes=("$@")
 [ $# -gt 0 ] || sizes=(3000 20000 100000)
 cmake --preset release >/dev/null
-cmake --build --preset release -j "$(nproc)" --target bench
+cmake --build --preset release -j "$(nproc)" --target bench >&2
 bin=build/release/bench tolquin=$PWD/build/release/tolquin.exe
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -22,7 +22,7 @@ seconds() { # of a command whose output is dropped
   awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.3f\n", b - a }'
 }
 row() { # what, ours, bare
-  awk -v w="$1" -v o="$2" -v b="$3" 'BEGIN { printf "%-46s %9.3f %9.3f %6.2f\n", w, o, b, o / b }'
+  awk -v w="$1" -v o="$2" -v b="$3" 'BEGIN { printf "| %-54s | %9.3f | %9.3f | %6.2f |\n", w, o, b, o / b }'
 }
 
 # A program of $1 globals of mixed types in $work/$1: program, tables, addresses.
@@ -49,13 +49,14 @@ generate() {
 run_ours() { DB=$1 EXEFILE=$1/program seconds "$tolquin" "$1" "$1/program"; }
 addr2line_batch() { addr2line -e "$1/program" <"$1/addresses"; }
 
-printf '%-46s %9s %9s %6s\n' "measurement (seconds)" ours limit ratio
+printf '| %-54s | %9s | %9s | %6s |\n| --- | ---: | ---: | ---: |\n' "ours : beside (seconds)" ours beside ratio
+alone() { printf '| %-54s | %9s | | |\n' "$1" "$2"; }
 BENCH_DIRECTORY=$work "$bin/tableBench" --benchmark_format=csv --benchmark_repetitions=5 \
   --benchmark_report_aggregates_only=true 2>/dev/null >"$work/table"
 table_median() { grep "^\"$1/.*_median" "$work/table" | cut -d, -f"${2:-3}"; }
-row "100000 items: inserts and lookups" "$(table_median insertsAndLookups)" "$(table_median bareWritesAndReads)"
+row "100000 items: inserts and lookups : bare pwrite, pread" "$(table_median insertsAndLookups)" "$(table_median bareWritesAndReads)"
 row "100000 items: index build : inserts alone" "$(table_median indexBuild)" "$(table_median inserts)"
-echo "memory of the table: $(table_median insertsAndLookups 11 | cut -d. -f1) KiB"
+alone "memory of the table, KiB" "$(table_median insertsAndLookups 11 | cut -d. -f1)"
 
 for count in "${sizes[@]}"; do
   generate "$count"
@@ -83,17 +84,23 @@ for count in "${sizes[@]}"; do
     seconds build/release/tolquin scan "$directory/program" -o "$work/scanned" >>"$work/scan"
     seconds gdb -batch -nx -ex 'info variables' "$directory/program" >>"$work/gdb"
   done
-  row "scan, $count globals : gdb info variables" "$(median <"$work/scan")" "$(median <"$work/gdb")"
+  scanned=$(median <"$work/scan")
+  row "scan, $count globals : gdb info variables" "$scanned" "$(median <"$work/gdb")"
   rm -f "$work"/{scan,gdb}
-  echo "  beside: addr2line batch $(seconds addr2line_batch "$directory")"
+  row "run, $count globals : GNU addr2line in one batch" "$(median <"$work/ours")" "$(seconds addr2line_batch "$directory")"
+  for peer in "abidw --noout" pahole; do
+    command -v "${peer%% *}" >/dev/null || continue
+    # shellcheck disable=SC2086 -- a command with its options
+    row "scan, $count globals : $peer" "$scanned" "$(seconds $peer "$directory/program")"
+  done
 done
 
 generate 10
 for _ in 1 2 3 4 5; do run_ours "$work/10"; done >"$work/ours"
-echo "a program of ten globals: $(median <"$work/ours") s in all"
+alone "run, 10 globals" "$(median <"$work/ours")"
 for _ in 1 2 3 4 5; do "$bin/exchangeBench" sessions "$work/10/program"; done >"$work/sessions"
-echo "start and end: addr2line $(cut -d' ' -f1 "$work/sessions" | median) s," \
-  "gdb $(cut -d' ' -f2 "$work/sessions" | median) s"
+alone "start and end of an addr2line session" "$(cut -d' ' -f1 "$work/sessions" | median)"
+alone "start and end of a gdb session" "$(cut -d' ' -f2 "$work/sessions" | median)"
 
 [ -d "$work/3000" ] || generate 3000
 fallback=$work/fallback
@@ -118,4 +125,4 @@ while line=$(grep VmHWM "/proc/$pid/status" 2>/dev/null); do
   peak=$line
   sleep 0.02
 done
-echo "peak memory of the run with ${sizes[-1]} globals: $(awk '{ print $2, $3 }' <<<"$peak")"
+alone "peak memory of the run with ${sizes[-1]} globals, kB" "$(awk '{ print $2 }' <<<"$peak")"
