@@ -171,52 +171,26 @@ TEST(Table, FilesThatCannotBeUsed) {
   EXPECT_TRUE(IndexTable('r', (directory / "limited").c_str()).Empty()) << "a table that failed must not look finished";
 }
 
-// Every word of the structure with a bit flipped, and the file cut at many lengths: each lookup ends the program with a
-// message that names file and node, or gives the right answer.
-TEST(Table, DamageIsReportedOrHarmless) {
+// A table whose branches lead back to its root, one with a text without an end, and one cut short: the lookup ends,
+// with a message that names file and node. (Random damage is the fuzzer's.)
+TEST(Table, DamageIsReported) {
   const TempDir directory;
   const std::string path = directory / "t";
-  const std::vector<int> numbers = ascending(300);
-  makeTable(path, numbers);
+  makeTable(path, ascending(300));
   const std::string good = readFile(path);
-  const auto lookUpAll = [&] {
-    IndexTable table('r', path.c_str());
-    bool right = true;
-    ItemType found;
-    for (const int number : numbers) {
-      right = table.Retrieve(item(number).KeyField, found) && same(found, item(number)) && right;
-    }
-    std::exit(right ? 0 : 2);
-  };
-  const auto survives = [&](const std::string& bytes) {
-    writeFile(path, bytes);
-    const auto acceptable = [](int status) { return WIFEXITED(status) && (WEXITSTATUS(status) <= 1); };
-    EXPECT_EXIT(lookUpAll(), acceptable, "^$|t: node [0-9]+: (damaged|cannot be read)");
-  };
-  std::vector<std::size_t> offsets{28068, 28072, 28076, 28079};
-  for (const std::size_t record : {std::size_t{1}, static_cast<std::size_t>(branch(good, 0, 2))}) {
-    offsets.insert(offsets.end(), {record * recordSize, record * recordSize + 3, record * recordSize + 4 + 50,
-                                   record * recordSize + 28068 + 3});
-  }
-  for (const std::size_t offset : offsets) {
-    for (const int bit : {0, 3, 7}) {
-      std::string bytes = good;
-      bytes[offset] = static_cast<char>(bytes[offset] ^ (1 << bit));
-      // A smaller number of items or branches hides items without a trace; that is for Check to find.
-      writeFile(path, bytes);
-      EXPECT_EXIT({ std::exit(IndexTable('r', path.c_str()).Check() ? 5 : 1); }, testing::ExitedWithCode(1),
-                  "t: node [0-9]+: ")
-          << offset << " " << bit;
-    }
-  }
-  for (std::size_t length = 0; length < good.size(); length += good.size() / 40) {
-    if (length >= recordSize) survives(good.substr(0, length));
-  }
   std::string circle = good;
   const std::size_t root = static_cast<std::size_t>(branch(good, 0, 2));
   for (std::size_t j = 0; j < 12; ++j) std::memcpy(&circle[root * recordSize + 28068 + 4 * j], &good[28076], 4);
-  survives(circle);
   std::string endless = good;
-  std::memset(&endless[recordSize + 4 + 51], 'x', 2000);
-  survives(endless);
+  for (std::size_t record = 1; record < good.size() / recordSize; ++record) {
+    std::memset(&endless[record * recordSize + 4 + 51], 'x', 2000);
+  }
+  for (const std::string& bytes : {circle, endless, good.substr(0, root * recordSize + 100)}) {
+    writeFile(path, bytes);
+    ItemType found;
+    EXPECT_EXIT(IndexTable('r', path.c_str()).Retrieve(item(5).KeyField, found), testing::ExitedWithCode(1),
+                "t: node [0-9]+: (damaged|cannot be read whole)");
+    EXPECT_EXIT(std::exit(IndexTable('r', path.c_str()).Check() ? 0 : 1), testing::ExitedWithCode(1),
+                "t: node [0-9]+: ");
+  }
 }
