@@ -105,7 +105,8 @@ class Scanner {
 
  private:
   static void expectTool(const std::string& name, const char* otherwise) {
-    const std::string path = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
+    const char* set = std::getenv("PATH");
+    const std::string path = set != nullptr ? set : "";
     for (std::size_t start = 0, end = 0; end != std::string::npos; start = end + 1) {
       end = path.find(':', start);
       if (access((path.substr(start, end - start) + "/" + name).c_str(), X_OK) == 0) return;

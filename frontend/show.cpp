@@ -48,7 +48,7 @@ void filterRows(Rows& rows, const std::string& text) {
   std::erase_if(rows, [&](const ResultRow& row) { return std::none_of(row.begin(), row.end(), holds); });
 }
 
-void sortRows(Rows& rows, std::string name) {
+void sortRows(Rows& rows, const std::string& name) {
   const bool descending = name.starts_with('-');
   const std::size_t column = columnNumber(name.substr(descending ? 1 : 0));
   const auto less = [&](const ResultRow& a, const ResultRow& b) {
