@@ -124,8 +124,9 @@ class Scanner {
   void start(Job job) {
     std::vector<std::string> command;
     if (job.step == Step::Tables) {
-      command = {options_.self, "tables", job.executable, "-o", job.directory, "--quiet"};
+      command = {options_.self, "tables", "--output=" + job.directory, "--quiet"};
       if (options_.qualified) command.emplace_back("--qualified");
+      command.insert(command.end(), {"--", job.executable});
     } else {
       command = {core_, job.directory, absolute(job.executable)};
     }

@@ -99,11 +99,11 @@ TEST(FrontEnd, Scan) {
   buildSmallProgram(directory / "good");
   run("cd " + directory.path() + "; cp good -- -also");
   const RunResult result =
-      run("cd " + directory.path() + "; " TOLQUIN " scan none good ./-also -j 2 | sed 's/, [0-9.]* s:/:/'");
+      run("cd " + directory.path() + "; " TOLQUIN " scan -j 2 -- none good -also | sed 's/, [0-9.]* s:/:/'");
   EXPECT_EQ(result.err, "tolquin: none: cannot be opened: No such file or directory\n");
   const std::string counts = ": 1 variables found, 1 typed, 1 sized, 1 located, 0 skipped: ";
   EXPECT_EQ(run("echo '" + result.out + "' | sort").out,
-            "\n./-also" + counts + "./-also.vym/tGlobalVarDef.tbl\ngood" + counts + "good.vym/tGlobalVarDef.tbl\n");
+            "\n-also" + counts + "-also.vym/tGlobalVarDef.tbl\ngood" + counts + "good.vym/tGlobalVarDef.tbl\n");
   EXPECT_EQ(run("cd " + directory.path() + "; " TOLQUIN " scan none good").status, 1);
   EXPECT_EQ(run("cd " + directory.path() + "; " TOLQUIN " scan good").status, 0);
 }
