@@ -1,6 +1,7 @@
 #include "debugFile.h"
 
 #include <dwarf.h>
+#include <elfutils/libdwelf.h>
 #include <fcntl.h>
 #include <gelf.h>
 #include <unistd.h>
@@ -22,7 +23,7 @@ const Dwfl_Callbacks callbacks{.find_elf = dwfl_build_id_find_elf,
 
 // Refuses what libdwfl would take apart but what is no program: archives, object files, core files.
 void expectProgram(const std::string& path) {
-  const UniqueFd file = openFile(path.c_str(), O_RDONLY);
+  const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);  // which does not wait for a pipe's writer
   if (!file) throw UserError(path + ": cannot be opened: " + std::strerror(errno));
   elf_version(EV_CURRENT);
   const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
@@ -62,6 +63,10 @@ DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin
 std::vector<std::string> DebugFile::forEachUnit(
     const std::function<void(const Dwarf_Die& top, const Dwarf_Die& skeleton)>& useUnit) const {
   std::vector<std::string> missing;
+  const char* shared = nullptr;
+  const void* id = nullptr;
+  if (dwarf_getalt(dwarf_) == nullptr && dwelf_dwarf_gnu_debugaltlink(dwarf_, &shared, &id) > 0)
+    missing.emplace_back(shared);
   for (Dwarf* dwarf : {dwarf_, dwarf_getalt(dwarf_)}) {
     Dwarf_CU* unit = nullptr;
     Dwarf_Die top;
@@ -88,16 +93,21 @@ bool DebugFile::isInMemory(std::uint64_t address) const {
                      [=](const Range& range) { return address >= range.begin && address < range.end; });
 }
 
-std::uint64_t DebugFile::symbolSize(std::uint64_t address, std::string_view name) const {
+std::optional<std::uint64_t> DebugFile::symbolSize(std::uint64_t address, std::string_view name) const {
   const auto [begin, end] = symbols_.equal_range(address);
-  std::uint64_t onlySize = begin == end ? 0 : begin->second.size;
   for (auto at = begin; at != end; ++at) {
     const std::string_view symbol = at->second.name;
     if (symbol.starts_with(name) && (symbol.size() == name.size() || symbol[name.size()] == '.'))
       return at->second.size;
-    if (at->second.size != onlySize) onlySize = 0;
   }
-  return onlySize;
+  return {};
+}
+
+std::optional<std::uint64_t> DebugFile::onlySymbolSize(std::uint64_t address) const {
+  const auto [begin, end] = symbols_.equal_range(address);
+  if (begin == end) return {};
+  const auto differs = [&](const auto& entry) { return entry.second.size != begin->second.size; };
+  return std::any_of(begin, end, differs) ? std::nullopt : std::optional(begin->second.size);
 }
 
 void DebugFile::readSections(Elf* elf) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -21,7 +22,7 @@ class DebugFile {
 
   /// Calls `useUnit` with the top entry of every unit: compilation units (of skeletons, the unit in the .dwo file),
   /// partial units, type units, and those of the file shared by dwz; `skeleton` is the top entry of the skeleton, or
-  /// `top` again. Returns the names of .dwo files that are missing.
+  /// `top` again. Returns the names of .dwo files, and of a file shared by dwz, that are missing.
   std::vector<std::string> forEachUnit(
       const std::function<void(const Dwarf_Die& top, const Dwarf_Die& skeleton)>& useUnit) const;
 
@@ -34,9 +35,11 @@ class DebugFile {
   bool isInMemory(std::uint64_t address) const;
 
   /// Size in bytes that the symbol table gives for the variable at `address` whose symbol is called `name`, also with
-  /// a suffix such as ".0" behind it, or for all symbols there when none is called so; 0 when there is none, or no
-  /// agreement.
-  std::uint64_t symbolSize(std::uint64_t address, std::string_view name) const;
+  /// a suffix such as ".0" behind it; empty when there is none.
+  std::optional<std::uint64_t> symbolSize(std::uint64_t address, std::string_view name) const;
+
+  /// Size in bytes on which all symbols at `address` agree; empty when there are none or they do not.
+  std::optional<std::uint64_t> onlySymbolSize(std::uint64_t address) const;
 
  private:
   struct Range {

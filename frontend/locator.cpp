@@ -9,7 +9,7 @@ Locator::Locator(const std::vector<GlobalVariable>& variables) {
     if (variable.file.empty() || variable.line == 0) continue;
     // Of several variables at one address the first counts, here as in the index.
     if (!ranges_.empty() && ranges_.back().begin == variable.address) continue;
-    const std::uint64_t size = std::max<std::uint64_t>(variable.size, 1);
+    const std::uint64_t size = std::max<std::uint64_t>(variable.size.value_or(0), 1);
     ranges_.push_back({variable.address, variable.address + size, &variable});
   }
 }

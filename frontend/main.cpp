@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <thread>
 
 #include "scan.h"
@@ -84,11 +85,26 @@ int runTables(const TablesOptions& options) {
                  "tolquin: %s: warning: %zu files of its debugging information cannot be found, the first is %s\n",
                  options.executable.c_str(), summary.missingUnits, summary.firstMissingUnit.c_str());
   }
+  if (summary.leftOut > 0) {
+    std::fprintf(
+        stderr,
+        "tolquin: %s: warning: %zu variables left out: the tables cannot hold their types, and gdb would answer with "
+        "those of others of the same name\n",
+        options.executable.c_str(), summary.leftOut);
+  }
   if (!options.quiet) {
     std::printf("%s: %zu variables, %zu declarations, %zu sizes of types\n", directory.c_str(), summary.variables,
                 summary.declarations, summary.sizes);
   }
   return 0;
+}
+
+// `status`, unless something that was printed has been lost.
+int finishOutput(int status) {
+  std::cout.flush();
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
+    throw UserError("the output could not be written");
+  return status;
 }
 
 }  // namespace
@@ -113,16 +129,19 @@ int main(int argc, char** argv) try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     constexpr int wrongUse = 2;
-    return app.exit(error) == 0 ? 0 : wrongUse;
+    return app.exit(error) == 0 ? finishOutput(0) : wrongUse;
   }
-  if (app.got_subcommand("tables")) return runTables(tables);
+  if (app.got_subcommand("tables")) return finishOutput(runTables(tables));
   if (app.got_subcommand("show")) {
     show(showing);
-    return std::fflush(stdout) == 0 ? 0 : throw UserError("the output could not be written");
+    return finishOutput(0);
   }
   scanning.useDebugger = !noDebugger;
   scanning.self = std::filesystem::read_symlink("/proc/self/exe");
-  return scan(scanning);
+  return finishOutput(scan(scanning));
+} catch (const UsageError& error) {
+  std::fprintf(stderr, "tolquin: %s\n", error.what());
+  return 2;
 } catch (const std::exception& error) {
   std::fprintf(stderr, "tolquin: %s\n", error.what());
   return 1;

@@ -84,14 +84,14 @@ class Scanner {
   int run() {
     if (options_.useDebugger)
       expectTool("gdb", "variables that the tables lack will have no type; --no-gdb says you know");
-    if (options_.gnuLocator) expectTool("addr2line", "no place will be known; leave --gnu-addr2line out");
+    if (options_.gnuLocator || locatorDirectory().empty()) expectTool("addr2line", "no place will be known");
     std::set<std::string> directories;
     for (const std::string& executable : options_.executables) {
       const std::string directory = tableDirectory(executable, options_.outputDirectory);
       if (directories.insert(fs::absolute(directory).lexically_normal()).second) {
         waiting_.push_back({executable, directory});
       } else {
-        fail(executable, "its results would go to " + directory + ", as those of another executable do");
+        fail(executable, "its results would go to " + directory + ", as those of an executable named before");
       }
     }
     while (!waiting_.empty() || !running_.empty()) {
@@ -252,6 +252,10 @@ class Scanner {
   [[noreturn]] void endAll(int number) {
     for (const auto& [pid, job] : running_) ::kill(-pid, SIGTERM);
     while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) continue;
+    // Half a result must not be taken for a whole one.
+    for (const auto& [pid, job] : running_) {
+      if (job.step == Step::Result) unlink((job.directory + "/tGlobalVarDef.tbl").c_str());
+    }
     clearProgress();
     signals_.restore();
     signal(number, SIG_DFL);

@@ -29,7 +29,7 @@ std::size_t columnNumber(const std::string& name) {
     if (strcasecmp(name.c_str(), column.name) == 0 || strcasecmp(name.c_str(), column.header) == 0) return i;
     known += std::string(known.empty() ? "" : ", ") + column.name;
   }
-  throw UserError("there is no column " + name + "; the columns are " + known);
+  throw UsageError("there is no column " + name + "; the columns are " + known);
 }
 
 Columns chosenColumns(const ShowOptions& options) {
@@ -114,7 +114,7 @@ std::wstring characters(const std::string& text) {
       length = 1;
       state = {};
     }
-    result += character;
+    result += character < L' ' || character == 0x7f ? L'?' : character;  // nothing that a terminal would obey
     at += length;
   }
   return result;

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <unordered_map>
 
 #include "debugFile.h"
 #include "objRead.h"
@@ -106,14 +107,50 @@ class TableMaker {
  private:
   void add(const GlobalVariable& variable) {
     const std::string line =
-        hexadecimal(variable.address) + " " + (variable.size != 0 ? hexadecimal(variable.size) : "<NULL>") + " ";
+        hexadecimal(variable.address) + " " + (variable.size ? hexadecimal(*variable.size) : "<NULL>") + " ";
     std::string name = qualifiedName(variable);
     // A longer line would be taken for several by its reader.
     if (line.size() + name.size() + 2 > RecordSize) name = tableName(variable.name);
     if (name.empty() || line.size() + name.size() + 2 > RecordSize) return;
+    if (!addDeclaration(variable) && wouldBeMistaken(name, typeText(variable.type, variable.cxx))) {
+      ++summary.leftOut;
+      return;
+    }
     list += line + name + "\n";
     ++summary.variables;
-    if (variable.type.addr != nullptr) addType(variable);
+  }
+
+  // The full text of a type; empty when there is none.
+  std::string typeText(const Dwarf_Die& type, bool cxx) {
+    if (type.addr == nullptr) return "";
+    const std::optional<TypeText>& text = full_.spell(type, cxx);
+    return text ? text->type() : "";
+  }
+
+  // Whether the debugger, asked for `name` because the tables lack the variable, might answer with the type of another:
+  // it takes the first variable that has `name` in its name and the same last component.
+  bool wouldBeMistaken(const std::string& name, const std::string& type) {
+    if (known_.empty()) readKnown();
+    const auto [begin, end] = known_.equal_range(remove_all_scopes(name));
+    return std::any_of(begin, end, [&](const auto& entry) {
+      return entry.second.name.find(name) != std::string::npos && entry.second.type != type;
+    });
+  }
+
+  void readKnown() {
+    for (const KnownVariable& variable : variables_.known) {
+      std::vector<Dwarf_Die> chain = descriptions(variable.die);
+      const char* own = firstName(chain);
+      if (own == nullptr) continue;
+      std::string name;
+      for (const std::string& scope : variables_.scopes.path(variables_.scopes.of(chain.back(), variable.scope))) {
+        name += scope + "::";
+      }
+      name += own;
+      Dwarf_Die type{};
+      for (std::size_t i = 0; i < chain.size() && !referredDie(chain[i], DW_AT_type, type); ++i) type.addr = nullptr;
+      known_.emplace(remove_all_scopes(name), Known{name, typeText(type, variable.cxx)});
+    }
   }
 
   // The name in objdump.1: in C++ with its scopes, but for those that hold blanks.
@@ -138,19 +175,22 @@ class TableMaker {
                : "";
   }
 
-  void addType(const GlobalVariable& variable) {
+  // Writes the declaration and notes the sizes that will be asked for. False when the index could not hold it.
+  bool addDeclaration(const GlobalVariable& variable) {
+    if (variable.type.addr == nullptr) return false;
     const std::optional<TypeText>& plain = plain_.spell(variable.type, variable.cxx);
     const std::optional<TypeText>& full = full_.spell(variable.type, variable.cxx);
-    if (!plain || !full) return;
+    if (!plain || !full) return false;
     const std::optional<std::uint64_t> size = sizeWithoutPointers(variable.type);
     sizes.add(soughtName(*plain), size);
     sizes.add(soughtName(*full), size);
     const std::string own = tableName(variable.name).substr(0, variable.name.find('<'));
     const std::string declaration = (variable.internal ? "static " : "") + (qualified_ ? full : plain)->declare(own) +
                                     " /* 0x" + hexadecimal(variable.address) + " */;";
-    if (!isHeld(declaration, variable.address)) return;
+    if (!isHeld(declaration, variable.address)) return false;
     declarations += declaration + "\n";
     ++summary.declarations;
+    return true;
   }
 
   // Whether the index build will make an item with this type and name of the line.
@@ -167,7 +207,14 @@ class TableMaker {
   // types.
   static std::optional<std::uint64_t> sizeWithoutPointers(Dwarf_Die type);
 
+  // What the debugger would show of a variable.
+  struct Known {
+    std::string name;
+    std::string type;
+  };
+
   const Variables& variables_;
+  std::unordered_multimap<std::string, Known> known_;  // by the last component of the name; read when first needed
   TypeNames plain_, full_;
   const bool qualified_;
 };
@@ -175,6 +222,7 @@ class TableMaker {
 std::optional<std::uint64_t> TableMaker::sizeWithoutPointers(Dwarf_Die type) {
   for (int depth = 0; depth < 64; ++depth) {
     Dwarf_Die inner;
+    if (dwarf_hasattr(&type, DW_AT_GNU_vector)) return {};
     switch (dwarf_tag(&type)) {
       case DW_TAG_pointer_type:
       case DW_TAG_array_type:

@@ -7,6 +7,7 @@ struct TableSummary {
   std::size_t variables = 0;     ///< lines of objdump.1
   std::size_t declarations = 0;  ///< lines of objdump.txt
   std::size_t sizes = 0;         ///< lines of sizes.tbl
+  std::size_t leftOut = 0;       ///< variables kept from the debugger, which would take others for them
   std::size_t missingUnits = 0;  ///< .dwo files that could not be found
   std::string firstMissingUnit;
 };

@@ -23,7 +23,7 @@ class IntegerWords {
       ++longs_;
     else if (word == "short")
       isShort_ = true;
-    else if (word == "int" || word == "char" || word == "__int128" || (word == "double" && longs_ > 0))
+    else if (word == "int" || word == "char" || (word == "double" && longs_ > 0))
       kind_ = word;
     else
       return false;
@@ -87,7 +87,9 @@ class Canonicalizer {
       return;
     } else {
       endInteger();
-      result_ += word;
+      // The suffix of a number: "4UL" is shown as "4ul".
+      const bool number = std::isdigit(static_cast<unsigned char>(word[0])) != 0;
+      for (const char c : word) result_ += number ? static_cast<char>(std::tolower(static_cast<unsigned char>(c))) : c;
     }
     if (!brackets_.empty()) brackets_.back().atStart = false;
   }
@@ -104,7 +106,10 @@ class Canonicalizer {
     const bool endsType = c == '*' || c == '&' || c == ',' || c == '>';
     if (endsType) blankAfterInteger_ = false;
     endInteger();
-    if (endsType && inTemplate()) result_ += std::exchange(brackets_.back().qualifiers, "");
+    if (endsType && inTemplate()) {
+      while (result_.ends_with(' ')) result_.pop_back();
+      result_ += std::exchange(brackets_.back().qualifiers, "");
+    }
     if (c == '>' && result_.ends_with('>') && !result_.ends_with("->")) result_ += ' ';
     result_ += c;
     if (c == '<' || c == '(') brackets_.push_back({.open = c, .qualifiers = {}});
@@ -128,7 +133,11 @@ class Canonicalizer {
 
 }  // namespace
 
-std::string canonicalName(std::string_view name) { return Canonicalizer().rewrite(name); }
+std::string canonicalName(std::string_view name) {
+  // gdb leaves these as they are.
+  if (name.find("__int128") != std::string_view::npos) return std::string(name);
+  return Canonicalizer().rewrite(name);
+}
 
 std::string withoutScopes(std::string_view name) {
   std::string result;
@@ -318,11 +327,22 @@ struct TypeNames::Builder {
         list += (list.empty() ? "" : ", ") + parameter.text.type();
       }
     }
-    const bool saysNothing = list.empty() && !cxx && !dwarf_hasattr(&type, DW_AT_prototyped);
-    return "(" + (list.empty() && !saysNothing ? "void" : list) + ")";
+    const bool saysNothing = (list.empty() || list == "...") && !cxx && !dwarf_hasattr(&type, DW_AT_prototyped);
+    if (saysNothing) return "()";
+    return "(" + (list.empty() ? "void" : list) + ")";
+  }
+
+  void addVector(Dwarf_Die& type, int depth, const Qualifiers& qualifiers) {
+    Dwarf_Die dimension;
+    const std::string words = qualifiers.words(cxx);
+    addTypeOf(type, depth, false, false);
+    if (dwarf_child(&type, &dimension) != 0) return;
+    text.base =
+        (words.empty() ? "" : words + " ") + text.base + " __attribute__ ((vector_size(" + extent(dimension) + ")))";
   }
 
   void addArray(Dwarf_Die& type, int depth, bool inPointer, bool blankBehind, const Qualifiers& qualifiers) {
+    if (dwarf_hasattr(&type, DW_AT_GNU_vector)) return addVector(type, depth, qualifiers);
     if (inPointer) text.apart = true;
     text.suffix += inPointer ? ")" : "";
     Dwarf_Die child;
@@ -368,9 +388,11 @@ struct TypeNames::Builder {
     }
   }
 
-  std::string typeName(Dwarf_Die& type) const {
+  std::string typeName(Dwarf_Die& type) {
     // The definition of a class in another unit knows its scope, a declaration here may too.
     const char* name = dwarf_diename(&type);
+    // A type whose unit cannot be found has a name that is not known.
+    if (name == nullptr && dwarf_hasattr(&type, DW_AT_signature)) damaged = true;
     if (name == nullptr) return "{...}";
     std::string canonical = canonicalName(name);
     if (!cxx) return canonical;

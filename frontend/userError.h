@@ -7,3 +7,9 @@ class UserError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+/// Wrong use of the command line.
+class UsageError : public UserError {
+ public:
+  using UserError::UserError;
+};

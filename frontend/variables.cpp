@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <optional>
 #include <unordered_map>
+#include <utility>
 
 namespace {
 
@@ -46,8 +47,8 @@ std::optional<std::uint64_t> fixedAddress(Dwarf_Die& die) {
   return {};
 }
 
-// The entries that together describe a variable: the one with the address first, then what it completes: the
-// declaration in a class or namespace, or the abstract description of a static in an inlined function.
+}  // namespace
+
 std::vector<Dwarf_Die> descriptions(const Dwarf_Die& die) {
   constexpr std::size_t most = 8;
   std::vector<Dwarf_Die> chain{die};
@@ -58,6 +59,15 @@ std::vector<Dwarf_Die> descriptions(const Dwarf_Die& die) {
   }
   return chain;
 }
+
+const char* firstName(std::vector<Dwarf_Die> chain) {
+  for (Dwarf_Die& die : chain) {
+    if (const char* name = dwarf_diename(&die)) return name;
+  }
+  return nullptr;
+}
+
+namespace {
 
 class Reader {
  public:
@@ -107,6 +117,8 @@ class Reader {
         readVariable(die, place);
         break;
       case DW_TAG_member:
+        if (dwarf_hasattr(&die, DW_AT_declaration)) result_.known.push_back({die, place.scope, cxx_});
+        [[fallthrough]];
       case DW_TAG_typedef:
         result_.scopes.note(die, place.scope);
         break;
@@ -123,8 +135,9 @@ class Reader {
         readInner(die, dwarf_diename(&die), place, depth);
         break;
       case DW_TAG_subprogram:
+        result_.scopes.note(die, place.scope);
         place.inFunction = true;
-        readInner(die, dwarf_diename(&die), place, depth);
+        readInner(die, firstName(descriptions(die)), place, depth);
         break;
       case DW_TAG_lexical_block:
       case DW_TAG_inlined_subroutine:
@@ -150,6 +163,7 @@ class Reader {
 
   void readVariable(Dwarf_Die& die, const Place& place) {
     result_.scopes.note(die, place.scope);
+    if (!place.inFunction) result_.known.push_back({die, place.scope, cxx_});
     const auto address = fixedAddress(die);
     if (!address || isFlagSet(die, DW_AT_declaration)) return;
     const std::uint64_t inExecutable = file_.toExecutable(*address);
@@ -159,8 +173,7 @@ class Reader {
   void complete(Candidate& candidate) {
     std::vector<Dwarf_Die> chain = descriptions(candidate.die);
     GlobalVariable variable;
-    const char* name = dwarf_diename(&candidate.die);
-    for (std::size_t i = 1; i < chain.size() && name == nullptr; ++i) name = dwarf_diename(&chain[i]);
+    const char* name = firstName(chain);
     if (name == nullptr || *name == '\0') return;
     variable.name = name;
     variable.address = candidate.address;
@@ -180,7 +193,8 @@ class Reader {
     variable.type.addr = nullptr;
   }
 
-  // The symbol's size counts: only it knows the elements of a flexible array at the end.
+  // The size of the symbol of this name counts, as only it knows the elements of a flexible array at the end; then that
+  // of the type; then that of whatever symbol is there.
   void readSize(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) const {
     const char*& linkageName = variable.linkageName;
     for (Dwarf_Die& die : chain) {
@@ -190,11 +204,13 @@ class Reader {
         if (found != nullptr) linkageName = found;
       }
     }
-    variable.size = file_.symbolSize(variable.address, linkageName != nullptr ? linkageName : variable.name.c_str());
+    const std::string_view symbol = linkageName != nullptr ? linkageName : variable.name.c_str();
     Dwarf_Word size = 0;
-    if (variable.size == 0 && variable.type.addr != nullptr && dwarf_aggregate_size(&variable.type, &size) == 0) {
+    variable.size = file_.symbolSize(variable.address, symbol);
+    if (!variable.size && variable.type.addr != nullptr && dwarf_aggregate_size(&variable.type, &size) == 0) {
       variable.size = size;
     }
+    if (!variable.size) variable.size = file_.onlySymbolSize(variable.address);
   }
 
   // A definition says only what differs from the declaration that it completes: often the line, but not the file.
@@ -215,12 +231,9 @@ class Reader {
     Dwarf_Files* files = nullptr;
     std::size_t count = 0;
     if (dwarf_diecu(&die, &unit, nullptr, nullptr) == nullptr) return "";
-    if (dwarf_getsrcfiles(&unit, &files, &count) != 0) {
-      const auto skeleton = skeletons_.find(unit.addr);
-      if (skeleton == skeletons_.end()) return "";
-      unit = skeleton->second;
-      if (dwarf_getsrcfiles(&unit, &files, &count) != 0) return "";
-    }
+    // What a .dwo file says of lines is for its type units.
+    if (const auto skeleton = skeletons_.find(unit.addr); skeleton != skeletons_.end()) unit = skeleton->second;
+    if (dwarf_getsrcfiles(&unit, &files, &count) != 0) return "";
     const char* file = number < count ? dwarf_filesrc(files, number, nullptr, nullptr) : nullptr;
     if (file == nullptr) return "";
     const char* directory = dwarf_formstring(dwarf_attr(&unit, DW_AT_comp_dir, &attribute));
@@ -231,7 +244,10 @@ class Reader {
   // they have the same type; otherwise the first found stays, as a type is looked up by the address.
   void sortAndUnite() {
     std::vector<GlobalVariable>& list = result_.list;
-    std::stable_sort(list.begin(), list.end(), [](const auto& a, const auto& b) { return a.address < b.address; });
+    // What has no size shares its address with something that has one.
+    std::stable_sort(list.begin(), list.end(), [](const auto& a, const auto& b) {
+      return std::pair(a.address, a.size == 0) < std::pair(b.address, b.size == 0);
+    });
     std::size_t kept = 0;
     std::size_t groupBegin = 0;
     for (GlobalVariable& variable : list) {

@@ -4,6 +4,7 @@
 #include <elfutils/libdw.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,9 +12,9 @@
 #include "typeNames.h"
 
 struct GlobalVariable {
-  std::uint64_t address = 0;  ///< in the executable
-  std::uint64_t size = 0;     ///< bytes; 0 when unknown
-  std::string name;           ///< own name, without scopes
+  std::uint64_t address = 0;          ///< in the executable
+  std::optional<std::uint64_t> size;  ///< bytes; empty when unknown
+  std::string name;                   ///< own name, without scopes
   Scopes::Id scope = Scopes::global;
   bool internal = false;  ///< known in its unit or function alone
   bool cxx = false;       ///< from a unit in C++ (or another language that names types without their kind)
@@ -24,11 +25,26 @@ struct GlobalVariable {
   int line = 0;      ///< of the definition, from 1; 0 when unknown
 };
 
+/// A variable outside functions that the debugging information knows, with an address or without.
+struct KnownVariable {
+  Dwarf_Die die;
+  Scopes::Id scope;
+  bool cxx;
+};
+
 struct Variables {
   Scopes scopes;
   std::vector<GlobalVariable> list;       ///< by address; at one address there are only variables of the same type
+  std::vector<KnownVariable> known;       ///< what a debugger would list, in no order, with repetitions
   std::vector<std::string> missingUnits;  ///< .dwo files that could not be found
 };
+
+/// The entries that together describe a variable or function: `die` first, then what it completes: the declaration in a
+/// class or namespace, or the abstract description of what was inlined.
+std::vector<Dwarf_Die> descriptions(const Dwarf_Die& die);
+
+/// The name that the first of `chain` with a name has; null when none has.
+const char* firstName(std::vector<Dwarf_Die> chain);
 
 /// What is to be read of each variable: for tables, its place need not be looked up; for places, its name alone.
 enum class Wanted { Types, Places };

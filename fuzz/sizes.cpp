@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (int& answer : found) get_Dsize(file, &answer, buffer, type.c_str());
   std::fclose(file);
   EXPECT(found[0] == found[1] && found[0] >= -1);
-  const std::string bare = type.substr(0, type.find_first_of("* \t"));
+  const std::string bare = type.substr(0, type.find_first_of("* \t\v\f\r"));
   EXPECT(found[0] == -1 || bare == "static" || input.find('\0') != std::string::npos ||
          table.find(bare) != std::string::npos);
   return 0;

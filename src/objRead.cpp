@@ -243,6 +243,13 @@ string infoVarCommand(const string& vname) {
   return "info var " + lvname + "\n";
 }
 
+// Removes the tags that gdb shows behind names whose type has one: "s[abi:cxx11]" is no array.
+void removeAbiTags(string& name) {
+  for (std::size_t at = name.find("[abi:"); at != string::npos; at = name.find("[abi:", at)) {
+    name.erase(at, std::min(name.find(']', at), name.size() - 1) + 1 - at);
+  }
+}
+
 // Takes the declared name off the end of `words`. A name may hold blanks within brackets, as that of a template
 // instance or of an unnamed namespace does: words are joined until the brackets match.
 string takeName(std::vector<string>& words) {
@@ -265,6 +272,7 @@ bool typeFromDeclaration(string_view line, const string& vname, string& dtype) {
   if (words.size() < 2) return false;
   // The newline stays with the last word: one that ends neither in ';' nor in a dimension matches no name.
   string l_vname = takeName(words);
+  removeAbiTags(l_vname);
   const string stars = stripStarsAndBrackets(l_vname);
   l_vname.erase(std::min(l_vname.find(';'), l_vname.size()));
   // A reference, or a pointer to a member: the mark before the name belongs to the type, which would come out wrong.

@@ -175,6 +175,8 @@ TEST(Text, AnswersOfGdb) {
       {"c", "57:\tstatic store::Counter (anonymous namespace)::c;", "static store::Counter"},
       {"p", "57:\tint *(anonymous namespace)::p[2];", "int **"},
       {"value", "Pair<int, char> Pair<int, char>::value;", "Pair<int, char>"},
+      {"s", "1:\tstd::string s[abi:cxx11];", "std::string"},
+      {"a", "std::string ns[abi:x]::a[abi:cxx11][3];", "std::string *"},
       {"ri", "int &ns::ri;", nullptr},
       {"pm", "int ns::T::*ns::pm;", nullptr},
       {"cb", "void (*other)(int, cb);", nullptr},
