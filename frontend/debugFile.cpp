@@ -106,8 +106,9 @@ std::optional<std::uint64_t> DebugFile::symbolSize(std::uint64_t address, std::s
 std::optional<std::uint64_t> DebugFile::onlySymbolSize(std::uint64_t address) const {
   const auto [begin, end] = symbols_.equal_range(address);
   if (begin == end) return {};
-  const auto differs = [&](const auto& entry) { return entry.second.size != begin->second.size; };
-  return std::any_of(begin, end, differs) ? std::nullopt : std::optional(begin->second.size);
+  const std::uint64_t size = begin->second.size;
+  const auto differs = [size](const auto& entry) { return entry.second.size != size; };
+  return std::any_of(begin, end, differs) ? std::nullopt : std::optional(size);
 }
 
 void DebugFile::readSections(Elf* elf) {

@@ -203,8 +203,8 @@ class TableMaker {
            *item.DataField.getVarName() != '\0';
   }
 
-  // The size of a type behind all its pointers and arrays; none for functions, references, unnamed and incomplete
-  // types.
+  // The size of a type behind all its pointers and arrays; none for functions, references, vectors, unnamed and
+  // incomplete types.
   static std::optional<std::uint64_t> sizeWithoutPointers(Dwarf_Die type);
 
   // What the debugger would show of a variable.
