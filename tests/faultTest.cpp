@@ -92,6 +92,38 @@ TEST_F(Fault, EachSystemCallFailsOnceAndDescriptorsRunOut) {
   }
 }
 
+// The messages and statuses for calls that hardly ever fail.
+TEST_F(Fault, MessagesOfRareFailures) {
+  if (run("strace -o /dev/null true").status != 0) GTEST_SKIP() << "strace does not work here";
+  const struct {
+    std::string inject;
+    int status;
+    std::string err;
+  } cases[] = {
+      {"pipe2:error=EMFILE:when=1", 0, "ERROR: unable to open pipe to A2L: Too many open files.\n"},
+      {"pipe2:error=EMFILE:when=2", 0, "ERROR: unable to open pipe from A2L: Too many open files.\n"},
+      {"clone:error=EAGAIN:when=1", 0, "ERROR: unable to fork process: Resource temporarily unavailable.\n"},
+      {"pipe2:error=EMFILE:when=4", 0, "ERROR: unable to open pipe to GDB: Too many open files.\n"},
+      {"pipe2:error=EMFILE:when=5", 0, "ERROR: unable to open pipe from GDB: Too many open files.\n"},
+      {"clone:error=EAGAIN:when=2", 0, "ERROR: unable to fork process: Resource temporarily unavailable.\n"},
+      {"ppoll:error=EIO:when=1", 0, "Error communicating with A2L!\n"},
+      {"close:error=EIO -P " + vym + "/objdump.txt", 146, "tolquin: 146 - Unable to close file 5\n"},
+      {"close:error=EIO -P " + vym + "/objdump.1", 151, "tolquin: 151 - Unable to close file 5\n"},
+      {"close:error=EIO -P " + vym + "/tGlobalVarDef.tbl", 156, "tolquin: 156 - Unable to close file 5\n"},
+      {"write:error=ENOSPC -P " + vym + "/tGlobalVarDef.tbl", 156, "tolquin: 156 - Unable to close file 28\n"},
+      {"pwrite64:error=ENOSPC:when=7", 1, vym + "/vifa.dat: node 1: cannot be written: No space left on device\n"},
+  };
+  for (const auto& c : cases) {
+    const std::string call = c.inject.substr(0, c.inject.find(':'));
+    const RunResult result = run("export DEBUG_ERR=22; " + command + "strace -qq -o /dev/null -e trace=" + call +
+                                 " -e inject=" + c.inject + " " + core);
+    EXPECT_EQ(result.status, c.status) << c.inject;
+    // At this debug level, variables that are missing are told of as well.
+    EXPECT_NE(result.err.find(c.err), std::string::npos) << c.inject << ": " << result.err;
+    if (c.status != 156) expectRowsRight(c.inject, true);
+  }
+}
+
 // Children and the program itself killed at random moments: nothing is left running, the index is recognised as
 // finished or not, and the next run is good.
 TEST_F(Fault, KilledAtRandomMoments) {
