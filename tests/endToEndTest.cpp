@@ -94,6 +94,10 @@ struct Build {
   const char* compilers;
   const char* flags;
   const char* afterwards = "";
+
+  friend void PrintTo(const Build& build, std::ostream* out) {
+    *out << build.compilers << " " << build.flags << (*build.afterwards != '\0' ? " and more" : "");
+  }
 };
 
 class Example : public testing::TestWithParam<Build> {};
