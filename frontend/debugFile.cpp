@@ -42,7 +42,7 @@ void expectProgram(const std::string& path) {
 
 }  // namespace
 
-DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin(&callbacks), dwfl_end) {
+DebugFile::DebugFile(const std::string& path) : session_(dwfl_begin(&callbacks), dwfl_end) {
   expectProgram(path);
   Dwfl_Module* module = dwfl_report_offline(session_.get(), "", path.c_str(), -1);
   if (module == nullptr) throw UserError(path + ": cannot be read: " + dwfl_errmsg(-1));

@@ -53,7 +53,6 @@ class DebugFile {
   void readSections(Elf* elf);
   void readSymbols(Dwfl_Module* module, std::uint64_t elfBias);
 
-  std::string path_;
   std::unique_ptr<Dwfl, void (*)(Dwfl*)> session_;
   Dwarf* dwarf_ = nullptr;
   std::uint64_t bias_ = 0;

@@ -13,6 +13,7 @@
 #include <unordered_map>
 
 #include "debugFile.h"
+#include "io.h"
 #include "objRead.h"
 #include "outputFiles.h"
 #include "typeNames.h"
@@ -139,17 +140,12 @@ class TableMaker {
 
   void readKnown() {
     for (const KnownVariable& variable : variables_.known) {
-      std::vector<Dwarf_Die> chain = descriptions(variable.die);
+      const std::vector<Dwarf_Die> chain = descriptions(variable.die);
       const char* own = firstName(chain);
       if (own == nullptr) continue;
-      std::string name;
-      for (const std::string& scope : variables_.scopes.path(variables_.scopes.of(chain.back(), variable.scope))) {
-        name += scope + "::";
-      }
-      name += own;
-      Dwarf_Die type{};
-      for (std::size_t i = 0; i < chain.size() && !referredDie(chain[i], DW_AT_type, type); ++i) type.addr = nullptr;
-      known_.emplace(remove_all_scopes(name), Known{name, typeText(type, variable.cxx)});
+      const Scopes& scopes = variables_.scopes;
+      const std::string name = scopes.prefix(scopes.of(chain.back(), variable.scope)) + own;
+      known_.emplace(remove_all_scopes(name), Known{name, typeText(typeOf(chain), variable.cxx)});
     }
   }
 
@@ -195,7 +191,7 @@ class TableMaker {
 
   // Whether the index build will make an item with this type and name of the line.
   static bool isHeld(const std::string& declaration, std::uint64_t address) {
-    if (declaration.size() > 4999 || declaration.find(':') != std::string::npos) return false;
+    if (declaration.size() > LineReader::maxLength || declaration.find(':') != std::string::npos) return false;
     TMAP listed;
     listed[hexadecimal(address)] = 0;
     ItemType item;

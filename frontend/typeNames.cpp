@@ -173,6 +173,12 @@ std::vector<std::string> Scopes::path(Id scope) const {
   return names;
 }
 
+std::string Scopes::prefix(Id scope) const {
+  std::string text;
+  for (const std::string& name : path(scope)) text += name + "::";
+  return text;
+}
+
 std::string TypeText::type() const {
   std::string around = prefix;
   around.erase(around.find_last_not_of(' ') + 1);
@@ -397,9 +403,7 @@ struct TypeNames::Builder {
     std::string canonical = canonicalName(name);
     if (!cxx) return canonical;
     if (!qualified) return withoutScopes(canonical);
-    std::string result;
-    for (const std::string& scope : scopes.path(scopes.of(type))) result += scope + "::";
-    return result + canonical;
+    return scopes.prefix(scopes.of(type)) + canonical;
   }
 };
 

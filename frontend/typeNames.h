@@ -39,6 +39,8 @@ class Scopes {
   }
   /// The names of a scope and those around it, outermost first.
   std::vector<std::string> path(Id scope) const;
+  /// The same as it stands before a name: "a::b::".
+  std::string prefix(Id scope) const;
 
  private:
   struct Scope {

@@ -67,6 +67,14 @@ const char* firstName(std::vector<Dwarf_Die> chain) {
   return nullptr;
 }
 
+Dwarf_Die typeOf(std::vector<Dwarf_Die> chain) {
+  Dwarf_Die type{};
+  for (Dwarf_Die& die : chain) {
+    if (referredDie(die, DW_AT_type, type)) return type;
+  }
+  return {};
+}
+
 namespace {
 
 class Reader {
@@ -117,7 +125,7 @@ class Reader {
         readVariable(die, place);
         break;
       case DW_TAG_member:
-        if (dwarf_hasattr(&die, DW_AT_declaration)) result_.known.push_back({die, place.scope, cxx_});
+        if (dwarf_hasattr(&die, DW_AT_declaration)) noteKnown(die, place);
         [[fallthrough]];
       case DW_TAG_typedef:
         result_.scopes.note(die, place.scope);
@@ -161,9 +169,13 @@ class Reader {
   // The scope around a namespace, class or function: that of its declaration where it is defined elsewhere.
   Scopes::Id outerScope(Dwarf_Die& die, Scopes::Id here) { return result_.scopes.of(descriptions(die).back(), here); }
 
+  void noteKnown(const Dwarf_Die& die, const Place& place) {
+    if (wanted_ == Wanted::Types) result_.known.push_back({die, place.scope, cxx_});
+  }
+
   void readVariable(Dwarf_Die& die, const Place& place) {
     result_.scopes.note(die, place.scope);
-    if (!place.inFunction) result_.known.push_back({die, place.scope, cxx_});
+    if (!place.inFunction) noteKnown(die, place);
     const auto address = fixedAddress(die);
     if (!address || isFlagSet(die, DW_AT_declaration)) return;
     const std::uint64_t inExecutable = file_.toExecutable(*address);
@@ -180,17 +192,10 @@ class Reader {
     variable.scope = result_.scopes.of(chain.back(), candidate.scope);
     variable.cxx = candidate.cxx;
     variable.internal = candidate.inFunction || !isFlagSet(candidate.die, DW_AT_external);
-    readType(chain, variable);
+    variable.type = typeOf(chain);
     readSize(chain, variable);
     if (wanted_ == Wanted::Places) readDefinition(chain, variable);
     result_.list.push_back(std::move(variable));
-  }
-
-  static void readType(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) {
-    for (Dwarf_Die& die : chain) {
-      if (referredDie(die, DW_AT_type, variable.type)) return;
-    }
-    variable.type.addr = nullptr;
   }
 
   // The size of the symbol of this name counts, as only it knows the elements of a flexible array at the end; then that

@@ -46,6 +46,9 @@ std::vector<Dwarf_Die> descriptions(const Dwarf_Die& die);
 /// The name that the first of `chain` with a name has; null when none has.
 const char* firstName(std::vector<Dwarf_Die> chain);
 
+/// The type that the first of `chain` with a type has; its addr is null when none has.
+Dwarf_Die typeOf(std::vector<Dwarf_Die> chain);
+
 /// What is to be read of each variable: for tables, its place need not be looked up; for places, its name alone.
 enum class Wanted { Types, Places };
 

@@ -59,12 +59,11 @@ void A2LControl::endA2L() { child.kill(Clock::now() + endPatience); }
 ssize_t A2LControl::sendA2L(const char* str) { return session.send(str, Clock::now() + replyPatience); }
 
 reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
-  char textbuf[ToolSession::textSize];
   va_list arguments;
   va_start(arguments, fmt);
-  std::vsnprintf(textbuf, sizeof textbuf, fmt, arguments);
+  reply* pieces = session.converse<reply>(timeout, fmt, arguments, [](const char*) { return false; });
   va_end(arguments);
-  return session.converse<reply>(timeout, textbuf, [](const char*) { return false; });
+  return pieces;
 }
 
 void A2LControl::childhandler(int) { collectChildren(); }

@@ -80,19 +80,18 @@ void GDBControl::endGDB() {
 ssize_t GDBControl::sendGDB(const char* str) { return session.send(str, exchangeDeadline(queryPatience)); }
 
 response* GDBControl::convGDB(unsigned int timeout, const char* fmt, ...) {
-  char textbuf[ToolSession::textSize];
   va_list arguments;
   va_start(arguments, fmt);
-  std::vsnprintf(textbuf, sizeof textbuf, fmt, arguments);
-  va_end(arguments);
   // A prompt cut by a pause is a prompt all the same.
   std::string tail;
-  return session.converse<response>(timeout, textbuf, [&tail](const char* piece) {
+  response* pieces = session.converse<response>(timeout, fmt, arguments, [&tail](const char* piece) {
     tail += piece;
     const bool prompted = tail.find(prompt) != std::string::npos;
     if (tail.ends_with('\n')) tail.clear();
     return prompted;
   });
+  va_end(arguments);
+  return pieces;
 }
 
 void GDBControl::childhandler(int) { collectChildren(); }

@@ -5,6 +5,7 @@
 
 #include <poll.h>
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -126,11 +127,13 @@ class ToolSession {
   /// a pause or an end of file, or a negative number for a read error.
   int readPiece(char* buffer, std::size_t size);
 
-  /// One exchange: sends `text` unless it is empty and collects pieces until `timeout` seconds plus 100
+  /// One exchange: sends the text formatted from `fmt` and `arguments` (at most textSize - 1 characters) unless it is
+  /// empty and collects pieces until `timeout` seconds plus 100
   /// microseconds of silence, the end of the child's output, or a piece for which `isEnd(piece)` holds, which is
   /// dropped. Returns a list of `Node`, null when nothing arrived.
   template <typename Node, typename EndTest>
-  Node* converse(unsigned int timeout, const char* text, EndTest isEnd);
+  Node* converse(unsigned int timeout, const char* fmt, va_list arguments, EndTest isEnd)
+      __attribute__((format(printf, 3, 0)));
 
   /// Delivers the next line in `line`, without its newline and joined over pauses, or reports a `prompt` (empty: the
   /// tool has none), or why there is neither. A prompt stands at the start of a line and is consumed alone, or further
@@ -170,10 +173,11 @@ class ToolSession {
 };
 
 template <typename Node, typename EndTest>
-Node* ToolSession::converse(unsigned int timeout, const char* text, EndTest isEnd) {
-  if (*text != '\0') send(text, exchangeDeadline(timeout));
-  PieceList<Node> pieces;
+Node* ToolSession::converse(unsigned int timeout, const char* fmt, va_list arguments, EndTest isEnd) {
   char piece[textSize];
+  std::vsnprintf(piece, sizeof piece, fmt, arguments);
+  if (*piece != '\0') send(piece, exchangeDeadline(timeout));
+  PieceList<Node> pieces;
   while (!unread().empty() || waitFor(fromTool_.get(), POLLIN, exchangeDeadline(timeout)) == WaitResult::Ready) {
     const int count = readPiece(piece, sizeof piece);
     if (count < 0) std::fprintf(stderr, "Error communicating with %s!\n", names_.upper);
