@@ -61,7 +61,7 @@ ssize_t A2LControl::sendA2L(const char* str) { return session.send(str, Clock::n
 reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
   va_list arguments;
   va_start(arguments, fmt);
-  reply* pieces = session.converse<reply>(timeout, fmt, arguments, [](const char*) { return false; });
+  auto* pieces = session.converse<reply>(timeout, fmt, arguments, [](const char*) { return false; });
   va_end(arguments);
   return pieces;
 }

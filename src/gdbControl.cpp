@@ -84,7 +84,7 @@ response* GDBControl::convGDB(unsigned int timeout, const char* fmt, ...) {
   va_start(arguments, fmt);
   // A prompt cut by a pause is a prompt all the same.
   std::string tail;
-  response* pieces = session.converse<response>(timeout, fmt, arguments, [&tail](const char* piece) {
+  auto* pieces = session.converse<response>(timeout, fmt, arguments, [&tail](const char* piece) {
     tail += piece;
     const bool prompted = tail.find(prompt) != std::string::npos;
     if (tail.ends_with('\n')) tail.clear();
