@@ -1,6 +1,7 @@
 // The main loop.
 #include "tolquin.h"
 
+#include <cerrno>
 #include <cstring>
 #include <unordered_map>
 
@@ -68,19 +69,24 @@ class RowWriter {
     row.SourceFile = variable.location.file;
     row.LineNbr = variable.location.line;
     const std::string text = formatGlobalVarDef(row);
-    std::fwrite(text.data(), 1, text.size(), table_);
+    if (std::fwrite(text.data(), 1, text.size(), table_) < text.size() && writeError_ == 0) writeError_ = errno;
   }
+
+  // errno of the first row that could not be written, or 0.
+  int writeError() const { return writeError_; }
 
  private:
   SizeMemory sizes_;
   FILE* table_;
+  int writeError_ = 0;
   int writecount_ = 0;
 };
 
 // One pass over objdump.1. While addr2line works on the request for a line, the line before it is looked up and
 // written; everything that can be seen of that, happens in the order of the lines. While it works on the first, the
-// index is built. The first line is finished before the second is asked for.
-void processRecords(FILE* objdump1, A2LControl& session, RowWriter& rows) {
+// index is built. The first line is finished before the second is asked for. Returns 0, or the errno of a read error
+// that ended the list.
+int processRecords(FILE* objdump1, A2LControl& session, RowWriter& rows) {
   Variable buffers[2];
   Variable* current = &buffers[0];
   Variable* waiting = nullptr;
@@ -95,7 +101,9 @@ void processRecords(FILE* objdump1, A2LControl& session, RowWriter& rows) {
     waiting = first ? nullptr : current;
     current = current == &buffers[0] ? &buffers[1] : &buffers[0];
   }
+  const int readError = std::ferror(objdump1) != 0 ? errno : 0;
   if (waiting != nullptr) rows.finish(*waiting);
+  return readError;
 }
 
 }  // namespace
@@ -109,7 +117,10 @@ int process_objdump1(const char* dirname, const char* ExeName) {
   A2LControl session(ExeName);
   session.startA2L();
   RowWriter rows(FDsizes_tbl, FDGlobalVarDef_tbl);
-  processRecords(FDobjdump1, session, rows);
+  const int readError = processRecords(FDobjdump1, session, rows);
   close_files(FDobjdump, FDobjdump1, FDGlobalVarDef_tbl);
+  // A list that broke off must not pass for a short one, nor a row be lost because the last block found room again.
+  if (readError != 0) exitUnclosed(151, readError);
+  if (rows.writeError() != 0) exitUnclosed(156, rows.writeError());
   return 0;
 }

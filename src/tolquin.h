@@ -28,8 +28,11 @@ void dprintf(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 /// ends the program through err_exit: 114 objdump.txt, 120 objdump.1, 126 tGlobalVarDef.tbl, 132 sizes.tbl.
 int open_files(const char* dirname, FILE** FDobjdump, FILE** FDobjdump1, FILE** FDGlobalVarDef_tbl, FILE** FDsizes_tbl);
 
-/// Closes three of the four files. Returns 0; a failure ends the program through err_exit: 146 objdump.txt,
-/// 151 objdump.1, 156 tGlobalVarDef.tbl (also when rows of it could not be written).
+/// Ends the program through err_exit with `ErrNbr` and "Unable to close file <error>", `error` being an errno.
+[[noreturn]] void exitUnclosed(int ErrNbr, int error);
+
+/// Closes three of the four files. Returns 0; a failure ends the program through exitUnclosed: 146 objdump.txt,
+/// 151 objdump.1, 156 tGlobalVarDef.tbl.
 int close_files(FILE* FDobjdump, FILE* FDobjdump1, FILE* FDGlobalVarDef_tbl);
 
 /// Parses one line of `objdump.1`, which is modified, into `structure`. Returns 0, or -1 when the line has fewer than
