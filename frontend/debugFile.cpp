@@ -9,12 +9,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <set>
 #include <string_view>
 
 #include "io.h"
 #include "userError.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 const Dwfl_Callbacks callbacks{.find_elf = dwfl_build_id_find_elf,
                                .find_debuginfo = dwfl_standard_find_debuginfo,
@@ -56,6 +60,12 @@ DebugFile::DebugFile(const std::string& path) : session_(dwfl_begin(&callbacks),
                     "); compile it with -g, or put its debug file where gdb would find it");
   }
   bias_ = dwarfBias - elfBias;
+  addresses_ = SectionBytes(dwarf_getelf(dwarf_), ".debug_addr");
+  const char* debugPath = nullptr;
+  dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &debugPath);
+  std::set<std::string> places{path, fs::weakly_canonical(path)};
+  if (debugPath != nullptr) places.insert(debugPath);
+  for (const std::string& place : places) packages_.push_back(std::make_unique<DwarfPackage>(place + ".dwp"));
   readSections(elf);
   readSymbols(module, elfBias);
 }
@@ -75,7 +85,7 @@ std::vector<std::string> DebugFile::forEachUnit(
     while (dwarf != nullptr && dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &top, &split) == 0) {
       if (type != DW_UT_skeleton) {
         useUnit(top, top);
-      } else if (split.addr != nullptr) {
+      } else if (split.addr != nullptr || (split = packedUnit(top)).addr != nullptr) {
         useUnit(split, top);
       } else {
         Dwarf_Attribute attribute;
@@ -86,6 +96,29 @@ std::vector<std::string> DebugFile::forEachUnit(
     }
   }
   return missing;
+}
+
+// The unit that belongs to `skeleton` in one of the packages; its addr is null when none holds it.
+Dwarf_Die DebugFile::packedUnit(const Dwarf_Die& skeleton) const {
+  std::uint64_t id = 0;
+  Dwarf_Die unit{};
+  if (dwarf_cu_info(skeleton.cu, nullptr, nullptr, nullptr, nullptr, &id, nullptr, nullptr) != 0) return unit;
+  for (const auto& package : packages_) {
+    if (unit.addr == nullptr) unit = package->unit(id);
+  }
+  return unit;
+}
+
+std::optional<std::uint64_t> DebugFile::listedAddress(Dwarf_Die skeleton, std::uint64_t index) const {
+  Dwarf_Word base = 0;
+  for (const unsigned name : {DW_AT_addr_base, DW_AT_GNU_addr_base}) {
+    Dwarf_Attribute attribute;
+    if (dwarf_formudata(dwarf_attr(&skeleton, name, &attribute), &base) == 0) break;
+  }
+  Dwarf_Die unit;
+  std::uint8_t width = 0;
+  if (dwarf_diecu(&skeleton, &unit, &width, nullptr) == nullptr) return {};
+  return addresses_.number(base + index * width, width);
 }
 
 bool DebugFile::isInMemory(std::uint64_t address) const {

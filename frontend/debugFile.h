@@ -1,5 +1,5 @@
 // An executable or shared object with its debugging information, wherever that lies: in the file itself, in a separate
-// file found by build-id or debuglink, in .dwo files, or in a file shared by dwz.
+// file found by build-id or debuglink, in .dwo files or a package of them, or in a file shared by dwz.
 #pragma once
 
 #include <elfutils/libdw.h>
@@ -14,21 +14,28 @@
 #include <unordered_map>
 #include <vector>
 
+#include "dwarfPackage.h"
+#include "sectionBytes.h"
+
 class DebugFile {
  public:
   /// Opens `path`. Throws UserError when it is no executable or shared object in ELF, is damaged, or has no debugging
   /// information.
   explicit DebugFile(const std::string& path);
 
-  /// Calls `useUnit` with the top entry of every unit: compilation units (of skeletons, the unit in the .dwo file),
-  /// partial units, type units, and those of the file shared by dwz; `skeleton` is the top entry of the skeleton, or
-  /// `top` again. Returns the names of .dwo files, and of a file shared by dwz, that are missing.
+  /// Calls `useUnit` with the top entry of every unit: compilation units (of skeletons, the unit in the .dwo file
+  /// or package), partial units, type units, and those of the file shared by dwz; `skeleton` is the top entry of the
+  /// skeleton, or `top` again. Returns the names of .dwo files, and of a file shared by dwz, that are missing.
   std::vector<std::string> forEachUnit(
       const std::function<void(const Dwarf_Die& top, const Dwarf_Die& skeleton)>& useUnit) const;
 
   /// Turns an address of the debugging information into one of the executable. They differ only when one of two files
   /// was prelinked.
   std::uint64_t toExecutable(std::uint64_t address) const { return address + bias_; }
+
+  /// The address with the number `index` in the list of addresses of the unit whose top entry, or that of its skeleton,
+  /// is `skeleton`; empty when there is none.
+  std::optional<std::uint64_t> listedAddress(Dwarf_Die skeleton, std::uint64_t index) const;
 
   /// Whether `address` lies in a section that the program has in memory and that is no thread-local template. Debugging
   /// information of what the linker threw away has addresses outside.
@@ -53,8 +60,12 @@ class DebugFile {
   void readSections(Elf* elf);
   void readSymbols(Dwfl_Module* module, std::uint64_t elfBias);
 
+  Dwarf_Die packedUnit(const Dwarf_Die& skeleton) const;
+
   std::unique_ptr<Dwfl, void (*)(Dwfl*)> session_;
   Dwarf* dwarf_ = nullptr;
+  SectionBytes addresses_;                               // the lists that units refer to by number
+  std::vector<std::unique_ptr<DwarfPackage>> packages_;  // of all places where one may be
   std::uint64_t bias_ = 0;
   std::vector<Range> sections_;
   std::unordered_multimap<std::uint64_t, Symbol> symbols_;

@@ -19,31 +19,21 @@ bool isFlagSet(Dwarf_Die& die, unsigned name) {
   return dwarf_formflag(read(&die, name, &attribute), &value) == 0 && value;
 }
 
-// The address that a location expression consists of, if it is such.
-std::optional<std::uint64_t> fixedAddress(Dwarf_Die& die) {
+// The address that a location expression consists of, if it is such. `skeleton`: top entry of the unit that has the
+// list of addresses.
+std::optional<std::uint64_t> fixedAddress(const DebugFile& file, const Dwarf_Die& skeleton, Dwarf_Die& die) {
   Dwarf_Attribute attribute;
   if (dwarf_attr(&die, DW_AT_location, &attribute) == nullptr) return {};
   Dwarf_Op* operations = nullptr;
   std::size_t count = 0;
   if (dwarf_getlocation(&attribute, &operations, &count) != 0 || count == 0) return {};
-  std::uint64_t address = 0;
-  switch (operations[0].atom) {
-    case DW_OP_addr:
-      address = operations[0].number;
-      break;
-    case DW_OP_addrx:
-    case DW_OP_GNU_addr_index: {
-      Dwarf_Attribute indexed;
-      if (dwarf_getlocation_attr(&attribute, operations, &indexed) != 0) return {};
-      if (dwarf_formaddr(&indexed, &address) != 0) return {};
-      break;
-    }
-    default:
-      return {};
-  }
-  if (count == 1) return address;
+  std::optional<std::uint64_t> address;
+  if (operations[0].atom == DW_OP_addr) address = operations[0].number;
+  if (operations[0].atom == DW_OP_addrx || operations[0].atom == DW_OP_GNU_addr_index)
+    address = file.listedAddress(skeleton, operations[0].number);
+  if (!address || count == 1) return address;
   // A variable that the compiler made part of a larger object.
-  if (count == 2 && operations[1].atom == DW_OP_plus_uconst) return address + operations[1].number;
+  if (count == 2 && operations[1].atom == DW_OP_plus_uconst) return *address + operations[1].number;
   return {};
 }
 
@@ -84,6 +74,7 @@ class Reader {
   Variables read() {
     result_.missingUnits = file_.forEachUnit([this](const Dwarf_Die& top, const Dwarf_Die& skeleton) {
       if (top.addr != skeleton.addr) skeletons_.emplace(top.addr, skeleton);
+      skeleton_ = skeleton;
       readUnit(top);
     });
     for (Candidate& candidate : candidates_) complete(candidate);
@@ -176,7 +167,7 @@ class Reader {
   void readVariable(Dwarf_Die& die, const Place& place) {
     result_.scopes.note(die, place.scope);
     if (!place.inFunction) noteKnown(die, place);
-    const auto address = fixedAddress(die);
+    const auto address = fixedAddress(file_, skeleton_, die);
     if (!address || isFlagSet(die, DW_AT_declaration)) return;
     const std::uint64_t inExecutable = file_.toExecutable(*address);
     if (file_.isInMemory(inExecutable)) candidates_.push_back({die, inExecutable, place.scope, place.inFunction, cxx_});
@@ -273,6 +264,7 @@ class Reader {
   Variables result_;
   std::vector<Candidate> candidates_;
   std::unordered_map<const void*, Dwarf_Die> skeletons_;  // by the top entry of the unit in the .dwo file
+  Dwarf_Die skeleton_{};                                  // of the unit that is being read
   bool cxx_ = false;
 };
 

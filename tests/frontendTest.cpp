@@ -101,19 +101,42 @@ TEST(FrontEnd, ErrorsSayWhatToDo) {
   EXPECT_EQ(run("ls " + directory / "program.vym").out, "objdump.1\nobjdump.txt\nsizes.tbl\n") << full.out;
 }
 
-// Bytes of the debugging information changed at random: an error or a table, never a crash or a hang.
+// The same tables and places from a package as from the .dwo files that went into it, in both formats of packages.
+TEST(FrontEnd, PackagesOfDwoFiles) {
+  const TempDir directory;
+  const std::string cases[][2] = {{"gcc g++ -gdwarf-4", "dwp"}, {"clang clang++ -gdwarf-5", "llvm-dwp"}};
+  for (const auto& [compilers, packer] : cases) {
+    const RunResult result = run(
+        "set -e; cd " + directory.path() + "; cp " EXAMPLES_DIRECTORY "/inventory/*.* .; set -- " + compilers +
+        "; $1 -w $3 -gsplit-dwarf -c parts.c; $2 -w $3 -gsplit-dwarf -c main.cpp; $2 *.o -o program; rm -rf *.dwp a b"
+        "\n" TOLQUIN " scan --no-gdb program -o a; " +
+        packer +
+        " -e program -o program.dwp; rm *.dwo\n" TOLQUIN
+        " scan --no-gdb program -o b; rm */*/vifa.dat; diff -r a b >&2");
+    EXPECT_EQ(result.status, 0) << compilers << result.err;
+  }
+}
+
+// Bytes of the debugging information changed at random, in a program and in a package of .dwo files: an error or a
+// table, never a crash or a hang.
 TEST(FrontEnd, DamagedDebuggingInformation) {
   const TempDir directory;
+  const std::string enter = "cd " + directory.path() + "; ";
   buildSmallProgram(directory / "program");
-  const std::string good = readFile(directory / "program");
+  run(enter + "echo 'long a; int main(void) { return 0; }' >s.c; gcc -g -gdwarf-4 -gsplit-dwarf s.c -o split; " +
+      "dwp -e split; rm *.dwo");
   std::mt19937 random(7);
-  for (int round = 0; round < 100; ++round) {
-    std::string bytes = good;
-    for (int i = 0; i < 40; ++i) bytes[bytes.size() / 2 + random() % (bytes.size() / 2)] = static_cast<char>(random());
-    writeFile(directory / "damaged", bytes);
-    const RunResult result = run("cd " + directory.path() + "; timeout 60 " TOLQUIN " tables damaged");
-    ASSERT_LE(result.status, 1) << round << ": " << result.err;
-    EXPECT_EQ(result.status == 1, result.err.starts_with("tolquin: ")) << result.err;
+  for (const std::string file : {"program", "split.dwp"}) {
+    const std::string good = readFile(directory / file);
+    const std::size_t from = file == "program" ? good.size() / 2 : 0;
+    for (int round = 0; round < 100; ++round) {
+      std::string bytes = good;
+      for (int i = 0; i < 40; ++i) bytes[from + random() % (bytes.size() - from)] = static_cast<char>(random());
+      writeFile(directory / file, bytes);
+      const RunResult result = run(enter + "timeout 60 " TOLQUIN " tables " + file.substr(0, file.find('.')));
+      ASSERT_LE(result.status, 1) << file << round << ": " << result.err;
+      EXPECT_EQ(result.status == 1, result.err.starts_with("tolquin: ")) << result.err;
+    }
   }
 }
 

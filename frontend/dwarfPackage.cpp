@@ -1,0 +1,107 @@
+#include "dwarfPackage.h"
+
+#include <fcntl.h>
+#include <gelf.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "io.h"
+#include "sectionBytes.h"
+
+namespace {
+
+// Names of the sections by their numbers in the index; those of DWARF 4 and 5 differ only where nobody looks here.
+constexpr std::array<std::string_view, 9> sectionNames{"",
+                                                       ".debug_info.dwo",
+                                                       ".debug_types.dwo",
+                                                       ".debug_abbrev.dwo",
+                                                       ".debug_line.dwo",
+                                                       ".debug_loclists.dwo",
+                                                       ".debug_str_offsets.dwo",
+                                                       ".debug_macro.dwo",
+                                                       ".debug_rnglists.dwo"};
+// The one section that all units share.
+constexpr std::string_view sharedSection = ".debug_str.dwo";
+
+// Cuts a section to the part from `offset` on. False when the section does not hold it.
+bool cut(Elf_Scn* section, GElf_Shdr& header, std::uint64_t offset, std::uint64_t size) {
+  if ((header.sh_flags & SHF_COMPRESSED) != 0 || offset > header.sh_size || size > header.sh_size - offset)
+    return false;
+  header.sh_offset += offset;
+  header.sh_size = size;
+  return gelf_update_shdr(section, &header) != 0;
+}
+
+}  // namespace
+
+DwarfPackage::DwarfPackage(const std::string& path) : file_(openFile(path.c_str(), O_RDONLY | O_NONBLOCK)) {
+  if (!file_) return;
+  const ElfOwner elf = openElf();
+  if (elf && elf_kind(elf.get()) == ELF_K_ELF) readIndex(elf.get());
+}
+
+// Opened for private changes, so that the headers of sections can be changed in memory.
+DwarfPackage::ElfOwner DwarfPackage::openElf() const {
+  elf_version(EV_CURRENT);
+  return {elf_begin(file_.get(), ELF_C_READ_MMAP_PRIVATE, nullptr), elf_end};
+}
+
+// The index: a header of four numbers; a hash table of ids, and beside it the rows of these; the numbers of the
+// sections; a table of offsets and one of sizes, a row for each unit.
+void DwarfPackage::readIndex(Elf* elf) {
+  const SectionBytes index(elf, ".debug_cu_index");
+  const auto number = [&index](std::uint64_t offset) { return index.number(offset, 4).value_or(0); };
+  const bool known = index.number(0, 2) == 5 || number(0) == 2;
+  const std::uint64_t columns = number(4);
+  const std::uint64_t rows = number(8);
+  const std::uint64_t slots = number(12);
+  const std::uint64_t ids = 16;
+  const std::uint64_t rowNumbers = ids + slots * 8;
+  const std::uint64_t sections = rowNumbers + slots * 4;
+  const std::uint64_t offsets = sections + columns * 4;
+  const std::uint64_t sizes = offsets + rows * columns * 4;
+  if (!known || columns == 0 || columns >= sectionNames.size() || !index.number(sizes + (rows * columns - 1) * 4, 4))
+    return;
+  for (std::uint64_t slot = 0; slot < slots; ++slot) {
+    const std::uint64_t row = number(rowNumbers + slot * 4);
+    if (row == 0 || row > rows) continue;
+    std::vector<Contribution>& unit = units_[index.number(ids + slot * 8, 8).value_or(0)];
+    unit.clear();
+    for (std::uint64_t column = 0; column < columns; ++column) {
+      const std::uint64_t at = ((row - 1) * columns + column) * 4;
+      unit.push_back({number(sections + column * 4), number(offsets + at), number(sizes + at)});
+    }
+  }
+}
+
+Dwarf_Die DwarfPackage::unit(std::uint64_t id) {
+  Dwarf_Die top{};
+  const auto found = units_.find(id);
+  std::size_t names = 0;
+  View view{openElf(), {nullptr, dwarf_end}};
+  Elf* elf = view.elf.get();
+  if (found == units_.end() || elf == nullptr || elf_getshdrstrndx(elf, &names) != 0) return top;
+  for (Elf_Scn* section = elf_nextscn(elf, nullptr); section != nullptr; section = elf_nextscn(elf, section)) {
+    GElf_Shdr header;
+    const char* read = gelf_getshdr(section, &header) != nullptr ? elf_strptr(elf, names, header.sh_name) : nullptr;
+    const std::string_view name = read != nullptr ? read : "";
+    if (!name.starts_with(".debug_") || name == sharedSection) continue;
+    Contribution part{0, 0, 0};
+    for (const Contribution& each : found->second) {
+      if (each.section < sectionNames.size() && sectionNames[each.section] == name) part = each;
+    }
+    // By the name of the index alone libdw would take this for no .dwo file.
+    if (!name.ends_with(".dwo")) header.sh_name = 0;
+    if (!cut(section, header, part.offset, part.size)) return top;
+  }
+  view.dwarf.reset(dwarf_begin_elf(elf, DWARF_C_READ, nullptr));
+  Dwarf_CU* unit = nullptr;
+  std::uint8_t type = 0;
+  if (!view.dwarf || dwarf_get_units(view.dwarf.get(), nullptr, &unit, nullptr, &type, &top, nullptr) != 0)
+    return Dwarf_Die{};
+  views_.push_back(std::move(view));
+  return top;
+}
