@@ -44,7 +44,20 @@ void expectProgram(const std::string& path) {
   }
 }
 
+// The name of the .dwo file that a skeleton stands for.
+std::string dwoName(Dwarf_Die& skeleton) {
+  Dwarf_Attribute attribute;
+  const unsigned code = dwarf_hasattr(&skeleton, DW_AT_dwo_name) ? DW_AT_dwo_name : DW_AT_GNU_dwo_name;
+  const char* name = dwarf_formstring(dwarf_attr(&skeleton, code, &attribute));
+  return name != nullptr ? name : "a .dwo file without a name";
+}
+
 }  // namespace
+
+std::string dwarfError() {
+  const int error = dwarf_errno();
+  return error != 0 ? dwarf_errmsg(error) : "an entry is no entry";
+}
 
 DebugFile::DebugFile(const std::string& path) : session_(dwfl_begin(&callbacks), dwfl_end) {
   expectProgram(path);
@@ -63,37 +76,37 @@ DebugFile::DebugFile(const std::string& path) : session_(dwfl_begin(&callbacks),
   addresses_ = SectionBytes(dwarf_getelf(dwarf_), ".debug_addr");
   const char* debugPath = nullptr;
   dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &debugPath);
-  std::set<std::string> places{path, fs::weakly_canonical(path)};
+  std::error_code ignored;
+  std::set<std::string> places{path, fs::weakly_canonical(path, ignored).string()};
   if (debugPath != nullptr) places.insert(debugPath);
   for (const std::string& place : places) packages_.push_back(std::make_unique<DwarfPackage>(place + ".dwp"));
   readSections(elf);
   readSymbols(module, elfBias);
 }
 
-std::vector<std::string> DebugFile::forEachUnit(
+MissingParts DebugFile::forEachUnit(
     const std::function<void(const Dwarf_Die& top, const Dwarf_Die& skeleton)>& useUnit) const {
-  std::vector<std::string> missing;
+  MissingParts missing;
   const char* shared = nullptr;
   const void* id = nullptr;
   if (dwarf_getalt(dwarf_) == nullptr && dwelf_dwarf_gnu_debugaltlink(dwarf_, &shared, &id) > 0)
-    missing.emplace_back(shared);
+    missing.files.emplace_back(shared);
   for (Dwarf* dwarf : {dwarf_, dwarf_getalt(dwarf_)}) {
     Dwarf_CU* unit = nullptr;
     Dwarf_Die top;
     Dwarf_Die split;
     std::uint8_t type = 0;
-    while (dwarf != nullptr && dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &top, &split) == 0) {
+    int result = dwarf != nullptr ? 0 : 1;
+    while (result == 0 && (result = dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &top, &split)) == 0) {
       if (type != DW_UT_skeleton) {
         useUnit(top, top);
       } else if (split.addr != nullptr || (split = packedUnit(top)).addr != nullptr) {
         useUnit(split, top);
       } else {
-        Dwarf_Attribute attribute;
-        const int nameCode = dwarf_hasattr(&top, DW_AT_dwo_name) ? DW_AT_dwo_name : DW_AT_GNU_dwo_name;
-        const char* name = dwarf_formstring(dwarf_attr(&top, static_cast<unsigned>(nameCode), &attribute));
-        missing.emplace_back(name != nullptr ? name : "a .dwo file without a name");
+        missing.files.push_back(dwoName(top));
       }
     }
+    if (result < 0) missing.damage = dwarfError();
   }
   return missing;
 }

@@ -17,6 +17,15 @@
 #include "dwarfPackage.h"
 #include "sectionBytes.h"
 
+/// What libdw says of its latest failure.
+std::string dwarfError();
+
+/// What the debugging information lacks.
+struct MissingParts {
+  std::vector<std::string> files;  ///< names of .dwo files, and of a file shared by dwz, that cannot be found
+  std::string damage;              ///< why the walk over the units ended early; empty when it did not
+};
+
 class DebugFile {
  public:
   /// Opens `path`. Throws UserError when it is no executable or shared object in ELF, is damaged, or has no debugging
@@ -25,9 +34,8 @@ class DebugFile {
 
   /// Calls `useUnit` with the top entry of every unit: compilation units (of skeletons, the unit in the .dwo file
   /// or package), partial units, type units, and those of the file shared by dwz; `skeleton` is the top entry of the
-  /// skeleton, or `top` again. Returns the names of .dwo files, and of a file shared by dwz, that are missing.
-  std::vector<std::string> forEachUnit(
-      const std::function<void(const Dwarf_Die& top, const Dwarf_Die& skeleton)>& useUnit) const;
+  /// skeleton, or `top` again.
+  MissingParts forEachUnit(const std::function<void(const Dwarf_Die& top, const Dwarf_Die& skeleton)>& useUnit) const;
 
   /// Turns an address of the debugging information into one of the executable. They differ only when one of two files
   /// was prelinked.

@@ -7,6 +7,8 @@ Locator::Locator(const std::vector<GlobalVariable>& variables) {
   ranges_.reserve(variables.size());
   for (const GlobalVariable& variable : variables) {
     if (variable.file.empty() || variable.line == 0) continue;
+    // Neither a reply nor a row of the result could hold such a name.
+    if (variable.file.find_first_of("\t\n") != std::string::npos) continue;
     // Of several variables at one address the first counts, here as in the index.
     if (!ranges_.empty() && ranges_.back().begin == variable.address) continue;
     const std::uint64_t size = std::max<std::uint64_t>(variable.size.value_or(0), 1);

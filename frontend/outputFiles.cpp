@@ -27,16 +27,26 @@ void makeDirectory(const std::string& path) {
   if (error) throw UserError(path + ": cannot be made a directory: " + error.message());
 }
 
+OutputFiles::OutputFiles(std::string directory) : directory_(std::move(directory)) {
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, number);
+  sigprocmask(SIG_BLOCK, &ending, &signalsBefore_);
+}
+
 OutputFiles::~OutputFiles() {
   for (const std::string& name : names_) unlink(beside(directory_ + "/" + name).c_str());
+  sigprocmask(SIG_SETMASK, &signalsBefore_, nullptr);
 }
 
 void OutputFiles::write(const std::string& name, const std::string& content) {
   const std::string path = directory_ + "/" + name;
-  const UniqueFd file = openFile(beside(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC);
+  UniqueFd file = openFile(beside(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC);
   if (!file) fail(path, "cannot be written");
   names_.push_back(name);
-  if (!writeAt(file.get(), content.data(), content.size(), 0)) fail(path, "cannot be written");
+  const bool written = writeAt(file.get(), content.data(), content.size(), 0);
+  // Some file systems find out only here that there is no room.
+  if (!written || !file.close()) fail(path, "cannot be written");
 }
 
 void OutputFiles::commit() {

@@ -1,6 +1,8 @@
-// Files that appear whole or not at all: each is written beside its place and renamed.
+// Files that appear whole or not at all: each is written beside its place and renamed. Signals that end the program
+// wait meanwhile, so that it leaves nothing behind.
 #pragma once
 
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -10,7 +12,7 @@ void makeDirectory(const std::string& path);
 class OutputFiles {
  public:
   /// Files will appear in `directory`, which exists.
-  explicit OutputFiles(std::string directory) : directory_(std::move(directory)) {}
+  explicit OutputFiles(std::string directory);
   /// Removes what was written but not put in place.
   ~OutputFiles();
   OutputFiles(const OutputFiles&) = delete;
@@ -25,4 +27,5 @@ class OutputFiles {
  private:
   std::string directory_;
   std::vector<std::string> names_;
+  sigset_t signalsBefore_{};
 };

@@ -40,6 +40,7 @@ std::vector<ResultRow> readResultTable(const std::string& directory) {
       throw UserError(path + ": line " + std::to_string(rows.size()) + " has not the ten columns of a result table");
     }
   }
+  if (file.bad()) throw UserError(path + ": cannot be read to its end");
   return rows;
 }
 

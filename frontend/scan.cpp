@@ -1,7 +1,6 @@
 #include "scan.h"
 
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 
 #include "childProcess.h"
 #include "resultTable.h"
+#include "userError.h"
 
 namespace {
 
@@ -42,6 +42,11 @@ class AwaitedSignals {
     int number = -1;
     while (number < 0) number = sigwaitinfo(&awaited_, nullptr);
     return number;
+  }
+  // The same for a second at most; 0 when none came.
+  int nextWithinSecond() const {
+    const timespec second{1, 0};
+    return std::max(sigtimedwait(&awaited_, nullptr, &second), 0);
   }
 
  private:
@@ -71,27 +76,36 @@ enum class Step { Tables, Result };
 
 struct Job {
   std::string executable;
+  std::string path;  // of the executable, absolute: a name that begins with '-' is no option for the tools
   std::string directory;
   Step step = Step::Tables;
-  Deadline start = Clock::now();
+  Clock::time_point begin = Clock::now();
 };
+
+// Half a result, or one of an earlier program, must not be taken for the result.
+void removeResult(const Job& job) { unlink((job.directory + "/tGlobalVarDef.tbl").c_str()); }
 
 class Scanner {
  public:
   explicit Scanner(const ScanOptions& options)
-      : options_(options), core_((fs::path(options.self).parent_path() / "tolquin.exe").string()) {}
+      : options_(options),
+        core_((fs::path(options.self).parent_path() / "tolquin.exe").string()),
+        locatorDirectory_(findLocator(fs::path(options.self).parent_path())) {}
 
   int run() {
     if (options_.useDebugger)
       expectTool("gdb", "variables that the tables lack will have no type; --no-gdb says you know");
-    if (options_.gnuLocator || locatorDirectory().empty()) expectTool("addr2line", "no place will be known");
+    if (options_.gnuLocator || locatorDirectory_.empty()) expectTool("addr2line", "no place will be known");
     std::set<std::string> directories;
     for (const std::string& executable : options_.executables) {
       const std::string directory = tableDirectory(executable, options_.outputDirectory);
       if (directories.insert(fs::absolute(directory).lexically_normal()).second) {
-        waiting_.push_back({executable, directory});
+        waiting_.push_back({executable, fs::absolute(executable).string(), directory});
       } else {
-        fail(executable, "its results would go to " + directory + ", as those of an executable named before");
+        ++failed_;
+        ++done_;
+        std::fprintf(stderr, "tolquin: %s: its results would go to %s, as those of an executable named before\n",
+                     executable.c_str(), directory.c_str());
       }
     }
     while (!waiting_.empty() || !running_.empty()) {
@@ -117,67 +131,67 @@ class Scanner {
   void startNext() {
     Job job = waiting_.front();
     waiting_.pop_front();
-    job.start = Clock::now();
+    job.begin = Clock::now();
+    removeResult(job);
     start(std::move(job));
   }
 
   void start(Job job) {
-    std::vector<std::string> command;
-    if (job.step == Step::Tables) {
-      command = {options_.self, "tables", "--output=" + job.directory, "--quiet"};
-      if (options_.qualified) command.emplace_back("--qualified");
-      command.insert(command.end(), {"--", job.executable});
-    } else {
-      command = {core_, job.directory, absolute(job.executable)};
+    const std::vector<std::string> command = commandOf(job);
+    const std::vector<std::string> environment = environmentOf(job);
+    const std::vector<char*> arguments = execArguments(command);
+    const std::vector<char*> variables = execArguments(environment);
+    const pid_t pid = forkBound(SIGTERM);
+    if (pid == 0) {
+      setpgid(0, 0);
+      signals_.restore();
+      execve(arguments[0], arguments.data(), variables.data());
+      std::fprintf(stderr, "tolquin: %s cannot be run: %s\n", arguments[0], std::strerror(errno));
+      _exit(notRun);
     }
-    const pid_t parent = getpid();
-    const pid_t pid = fork();
-    if (pid == 0) runStep(command, job, parent);
-    if (pid > 0) setpgid(pid, pid);  // here too, as nobody knows who comes first
     if (pid < 0) {
-      fail(job.executable, std::string("no process can be started: ") + std::strerror(errno));
-    } else {
-      running_.emplace(pid, std::move(job));
+      fail(job, std::string("no process can be started: ") + std::strerror(errno));
+      return;
     }
+    setpgid(pid, pid);  // here too, as nobody knows who comes first
+    running_.emplace(pid, std::move(job));
   }
 
-  // An executable whose name begins with '-' must not be taken for an option by the tools.
-  static std::string absolute(const std::string& path) { return fs::absolute(path).string(); }
-
-  [[noreturn]] void runStep(const std::vector<std::string>& command, const Job& job, pid_t parent) const {
-    prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() != parent) _exit(255);
-    setpgid(0, 0);
-    signals_.restore();
-    setenv("DB", job.directory.c_str(), 1);
-    if (options_.useDebugger) {
-      setenv("EXEFILE", absolute(job.executable).c_str(), 1);
-    } else {
-      unsetenv("EXEFILE");
-    }
-    setenv("DEBUG_ERR", "0", 1);
-    if (!options_.gnuLocator) putFirstOnPath(locatorDirectory());
-    std::vector<char*> argv;
-    argv.reserve(command.size() + 1);
-    for (const std::string& word : command) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
-    std::fprintf(stderr, "tolquin: %s cannot be run: %s\n", argv[0], std::strerror(errno));
-    _exit(255);
+  std::vector<std::string> commandOf(const Job& job) const {
+    if (job.step == Step::Result) return {core_, job.directory, job.path};
+    std::vector<std::string> command{options_.self, "tables", "--output=" + job.directory, "--quiet"};
+    if (options_.qualified) command.emplace_back("--qualified");
+    command.insert(command.end(), {"--", job.executable});
+    return command;
   }
 
-  // Where the locator lies: in the build beside this program, installed apart from it.
-  std::string locatorDirectory() const {
-    const fs::path here = fs::path(options_.self).parent_path();
+  // This program's environment with the variables of tolquin.exe set.
+  std::vector<std::string> environmentOf(const Job& job) const {
+    std::map<std::string, std::string> variables;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+      const std::string_view text = *entry;
+      const std::size_t end = std::min(text.find('='), text.size());
+      variables.emplace(text.substr(0, end), text.substr(end));
+    }
+    variables["DB"] = "=" + job.directory;
+    variables["DEBUG_ERR"] = "=0";
+    variables.erase("EXEFILE");
+    if (options_.useDebugger) variables["EXEFILE"] = "=" + job.path;
+    if (!options_.gnuLocator && !locatorDirectory_.empty()) {
+      std::string& path = variables["PATH"];
+      path = "=" + locatorDirectory_ + ":" + (path.empty() ? "/usr/bin:/bin" : path.substr(1));
+    }
+    std::vector<std::string> environment;
+    for (const auto& [name, value] : variables) environment.push_back(name + value);
+    return environment;
+  }
+
+  // Where the locator lies: in the build beside this program, installed apart from it. Empty when it is missing.
+  static std::string findLocator(const fs::path& here) {
     for (const fs::path& directory : {here / "libexec/tolquin", here / "../libexec/tolquin"}) {
       if (fs::exists(directory / "addr2line")) return fs::absolute(directory);
     }
     return "";
-  }
-
-  static void putFirstOnPath(const std::string& directory) {
-    const char* path = std::getenv("PATH");
-    if (!directory.empty()) setenv("PATH", (directory + ":" + (path != nullptr ? path : "/usr/bin:/bin")).c_str(), 1);
   }
 
   void awaitOne() {
@@ -195,7 +209,7 @@ class Scanner {
 
   void finish(Job job, int status) {
     if (status != 0) {
-      fail(job.executable, reason(job.step, status));
+      fail(job, reason(job.step, status));
     } else if (job.step == Step::Tables) {
       job.step = Step::Result;
       // To be made anew anyway; emptying a large old one takes longer.
@@ -213,28 +227,32 @@ class Scanner {
              ")";
     }
     const int code = WEXITSTATUS(status);
+    if (code == notRun) return "";
     if (step == Step::Tables) return code == 1 ? "" : program + " ended with status " + std::to_string(code);
     return program + " ended with status " + std::to_string(code) + "; its manual page tells what that means";
   }
 
-  void fail(const std::string& executable, const std::string& why) {
+  // An empty `why`: the step has said itself what was wrong.
+  void fail(const Job& job, const std::string& why) {
     clearProgress();
     ++failed_;
     ++done_;
-    // The maker of the tables has said itself what was wrong.
-    if (!why.empty()) std::fprintf(stderr, "tolquin: %s: %s\n", executable.c_str(), why.c_str());
+    removeResult(job);
+    if (!why.empty()) std::fprintf(stderr, "tolquin: %s: %s\n", job.executable.c_str(), why.c_str());
   }
 
-  void report(const Job& job) {
+  void report(const Job& job) try {
+    const Counts counts = countResults(job.directory);
     clearProgress();
     ++done_;
-    const Counts counts = countResults(job.directory);
-    const double seconds = std::chrono::duration<double>(Clock::now() - job.start).count();
+    const double seconds = std::chrono::duration<double>(Clock::now() - job.begin).count();
     std::printf(
         "%s: %zu variables found, %zu typed, %zu sized, %zu located, %zu skipped, %.2f s: %s/tGlobalVarDef.tbl\n",
         job.executable.c_str(), counts.found, counts.typed, counts.sized, counts.located, counts.skipped(), seconds,
         job.directory.c_str());
     std::fflush(stdout);
+  } catch (const UserError& error) {
+    fail(job, error.what());
   }
 
   void showProgress() {
@@ -249,23 +267,34 @@ class Scanner {
   }
 
   // Each step leads a process group of its own, so its children can be reached too.
+  void signalAll(int number) const {
+    for (const auto& [pid, job] : running_) ::kill(-pid, number);
+  }
+
+  // Ends the steps: by force when they take too long, or a second signal asks for it.
   [[noreturn]] void endAll(int number) {
-    for (const auto& [pid, job] : running_) ::kill(-pid, SIGTERM);
-    while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR) continue;
-    // Half a result must not be taken for a whole one.
-    for (const auto& [pid, job] : running_) {
-      if (job.step == Step::Result) unlink((job.directory + "/tGlobalVarDef.tbl").c_str());
+    signalAll(SIGTERM);
+    std::size_t left = running_.size();
+    for (int seconds = 0, signal = SIGCHLD; left > 0; signal = signals_.nextWithinSecond()) {
+      if (signal == 0) ++seconds;
+      if (seconds == endSeconds || (signal != 0 && signal != SIGCHLD)) signalAll(SIGKILL);
+      while (left > 0 && waitpid(-1, nullptr, WNOHANG) > 0) --left;
     }
+    for (const auto& [pid, job] : running_) removeResult(job);
     clearProgress();
     signals_.restore();
-    signal(number, SIG_DFL);
+    ::signal(number, SIG_DFL);
     raise(number);
     _exit(1);
   }
 
+  static constexpr int notRun = 127;    // exit status of a step that could not be executed
+  static constexpr int endSeconds = 5;  // for a step to end by itself
+
   const AwaitedSignals signals_;
   const ScanOptions& options_;
   const std::string core_;
+  const std::string locatorDirectory_;
   const bool onTerminal_ = isatty(STDERR_FILENO) != 0;
   std::deque<Job> waiting_;
   std::map<pid_t, Job> running_;

@@ -250,11 +250,10 @@ TableSummary makeTables(const std::string& executable, const std::string& direct
   const Variables variables = readVariables(file, Wanted::Types);
   TableMaker maker(variables, qualified);
   maker.make();
-  maker.summary.missingUnits = variables.missingUnits.size();
-  if (!variables.missingUnits.empty()) maker.summary.firstMissingUnit = variables.missingUnits.front();
-  if (variables.list.empty() && !variables.missingUnits.empty()) {
-    throw UserError(executable + ": its debugging information was split off, and " + variables.missingUnits.front() +
-                    " cannot be found; it has to lie where the compiler left it");
+  const MissingParts& missing = maker.summary.missing = variables.missing;
+  if (variables.list.empty() && !missing.files.empty()) {
+    throw UserError(executable + ": its debugging information was split off, and " + missing.files.front() +
+                    " cannot be found; it has to lie where the compiler left it, or in " + executable + ".dwp");
   }
   makeDirectory(directory);
   OutputFiles output(directory);

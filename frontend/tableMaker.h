@@ -3,13 +3,14 @@
 
 #include <string>
 
+#include "debugFile.h"
+
 struct TableSummary {
   std::size_t variables = 0;     ///< lines of objdump.1
   std::size_t declarations = 0;  ///< lines of objdump.txt
   std::size_t sizes = 0;         ///< lines of sizes.tbl
   std::size_t leftOut = 0;       ///< variables kept from the debugger, which would take others for them
-  std::size_t missingUnits = 0;  ///< .dwo files that could not be found
-  std::string firstMissingUnit;
+  MissingParts missing;
 };
 
 /// Writes objdump.1, objdump.txt and sizes.tbl for `executable` into `directory`, which is made if missing. With

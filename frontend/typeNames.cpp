@@ -6,6 +6,8 @@
 #include <cctype>
 #include <utility>
 
+#include "io.h"
+
 namespace {
 
 bool isWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$'; }
@@ -206,10 +208,12 @@ struct TypeNames::Builder {
   const Scopes& scopes;
   bool qualified;
   bool cxx;
+  int& budget;  // types that may still be visited: functions that take functions can need exponentially many
   TypeText text{};
-  bool damaged = false;
+  bool damaged = false;  // or too large for any table
 
   static constexpr int deepest = 64;  // types within types; a longer chain goes in circles
+  static constexpr int mostTypes = static_cast<int>(LineReader::maxLength);  // each puts a character on the line
 
   // What stands behind a '*' or before a base type: "const volatile".
   struct Qualifiers {
@@ -263,10 +267,8 @@ struct TypeNames::Builder {
       }
       type = inner;
     }
-    if (depth > deepest || damaged) {
-      damaged = true;
-      return;
-    }
+    if (depth > deepest || --budget < 0) damaged = true;
+    if (damaged) return;
     switch (dwarf_tag(&type)) {
       case DW_TAG_pointer_type:
         addPointer(type, depth, "*", qualifiers, blankBehind);
@@ -327,7 +329,7 @@ struct TypeNames::Builder {
       if (dwarf_tag(&child) == DW_TAG_unspecified_parameters) {
         list += list.empty() ? "..." : ", ...";
       } else if (dwarf_tag(&child) == DW_TAG_formal_parameter) {
-        Builder parameter{scopes, qualified, cxx};
+        Builder parameter{scopes, qualified, cxx, budget};
         parameter.addTypeOf(child, depth, false, false);
         damaged = parameter.damaged;
         list += (list.empty() ? "" : ", ") + parameter.text.type();
@@ -410,7 +412,8 @@ struct TypeNames::Builder {
 const std::optional<TypeText>& TypeNames::spell(const Dwarf_Die& type, bool cxx) {
   const auto [known, isNew] = known_[cxx ? 1 : 0].try_emplace(type.addr);
   if (!isNew) return known->second;
-  Builder builder{scopes_, qualified_, cxx};
+  int budget = Builder::mostTypes;
+  Builder builder{scopes_, qualified_, cxx, budget};
   builder.add(type, 0, false, true);
   if (!builder.damaged) known->second = builder.text;
   return known->second;

@@ -70,7 +70,8 @@ class TypeNames {
   /// With `qualified`, names of C++ types have their scopes in front.
   TypeNames(const Scopes& scopes, bool qualified) : scopes_(scopes), qualified_(qualified) {}
 
-  /// The text of type `type` in a unit written in C++ (`cxx`) or C; empty for damaged information.
+  /// The text of type `type` in a unit written in C++ (`cxx`) or C; empty for damaged information and for a
+  /// type too large for a table.
   const std::optional<TypeText>& spell(const Dwarf_Die& type, bool cxx);
 
  private:

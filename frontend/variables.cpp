@@ -3,6 +3,7 @@
 #include <dwarf.h>
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -72,11 +73,12 @@ class Reader {
   Reader(const DebugFile& file, Wanted wanted) : file_(file), wanted_(wanted) {}
 
   Variables read() {
-    result_.missingUnits = file_.forEachUnit([this](const Dwarf_Die& top, const Dwarf_Die& skeleton) {
+    result_.missing = file_.forEachUnit([this](const Dwarf_Die& top, const Dwarf_Die& skeleton) {
       if (top.addr != skeleton.addr) skeletons_.emplace(top.addr, skeleton);
       skeleton_ = skeleton;
       readUnit(top);
     });
+    if (result_.missing.damage.empty()) result_.missing.damage = damage_;
     for (Candidate& candidate : candidates_) complete(candidate);
     sortAndUnite();
     return std::move(result_);
@@ -97,17 +99,18 @@ class Reader {
   };
 
   void readUnit(Dwarf_Die top) {
-    const int language = dwarf_srclang(&top);
-    cxx_ = language != DW_LANG_C && language != DW_LANG_C89 && language != DW_LANG_C99 && language != DW_LANG_C11;
+    // The last two are C17 and C23, which libdw's header does not name yet.
+    constexpr std::array<int, 6> languagesOfC{DW_LANG_C89, DW_LANG_C, DW_LANG_C99, DW_LANG_C11, 0x2c, 0x3e};
+    cxx_ = std::find(languagesOfC.begin(), languagesOfC.end(), dwarf_srclang(&top)) == languagesOfC.end();
     readChildren(top, {}, 0);
   }
 
   void readChildren(Dwarf_Die& parent, Place place, int depth) {
     if (depth > deepestNesting) return;
     Dwarf_Die child;
-    for (int more = dwarf_child(&parent, &child); more == 0; more = dwarf_siblingof(&child, &child)) {
-      readEntry(child, place, depth);
-    }
+    int more = dwarf_child(&parent, &child);
+    for (; more == 0; more = dwarf_siblingof(&child, &child)) readEntry(child, place, depth);
+    if (more < 0) damage_ = dwarfError();
   }
 
   void readEntry(Dwarf_Die& die, Place place, int depth) {
@@ -266,6 +269,7 @@ class Reader {
   std::unordered_map<const void*, Dwarf_Die> skeletons_;  // by the top entry of the unit in the .dwo file
   Dwarf_Die skeleton_{};                                  // of the unit that is being read
   bool cxx_ = false;
+  std::string damage_;  // the latest within a unit
 };
 
 }  // namespace

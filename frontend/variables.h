@@ -34,9 +34,9 @@ struct KnownVariable {
 
 struct Variables {
   Scopes scopes;
-  std::vector<GlobalVariable> list;       ///< by address; at one address there are only variables of the same type
-  std::vector<KnownVariable> known;       ///< what a debugger would list, in no order, with repetitions
-  std::vector<std::string> missingUnits;  ///< .dwo files that could not be found
+  std::vector<GlobalVariable> list;  ///< by address; at one address there are only variables of the same type
+  std::vector<KnownVariable> known;  ///< what a debugger would list, in no order, with repetitions
+  MissingParts missing;
 };
 
 /// The entries that together describe a variable or function: `die` first, then what it completes: the declaration in a

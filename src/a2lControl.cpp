@@ -1,6 +1,6 @@
 #include "a2lControl.h"
 
-#include <cctype>
+#include <algorithm>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
@@ -20,10 +20,10 @@ constexpr std::chrono::seconds endPatience{1};
 // GNU addr2line reads its input in bites of this many characters and answers each.
 constexpr std::size_t inputBite = 99;
 
-// A line number: digits or '?', and behind it nothing that belongs to a path.
+// A line number: digits or '?', and behind them at most a remark after a blank.
 bool isLineNumber(std::string_view text) {
-  const bool number = !text.empty() && (text[0] == '?' || std::isdigit(static_cast<unsigned char>(text[0])));
-  return number && text.find('/') == std::string_view::npos;
+  const std::size_t end = std::min(text.starts_with('?') ? 1 : text.find_first_not_of("0123456789"), text.size());
+  return end > 0 && (end == text.size() || text[end] == ' ');
 }
 
 }  // namespace
@@ -37,7 +37,8 @@ ReplyKind parseReply(std::string_view line, SourceLocation& location) {
   std::vector<std::string> pieces;
   split(std::string(line), ":", pieces);
   if (pieces.size() < 2) return ReplyKind::Noise;
-  if (!isLineNumber(pieces[1])) {
+  const bool pathGoesOn = line.find('/', pieces[0].size() + 1 + pieces[1].size()) != std::string_view::npos;
+  if (!isLineNumber(pieces[1]) || pathGoesOn) {
     if (!isLineNumber(pieces.back())) return ReplyKind::Noise;
     pieces = {std::string(line.substr(0, line.rfind(':'))), pieces.back()};
   }
@@ -47,9 +48,8 @@ ReplyKind parseReply(std::string_view line, SourceLocation& location) {
 
 int A2LControl::startA2L() {
   signal(SIGCHLD, childhandler);
-  overdue = 0;
+  debt.clear();
   expected = 0;
-  mute = false;
   return session.start(
       {.argv = {"addr2line", "-e", exename}, .firstOutput = "", .execFailureFormat = "ERROR: Cannot exec a2l: %s.\n"});
 }
@@ -68,39 +68,35 @@ reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
 
 void A2LControl::childhandler(int) { collectChildren(); }
 
-// The end of a wait that begins now.
-Deadline A2LControl::patienceEnd() const { return Clock::now() + (mute ? Clock::duration(pieceEndPause) : patience); }
-
 void A2LControl::requestLocation(const char* address) {
-  // While replies are overdue, what is at hand has to be counted.
-  if (overdue == 0) session.dropTextAtHand();
+  // While replies are owed, what is at hand has to be counted.
+  if (!debt.owes()) session.dropTextAtHand();
   processor.beforeQuestion();
   const std::string request = std::string(address) + '\n';
-  const bool sent = session.send(request, patienceEnd()) > 0;
+  const bool sent = session.send(request, debt.waitEnd()) > 0;
   expected = sent ? static_cast<unsigned>((request.size() + inputBite - 1) / inputBite) : 0;
 }
 
 SourceLocation A2LControl::awaitLocation() {
   SourceLocation location;
   std::string line;
-  bool heard = false;
-  Patience listening(patienceEnd());
+  debt.beginWait();
+  Patience listening(debt.waitEnd());
   while (expected > 0) {
     const Heard what = session.nextText(line, listening);
     if (what == Heard::End) {
       session.noteEnd();
       expected = 0;
     } else if (what == Heard::Silence) {
-      giveUp(heard);
+      if (debt.giveUp(std::exchange(expected, 0))) startAnew();
     } else if (takeReply(line, location)) {
-      heard = true;
-      if (std::exchange(mute, false)) listening.extend(patienceEnd());
+      if (debt.heard()) listening.extend(debt.waitEnd());
     }
   }
   // What is readable when the reply is complete belongs to it; only an unknown place can still gain by it.
   Patience atHand(Clock::now());
   Heard more = Heard::Line;
-  while (location.file.empty() && overdue == 0 && more == Heard::Line) {
+  while (location.file.empty() && !debt.owes() && more == Heard::Line) {
     more = session.nextText(line, atHand);
     if (more == Heard::Line) takeReply(line, location);
   }
@@ -108,14 +104,9 @@ SourceLocation A2LControl::awaitLocation() {
   return location;
 }
 
-// Ends a wait that was in vain. `heard`: replies did come, but fewer than were owed. Then nobody knows any more to
-// which request the next one belongs, and only a new child can be trusted.
-void A2LControl::giveUp(bool heard) {
-  overdue += std::exchange(expected, 0);
-  mute = true;
-  if (!heard) return;
+void A2LControl::startAnew() {
   endA2L();
-  if (restarts++ < mostRestarts) startA2L();
+  if (restarts++ < maxRestarts) startA2L();
 }
 
 // Counts one line of output. Returns whether it is a reply rather than noise.
@@ -124,10 +115,7 @@ bool A2LControl::takeReply(const std::string& line, SourceLocation& location) {
   // A NUL ends the text, as it does in every line of the suite.
   const ReplyKind kind = parseReply(line.c_str(), found);
   if (kind == ReplyKind::Noise) return false;
-  if (overdue > 0) {
-    --overdue;
-    return true;
-  }
+  if (!debt.countReply()) return true;
   if (kind == ReplyKind::Location && location.file.empty()) location = found;
   if (expected > 0) --expected;
   return true;

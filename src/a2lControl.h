@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "replyDebt.h"
 #include "sameProcessor.h"
 #include "toolSession.h"
 
@@ -34,13 +35,14 @@ ReplyKind parseReply(std::string_view line, SourceLocation& location);
 
 class A2LControl {
  public:
-  /// Most patience with one reply while the child lives.
+  /// Longest wait for one reply while the child lives.
   static constexpr std::chrono::seconds replyPatience{20};
-  static constexpr int mostRestarts = 3;
+  /// How often a child that lost replies is started anew.
+  static constexpr int maxRestarts = 3;
 
-  /// `exe`: path of the executable to analyse; `replyWait`: patience with one reply, for awaitLocation. Starts nothing.
+  /// `exe`: path of the executable to analyse; `replyWait`: longest wait of awaitLocation. Starts nothing.
   explicit A2LControl(const char* exe, Clock::duration replyWait = replyPatience)
-      : exename(exe), patience(replyWait), session(names, child) {}
+      : exename(exe), session(names, child), debt(replyWait, 1) {}
   ~A2LControl() { endA2L(); }
   A2LControl(const A2LControl&) = delete;
   A2LControl& operator=(const A2LControl&) = delete;
@@ -82,24 +84,21 @@ class A2LControl {
   void requestLocation(const char* address);
 
   /// Second half: waits until the reply to the outstanding request is complete and returns the location that it
-  /// names. At most `replyPatience` while the child lives; once that has been in vain, 100 microseconds a call until
-  /// the child is heard again. Replies to requests given up before are recognised as such and dropped. A child that
-  /// then leaves another reply out cannot be followed any more: it is started anew, at most `mostRestarts` times.
+  /// names. At most `replyWait` while the child lives; once that has been in vain, 100 microseconds a call until the
+  /// child is heard again. Replies to requests given up before are recognised as such and dropped. A child that lost a
+  /// reply cannot be followed any more: it is started anew, at most `maxRestarts` times.
   SourceLocation awaitLocation();
 
  private:
-  Deadline patienceEnd() const;
   bool takeReply(const std::string& line, SourceLocation& location);
-  void giveUp(bool heard);
+  void startAnew();
 
   static const ToolNames names;
   static ChildState child;
   const std::string exename;
-  const Clock::duration patience;
   ToolSession session;
   SameProcessor processor{child};
-  unsigned expected = 0;      // lines that the outstanding request is still owed
-  unsigned long overdue = 0;  // lines owed to requests that were given up
-  bool mute = false;          // the last wait was in vain
+  ReplyDebt debt;
+  unsigned expected = 0;  // replies that the outstanding request is still owed
   int restarts = 0;
 };

@@ -33,34 +33,26 @@ timespec timeUntil(Deadline deadline) {
 // must only leave by exec or _exit, so that nothing inherited from the parent is flushed or destroyed twice.
 class ChildSide {
  public:
-  ChildSide(const SpawnRequest& request, const sigset_t& mask, pid_t parent, int statusPipe)
-      : request_(request), mask_(mask), parent_(parent), statusPipe_(statusPipe) {}
+  ChildSide(const SpawnRequest& request, const sigset_t& mask, int statusPipe)
+      : request_(request), mask_(mask), statusPipe_(statusPipe) {}
 
   [[noreturn]] void run() {
-    dieWithParent();
     redirect(request_.standardInput, STDIN_FILENO, "ERROR: unable to dup to stdin: %s.\n");
     redirect(request_.standardOutputAndError, STDOUT_FILENO, "ERROR: unable to dup to stdout: %s.\n");
     redirect(request_.standardOutputAndError, STDERR_FILENO, "ERROR: unable to dup to stderr: %s.\n");
     writeRetrying(STDOUT_FILENO, request_.firstOutput.data(), request_.firstOutput.size());
-    std::vector<char*> argv;
-    for (const std::string& word : request_.argv) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
     // A debugger that asks a network service for debugging information would hang or answer for another program.
     unsetenv("DEBUGINFOD_URLS");
+    // Ignored here only so that a file that grows too large is an error of its write.
+    signal(SIGXFSZ, SIG_DFL);
     closeOtherDescriptors();
     SameProcessor::letGo();
     sigprocmask(SIG_SETMASK, &mask_, nullptr);
-    execvp(argv[0], argv.data());
+    execvp(request_.argv[0].c_str(), execArguments(request_.argv).data());
     fail(request_.execFailureFormat.c_str());
   }
 
  private:
-  // An end of input ends a child that reads; this ends one that is busy or mute when the parent is killed.
-  void dieWithParent() {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent_) _exit(255);
-  }
-
   // This program's own descriptors are close-on-exec already; these are for those it was given by its parent.
   static void closeOtherDescriptors() {
     if (close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0) return;
@@ -85,7 +77,6 @@ class ChildSide {
 
   const SpawnRequest& request_;
   const sigset_t& mask_;
-  const pid_t parent_;
   const int statusPipe_;
 };
 
@@ -139,14 +130,31 @@ WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* c
   return errno == EINTR ? WaitResult::Interrupted : WaitResult::Failed;
 }
 
+pid_t forkBound(int deathSignal) {
+  const pid_t parent = getpid();
+  const pid_t pid = fork();
+  if (pid != 0) return pid;
+  prctl(PR_SET_PDEATHSIG, deathSignal);
+  if (getppid() != parent) _exit(255);
+  return 0;
+}
+
+std::vector<char*> execArguments(const std::vector<std::string>& words) {
+  std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
+  for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
 int spawn(const SpawnRequest& request, ChildState& state, bool& executed) {
   Pipe status;
   if (!makePipe(status)) return errno;
   const SigchldBlocked blocked;
-  const pid_t parent = getpid();
-  const pid_t pid = fork();
+  // An end of input ends a child that reads; SIGKILL also one that is busy or mute when this process is killed.
+  const pid_t pid = forkBound(SIGKILL);
   if (pid < 0) return errno;
-  if (pid == 0) ChildSide(request, blocked.previous(), parent, status.writeEnd.get()).run();
+  if (pid == 0) ChildSide(request, blocked.previous(), status.writeEnd.get()).run();
   status.writeEnd.reset();
   state.pid_ = pid;
   // An end without a byte: the exec worked, or the child was killed before it, which SIGCHLD will tell. A byte: it

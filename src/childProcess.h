@@ -1,5 +1,6 @@
 // Starting, watching and ending child processes. The session classes (a2lControl, gdbControl) each keep one
-// ChildState; what runs between fork and exec, and everything that must not race with SIGCHLD, is in this module.
+// ChildState; what runs between fork and exec of a tool, and everything that must not race with SIGCHLD, is in this
+// module.
 #pragma once
 
 #include <sys/types.h>
@@ -79,6 +80,12 @@ enum class WaitResult { Ready, TimedOut, Interrupted, Failed };
 /// descriptor counts as ready), `deadline` has passed, or a signal was handled. While `child` is given and not
 /// active it does not sleep at all. A SIGCHLD that arrives just before the wait is not missed.
 WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* child);
+
+/// fork(2), with a child that gets `deathSignal` when this process ends, however it ends.
+pid_t forkBound(int deathSignal);
+
+/// `words` as exec(3) wants them; valid as long as `words`.
+std::vector<char*> execArguments(const std::vector<std::string>& words);
 
 /// What to run, and with which ends of pipes.
 struct SpawnRequest {

@@ -13,15 +13,11 @@ namespace {
 
 constexpr std::string_view prompt = "(gdb) ";
 
-// An answer that never ends is given up after this many patiences, however busily it flows.
-constexpr int mostPatiences = 6;
-
 }  // namespace
 
 int GDBControl::startGDB() {
   signal(SIGCHLD, childhandler);
-  overdue = 0;
-  vain = 0;
+  debt.clear();
   if (launch(!refusesDbx) != 0) return -1;
   StartResult result = awaitFirstPrompt();
   if (result == StartResult::Refused) {
@@ -33,10 +29,7 @@ int GDBControl::startGDB() {
     std::fprintf(stderr, "ERROR! Gdb did not start in %u seconds...\n", startPatience);
     return -1;
   }
-  if (result == StartResult::NoPrompt && child.active()) {
-    overdue = 1;
-    vain = mostVain;
-  }
+  if (result == StartResult::NoPrompt && child.active()) debt.startMute(1);
   return 0;
 }
 
@@ -54,7 +47,7 @@ GDBControl::StartResult GDBControl::awaitFirstPrompt() {
   std::string line;
   bool heard = false;
   bool namesDbx = false;
-  const Deadline end = Clock::now() + mostPatiences * std::chrono::seconds(startPatience);
+  const Deadline end = Clock::now() + maxSilences * std::chrono::seconds(startPatience);
   Patience listening(exchangeDeadline(startPatience));
   for (;;) {
     const Heard what = session.nextText(line, listening, prompt);
@@ -96,34 +89,26 @@ response* GDBControl::convGDB(unsigned int timeout, const char* fmt, ...) {
 
 void GDBControl::childhandler(int) { collectChildren(); }
 
-// The end of a silence that begins now.
-Deadline GDBControl::patienceEnd() const {
-  return Clock::now() + (vain >= mostVain ? Clock::duration(pieceEndPause) : patience);
-}
-
 bool GDBControl::queryGDB(const std::string& command, const std::function<void(const std::string&)>& useLine) {
-  if (overdue == 0) session.dropTextAtHand();
-  if (session.send(command, patienceEnd()) <= 0) return false;
-  const Deadline end = Clock::now() + mostPatiences * patience;
-  Patience listening(patienceEnd());
+  if (!debt.owes()) session.dropTextAtHand(prompt);
+  if (session.send(command, debt.waitEnd()) <= 0) return false;
+  const Deadline end = Clock::now() + maxSilences * patience;
+  debt.beginWait();
+  Patience listening(debt.waitEnd());
   std::string line;
-  for (bool paid = false;;) {
+  for (;;) {
     const Heard what = session.nextText(line, listening, prompt);
-    if (what == Heard::End) session.noteEnd();
-    if (what == Heard::Silence) giveUp(paid);
-    if (what == Heard::End || what == Heard::Silence) return false;
-    vain = 0;
-    listening.extend(std::min(end, patienceEnd()));
-    if (what == Heard::Prompt && overdue == 0) return true;
-    if (what == Heard::Prompt) paid = overdue-- > 0;
-    if (what == Heard::Line && overdue == 0) useLine(line);
+    if (what == Heard::End) {
+      session.noteEnd();
+      return false;
+    }
+    if (what == Heard::Silence) {
+      if (debt.giveUp(1)) child.kill(exchangeDeadline(1));
+      return false;
+    }
+    debt.heard();
+    listening.extend(std::min(end, debt.waitEnd()));
+    if (what == Heard::Prompt && debt.countReply()) return true;
+    if (what == Heard::Line && !debt.owes()) useLine(line);
   }
-}
-
-// Ends a wait that was in vain. `paid`: overdue prompts did come, but not all that gdb owed. Then nobody knows any more
-// to which command the next one belongs, and only a new gdb can be trusted.
-void GDBControl::giveUp(bool paid) {
-  ++overdue;
-  ++vain;
-  if (paid) child.kill(exchangeDeadline(1));
 }

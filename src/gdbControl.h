@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "replyDebt.h"
 #include "toolSession.h"
 
 /// One received piece of text; a list of them belongs to the caller of the exchange that returned it.
@@ -20,11 +21,14 @@ class GDBControl {
   static constexpr unsigned int startPatience = 120;
   static constexpr unsigned int queryPatience = 20;
   static constexpr unsigned int endPatience = 60;
-  static constexpr int mostVain = 3;
+  /// Waits in vain in a row after which gdb is taken for mute.
+  static constexpr int maxTimeouts = 3;
+  /// An answer that never ends is given up after this many longest silences, however busily it flows.
+  static constexpr int maxSilences = 6;
 
   /// `exe`: path of the executable to debug; `queryWait`: longest silence within an answer of queryGDB. Starts nothing.
   explicit GDBControl(const char* exe, Clock::duration queryWait = std::chrono::seconds(queryPatience))
-      : exename(exe), patience(queryWait), session(names, child) {}
+      : exename(exe), patience(queryWait), session(names, child), debt(queryWait, maxTimeouts) {}
   ~GDBControl() { endGDB(); }
   GDBControl(const GDBControl&) = delete;
   GDBControl& operator=(const GDBControl&) = delete;
@@ -64,10 +68,10 @@ class GDBControl {
 
   /// An exchange that is paired with its own answer: sends `command`, which ends in a newline, and hands each line of
   /// the answer, newline removed and pauses within it joined, to `useLine`, up to the prompt. Gives up after
-  /// `queryPatience` of silence; once that has been in vain `mostVain` times in a row, after 100 microseconds, until
-  /// gdb is heard again. Answers to commands given up before are recognised by their prompts and dropped. A gdb that
-  /// then leaves out another prompt cannot be followed any more: it is killed, and the session is not active. False
-  /// when the answer did not come whole, or the session is not active.
+  /// `queryWait` of silence; once that has been in vain `maxTimeouts` times in a row, after 100 microseconds, until gdb
+  /// is heard again; and after `maxSilences` times `queryWait` in all. Answers to commands given up before are
+  /// recognised by their prompts and dropped. A gdb that lost a prompt cannot be followed any more: it is killed, and
+  /// the session is not active. False when the answer did not come whole, or the session is not active.
   bool queryGDB(const std::string& command, const std::function<void(const std::string&)>& useLine);
 
  private:
@@ -75,8 +79,6 @@ class GDBControl {
 
   int launch(bool withDbx);
   StartResult awaitFirstPrompt();
-  Deadline patienceEnd() const;
-  void giveUp(bool paid);
 
   static const ToolNames names;
   static ChildState child;
@@ -84,6 +86,5 @@ class GDBControl {
   const std::string exename;
   const Clock::duration patience;
   ToolSession session;
-  unsigned long overdue = 0;  // prompts owed to commands that were given up
-  int vain = 0;               // waits in vain since gdb was last heard
+  ReplyDebt debt;  // in prompts
 };

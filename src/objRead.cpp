@@ -190,9 +190,10 @@ bool itemFromDeclaration(string_view line, const TMAP& listed, ItemType& item) {
   string datatype;
   string vname;
   splitDeclaration(declarationPart(line), datatype, vname);
+  if (vname.find_first_not_of('*') == string::npos) return false;
   datatype += stripStarsAndBrackets(vname);
   datatype.erase(datatype.find_last_not_of(blanks) + 1);
-  if (datatype.empty() || vname.empty()) return false;
+  if (datatype.empty()) return false;
   formKey(address, item.KeyField);
   item.DataField.setDataType(datatype.c_str());
   item.DataField.setVarName(vname.c_str());
@@ -251,15 +252,30 @@ void removeAbiTags(string& name) {
 }
 
 // Takes the declared name off the end of `words`. A name may hold blanks within brackets, as that of a template
-// instance or of an unnamed namespace does: words are joined until the brackets match.
+// instance or of an unnamed namespace does: words are joined until the brackets match. Where they never do, as in
+// "operator->", the last word is the name.
 string takeName(std::vector<string>& words) {
-  string name;
+  string name = words.back();
   const auto count = [&name](char c) { return std::count(name.begin(), name.end(), c); };
-  do {
-    name = words.back() + (name.empty() ? "" : " ") + name;
-    words.pop_back();
-  } while (!words.empty() && (count(')') > count('(') || count('>') > count('<')));
+  std::size_t rest = words.size() - 1;
+  while (rest > 0 && (count(')') > count('(') || count('>') > count('<'))) name = words[--rest] + " " + name;
+  if (rest == 0) {
+    name = words.back();
+    rest = words.size() - 1;
+  }
+  words.resize(rest);
   return name;
+}
+
+// Whether a '*' or '&' stands in a name, its template arguments apart.
+bool holdsMark(const string& name) {
+  int inside = 0;
+  for (const char c : name) {
+    if (c == '<') ++inside;
+    if (c == '>') --inside;
+    if (inside <= 0 && (c == '*' || c == '&')) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -276,11 +292,10 @@ bool typeFromDeclaration(string_view line, const string& vname, string& dtype) {
   const string stars = stripStarsAndBrackets(l_vname);
   l_vname.erase(std::min(l_vname.find(';'), l_vname.size()));
   // A reference, or a pointer to a member: the mark before the name belongs to the type, which would come out wrong.
-  if (l_vname.find_first_of("*&") != string::npos) return false;
+  if (holdsMark(l_vname)) return false;
   if (remove_all_scopes(vname) != remove_all_scopes(l_vname)) return false;
-  for (const string& word : words) {
-    if (&word != &words.front() || word != "class") dtype += word + " ";
-  }
+  if (words.front() == "class") words.erase(words.begin());
+  for (const string& word : words) dtype += word + " ";
   dtype += stars;
   dtype.erase(dtype.find_last_not_of(' ') + 1);
   return true;

@@ -12,19 +12,34 @@ std::optional<cpu_set_t> allowedBefore;
 }  // namespace
 
 void SameProcessor::beforeQuestion() {
-  const unsigned phase = asked_++ % turn;
-  if (phase > 1) return;
+  if (asked_++ % window != 0) return;
+  const Clock::time_point now = Clock::now();
+  // The first window holds the start of the tool and tells nothing.
+  if (decisions_ > 1) took_[way_] = now - begin_;
+  begin_ = now;
+  const Way faster = took_[Bound] <= took_[Free] ? Bound : Free;
+  const Way slower = faster == Bound ? Free : Bound;
+  goOn(decisions_++ % trial == 0 ? slower : faster);
+}
+
+void SameProcessor::goOn(Way way) {
   const SigchldBlocked blocked;  // the process id must not be collected meanwhile
+  way_ = way;
   if (!tool_.active()) return;
-  if (phase == 0) {
-    if (allowedBefore) sched_setaffinity(tool_.pid(), sizeof *allowedBefore, &*allowedBefore);
+  if (way == Bound) {
+    bind();
+  } else if (allowedBefore) {
+    sched_setaffinity(tool_.pid(), sizeof *allowedBefore, &*allowedBefore);
     letGo();
-    return;
   }
+}
+
+// Binds both to the processor that this process is on.
+void SameProcessor::bind() const {
   cpu_set_t allowed;
   const int here = sched_getcpu();
-  if (here < 0 || here >= CPU_SETSIZE || sched_getaffinity(0, sizeof allowed, &allowed) != 0) return;
-  if (CPU_COUNT(&allowed) < 2) return;
+  if (allowedBefore || here < 0 || here >= CPU_SETSIZE) return;
+  if (sched_getaffinity(0, sizeof allowed, &allowed) != 0 || CPU_COUNT(&allowed) < 2) return;
   cpu_set_t one;
   CPU_ZERO(&one);
   CPU_SET(here, &one);

@@ -116,10 +116,10 @@ Heard ToolSession::nextText(std::string& line, Patience& patience, std::string_v
   }
 }
 
-void ToolSession::dropTextAtHand() {
+void ToolSession::dropTextAtHand(std::string_view prompt) {
   constexpr int mostBlocks = 16;  // bounded, as a child may write without end
   for (int i = 0; i < mostBlocks; ++i) {
-    if (!unread().empty()) midLine_ = unread().back() != '\n';
+    if (!unread().empty()) midLine_ = !unread().ends_with('\n') && !unread().ends_with(prompt);
     begin_ = buffer_.size();
     if (!fromTool_ || refill() <= 0) return;
   }

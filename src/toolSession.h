@@ -140,8 +140,9 @@ class ToolSession {
   /// on in a line without an end, which is dropped with it; in a line with an end it is text like any other.
   Heard nextText(std::string& line, Patience& patience, std::string_view prompt = {});
 
-  /// Drops what the child has written so far. If that stops amid a line, the rest of the line will be dropped too.
-  void dropTextAtHand();
+  /// Drops what the child has written so far. If that stops amid a line, other than behind a `prompt`, the rest of the
+  /// line will be dropped too.
+  void dropTextAtHand(std::string_view prompt = "\n");
 
   /// Reads and drops the child's output until the child is gone, at most until `deadline`.
   void awaitEnd(Deadline deadline);

@@ -24,8 +24,10 @@ class UniqueFd {
   int get() const { return fd_; }
   explicit operator bool() const { return fd_ >= 0; }
 
-  /// Closes the descriptor held, if any, and takes `fd` instead. A failed close is not reported: nothing that
-  /// this program must not lose is written through a descriptor without its writes having been checked.
+  /// Closes the descriptor held, if any. False when that fails, with errno set: what was written may then be lost.
+  bool close() { return fd_ < 0 || ::close(std::exchange(fd_, -1)) == 0; }
+
+  /// Closes the descriptor held, if any, and takes `fd` instead. A failed close is not reported.
   void reset(int fd = -1) {
     if (fd_ >= 0) ::close(fd_);
     fd_ = fd;
