@@ -109,7 +109,7 @@ void writeSmallTables(const std::string& directory) {
   writeFile(directory + "/sizes.tbl", "int\t4\nchar\t1\n");
 }
 
-constexpr const char* echoingTool = "loop\nread\nsay $.c:7\\n\nrepeat";
+constexpr const char* echoingTool = "while read a; do echo $a.c:7; done";
 
 }  // namespace
 
@@ -160,9 +160,9 @@ TEST(Program, RowsTracesAndRequestsToTheLetter) {
   const TempDir directory;
   FakeTools fake;
   writeSmallTables(directory.path());
-  fake.addr2line("read\nlog " + directory / "requests" + "\nsay main.c:12\\n\nread\nlog " + directory / "requests" +
-                 "\nsay ??:0\\n\n" + echoingTool);
-  fake.gdb("say (gdb) \nread\nlog " + directory / "questions" + "\nsay 3:\\tlong unknown;\\n(gdb) \nread");
+  fake.addr2line(std::string("read a; echo $a >>requests; echo main.c:12; read a; echo $a >>requests; echo ??:0\n") +
+                 echoingTool);
+  fake.gdb("printf '(gdb) '; read a; echo $a >questions; printf '3:\\tlong unknown;\\n(gdb) '; read a");
   const RunResult result = run("cd " + directory.path() + "; DEBUG_ERR=22 VYMDEBUG=yes EXEFILE=x " TOLQUIN_EXE " . x");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "");
@@ -224,13 +224,14 @@ TEST(Program, Faults) {
       {"mkdir d; cp objdump.1 d; DB=d " TOLQUIN_EXE " . x", 0, "", "cannot open d/objdump.txtto read\n", ""},
       {"ln -s /dev/full vifa.dat; " + usual, 1, "", "./vifa.dat: node 0: cannot be written: No space left on device\n",
        ""},
-      {"unset FAKE_addr2line; " + usual, 0, "", "EOF reading from A2L!\n" + notFound, unlocated},
+      {"echo >$(command -v addr2line); " + usual, 0, "", "EOF reading from A2L!\n" + notFound, unlocated},
       {"PATH=.; " + usual, 0, "", notFound, unlocated},
       {usual + " <&- >&- 2>&-", 0, "", "", rows},
       {"EXEFILE=x " + usual, 0, "", "EOF reading from GDB!\n" + notFound, rows},
       {"echo '1 4 c\\' >objdump.1; EXEFILE=x " + usual, 0, "", "Var info from Address 1 Not Found\n", ""},
-      {"FAKE_addr2line='read\nsay ??:0\\n??:0\\n\nread'; printf '%0120d 4 v\\n' 7 >objdump.1; " + usual, 0, "",
-       "Var info from Address " + std::string(118, '0') + "7 Not Found\n", ""},
+      {"echo 'read a; echo ??:0; echo ??:0; read a' >$(command -v addr2line); printf '%0120d 4 v\\n' 7 >objdump.1; " +
+           usual,
+       0, "", "Var info from Address " + std::string(118, '0') + "7 Not Found\n", ""},
       {"echo 08049f40 4 " + longName + " >objdump.1; " + usual, 0, "", "",
        "1\t" + longName + "\tint\t4\t4\t<NULL>\t<NULL>\t08049f40.c\t7\t-1\n"},
   };
@@ -254,8 +255,8 @@ TEST(Program, KilledLeavesNoChild) {
   const TempDir directory;
   FakeTools fake;
   writeSmallTables(directory.path());
-  fake.addr2line("read\nsay a.c:1\\n\nread\nsay b.c:1\\n\nread\nsay c.c:1\\n\nhang");
-  fake.gdb("say (gdb) \nlog " + directory / "ready" + "\nhang");
+  fake.addr2line("for i in 1 2 3; do read a; echo a.c:1; done; exec sleep 100");
+  fake.gdb("printf '(gdb) '; echo >" + directory / "ready" + "; exec sleep 100");
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const int signalNumber : {SIGKILL, SIGTERM, SIGINT}) {
     const pid_t pid = fork();

@@ -181,7 +181,22 @@ TEST(Soak, EveryRowIsRightOrEmpty) {
   constexpr int variables = 200000;
   const TempDir directory;
   FakeTools fake;
-  fake.addr2line("chaos 5");
+  fake.addr2line(R"(
+    s=5
+    while read a; do
+      s=$(((s * 1103515245 + 12345) % 2147483648))
+      case $((s / 65536 % 2000)) in
+        0) sleep 0.003 ;;
+        1) printf "${a%??}"; sleep 0.001; echo "${a#"${a%??}"}.c:7"; continue ;;
+        2) echo 'addr2line: trouble: 7' >&2 ;;
+        3) printf 'BFD: part' >&2; echo 'ly: 8' >&2 ;;
+        4) printf "$a.c:7\nother.c:9\n"; continue ;;
+        5) echo '??:0'; continue ;;
+        6) echo ':?'; continue ;;
+        7) printf '%020000d\n' 0 ;;
+      esac
+      echo "$a.c:7"
+    done)");
   std::string list;
   std::string text;
   for (int i = 0; i < variables; ++i) {

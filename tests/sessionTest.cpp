@@ -49,6 +49,9 @@ std::string errorsOf(Work work) {
 
 constexpr std::chrono::seconds patience{2};
 
+// Ends when it has read a line, but leaves a process that holds its pipes until the input ends.
+constexpr const char* heir = "read a; exec 3<&0 4>&1; cat <&3 >/dev/null &";
+
 // Whether `condition` comes true in time, however busy the machine.
 bool comesTrue(const std::function<bool()>& condition) {
   const Deadline end = Clock::now() + std::chrono::seconds(60);
@@ -66,18 +69,25 @@ double secondsOf(const std::function<void()>& work) {
 }  // namespace
 
 TEST_F(A2L, PiecesOfAnExchange) {
-  const std::string full(4998, 'x');
-  fake.addr2line("args\nfds\nread\nsay a.c:$\\nb.c:2\\nrest\nread\nsay " + full + "\\n\nread\nsay " + full +
-                 "y\\n\nread\nsay one\\0two\\n\nread\nsay %s%n\\n\nread\nsay half\npause\nsay line\\n\nread");
+  fake.addr2line(R"(
+    printf '[%s][%s]\n' "$@"; echo $(ls /proc/self/fd)
+    read a; printf "a.c:$a\nb.c:2\nrest"
+    read a; printf '%04998d\n' 0
+    read a; printf '%04999d\n' 0
+    read a; printf 'one\0two\n'
+    read a; echo '%s%n'
+    read a; printf half; sleep 0.005; echo line
+    read a)");
+  const std::string full(4998, '0');
   A2LControl session("the program");
   EXPECT_EQ(pieces(session.convA2L(1, "%s", "")), "") << "not started";
   EXPECT_EQ(session.sendA2L("1\n"), -1);
   ASSERT_EQ(session.startA2L(), 0);
   EXPECT_EQ(session.isActive(), 1);
-  EXPECT_EQ(pieces(session.convA2L(1, "%s", "")), "[-e][the program]\n|0 1 2 \n|");
+  EXPECT_EQ(pieces(session.convA2L(1, "%s", "")), "[-e][the program]\n|0 1 2 3\n|") << "3 is the list itself";
   EXPECT_EQ(pieces(session.convA2L(1, "%d\n", 7)), "a.c:7\n|b.c:2\n|rest|");
   EXPECT_EQ(pieces(session.convA2L(1, "\n")), full + "\n|");
-  EXPECT_EQ(pieces(session.convA2L(1, "\n")), full + "y|\n|");
+  EXPECT_EQ(pieces(session.convA2L(1, "\n")), full + "0|\n|");
   EXPECT_EQ(pieces(session.convA2L(1, "\n")), "one|");
   EXPECT_EQ(pieces(session.convA2L(1, "\n")), "%s%n\n|");
   EXPECT_EQ(pieces(session.convA2L(1, "\n")), "half|line\n|");
@@ -88,12 +98,17 @@ TEST_F(A2L, PiecesOfAnExchange) {
 }
 
 TEST_F(A2L, RepliesArePairedWithTheirRequests) {
+  fake.addr2line(R"(
+    echo 'addr2line: DWARF error: a:1' >&2
+    while read a; do
+      sleep 0.005; printf "s$a"; sleep 0.005; echo .c:1                                         # in pieces
+      read a; echo 'BFD: x:1' >&2; echo 'addr2line: y:2' >&2; seq 10000; echo "t$a.c:2"         # after noise
+      read a; printf 'x.c:5\ny.c:9\n'                                                           # several at once
+      read a; printf '??:0\nz.c:9\n'
+      read a; echo '??:?'
+      read a; printf 'main.c:\nn\0ul:1\nlong.c:1\nlong.c:2\nlong.c:3\n'
+    done)");
   const std::string address244(244, 'a');
-  fake.addr2line(
-      "err addr2line: DWARF error: a:1\\n\nloop\nread\nsay \npause\nsay s$\npause\nsay .c:1\\n\n"  // in pieces
-      "read\nerr BFD: x:1\\naddr2line: y:2\\n\ntimes 10000 noise\\n\nsay t$.c:2\\n\n"              // after noise
-      "read\nsay x.c:5\\ny.c:9\\n\nread\nsay ??:0\\nz.c:9\\n\nread\nsay ??:?\\n\n"                 // several at once
-      "read\nsay main.c:\\nn\\0ul:1\\nlong.c:1\\nlong.c:2\\nlong.c:3\\n\nrepeat");
   A2LControl session("x");
   ASSERT_EQ(session.startA2L(), 0);
   for (int round = 0; round < 3; ++round) {
@@ -130,9 +145,10 @@ TEST(RealTool, AnswersAsInABatch) {
 // The fake leaves three requests unanswered until a fourth has come. The first costs the patience, the others next to
 // nothing, and the late replies are not taken for those of later requests.
 TEST_F(A2L, LateRepliesAreDropped) {
-  fake.addr2line(
-      "read\nsay a.c:1\\n\nread\nread\nread\nread\nsay l.c:2\\nl.c:3\\nl.c:4\\n\npause\nsay d.c:5\\n\n"
-      "loop\nread\nsay $.c:6\\n\nrepeat");
+  fake.addr2line(R"(
+    read a; echo a.c:1
+    read a; read a; read a; read a; printf 'l.c:2\nl.c:3\nl.c:4\n'; sleep 0.005; echo d.c:5
+    while read a; do echo "$a.c:6"; done)");
   A2LControl session("x", patience);
   ASSERT_EQ(session.startA2L(), 0);
   EXPECT_EQ(locate(session, "1"), "a.c 1");
@@ -148,7 +164,7 @@ TEST_F(A2L, LateRepliesAreDropped) {
 // A reply that never comes costs the variable its place and the next one too; then the child is started anew, and a few
 // times only.
 TEST_F(A2L, LostRepliesDoNotShiftTheOthers) {
-  fake.addr2line("read\nread\nloop\nread\nsay $.c:1\\n\nrepeat");
+  fake.addr2line("read a; read a; while read a; do echo $a.c:1; done");
   A2LControl session("x", patience / 10);
   ASSERT_EQ(session.startA2L(), 0);
   int right = 0;
@@ -164,18 +180,15 @@ TEST_F(A2L, LostRepliesDoNotShiftTheOthers) {
 
 // A child that writes without end is given up in time, by both sessions.
 TEST_F(A2L, Floods) {
-  for (const char* text : {"noise\\n", "noise", "??:0\\n"}) {
-    const TempDir directory;
-    const std::string flood = "read\nloop\nexists " + directory / "enough" + "\ntimes 1000 " + text + "\nrepeat";
-    fake.addr2line(flood);
-    fake.gdb("say (gdb) \n" + flood);
+  for (const std::string flood : {"yes noise", "yes noise | tr -d '\\n'", "yes '??:0'"}) {
+    fake.addr2line("read a; " + flood);
+    fake.gdb("printf '(gdb) '; read a; (" + flood + ") & read quit; kill $(pgrep -P $$,$!)");
     A2LControl session("x", patience / 10);
     GDBControl debugger("x", patience / 10);
     ASSERT_EQ(session.startA2L() + debugger.startGDB(), 0);
     EXPECT_LT(secondsOf([&] {
                 for (int i = 0; i < 20; ++i) EXPECT_EQ(locate(session, "1"), " 0");
                 EXPECT_FALSE(debugger.queryGDB("x\n", [](const std::string&) {}));
-                writeFile(directory / "enough", "");
               }),
               20);
   }
@@ -185,12 +198,12 @@ TEST_F(A2L, ChildrenThatDie) {
   const struct {
     const char *script, *located;
   } cases[] = {{"", " 0"},
-               {"read", " 0"},
-               {"die", " 0"},
-               {"read\nsay half.c:", " 0"},
-               {"read\nsay half.c:1\\n\ndie", "half.c 1"},
-               {"read\nheir", " 0"},
-               {"read\nclose\nhang", " 0"}};
+               {"read a", " 0"},
+               {"kill -9 $$", " 0"},
+               {"read a; printf half.c:", " 0"},
+               {"read a; echo half.c:1; kill -9 $$", "half.c 1"},
+               {heir, " 0"},
+               {"read a; exec sleep 100 >&- 2>&-", " 0"}};
   for (const auto& c : cases) {
     fake.addr2line(c.script);
     A2LControl session("x");
@@ -225,7 +238,7 @@ TEST_F(A2L, ToolThatCannotBeExecuted) {
 }
 
 TEST_F(A2L, ChildThatNeverReads) {
-  fake.addr2line("hang");
+  fake.addr2line("exec sleep 100");
   A2LControl session("x");
   ASSERT_EQ(session.startA2L(), 0);
   const std::string request(4000, 'a');
@@ -238,7 +251,7 @@ TEST_F(A2L, ChildThatNeverReads) {
 // Whatever the moment of the child's death relative to the wait, the wait ends with it; also when another process still
 // holds the pipe, so that only SIGCHLD tells.
 TEST_F(A2L, DeathEndsEveryWait) {
-  for (const char* script : {"read", "heir\nread"}) {
+  for (const char* script : {"read a", heir}) {
     fake.addr2line(script);
     for (int i = 0; i < 150; ++i) {
       A2LControl session("x");
@@ -250,7 +263,7 @@ TEST_F(A2L, DeathEndsEveryWait) {
 }
 
 TEST_F(A2L, RestartsLeaveNothing) {
-  fake.addr2line("loop\nread\nsay $.c:1\\n\nrepeat");
+  fake.addr2line("while read a; do echo $a.c:1; done");
   A2LControl session("x");
   int afterTen = 0;
   for (int i = 0; i < 300; ++i) {
@@ -264,22 +277,27 @@ TEST_F(A2L, RestartsLeaveNothing) {
 }
 
 TEST_F(A2L, StandardDescriptorsClosed) {
-  fake.addr2line("fds\nloop\nread\nsay $.c:1\\n\nrepeat");
+  fake.addr2line("echo $(ls /proc/self/fd); while read a; do echo $a.c:1; done");
   EXPECT_EXIT(
       {
         for (int fd = 0; fd <= 2; ++fd) close(fd);
         A2LControl session("x");
         session.startA2L();
-        const bool right = pieces(session.convA2L(1, "%s", "")) == "0 1 2 \n|" && locate(session, "a") == "a.c 1";
+        const bool right = pieces(session.convA2L(1, "%s", "")) == "0 1 2 3\n|" && locate(session, "a") == "a.c 1";
         _exit(right ? 0 : 1);
       },
       testing::ExitedWithCode(0), "");
 }
 
 TEST_F(GDB, StartQueryEnd) {
-  fake.gdb(
-      "refuse --dbx\nargs\nsay banner\\n(g\npause\nsay db) \nread\nsay one\\ntwo\\n(gdb) \nread\nsay x (gdb) y\\n\n"
-      "read\nsay [$]\\n(gdb) \nread\nsay h\npause\nsay alf\\n(gdb) \nread");
+  fake.gdb(R"(
+    case "$*" in *--dbx*) echo "gdb: unrecognized option '--dbx'" >&2; exit 1;; esac
+    printf 'banner\n(g'; sleep 0.005; printf 'db) '
+    read a; printf 'one\ntwo\n(gdb) '
+    read a; echo 'x (gdb) y'
+    read a; printf "[$a]\n(gdb) "
+    read a; printf h; sleep 0.005; printf 'alf\n(gdb) '
+    read a)");
   GDBControl session("the program");
   EXPECT_EQ(pieces(session.convGDB(20, "x\n")), "") << "not started";
   const double seconds = secondsOf([&] {
@@ -302,10 +320,11 @@ TEST_F(GDB, StartQueryEnd) {
 
 // A gdb that falls silent costs one patience; its late answers are recognised by their prompts.
 TEST_F(GDB, LateAnswersAreDropped) {
-  fake.gdb(
-      "say (gdb) \nread\nread\nread\nread\nread\n"
-      "say 1\\n(gdb) 2 (gdb) x\\n(gdb) 3\\n(gdb) 4\\n(gdb) last\\n(gdb) \n"
-      "loop\nread\nuntil quit\nsay $\\n(gdb) \nrepeat");
+  fake.gdb(R"(
+    printf '(gdb) '
+    read a; read a; read a; read a; read a
+    printf '1\n(gdb) 2 (gdb) x\n(gdb) 3\n(gdb) 4\n(gdb) last\n(gdb) '
+    while read a && [ $a != quit ]; do printf "$a\n(gdb) "; done)");
   GDBControl session("x", patience);
   ASSERT_EQ(session.startGDB(), 0);
   std::string answer;
@@ -322,7 +341,7 @@ TEST_F(GDB, LateAnswersAreDropped) {
 }
 
 TEST_F(GDB, ChildrenThatDie) {
-  for (const char* script : {"", "say no prompt\\n", "say (gdb) \nread\nsay part\\n"}) {
+  for (const char* script : {"", "echo no prompt", "printf '(gdb) '; read a; echo part"}) {
     fake.gdb(script);
     GDBControl session("x");
     const double seconds = secondsOf([&] {

@@ -46,19 +46,17 @@ RunResult run(const std::string& command) {
 }
 
 FakeTools::FakeTools() : oldPath_(std::getenv("PATH")) {
-  for (const char* name : {"addr2line", "gdb"}) fs::create_symlink(FAKE_TOOL, directory_ / name);
+  addr2line("");
+  gdb("");
   setenv("PATH", (directory_.path() + ":" + oldPath_).c_str(), 1);
 }
 
-FakeTools::~FakeTools() {
-  setenv("PATH", oldPath_.c_str(), 1);
-  unsetenv("FAKE_addr2line");
-  unsetenv("FAKE_gdb");
+FakeTools::~FakeTools() { setenv("PATH", oldPath_.c_str(), 1); }
+
+void FakeTools::write(const std::string& name, const std::string& script) {
+  writeFile(directory_ / name, "#!/bin/sh\n" + script + "\n");
+  fs::permissions(directory_ / name, fs::perms::owner_all);
 }
-
-void FakeTools::addr2line(const std::string& script) { setenv("FAKE_addr2line", script.c_str(), 1); }
-
-void FakeTools::gdb(const std::string& script) { setenv("FAKE_gdb", script.c_str(), 1); }
 
 int openDescriptors() {
   return static_cast<int>(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator())) - 1;

@@ -33,17 +33,19 @@ struct RunResult {
 /// Runs `command` by the shell.
 RunResult run(const std::string& command);
 
-/// Puts fake tools first on the search path of this process, and takes them off at the end. Scripts: see fakeTool.cpp.
+/// Puts fake tools, shell scripts that do nothing at first, on the search path of this process while it lives.
 class FakeTools {
  public:
   FakeTools();
   ~FakeTools();
   FakeTools(const FakeTools&) = delete;
   FakeTools& operator=(const FakeTools&) = delete;
-  void addr2line(const std::string& script);
-  void gdb(const std::string& script);
+  void addr2line(const std::string& script) { write("addr2line", script); }
+  void gdb(const std::string& script) { write("gdb", script); }
 
  private:
+  void write(const std::string& name, const std::string& script);
+
   TempDir directory_;
   std::string oldPath_;
 };
