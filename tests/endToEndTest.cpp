@@ -259,13 +259,7 @@ TEST(Program, KilledLeavesNoChild) {
   fake.gdb("printf '(gdb) '; echo >" + directory / "ready" + "; exec sleep 100");
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const int signalNumber : {SIGKILL, SIGTERM, SIGINT}) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-      setenv("DB", directory.path().c_str(), 1);
-      setenv("EXEFILE", "x", 1);
-      execl(TOLQUIN_EXE, TOLQUIN_EXE, directory.path().c_str(), "x", nullptr);
-      _exit(99);
-    }
+    const pid_t pid = startTolquin(directory.path(), "x");
     for (int i = 0; i < 60000 && readFile(directory / "ready").empty(); ++i) usleep(1000);
     kill(pid, signalNumber);
     // All three processes are ours to collect now; a child that lived on would block here.

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -43,6 +44,19 @@ RunResult run(const std::string& command) {
   const int status = std::system(redirected.c_str());
   const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return {code, readFile(capture / "out"), readFile(capture / "err")};
+}
+
+pid_t startTolquin(const std::string& directory, const std::string& program) {
+  const pid_t pid = fork();
+  if (pid != 0) return pid;
+  setenv("DB", directory.c_str(), 1);
+  setenv("EXEFILE", program.c_str(), 1);
+  // The leak search is a child too, and whoever waits for it waits for ever when it is killed.
+  setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+  alarm(60);
+  std::freopen("/dev/null", "w", stderr);
+  execl(TOLQUIN_EXE, TOLQUIN_EXE, directory.c_str(), program.c_str(), nullptr);
+  _exit(99);
 }
 
 FakeTools::FakeTools() : oldPath_(std::getenv("PATH")) {

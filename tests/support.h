@@ -33,6 +33,9 @@ struct RunResult {
 /// Runs `command` by the shell.
 RunResult run(const std::string& command);
 
+/// Starts tolquin.exe, mute, for a minute at most. Returns its process id.
+pid_t startTolquin(const std::string& directory, const std::string& program);
+
 /// Puts fake tools, shell scripts that do nothing at first, on the search path of this process while it lives.
 class FakeTools {
  public:
