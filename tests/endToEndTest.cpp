@@ -104,7 +104,8 @@ class Example : public testing::TestWithParam<Build> {};
 
 // The directory with fakes' tables: three variables, of which the index knows two.
 void writeSmallTables(const std::string& directory) {
-  writeFile(directory + "/objdump.1", "08049f40 00000004 counter\n08049f44 00000010 table\n08049f50 <NULL> unknown\n");
+  writeFile(directory + "/objdump.1",
+            "08049f40 00000004 counter\n08049f44 00000010 table\n08049f50 <NULL> ns::unknown\n");
   writeFile(directory + "/objdump.txt", "int counter /* 0x8049f40 */;\nchar *table /* 0x8049f44 */;\n");
   writeFile(directory + "/sizes.tbl", "int\t4\nchar\t1\n");
 }
@@ -163,17 +164,18 @@ TEST(Program, RowsTracesAndRequestsToTheLetter) {
   fake.addr2line(std::string("read a; echo $a >>requests; echo main.c:12; read a; echo $a >>requests; echo ??:0\n") +
                  echoingTool);
   fake.gdb("printf '(gdb) '; read a; echo $a >questions; printf '3:\\tlong unknown;\\n(gdb) '; read a");
-  const RunResult result = run("cd " + directory.path() + "; DEBUG_ERR=22 VYMDEBUG=yes EXEFILE=x " TOLQUIN_EXE " . x");
+  const RunResult result =
+      run("cd " + directory.path() + "; DEBUG_ERR=22 VYMDEBUG=yes GDB_VERSION=5 EXEFILE=x " TOLQUIN_EXE " . x");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err,
             "input line <08049f40 00000004 counter\n>\nlooking for size of(int)\nfound size of(int) = 4\n"
             "input line <08049f44 00000010 table\n>\nlooking for size of(char)\nfound size of(char) = 1\n"
-            "input line <08049f50 <NULL> unknown\n>\nlooking for size of(long)\n");
+            "input line <08049f50 <NULL> ns::unknown\n>\nlooking for size of(long)\n");
   EXPECT_EQ(readFile(directory / "tGlobalVarDef.tbl"),
             "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\tmain.c\t12\t-1\n"
             "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n"
-            "3\tunknown\tlong\t-1\t-1\t<NULL>\t<NULL>\t08049f50.c\t7\t-1\n");
+            "3\tns::unknown\tlong\t-1\t-1\t<NULL>\t<NULL>\t08049f50.c\t7\t-1\n");
   EXPECT_EQ(readFile(directory / "requests"), "08049f40\n08049f44\n");
   EXPECT_EQ(readFile(directory / "questions"), "info var unknown\n");
 }
@@ -189,7 +191,7 @@ TEST(Program, Faults) {
   const std::string unlocated =
       "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n"
       "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n";
-  const std::string start = "DEBUG_ERR=22 DB=. " TOLQUIN_EXE " ";
+  const std::string start = "DEBUG_ERR=22 VYMDEBUG=no DB=. " TOLQUIN_EXE " ";
   const std::string usual = start + ". x";
   const std::string notFound = "Var info from Address 8049f50 Not Found\n";
   const std::string longName(600, 'n');
@@ -225,9 +227,10 @@ TEST(Program, Faults) {
       {"ln -s /dev/full vifa.dat; " + usual, 1, "", "./vifa.dat: node 0: cannot be written: No space left on device\n",
        ""},
       {"echo >$(command -v addr2line); " + usual, 0, "", "EOF reading from A2L!\n" + notFound, unlocated},
-      {"PATH=.; " + usual, 0, "", notFound, unlocated},
+      {"PATH=.; EXEFILE=x " + usual, 0, "", notFound, unlocated},
       {usual + " <&- >&- 2>&-", 0, "", "", rows},
-      {"EXEFILE=x " + usual, 0, "", "EOF reading from GDB!\n" + notFound, rows},
+      {"echo 08049f50 4 again >>objdump.1; EXEFILE=x " + usual, 0, "",
+       "EOF reading from GDB!\n" + notFound + "EOF reading from GDB!\n" + notFound, rows},
       {"echo '1 4 c\\' >objdump.1; EXEFILE=x " + usual, 0, "", "Var info from Address 1 Not Found\n", ""},
       {"echo 'read a; echo ??:0; echo ??:0; read a' >$(command -v addr2line); printf '%0120d 4 v\\n' 7 >objdump.1; " +
            usual,

@@ -80,7 +80,7 @@ TEST(Formats, Declarations) {
       {"int counter /* 0x8049f40 */;", "int|counter"},
       {"  static char *names[4] /* 0x08049f40 */;", "static char **|names"},
       {"const char * const msg /* 0x8049f40 */;", "const char * const|msg"},
-      {"int /* total */ sum /* 0x8049f40 */;", "int|sum"},
+      {"int /* 0xabcd */ sum /* 0x8049f40 */;", "int|sum"},
       {"unsigned\tint grid[16][4] /* 0x8049f40 */;", "unsigned int **|grid"},
       {"int(*)(int) handler   /*   0x8049f40   */;", "int(*)(int)|handler"},
       {"int x /* 0x000abcd */;", "int|x|abcd"},
