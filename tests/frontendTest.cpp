@@ -8,15 +8,23 @@
 
 namespace {
 
-// Builds a small C program with one variable at `path`.
-void buildSmallProgram(const std::string& path) {
-  const RunResult built = run("echo 'long counter = 1; int main(void) { return 0; }' | gcc -g -x c - -o " + path);
-  ASSERT_EQ(built.status, 0) << built.err;
-}
+// A directory with a small program of one variable.
+class FrontEnd : public testing::Test {
+ protected:
+  void SetUp() override {
+    const RunResult built = in("echo 'long counter = 1; int main(void) { return 0; }' | gcc -g -x c - -o program");
+    ASSERT_EQ(built.status, 0) << built.err;
+  }
+
+  // Runs `command` in the directory.
+  RunResult in(const std::string& command) const { return run("cd " + directory.path() + "; " + command); }
+
+  const TempDir directory;
+};
 
 }  // namespace
 
-TEST(FrontEnd, NamesAsGdbSpellsThem) {
+TEST_F(FrontEnd, NamesAsGdbSpellsThem) {
   const std::string cases[][3] = {
       {"long unsigned int", "unsigned long", "unsigned long"},
       {"short int", "short", "short"},
@@ -41,104 +49,85 @@ TEST(FrontEnd, NamesAsGdbSpellsThem) {
   }
 }
 
-TEST(FrontEnd, TablesOfASmallProgram) {
-  const TempDir directory;
-  buildSmallProgram(directory / "program");
-  EXPECT_EQ(run("cd " + directory.path() + "; " TOLQUIN " tables program").out,
-            "program.vym: 1 variables, 1 declarations, 1 sizes of types\n");
-  const std::string address = splitAt(readFile(directory / "program.vym/objdump.1"), ' ')[0];
-  EXPECT_EQ(readFile(directory / "program.vym/objdump.1"), address + " 8 counter\n");
-  EXPECT_EQ(readFile(directory / "program.vym/objdump.txt"), "long counter /* 0x" + address + " */;\n");
-  EXPECT_EQ(readFile(directory / "program.vym/sizes.tbl"), "long\t8\n");
+TEST_F(FrontEnd, TablesOfASmallProgram) {
+  EXPECT_EQ(in(TOLQUIN " tables program; cat program.vym/* | sed -E 's/(0x)?[0-9a-f]{4,16}/ADDRESS/'").out,
+            "program.vym: 1 variables, 1 declarations, 1 sizes of types\n"
+            "ADDRESS 8 counter\nlong counter /* ADDRESS */;\nlong\t8\n");
 }
 
 // Variables that the index cannot hold, of a name that gdb would find elsewhere first, are left out rather than
 // mistaken; one without a size does not hide what shares its address.
-TEST(FrontEnd, NamesakesAndEmptyObjects) {
-  const TempDir directory;
+TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
   writeFile(directory / "x.cpp",
             "#include <string>\nstruct S { int a; };\nint S::*offset = &S::a;\nint S::*alone = &S::a;\n"
             "namespace other { char offset; short text; }\nnamespace A { struct T { long l; }; }\n"
             "A::T value;\nstd::string text;\nint main() { return other::offset; }\n");
   writeFile(directory / "z.c",
             "struct empty {};\nstruct empty key;\nlong counter;\nint main(void) { return counter; }\n");
-  const RunResult result =
-      run("cd " + directory.path() + "; g++ -g x.cpp -o x; gcc -g -fcommon z.c -o z; " TOLQUIN " scan x z; " +
-          TOLQUIN " scan --qualified x -o q");
-  EXPECT_EQ(run("grep -c 'left out' <<'E'\n" + result.err + "E").out, "2\n") << result.err;
-  EXPECT_EQ(run("cut -f2-5 " + directory / "x.vym/tGlobalVarDef.tbl" + " | sort").out,
-            "other::offset\tchar\t1\t1\nother::text\tshort\t2\t2\ntext\tstring\t32\t32\nvalue\tT\t8\t8\n");
-  EXPECT_EQ(run("cut -f2-5 " + directory / "q/x.vym/tGlobalVarDef.tbl" + " | sort").out,
-            "other::offset\tchar\t1\t1\nother::text\tshort\t2\t2\nvalue\tA::T\t8\t8\n");
-  EXPECT_EQ(run("cut -f2-5 " + directory / "z.vym/tGlobalVarDef.tbl").out, "counter\tlong\t8\t8\n");
+  const RunResult result = in("g++ -g x.cpp -o x; gcc -g -fcommon z.c -o z; " TOLQUIN " scan x z >log; " TOLQUIN
+                              " scan --qualified x -o q >log; "
+                              "for d in x.vym q/x.vym z.vym; do cut -f2-5 $d/tGlobalVarDef.tbl | sort; done");
+  EXPECT_EQ(splitAt(result.err, '\n').size(), 2u) << result.err;
+  EXPECT_NE(result.err.find("left out"), std::string::npos) << result.err;
+  EXPECT_EQ(result.out,
+            "other::offset\tchar\t1\t1\nother::text\tshort\t2\t2\ntext\tstring\t32\t32\nvalue\tT\t8\t8\n"
+            "other::offset\tchar\t1\t1\nother::text\tshort\t2\t2\nvalue\tA::T\t8\t8\n"
+            "counter\tlong\t8\t8\n");
 }
 
-TEST(FrontEnd, ErrorsSayWhatToDo) {
-  const TempDir directory;
-  buildSmallProgram(directory / "program");
-  writeFile(directory / "text", "no program");
-  run("cd " + directory.path() +
-      "; strip -o stripped program; head -c 5000 program >short; gcc -c -g -x c /dev/null -o o.o");
+TEST_F(FrontEnd, ErrorsSayWhatToDo) {
+  in("echo no program >text; strip -o stripped program; head -c 5000 program >short; gcc -c -g -x c /dev/null -o o.o");
   const std::string cases[][2] = {{"none", "none: cannot be opened: No such file or directory"},
                                   {"text", "text: is not an ELF file; an executable or shared object is wanted"},
                                   {".", ".: is not an ELF file"},
                                   {"o.o", "o.o: is neither an executable nor a shared object"},
                                   {"stripped", "compile it with -g"},
                                   {"short", "short: has no sections; the file is truncated"},
-                                  {"program -o text/x", "text/x: cannot be made a directory: Not a directory"},
-                                  {"program -o /dev/null", "/dev/null: cannot be made a directory: Not a directory"}};
+                                  {"program -o text/x", "text/x: cannot be made a directory: Not a directory"}};
   for (const auto& [arguments, message] : cases) {
-    const RunResult result = run("cd " + directory.path() + "; " TOLQUIN " tables " + arguments);
+    const RunResult result = in(TOLQUIN " tables " + arguments);
     EXPECT_EQ(result.status, 1) << arguments;
     EXPECT_EQ(result.out, "");
-    EXPECT_NE(result.err.find("tolquin: " + (message.starts_with("compile") ? "" : message)), std::string::npos)
-        << result.err;
+    EXPECT_TRUE(result.err.starts_with("tolquin: ")) << result.err;
     EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
   }
   // A full disk leaves nothing behind, and an earlier table as it was.
-  run("cd " + directory.path() + "; " TOLQUIN " tables program");
-  const RunResult full = run("cd " + directory.path() + "; ulimit -f 0; " TOLQUIN " tables program 2>&1 | cat");
-  EXPECT_EQ(run("ls " + directory / "program.vym").out, "objdump.1\nobjdump.txt\nsizes.tbl\n") << full.out;
+  const RunResult full =
+      in(TOLQUIN " tables program >log; (ulimit -f 0; " TOLQUIN " tables program) 2>&1 | cat; ls *.vym");
+  EXPECT_EQ(full.out,
+            "tolquin: program.vym/objdump.1: cannot be written: File too large\nobjdump.1\nobjdump.txt\nsizes.tbl\n");
 }
 
 // Bytes of the debugging information changed at random: an error or a table, never a crash or a hang.
-TEST(FrontEnd, DamagedDebuggingInformation) {
-  const TempDir directory;
-  buildSmallProgram(directory / "program");
+TEST_F(FrontEnd, DamagedDebuggingInformation) {
   const std::string good = readFile(directory / "program");
   std::mt19937 random(7);
   for (int round = 0; round < 100; ++round) {
     std::string bytes = good;
     for (int i = 0; i < 40; ++i) bytes[bytes.size() / 2 + random() % (bytes.size() / 2)] = static_cast<char>(random());
     writeFile(directory / "damaged", bytes);
-    const RunResult result = run("cd " + directory.path() + "; timeout 60 " TOLQUIN " tables damaged");
+    const RunResult result = in("timeout 60 " TOLQUIN " tables damaged");
     ASSERT_LE(result.status, 1) << round << ": " << result.err;
     EXPECT_EQ(result.status == 1, result.err.starts_with("tolquin: ")) << result.err;
   }
 }
 
-TEST(FrontEnd, Scan) {
-  const TempDir directory;
-  buildSmallProgram(directory / "good");
-  run("cd " + directory.path() + "; cp good -- -also");
+TEST_F(FrontEnd, Scan) {
   const RunResult result =
-      run("cd " + directory.path() + "; " TOLQUIN " scan -j 2 -- none good -also | sed 's/, [0-9.]* s:/:/'");
+      in("cp program -- -also; " TOLQUIN " scan -j 2 -- none program -also | sed 's/, [0-9.]* s:/:/' | sort");
   EXPECT_EQ(result.err, "tolquin: none: cannot be opened: No such file or directory\n");
   const std::string counts = ": 1 variables found, 1 typed, 1 sized, 1 located, 0 skipped: ";
-  EXPECT_EQ(run("echo '" + result.out + "' | sort").out,
-            "\n-also" + counts + "-also.vym/tGlobalVarDef.tbl\ngood" + counts + "good.vym/tGlobalVarDef.tbl\n");
-  EXPECT_EQ(run("cd " + directory.path() + "; " TOLQUIN " scan none good").status, 1);
-  EXPECT_EQ(run("cd " + directory.path() + "; " TOLQUIN " scan good").status, 0);
+  EXPECT_EQ(result.out,
+            "-also" + counts + "-also.vym/tGlobalVarDef.tbl\nprogram" + counts + "program.vym/tGlobalVarDef.tbl\n");
+  EXPECT_EQ(in(TOLQUIN " scan none program").status, 1);
+  EXPECT_EQ(in(TOLQUIN " scan program").status, 0);
 }
 
-TEST(FrontEnd, Show) {
-  const TempDir directory;
+TEST_F(FrontEnd, Show) {
   writeFile(directory / "tGlobalVarDef.tbl",
             "1\ta,\"b\"\tchar *\t8\t1\t<NULL>\t<NULL>\tx.c\t7\t-1\n"
             "2\tn\xc3\xa4me\xff\tint\t40\t-1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n");
-  const auto shown = [&](const std::string& options) {
-    return run(TOLQUIN " show " + directory.path() + " " + options).out;
-  };
+  const auto shown = [&](const std::string& options) { return in(TOLQUIN " show . " + options).out; };
   EXPECT_EQ(shown(""),
             "Key  Name   Type    Size  DRef  File    Line\n"
             "  1  a,\"b\"  char *     8     1  x.c        7\n"
@@ -157,25 +146,22 @@ TEST(FrontEnd, Show) {
   const std::string errors[][2] = {{"--columns none", "there is no column none; the columns are GlobalVarKey, "},
                                    {"--sort none", "there is no column none"}};
   for (const auto& [options, message] : errors) {
-    const RunResult result = run(TOLQUIN " show " + directory.path() + " " + options);
+    const RunResult result = in(TOLQUIN " show . " + options);
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
   }
-  for (const char* format : {"table", "tsv", "csv", "json"}) {
-    EXPECT_EQ(run(TOLQUIN " show " + directory.path() + " >/dev/full --format " + format).status, 1) << format;
+  for (const std::string format : {"table", "tsv", "csv", "json"}) {
+    EXPECT_EQ(in(TOLQUIN " show . >/dev/full --format " + format).status, 1) << format;
   }
   writeFile(directory / "tGlobalVarDef.tbl", "1\tx\n");
-  EXPECT_NE(run(TOLQUIN " show " + directory.path()).err.find("line 1 has not the ten columns"), std::string::npos);
+  EXPECT_NE(in(TOLQUIN " show .").err.find("line 1 has not the ten columns"), std::string::npos);
 }
 
-TEST(FrontEnd, InterruptEndsAll) {
-  const TempDir directory;
+TEST_F(FrontEnd, InterruptEndsAll) {
   FakeTools fake;
   fake.addr2line("echo $$ >ready; exec sleep 100");
-  buildSmallProgram(directory / "program");
-  const RunResult result =
-      run("cd " + directory.path() +
-          "; " TOLQUIN " scan --gnu-addr2line program & pid=$!; until [ -s ready ]; do sleep 0.01; done; " +
-          "kill -TERM $pid; wait $pid; echo $?; [ -e /proc/$(cat ready)/exe ] || echo gone");
+  const RunResult result = in(TOLQUIN
+                              " scan --gnu-addr2line program & pid=$!; until [ -s ready ]; do sleep 0.01; done; "
+                              "kill -TERM $pid; wait $pid; echo $?; [ -e /proc/$(cat ready)/exe ] || echo gone");
   EXPECT_EQ(result.out, "143\ngone\n");
 }
