@@ -16,9 +16,9 @@ namespace {
 
 using Columns = std::vector<std::string>;
 
-std::vector<Columns> table(const std::string& path) {
+std::vector<Columns> table(const std::string& path, char separator = '\t') {
   std::vector<Columns> rows;
-  for (const std::string& line : splitAt(readFile(path), '\n')) rows.push_back(splitAt(line, '\t'));
+  for (const std::string& line : splitAt(readFile(path), '\n')) rows.push_back(splitAt(line, separator));
   return rows;
 }
 
@@ -27,42 +27,20 @@ std::string bare(const std::string& type) {
   return std::regex_replace(type, std::regex(R"(\(anonymous namespace\)::|\w+::(?!\*)| )"), "");
 }
 
-// Runs tolquin.exe; `path` goes before the search path.
-std::string tolquin(const std::string& directory, const std::string& program, const std::string& path = "") {
-  return "PATH=" + path + ":$PATH DB=" + directory + " EXEFILE=" + program + " " TOLQUIN_EXE " " + directory + " " +
-         program;
-}
-
-struct Variable {
-  std::string address, size, name;
-  std::string location;  // what a batch of addr2line says
-};
-
 const std::string gnu = "/usr/bin";
 const std::string ours = LOCATOR_DIRECTORY;
 
-std::vector<Variable> listedVariables(const std::string& directory, const std::string& program,
-                                      const std::string& tool) {
-  const RunResult batch = run("cut -d' ' -f1 " + directory + "/objdump.1 | " + tool + "/addr2line -e " + program);
-  const Columns locations = splitAt(batch.out, '\n');
-  std::vector<Variable> variables;
-  for (const std::string& line : splitAt(readFile(directory + "/objdump.1"), '\n')) {
-    const Columns words = splitAt(line, ' ');
-    variables.push_back({words[0], words[1], words[2], locations.at(variables.size())});
-  }
-  return variables;
-}
-
-void expectRight(const Columns& row, const Variable& variable, const Columns& witness) {
-  const std::string about = variable.name + " at " + variable.address;
+// Compares a row with what objdump.1 lists, with the place that a batch of addr2line tells, and with gdb's witness.
+void expectRight(const Columns& row, const Columns& listed, const std::string& place, const Columns& witness) {
+  const std::string about = listed[2] + " at " + listed[0];
   EXPECT_EQ(bare(row[2]), bare(witness[2])) << about;
-  EXPECT_EQ(std::stol(row[3]), std::stol(variable.size, nullptr, 16)) << about;
+  EXPECT_EQ(std::stol(row[3]), std::stol(listed[1], nullptr, 16)) << about;
   EXPECT_EQ(row[3], witness[3]) << about;
   EXPECT_EQ(row[4], row[4] == "-1" ? "-1" : witness[4]) << about;
-  const std::string number = variable.location.substr(variable.location.rfind(':') + 1);
-  const bool known = !variable.location.starts_with("??");
-  EXPECT_EQ(row[7], known ? variable.location.substr(0, variable.location.rfind(':')) : "<NULL>") << about;
-  EXPECT_EQ(std::stol(row[8]), known ? std::strtol(number.c_str(), nullptr, 10) : 0) << about;
+  const bool known = !place.starts_with("??");
+  const std::size_t colon = place.rfind(':');
+  EXPECT_EQ(row[7], known ? place.substr(0, colon) : "<NULL>") << about;
+  EXPECT_EQ(std::stol(row[8]), known ? std::atol(&place[colon + 1]) : 0) << about;
   // gdb 13 cannot name the file of a variable in a unit of link-time optimisation.
   const std::string file = witness[5].ends_with("/<artificial>") ? row[7] : witness[5];
   EXPECT_EQ(row[7] + row[8], known ? file + witness[6] : "<NULL>0") << about;
@@ -72,35 +50,30 @@ void expectRight(const Columns& row, const Variable& variable, const Columns& wi
 std::set<std::string> compare(const std::string& directory, const std::string& program, const std::string& tool) {
   std::map<std::string, Columns> witness;
   for (const Columns& row : table(directory + "/witness.tbl")) witness[row[0]] = row;
+  const RunResult batch = run("cut -d' ' -f1 " + directory + "/objdump.1 | " + tool + "/addr2line -e " + program);
+  const Columns places = splitAt(batch.out, '\n');
   const std::vector<Columns> rows = table(directory + "/tGlobalVarDef.tbl");
-  std::set<std::string> missing;
-  for (const auto& [address, row] : witness) missing.insert(row[1]);
   std::size_t at = 0;
-  for (const Variable& variable : listedVariables(directory, program, tool)) {
-    if (at == rows.size() || rows[at][1] != variable.name) continue;
-    EXPECT_EQ(rows[at][0], std::to_string(at + 1));
-    if (const auto known = witness.find(variable.address); known != witness.end()) {
-      EXPECT_TRUE(tool == gnu || !variable.location.starts_with("?")) << variable.name;
-      expectRight(rows[at], variable, known->second);
-      missing.erase(known->second[1]);
-    }
-    ++at;
+  std::size_t number = 0;
+  for (const Columns& listed : table(directory + "/objdump.1", ' ')) {
+    const std::string& place = places.at(number++);
+    if (at == rows.size() || rows[at][1] != listed[2]) continue;
+    const Columns& row = rows[at++];
+    EXPECT_EQ(row[0], std::to_string(at));
+    const auto known = witness.find(listed[0]);
+    if (known == witness.end()) continue;
+    EXPECT_TRUE(tool == gnu || !place.starts_with("?")) << listed[2];
+    expectRight(row, listed, place, known->second);
+    witness.erase(known);
   }
   EXPECT_EQ(at, rows.size()) << "a row for a variable that is not listed";
+  std::set<std::string> missing;
+  for (const auto& [address, row] : witness) missing.insert(row[1]);
   return missing;
 }
 
-struct Build {
-  const char* compilers;
-  const char* flags;
-  const char* afterwards = "";
-
-  friend void PrintTo(const Build& build, std::ostream* out) {
-    *out << build.compilers << " " << build.flags << (*build.afterwards != '\0' ? " and more" : "");
-  }
-};
-
-class Example : public testing::TestWithParam<Build> {};
+// A build of the example: the two compilers and their flags, and behind a ';' what is done with the program afterwards.
+class Example : public testing::TestWithParam<std::string> {};
 
 // The directory with fakes' tables: three variables, of which the index knows two.
 void writeSmallTables(const std::string& directory) {
@@ -116,46 +89,42 @@ constexpr const char* echoingTool = "while read a; do echo $a.c:7; done";
 
 TEST_P(Example, EveryRowIsRight) {
   const TempDir directory;
-  const auto& [compilers, flags, afterwards] = GetParam();
+  const std::string& build = GetParam();
+  const std::size_t end = std::min(build.find(';'), build.size());
   // What gdb says is taken before the debugging information is moved about, which confuses gdb 13 at times.
-  const RunResult built =
-      run("set -e; mkdir '" + directory / "a:b c" + "'; cp " EXAMPLES_DIRECTORY "/inventory/*.* '" +
-          directory / "a:b c" + "'; cd '" + directory / "a:b c" + "'; set -- " + compilers + "; $1 -w " + flags +
-          " -c parts.c; $2 -w " + flags + " -c main.cpp; $2 -w " + flags +
-          " main.o parts.o -o ../program; cd ..; " EXAMPLES_DIRECTORY "/make_tables.sh program vym; " + afterwards +
-          "\n" TOLQUIN " tables program -o vym --quiet");
+  const RunResult built = run("set -e; cd " + directory.path() + "; set -- " + build.substr(0, end) + R"(
+      c=$1; cxx=$2; shift 2; mkdir 'a:b c'; cp )" EXAMPLES_DIRECTORY R"(/inventory/*.* 'a:b c'; cd 'a:b c'
+      $c -w $* -c parts.c; $cxx -w $* -c main.cpp; $cxx -w $* main.o parts.o -o ../program
+      cd ..; )" EXAMPLES_DIRECTORY "/make_tables.sh program vym" +
+                              build.substr(end) + "\n" TOLQUIN " tables program -o vym --quiet");
   ASSERT_EQ(built.status, 0) << built.err;
   const std::string vym = directory / "vym";
-  RunResult result = run(tolquin(vym, directory / "program", gnu));
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out + result.err, "");
-  std::set<std::string> missing = compare(vym, directory / "program", gnu);
-  missing.erase("coordinate");  // a pointer to a member, whose type no table can hold
-  EXPECT_EQ(missing, std::set<std::string>());
-
-  // Without declarations the debugger has to answer for every variable. Our own addr2line knows all places.
+  const auto expectAllBut = [&](const std::set<std::string>& unknown, const std::string& tool) {
+    const RunResult result =
+        run("cd " + directory.path() + "; PATH=" + tool + ":$PATH DB=vym EXEFILE=program " TOLQUIN_EXE " vym program");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out + result.err, "");
+    for (const std::string& name : compare(vym, directory / "program", tool))
+      EXPECT_TRUE(unknown.contains(name)) << name;
+  };
+  // No table can hold a pointer to a member.
+  expectAllBut({"coordinate"}, gnu);
+  // Without declarations the debugger has to answer for every variable: but for statics of functions, and where the
+  // name stands within the type. Our own addr2line knows all places.
   writeFile(vym + "/objdump.txt", "");
-  result = run(tolquin(vym, directory / "program", ours));
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out + result.err, "");
-  missing = compare(vym, directory / "program", ours);
-  for (const char* name : {"calls", "inner", "message", "next_slot"}) missing.erase(name);  // statics of functions
-  for (const char* name : {"compare_codes", "coordinate", "hooks"}) missing.erase(name);    // name within the type
-  EXPECT_EQ(missing, std::set<std::string>());
+  expectAllBut({"calls", "inner", "message", "next_slot", "compare_codes", "coordinate", "hooks"}, ours);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Builds, Example,
     testing::Values(
-        Build{"gcc g++", "-O0 -gdwarf-5 -pie"}, Build{"gcc g++", "-O0 -gdwarf-4 -no-pie"},
-        Build{"gcc g++", "-O2 -gdwarf-5 -no-pie"}, Build{"gcc g++", "-O2 -gdwarf-4 -pie -fPIE"},
-        Build{"gcc g++", "-O0 -gdwarf-4 -gz -fdebug-types-section"}, Build{"gcc g++", "-O2 -g -flto"},
-        Build{"gcc g++", "-O0 -g -gsplit-dwarf"},
-        Build{"gcc g++", "-O2 -g -ffunction-sections -fdata-sections -Wl,--gc-sections",
-              "objcopy --only-keep-debug program p.debug; strip -g program; objcopy --add-gnu-debuglink=p.debug "
-              "program"},
-        Build{"gcc g++", "-O0 -g", "cp program p2; dwz -m shared program p2"}, Build{"clang clang++", "-O0 -g"},
-        Build{"clang clang++", "-O2 -gdwarf-4"}, Build{"clang clang++", "-O1 -g -gsplit-dwarf"}));
+        "gcc g++ -O0 -gdwarf-5 -pie", "gcc g++ -O0 -gdwarf-4 -no-pie", "gcc g++ -O2 -gdwarf-5 -no-pie",
+        "gcc g++ -O2 -gdwarf-4 -pie -fPIE", "gcc g++ -O0 -gdwarf-4 -gz -fdebug-types-section", "gcc g++ -O2 -g -flto",
+        "gcc g++ -O0 -g -gsplit-dwarf",
+        "gcc g++ -O2 -g -ffunction-sections -fdata-sections -Wl,--gc-sections; objcopy --only-keep-debug program "
+        "p.debug; strip -g program; objcopy --add-gnu-debuglink=p.debug program",
+        "gcc g++ -O0 -g; cp program p2; dwz -m shared program p2", "clang clang++ -O0 -g",
+        "clang clang++ -O2 -gdwarf-4", "clang clang++ -O1 -g -gsplit-dwarf"));
 
 TEST(Program, RowsTracesAndRequestsToTheLetter) {
   const TempDir directory;
