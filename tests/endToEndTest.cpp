@@ -130,9 +130,8 @@ TEST(Program, RowsTracesAndRequestsToTheLetter) {
   const TempDir directory;
   FakeTools fake;
   writeSmallTables(directory.path());
-  fake.addr2line(std::string("read a; echo $a >>requests; echo main.c:12; read a; echo $a >>requests; echo ??:0\n") +
-                 echoingTool);
-  fake.gdb("printf '(gdb) '; read a; echo $a >questions; printf '3:\\tlong unknown;\\n(gdb) '; read a");
+  fake.addr2line(std::string("read a; echo $a.c:12; read a; echo ??:0\n") + echoingTool);
+  fake.gdb("printf '(gdb) '; read a; echo $a >question; printf '3:\\tlong unknown;\\n(gdb) '; read a");
   const RunResult result =
       run("cd " + directory.path() + "; DEBUG_ERR=22 VYMDEBUG=yes GDB_VERSION=5 EXEFILE=x " TOLQUIN_EXE " . x");
   EXPECT_EQ(result.status, 0);
@@ -142,11 +141,10 @@ TEST(Program, RowsTracesAndRequestsToTheLetter) {
             "input line <08049f44 00000010 table\n>\nlooking for size of(char)\nfound size of(char) = 1\n"
             "input line <08049f50 <NULL> ns::unknown\n>\nlooking for size of(long)\n");
   EXPECT_EQ(readFile(directory / "tGlobalVarDef.tbl"),
-            "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\tmain.c\t12\t-1\n"
+            "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\t08049f40.c\t12\t-1\n"
             "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n"
             "3\tns::unknown\tlong\t-1\t-1\t<NULL>\t<NULL>\t08049f50.c\t7\t-1\n");
-  EXPECT_EQ(readFile(directory / "requests"), "08049f40\n08049f44\n");
-  EXPECT_EQ(readFile(directory / "questions"), "info var unknown\n");
+  EXPECT_EQ(readFile(directory / "question"), "info var unknown\n");
 }
 
 // What goes wrong, how the program says so, and what is left in the table.

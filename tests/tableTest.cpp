@@ -39,24 +39,18 @@ std::vector<int> ascending(int count) {
   return numbers;
 }
 
-std::int32_t word(const std::string& bytes, std::size_t record, std::size_t offset) {
-  std::int32_t value = 0;
-  std::memcpy(&value, bytes.data() + record * recordSize + offset, sizeof value);
-  return value;
-}
-
-// Branch[j] of a record; in record 0: 0 number of items, 1 number of nodes, 2 root.
-std::int32_t branch(const std::string& bytes, std::size_t record, std::size_t j) {
-  return word(bytes, record, 28068 + 4 * j);
-}
-
-std::string keys(const std::string& bytes, std::size_t record) {
-  std::string text;
-  for (int i = 0; i < word(bytes, record, 0); ++i) {
-    const char* at = bytes.data() + record * recordSize + 4 + 2551 * static_cast<std::size_t>(i);
-    text += std::string(at, std::strcspn(at, " ")) + " ";
+// A record of the file: the number of items, the items, three bytes, the branches; all else is zeros.
+std::string record(const std::vector<int>& numbers, const std::vector<std::int32_t>& branches) {
+  std::string bytes(recordSize, '\0');
+  bytes[0] = static_cast<char>(numbers.size());
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    const ItemType one = item(numbers[i]);
+    std::memcpy(&bytes[4 + 2551 * i], one.KeyField, 51);
+    std::strcpy(&bytes[4 + 2551 * i + 51], one.DataField.getDataType());
+    std::strcpy(&bytes[4 + 2551 * i + 51 + 2000], one.DataField.getVarName());
   }
-  return text;
+  std::memcpy(&bytes[28068], branches.data(), 4 * branches.size());
+  return bytes;
 }
 
 }  // namespace
@@ -64,36 +58,21 @@ std::string keys(const std::string& bytes, std::size_t record) {
 TEST(Table, FileLayoutStepByStep) {
   const TempDir directory;
   const std::string path = directory / "vifa.dat";
+  const auto leaf = [](const std::vector<int>& numbers) {
+    return record(numbers, std::vector<std::int32_t>(numbers.size() + 1, -1));
+  };
   {
+    const std::string unfinished = record({}, {0, 0, -1});
     IndexTable table('w', path.c_str());
     EXPECT_FALSE(holds(table, 1));
-    EXPECT_EQ(readFile(path).size(), recordSize);
+    EXPECT_TRUE(readFile(path) == unfinished);
     for (int number = 1; number <= 11; ++number) EXPECT_TRUE(table.Insert(item(number)));
-    std::string bytes = readFile(path);
-    ASSERT_EQ(bytes.size(), 2 * recordSize);
-    EXPECT_EQ(keys(bytes, 1), "1 2 3 4 5 6 7 8 9 a b ");
-    EXPECT_EQ(branch(bytes, 1, 11), -1);
+    EXPECT_TRUE(readFile(path) == unfinished + leaf({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
     EXPECT_TRUE(table.Insert(item(12)));
-    EXPECT_EQ(branch(readFile(path), 0, 2), -1) << "the header is completed at the end only";
+    EXPECT_TRUE(readFile(path).starts_with(unfinished)) << "the header is completed at the end only";
   }
-  const std::string bytes = readFile(path);
-  ASSERT_EQ(bytes.size(), 4 * recordSize);
-  EXPECT_EQ(keys(bytes, 1), "1 2 3 4 5 ");
-  EXPECT_EQ(keys(bytes, 2), "7 8 9 a b c ");
-  EXPECT_EQ(keys(bytes, 3), "6 ");
-  EXPECT_EQ(branch(bytes, 3, 0), 1);
-  EXPECT_EQ(branch(bytes, 3, 1), 2);
-  EXPECT_EQ(branch(bytes, 0, 0), 12);
-  EXPECT_EQ(branch(bytes, 0, 1), 3);
-  EXPECT_EQ(branch(bytes, 0, 2), 3);
-  const std::size_t firstItem = recordSize + 4;
-  EXPECT_EQ(std::memcmp(&bytes[firstItem], item(1).KeyField, 51), 0);
-  EXPECT_STREQ(&bytes[firstItem + 51], "type 1");
-  EXPECT_STREQ(&bytes[firstItem + 51 + 2000], "name 1");
-  // What carries no information is zeros: the header but its numbers, unused items, unused branches, padding.
-  const auto zeros = [&](std::size_t from, std::size_t to) { return bytes.find_first_not_of('\0', from) >= to; };
-  EXPECT_TRUE(zeros(0, 28068) && zeros(28080, recordSize));
-  EXPECT_TRUE(zeros(firstItem + 5 * 2551, recordSize + 28068) && zeros(recordSize + 28068 + 6 * 4, 2 * recordSize));
+  EXPECT_TRUE(readFile(path) ==
+              record({}, {12, 3, 3}) + leaf({1, 2, 3, 4, 5}) + leaf({7, 8, 9, 10, 11, 12}) + record({6}, {1, 2}));
   IndexTable table('r', path.c_str());
   EXPECT_TRUE(table.Check());
   testing::internal::CaptureStderr();
@@ -154,13 +133,15 @@ TEST(Table, DamageIsReported) {
   }
   const std::string good = readFile(path);
   std::string circle = good;
-  const std::size_t root = static_cast<std::size_t>(branch(good, 0, 2));
-  for (std::size_t j = 0; j < 12; ++j) std::memcpy(&circle[root * recordSize + 28068 + 4 * j], &good[28076], 4);
+  std::int32_t number = 0;
+  std::memcpy(&number, &good[28076], 4);
+  const std::size_t root = static_cast<std::size_t>(number) * recordSize;
+  for (std::size_t j = 0; j < 12; ++j) std::memcpy(&circle[root + 28068 + 4 * j], &good[28076], 4);
   std::string endless = good;
   for (std::size_t record = 1; record < good.size() / recordSize; ++record) {
     std::memset(&endless[record * recordSize + 4 + 51], 'x', 2000);
   }
-  for (const std::string& bytes : {circle, endless, good.substr(0, root * recordSize + 100)}) {
+  for (const std::string& bytes : {circle, endless, good.substr(0, root + 100)}) {
     writeFile(path, bytes);
     ItemType found;
     EXPECT_EXIT(IndexTable('r', path.c_str()).Retrieve(item(5).KeyField, found), testing::ExitedWithCode(1),
