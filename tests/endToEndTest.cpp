@@ -92,16 +92,16 @@ TEST_P(Example, EveryRowIsRight) {
   const std::string& build = GetParam();
   const std::size_t end = std::min(build.find(';'), build.size());
   // What gdb says is taken before the debugging information is moved about, which confuses gdb 13 at times.
-  const RunResult built = run("set -e; cd " + directory.path() + "; set -- " + build.substr(0, end) + R"(
+  const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
       c=$1; cxx=$2; shift 2; mkdir 'a:b c'; cp )" EXAMPLES_DIRECTORY R"(/inventory/*.* 'a:b c'; cd 'a:b c'
       $c -w $* -c parts.c; $cxx -w $* -c main.cpp; $cxx -w $* main.o parts.o -o ../program
       cd ..; )" EXAMPLES_DIRECTORY "/make_tables.sh program vym" +
-                              build.substr(end) + "\n" TOLQUIN " tables program -o vym --quiet");
+                                        build.substr(end) + "\n" TOLQUIN " tables program -o vym --quiet");
   ASSERT_EQ(built.status, 0) << built.err;
   const std::string vym = directory / "vym";
   const auto expectAllBut = [&](const std::set<std::string>& unknown, const std::string& tool) {
     const RunResult result =
-        run("cd " + directory.path() + "; PATH=" + tool + ":$PATH DB=vym EXEFILE=program " TOLQUIN_EXE " vym program");
+        directory.run("PATH=" + tool + ":$PATH DB=vym EXEFILE=program " TOLQUIN_EXE " vym program");
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out + result.err, "");
     for (const std::string& name : compare(vym, directory / "program", tool))
@@ -132,8 +132,7 @@ TEST(Program, RowsTracesAndRequestsToTheLetter) {
   writeSmallTables(directory.path());
   fake.addr2line(std::string("read a; echo $a.c:12; read a; echo ??:0\n") + echoingTool);
   fake.gdb("printf '(gdb) '; read a; echo $a >question; printf '3:\\tlong unknown;\\n(gdb) '; read a");
-  const RunResult result =
-      run("cd " + directory.path() + "; DEBUG_ERR=22 VYMDEBUG=yes GDB_VERSION=5 EXEFILE=x " TOLQUIN_EXE " . x");
+  const RunResult result = directory.run("DEBUG_ERR=22 VYMDEBUG=yes GDB_VERSION=5 EXEFILE=x " TOLQUIN_EXE " . x");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err,
@@ -210,13 +209,11 @@ TEST(Program, Faults) {
     FakeTools fake;
     fake.addr2line(echoingTool);
     writeSmallTables(directory.path());
-    const RunResult result = run("cd " + directory.path() + "; " + c.command);
+    const RunResult result = directory.run(c.command);
     EXPECT_EQ(result.status, c.status) << c.command;
     EXPECT_EQ(result.out, c.out) << c.command;
     EXPECT_EQ(result.err, c.err) << c.command;
-    const RunResult left =
-        run("test -f " + directory / "tGlobalVarDef.tbl" + " && cat " + directory / "tGlobalVarDef.tbl");
-    EXPECT_EQ(left.status == 0 ? left.out : "-", c.table) << c.command;
+    EXPECT_EQ(directory.run("[ -f tGlobalVarDef.tbl ] && cat tGlobalVarDef.tbl || printf -").out, c.table) << c.command;
   }
 }
 

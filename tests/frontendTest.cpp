@@ -12,12 +12,10 @@ namespace {
 class FrontEnd : public testing::Test {
  protected:
   void SetUp() override {
-    const RunResult built = in("echo 'long counter = 1; int main(void) { return 0; }' | gcc -g -x c - -o program");
+    const RunResult built =
+        directory.run("echo 'long counter = 1; int main(void) { return 0; }' | gcc -g -x c - -o program");
     ASSERT_EQ(built.status, 0) << built.err;
   }
-
-  // Runs `command` in the directory.
-  RunResult in(const std::string& command) const { return run("cd " + directory.path() + "; " + command); }
 
   const TempDir directory;
 };
@@ -45,7 +43,7 @@ TEST_F(FrontEnd, NamesAsGdbSpellsThem) {
 }
 
 TEST_F(FrontEnd, TablesOfASmallProgram) {
-  EXPECT_EQ(in(TOLQUIN " tables program; cat program.vym/* | sed -E 's/(0x)?[0-9a-f]{4,16}/ADDRESS/'").out,
+  EXPECT_EQ(directory.run(TOLQUIN " tables program; cat program.vym/* | sed -E 's/(0x)?[0-9a-f]{4,16}/ADDRESS/'").out,
             "program.vym: 1 variables, 1 declarations, 1 sizes of types\n"
             "ADDRESS 8 counter\nlong counter /* ADDRESS */;\nlong\t8\n");
 }
@@ -59,9 +57,10 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
             "A::T value;\nstd::string text;\nint main() { return other::offset; }\n");
   writeFile(directory / "z.c",
             "struct empty {};\nstruct empty key;\nlong counter;\nint main(void) { return counter; }\n");
-  const RunResult result = in("g++ -g x.cpp -o x; gcc -g -fcommon z.c -o z; " TOLQUIN " scan x z >log; " TOLQUIN
-                              " scan --qualified x -o q >log; "
-                              "for d in x.vym q/x.vym z.vym; do cut -f2-5 $d/tGlobalVarDef.tbl | sort; done");
+  const RunResult result =
+      directory.run("g++ -g x.cpp -o x; gcc -g -fcommon z.c -o z; " TOLQUIN " scan x z >log; " TOLQUIN
+                    " scan --qualified x -o q >log; "
+                    "for d in x.vym q/x.vym z.vym; do cut -f2-5 $d/tGlobalVarDef.tbl | sort; done");
   EXPECT_EQ(splitAt(result.err, '\n').size(), 2u) << result.err;
   EXPECT_NE(result.err.find("left out"), std::string::npos) << result.err;
   EXPECT_EQ(result.out,
@@ -71,7 +70,8 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
 }
 
 TEST_F(FrontEnd, ErrorsSayWhatToDo) {
-  in("echo no program >text; strip -o stripped program; head -c 5000 program >short; gcc -c -g -x c /dev/null -o o.o");
+  directory.run(
+      "echo no program >text; strip -o stripped program; head -c 5000 program >short; gcc -c -g -x c /dev/null -o o.o");
   const std::string cases[][2] = {{"none", "none: cannot be opened: No such file or directory"},
                                   {"text", "text: is not an ELF file; an executable or shared object is wanted"},
                                   {".", ".: is not an ELF file"},
@@ -80,7 +80,7 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
                                   {"short", "short: has no sections; the file is truncated"},
                                   {"program -o text/x", "text/x: cannot be made a directory: Not a directory"}};
   for (const auto& [arguments, message] : cases) {
-    const RunResult result = in(TOLQUIN " tables " + arguments);
+    const RunResult result = directory.run(TOLQUIN " tables " + arguments);
     EXPECT_EQ(result.status, 1) << arguments;
     EXPECT_EQ(result.out, "");
     EXPECT_TRUE(result.err.starts_with("tolquin: ")) << result.err;
@@ -88,7 +88,7 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
   }
   // A full disk leaves nothing behind, and an earlier table as it was.
   const RunResult full =
-      in(TOLQUIN " tables program >log; (ulimit -f 0; " TOLQUIN " tables program) 2>&1 | cat; ls *.vym");
+      directory.run(TOLQUIN " tables program >log; (ulimit -f 0; " TOLQUIN " tables program) 2>&1 | cat; ls *.vym");
   EXPECT_EQ(full.out,
             "tolquin: program.vym/objdump.1: cannot be written: File too large\nobjdump.1\nobjdump.txt\nsizes.tbl\n");
 }
@@ -101,30 +101,30 @@ TEST_F(FrontEnd, DamagedDebuggingInformation) {
     std::string bytes = good;
     for (int i = 0; i < 40; ++i) bytes[bytes.size() / 2 + random() % (bytes.size() / 2)] = static_cast<char>(random());
     writeFile(directory / "damaged", bytes);
-    const RunResult result = in("timeout 60 " TOLQUIN " tables damaged");
+    const RunResult result = directory.run("timeout 60 " TOLQUIN " tables damaged");
     ASSERT_LE(result.status, 1) << round << ": " << result.err;
     EXPECT_EQ(result.status == 1, result.err.starts_with("tolquin: ")) << result.err;
   }
 }
 
 TEST_F(FrontEnd, Scan) {
-  const RunResult result =
-      in("cp program -- -also; " TOLQUIN " scan -j 2 -- none program ./program -also | sed 's/, [0-9.]* s:/:/' | sort");
+  const RunResult result = directory.run("cp program -- -also; " TOLQUIN
+                                         " scan -j 2 -- none program ./program -also | sed 's/, [0-9.]* s:/:/' | sort");
   EXPECT_EQ(result.err,
             "tolquin: ./program: its results would go to ./program.vym, as those of an executable named before\n"
             "tolquin: none: cannot be opened: No such file or directory\n");
   const std::string counts = ": 1 variables found, 1 typed, 1 sized, 1 located, 0 skipped: ";
   EXPECT_EQ(result.out,
             "-also" + counts + "-also.vym/tGlobalVarDef.tbl\nprogram" + counts + "program.vym/tGlobalVarDef.tbl\n");
-  EXPECT_EQ(in(TOLQUIN " scan none program").status, 1);
-  EXPECT_EQ(in(TOLQUIN " scan program").status, 0);
+  EXPECT_EQ(directory.run(TOLQUIN " scan none program").status, 1);
+  EXPECT_EQ(directory.run(TOLQUIN " scan program").status, 0);
 }
 
 TEST_F(FrontEnd, Show) {
   writeFile(directory / "tGlobalVarDef.tbl",
             "1\ta,\"b\"\tchar *\t8\t1\t<NULL>\t<NULL>\tx.c\t7\t-1\n"
             "2\tn\xc3\xa4me\xff\tint\t40\t-1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n");
-  const auto shown = [&](const std::string& options) { return in(TOLQUIN " show . " + options).out; };
+  const auto shown = [&](const std::string& options) { return directory.run(TOLQUIN " show . " + options).out; };
   EXPECT_EQ(shown(""),
             "Key  Name   Type    Size  DRef  File    Line\n"
             "  1  a,\"b\"  char *     8     1  x.c        7\n"
@@ -143,22 +143,23 @@ TEST_F(FrontEnd, Show) {
   const std::string errors[][2] = {{"--columns none", "there is no column none; the columns are GlobalVarKey, "},
                                    {"--sort none", "there is no column none"}};
   for (const auto& [options, message] : errors) {
-    const RunResult result = in(TOLQUIN " show . " + options);
+    const RunResult result = directory.run(TOLQUIN " show . " + options);
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
   }
   for (const std::string format : {"table", "tsv", "csv", "json"}) {
-    EXPECT_EQ(in(TOLQUIN " show . >/dev/full --format " + format).status, 1) << format;
+    EXPECT_EQ(directory.run(TOLQUIN " show . >/dev/full --format " + format).status, 1) << format;
   }
   writeFile(directory / "tGlobalVarDef.tbl", "1\tx\n");
-  EXPECT_NE(in(TOLQUIN " show .").err.find("line 1 has not the ten columns"), std::string::npos);
+  EXPECT_NE(directory.run(TOLQUIN " show .").err.find("line 1 has not the ten columns"), std::string::npos);
 }
 
 TEST_F(FrontEnd, InterruptEndsAll) {
   FakeTools fake;
   fake.addr2line("echo $$ >ready; exec sleep 100");
-  const RunResult result = in(TOLQUIN
-                              " scan --gnu-addr2line program & pid=$!; until [ -s ready ]; do sleep 0.01; done; "
-                              "kill -TERM $pid; wait $pid; echo $?; [ -e /proc/$(cat ready)/exe ] || echo gone");
+  const RunResult result =
+      directory.run(TOLQUIN
+                    " scan --gnu-addr2line program & pid=$!; until [ -s ready ]; do sleep 0.01; done; "
+                    "kill -TERM $pid; wait $pid; echo $?; [ -e /proc/$(cat ready)/exe ] || echo gone");
   EXPECT_EQ(result.out, "143\ngone\n");
 }

@@ -223,9 +223,6 @@ TEST_F(A2L, ToolThatCannotBeExecuted) {
   EXPECT_EQ(session.isActive(), 0);
   EXPECT_EQ(session.sendA2L("1\n"), -1);
   EXPECT_EQ(pieces(session.convA2L(0, "1\n")), "ERROR: Cannot exec a2l: No such file or directory.\n|");
-  GDBControl gdb("x");
-  EXPECT_EQ(errorsWithin(9, [&] { EXPECT_EQ(gdb.startGDB(), 0); }), "");
-  EXPECT_EQ(pieces(gdb.convGDB(20, "x\n")), "");
 }
 
 TEST_F(A2L, ChildThatNeverReads) {
