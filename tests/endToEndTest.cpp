@@ -201,6 +201,9 @@ TEST(Program, Faults) {
       {"echo 'read a; echo ??:0; echo ??:0; read a' >$(command -v addr2line); printf '%0120d 4 v\\n' 7 >objdump.1; " +
            usual,
        0, "", "Var info from Address " + std::string(118, '0') + "7 Not Found\n", ""},
+      {"printf 'int %0500d /* 0x8049f40 */;\n%02000d t /* 0x8049f44 */;\n' 0 0 >objdump.txt; " + usual, 0, "",
+       "name too lengthy..\ntype too lengthy..[" + std::string(2000, '0') + "]\n" + notFound,
+       row + "2\ttable\t<NULL>\t16\t4\t<NULL>\t<NULL>\t08049f44.c\t7\t-1\n"},
       {"echo 08049f40 4 " + longName + " >objdump.1; " + usual, 0, "", "",
        "1\t" + longName + "\tint\t4\t4\t<NULL>\t<NULL>\t08049f40.c\t7\t-1\n"},
   };

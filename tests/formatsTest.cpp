@@ -2,6 +2,7 @@
 // case is a text and what becomes of it, "-" for nothing.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 
 #include "a2lControl.h"
@@ -35,6 +36,10 @@ TEST(Formats, VariableList) {
     const std::string size = std::to_string(record.DataSize);
     EXPECT_EQ(good ? std::string(record.Address) + " " + size + " " + record.VariableName : "-", expected) << line;
   }
+  int value = 0;
+  EXPECT_EQ(hex2dec(&value, "-80000001"), -1);
+  EXPECT_EQ(value, INT_MIN);
+  EXPECT_EQ(str_r_trim(nullptr), nullptr);
 }
 
 TEST(Formats, SizesOfTypes) {
@@ -45,7 +50,7 @@ TEST(Formats, SizesOfTypes) {
   const std::pair<const char*, int> cases[] = {
       {"int", 4},   {"char *", 1}, {"static int", 4}, {"static  int", -1}, {"static", -1},
       {"long", -1}, {"in", 4},     {"integ", 8},      {"bad", 0},          {"negative", -1},
-      {"", 0},      {"*", 0},      {" last **", 3},   {"int", 4},          {"huge", 2147483647}};
+      {"", 0},      {"*", 0},      {" last **", 3},   {"int", 4},          {"huge", INT_MAX}};
   for (const auto& [type, expected] : cases) {
     int size = 77;
     char buffer[RecordSize];
