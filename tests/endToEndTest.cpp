@@ -168,7 +168,6 @@ TEST(Program, Faults) {
     std::string table;  // "-": not there
   } cases[] = {
       {start, 112, usage, "", "-"},
-      {start + ".", 112, usage, "", "-"},
       {start + ". x y", 112, usage, "", "-"},
       {start + "'' x", 112, usage, "", "-"},
       {usual, 0, "", notFound, rows},
@@ -176,7 +175,7 @@ TEST(Program, Faults) {
       {"DEBUG_ERR=021 DB=. " TOLQUIN_EXE " . x", 0, "", "", rows},
       {"rm objdump.txt; " + usual, 114, "", "tolquin: 114 - Unable to open input file: ./objdump.txt 2\n", "-"},
       {"rm objdump.1; " + usual, 120, "", "tolquin: 120 - Unable to open input file: ./objdump.1 2\n", "-"},
-      {"rm objdump.1; DB=. " TOLQUIN_EXE " . x", 120, "", "", "-"},
+      {"rm objdump.1; DEBUG_ERR=21 DB=. " TOLQUIN_EXE " . x", 120, "", "", "-"},
       {"mkdir tGlobalVarDef.tbl; " + usual, 126, "",
        "tolquin: 126 - Unable to open input file: ./tGlobalVarDef.tbl 21\n", "-"},
       {"rm sizes.tbl; " + usual, 132, "", "tolquin: 132 - Unable to open input file: ./sizes.tbl 2\n", ""},

@@ -63,11 +63,7 @@ TEST(Formats, SizesOfTypes) {
 // Entries of the index: "type|name", and the address unless it is the usual one.
 TEST(Formats, Declarations) {
   const std::string longest(50, 'e');
-  TMAP listed;
-  for (const std::string& address : {std::string("8049f40"), std::string("abc"), std::string("abcd"), longest}) {
-    listed[address] = 0;
-    listed[address + "e"] = 0;
-  }
+  const TMAP listed{{"8049f40", 0}, {"8049f40e", 0}, {"abc", 0}, {"abcd", 0}, {longest, 0}, {longest + "e", 0}};
   const std::string cases[][2] = {
       {"int counter /* 0x8049f40 */;", "int|counter"},
       {"  static char *names[4] /* 0x08049f40 */;", "static char **|names"},

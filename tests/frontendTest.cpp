@@ -140,13 +140,9 @@ TEST_F(FrontEnd, Show) {
       "  \"SourceFile\": \"x.c\",\n  \"LineNbr\": 7\n },\n"
       " {\n  \"VariableName\": \"n\xc3\xa4me\xef\xbf\xbd\",\n  \"DataType\": \"int\",\n  \"DRefDataSize\": null,\n"
       "  \"SourceFile\": null,\n  \"LineNbr\": null\n }\n]\n");
-  const std::string errors[][2] = {{"--columns none", "there is no column none; the columns are GlobalVarKey, "},
-                                   {"--sort none", "there is no column none"}};
-  for (const auto& [options, message] : errors) {
-    const RunResult result = directory.run(TOLQUIN " show . " + options);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
-  }
+  const RunResult wrong = directory.run(TOLQUIN " show . --sort none");
+  EXPECT_EQ(wrong.status, 2);
+  EXPECT_NE(wrong.err.find("there is no column none; the columns are GlobalVarKey, "), std::string::npos) << wrong.err;
   for (const std::string format : {"table", "tsv", "csv", "json"}) {
     EXPECT_EQ(directory.run(TOLQUIN " show . >/dev/full --format " + format).status, 1) << format;
   }

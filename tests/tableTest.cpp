@@ -53,14 +53,19 @@ std::string record(const std::vector<int>& numbers, const std::vector<std::int32
   return bytes;
 }
 
+std::string leaf(const std::vector<int>& numbers) {
+  return record(numbers, std::vector<std::int32_t>(numbers.size() + 1, -1));
+}
+
+// The table into which the items 1 to 12 were put in this order.
+const std::string twelve =
+    record({}, {12, 3, 3}) + leaf({1, 2, 3, 4, 5}) + leaf({7, 8, 9, 10, 11, 12}) + record({6}, {1, 2});
+
 }  // namespace
 
 TEST(Table, FileLayoutStepByStep) {
   const TempDir directory;
   const std::string path = directory / "vifa.dat";
-  const auto leaf = [](const std::vector<int>& numbers) {
-    return record(numbers, std::vector<std::int32_t>(numbers.size() + 1, -1));
-  };
   {
     const std::string unfinished = record({}, {0, 0, -1});
     IndexTable table('w', path.c_str());
@@ -71,8 +76,7 @@ TEST(Table, FileLayoutStepByStep) {
     EXPECT_TRUE(table.Insert(item(12)));
     EXPECT_TRUE(readFile(path).starts_with(unfinished)) << "the header is completed at the end only";
   }
-  EXPECT_TRUE(readFile(path) ==
-              record({}, {12, 3, 3}) + leaf({1, 2, 3, 4, 5}) + leaf({7, 8, 9, 10, 11, 12}) + record({6}, {1, 2}));
+  EXPECT_TRUE(readFile(path) == twelve);
   IndexTable table('r', path.c_str());
   EXPECT_TRUE(table.Check());
   testing::internal::CaptureStderr();
@@ -127,21 +131,10 @@ TEST(Table, FilesThatCannotBeUsed) {
 TEST(Table, DamageIsReported) {
   const TempDir directory;
   const std::string path = directory / "t";
-  {
-    IndexTable table('w', path.c_str());
-    for (const int number : ascending(300)) table.Insert(item(number));
-  }
-  const std::string good = readFile(path);
-  std::string circle = good;
-  std::int32_t number = 0;
-  std::memcpy(&number, &good[28076], 4);
-  const std::size_t root = static_cast<std::size_t>(number) * recordSize;
-  for (std::size_t j = 0; j < 12; ++j) std::memcpy(&circle[root + 28068 + 4 * j], &good[28076], 4);
-  std::string endless = good;
-  for (std::size_t record = 1; record < good.size() / recordSize; ++record) {
-    std::memset(&endless[record * recordSize + 4 + 51], 'x', 2000);
-  }
-  for (const std::string& bytes : {circle, endless, good.substr(0, root + 100)}) {
+  const std::string circle = twelve.substr(0, 3 * recordSize) + record({6}, {3, 3});
+  std::string endless = twelve;
+  std::memset(&endless[3 * recordSize + 4 + 51], 'x', 2000);
+  for (const std::string& bytes : {circle, endless, twelve.substr(0, 3 * recordSize + 100)}) {
     writeFile(path, bytes);
     ItemType found;
     EXPECT_EXIT(IndexTable('r', path.c_str()).Retrieve(item(5).KeyField, found), testing::ExitedWithCode(1),
