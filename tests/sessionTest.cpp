@@ -75,7 +75,7 @@ TEST_F(A2L, PiecesOfAnExchange) {
     read a; printf '%04999d\n' 0
     read a; printf 'one\0two\n'
     read a; echo '%s%n'
-    read a; printf half; sleep 0.1; echo line
+    read a; printf half; sleep 0.3; echo line
     read a)");
   const std::string full(4998, '0');
   A2LControl session("the program");
@@ -250,7 +250,7 @@ TEST_F(GDB, StartQueryEnd) {
   fake.gdb(R"(
     case "$*" in *--dbx*) echo "gdb: unrecognized option '--dbx'" >&2; exit 1;; esac
     printf 'banner\n(g'; sleep 0.005; printf 'db) '
-    read a; printf 'one\ntwo\n(g'; sleep 0.1; printf 'db) '
+    read a; printf 'one\ntwo\n(g'; sleep 0.3; printf 'db) '
     read a; echo 'x (gdb) y'
     read a; printf "[$a]\n(gdb) "
     read a; printf h; sleep 0.005; printf 'alf\n(gdb) '
