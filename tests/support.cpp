@@ -1,6 +1,5 @@
 #include "support.h"
 
-#include <dirent.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
