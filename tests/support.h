@@ -1,6 +1,8 @@
 // What the tests share: temporary directories, running programs, fake tools.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <utility>
 #include <vector>

@@ -11,7 +11,6 @@
 
 #include "objRead.h"
 #include "support.h"
-#include "tolquin.h"
 
 namespace {
 
