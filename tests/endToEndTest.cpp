@@ -131,18 +131,18 @@ TEST(Program, RowsTracesAndRequestsToTheLetter) {
   FakeTools fake;
   writeSmallTables(directory.path());
   fake.addr2line(std::string("read a; echo $a.c:12; read a; echo ??:0\n") + echoingTool);
-  fake.gdb("printf '(gdb) '; read a; echo $a >question; printf '3:\\tlong unknown;\\n(gdb) '; read a");
+  fake.gdb("printf '(gdb) '; read a; echo $a >question; printf '3:\\tint unknown;\\n(gdb) '; read a");
   const RunResult result = directory.run("DEBUG_ERR=22 VYMDEBUG=yes GDB_VERSION=5 EXEFILE=x " TOLQUIN_EXE " . x");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err,
             "input line <08049f40 00000004 counter\n>\nlooking for size of(int)\nfound size of(int) = 4\n"
             "input line <08049f44 00000010 table\n>\nlooking for size of(char)\nfound size of(char) = 1\n"
-            "input line <08049f50 <NULL> ns::unknown\n>\nlooking for size of(long)\n");
+            "input line <08049f50 <NULL> ns::unknown\n>\nlooking for size of(int)\nfound size of(int) = 4\n");
   EXPECT_EQ(readFile(directory / "tGlobalVarDef.tbl"),
             "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\t08049f40.c\t12\t-1\n"
             "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n"
-            "3\tns::unknown\tlong\t-1\t-1\t<NULL>\t<NULL>\t08049f50.c\t7\t-1\n");
+            "3\tns::unknown\tint\t-1\t4\t<NULL>\t<NULL>\t08049f50.c\t7\t-1\n");
   EXPECT_EQ(readFile(directory / "question"), "info var unknown\n");
 }
 
