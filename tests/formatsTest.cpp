@@ -34,6 +34,8 @@ TEST(Formats, VariableList) {
   int value = 0;
   EXPECT_EQ(hex2dec(&value, "-80000001"), -1);
   EXPECT_EQ(value, INT_MIN);
+  char blanks[] = "\t \n";
+  EXPECT_STREQ(str_trim(blanks), "");
   EXPECT_EQ(str_r_trim(nullptr), nullptr);
 }
 
@@ -94,6 +96,13 @@ TEST(Formats, Declarations) {
     }
     EXPECT_EQ(made, expected) << line;
   }
+}
+
+TEST(Formats, TypeThatDoesNotFit) {
+  DataFieldType data;
+  EXPECT_TRUE(data.setDataType(std::string(1999, 't').c_str()));
+  EXPECT_FALSE(data.setDataType(std::string(2000, 't').c_str()));
+  EXPECT_STREQ(data.getDataType(), "");
 }
 
 // The index built of two files: the types of 8049f40 and of 8049f44 in it.
