@@ -35,7 +35,7 @@ TEST(Formats, VariableList) {
   EXPECT_EQ(hex2dec(&value, "-80000001"), -1);
   EXPECT_EQ(value, INT_MIN);
   char blanks[] = "\t \n";
-  EXPECT_STREQ(str_trim(blanks), "");
+  EXPECT_STREQ(str_r_trim(blanks), "");
   EXPECT_EQ(str_r_trim(nullptr), nullptr);
 }
 
