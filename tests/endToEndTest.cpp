@@ -170,7 +170,6 @@ TEST(Program, Faults) {
       {start, 112, usage, "", "-"},
       {start + ". x y", 112, usage, "", "-"},
       {start + "'' x", 112, usage, "", "-"},
-      {usual, 0, "", notFound, rows},
       {start + ".// x", 0, "", notFound, rows},
       {"DEBUG_ERR=021 DB=. " TOLQUIN_EXE " . x", 0, "", "", rows},
       {"rm objdump.txt; " + usual, 114, "", "tolquin: 114 - Unable to open input file: ./objdump.txt 2\n", "-"},

@@ -33,7 +33,6 @@ TEST_F(FrontEnd, NamesAsGdbSpellsThem) {
       {"M<a::K*, std::less<a::K*> >::it", "M<a::K*, std::less<a::K*> >::it", "it"},
       {"(anonymous namespace)::T", "(anonymous namespace)::T", "T"},
       {"int A::*", "int A::*", "int A::*"},
-      {"", "", ""},
       {"::::<<(>", "::::<<(>", "<<(>"},
   };
   for (const auto& [name, canonical, plain] : cases) {
