@@ -4,7 +4,6 @@
 #include <sys/types.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 /// How a shell command ended: exit status (128 + signal when killed), and what it wrote.
