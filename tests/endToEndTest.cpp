@@ -16,9 +16,9 @@ namespace {
 
 using Columns = std::vector<std::string>;
 
-std::vector<Columns> table(const std::string& path) {
+std::vector<Columns> table(const std::string& path, char separator = '\t') {
   std::vector<Columns> rows;
-  for (const std::string& line : splitAt(readFile(path), '\n')) rows.push_back(splitAt(line, '\t'));
+  for (const std::string& line : splitAt(readFile(path), '\n')) rows.push_back(splitAt(line, separator));
   return rows;
 }
 
@@ -27,42 +27,20 @@ std::string bare(const std::string& type) {
   return std::regex_replace(type, std::regex(R"(\(anonymous namespace\)::|\w+::(?!\*)| )"), "");
 }
 
-// Runs tolquin.exe; `path` goes before the search path.
-std::string tolquin(const std::string& directory, const std::string& program, const std::string& path = "") {
-  return "PATH=" + path + ":$PATH DB=" + directory + " EXEFILE=" + program + " " TOLQUIN_EXE " " + directory + " " +
-         program;
-}
-
-struct Variable {
-  std::string address, size, name;
-  std::string location;  // what a batch of addr2line says
-};
-
 const std::string gnu = "/usr/bin";
 const std::string ours = LOCATOR_DIRECTORY;
 
-std::vector<Variable> listedVariables(const std::string& directory, const std::string& program,
-                                      const std::string& tool) {
-  const RunResult batch = run("cut -d' ' -f1 " + directory + "/objdump.1 | " + tool + "/addr2line -e " + program);
-  const Columns locations = splitAt(batch.out, '\n');
-  std::vector<Variable> variables;
-  for (const std::string& line : splitAt(readFile(directory + "/objdump.1"), '\n')) {
-    const Columns words = splitAt(line, ' ');
-    variables.push_back({words[0], words[1], words[2], locations.at(variables.size())});
-  }
-  return variables;
-}
-
-void expectRight(const Columns& row, const Variable& variable, const Columns& witness) {
-  const std::string about = variable.name + " at " + variable.address;
+// Compares a row with what objdump.1 lists, with the place that a batch of addr2line tells, and with gdb's witness.
+void expectRight(const Columns& row, const Columns& listed, const std::string& place, const Columns& witness) {
+  const std::string about = listed[2] + " at " + listed[0];
   EXPECT_EQ(bare(row[2]), bare(witness[2])) << about;
-  EXPECT_EQ(std::stol(row[3]), std::stol(variable.size, nullptr, 16)) << about;
+  EXPECT_EQ(std::stol(row[3]), std::stol(listed[1], nullptr, 16)) << about;
   EXPECT_EQ(row[3], witness[3]) << about;
   EXPECT_EQ(row[4], row[4] == "-1" ? "-1" : witness[4]) << about;
-  const std::string number = variable.location.substr(variable.location.rfind(':') + 1);
-  const bool known = !variable.location.starts_with("??");
-  EXPECT_EQ(row[7], known ? variable.location.substr(0, variable.location.rfind(':')) : "<NULL>") << about;
-  EXPECT_EQ(std::stol(row[8]), known ? std::strtol(number.c_str(), nullptr, 10) : 0) << about;
+  const bool known = !place.starts_with("??");
+  const std::size_t colon = place.rfind(':');
+  EXPECT_EQ(row[7], known ? place.substr(0, colon) : "<NULL>") << about;
+  EXPECT_EQ(std::stol(row[8]), known ? std::atol(&place[colon + 1]) : 0) << about;
   // gdb 13 cannot name the file of a variable in a unit of link-time optimisation.
   const std::string file = witness[5].ends_with("/<artificial>") ? row[7] : witness[5];
   EXPECT_EQ(row[7] + row[8], known ? file + witness[6] : "<NULL>0") << about;
@@ -72,110 +50,100 @@ void expectRight(const Columns& row, const Variable& variable, const Columns& wi
 std::set<std::string> compare(const std::string& directory, const std::string& program, const std::string& tool) {
   std::map<std::string, Columns> witness;
   for (const Columns& row : table(directory + "/witness.tbl")) witness[row[0]] = row;
+  const RunResult batch = run("cut -d' ' -f1 " + directory + "/objdump.1 | " + tool + "/addr2line -e " + program);
+  const Columns places = splitAt(batch.out, '\n');
   const std::vector<Columns> rows = table(directory + "/tGlobalVarDef.tbl");
-  std::set<std::string> missing;
-  for (const auto& [address, row] : witness) missing.insert(row[1]);
   std::size_t at = 0;
-  for (const Variable& variable : listedVariables(directory, program, tool)) {
-    if (at == rows.size() || rows[at][1] != variable.name) continue;
-    EXPECT_EQ(rows[at][0], std::to_string(at + 1));
-    if (const auto known = witness.find(variable.address); known != witness.end()) {
-      EXPECT_TRUE(tool == gnu || !variable.location.starts_with("?")) << variable.name;
-      expectRight(rows[at], variable, known->second);
-      missing.erase(known->second[1]);
-    }
-    ++at;
+  std::size_t number = 0;
+  for (const Columns& listed : table(directory + "/objdump.1", ' ')) {
+    const std::string& place = places.at(number++);
+    if (at == rows.size() || rows[at][1] != listed[2]) continue;
+    const Columns& row = rows[at++];
+    EXPECT_EQ(row[0], std::to_string(at));
+    const auto known = witness.find(listed[0]);
+    if (known == witness.end()) continue;
+    EXPECT_TRUE(tool == gnu || !place.starts_with("?")) << listed[2];
+    expectRight(row, listed, place, known->second);
+    witness.erase(known);
   }
   EXPECT_EQ(at, rows.size()) << "a row for a variable that is not listed";
+  std::set<std::string> missing;
+  for (const auto& [address, row] : witness) missing.insert(row[1]);
   return missing;
 }
 
-struct Build {
-  const char* compilers;
-  const char* flags;
-  const char* afterwards = "";
-
-  friend void PrintTo(const Build& build, std::ostream* out) {
-    *out << build.compilers << " " << build.flags << (*build.afterwards != '\0' ? " and more" : "");
-  }
-};
-
-class Example : public testing::TestWithParam<Build> {};
+// A build of the example: the two compilers and their flags, and behind a ';' what is done with the program afterwards.
+class Example : public testing::TestWithParam<std::string> {};
 
 // The directory with fakes' tables: three variables, of which the index knows two.
 void writeSmallTables(const std::string& directory) {
-  writeFile(directory + "/objdump.1", "08049f40 00000004 counter\n08049f44 00000010 table\n08049f50 <NULL> unknown\n");
+  writeFile(directory + "/objdump.1",
+            "08049f40 00000004 counter\n08049f44 00000010 table\n08049f50 <NULL> ns::unknown\n");
   writeFile(directory + "/objdump.txt", "int counter /* 0x8049f40 */;\nchar *table /* 0x8049f44 */;\n");
   writeFile(directory + "/sizes.tbl", "int\t4\nchar\t1\n");
 }
 
-constexpr const char* echoingTool = "loop\nread\nsay $.c:7\\n\nrepeat";
+constexpr const char* echoingTool = "while read a; do echo $a.c:7; done";
 
 }  // namespace
 
 TEST_P(Example, EveryRowIsRight) {
   const TempDir directory;
-  const auto& [compilers, flags, afterwards] = GetParam();
+  const std::string& build = GetParam();
+  const std::size_t end = std::min(build.find(';'), build.size());
   // What gdb says is taken before the debugging information is moved about, which confuses gdb 13 at times.
-  const RunResult built =
-      run("set -e; mkdir '" + directory / "a:b c" + "'; cp " EXAMPLES_DIRECTORY "/inventory/*.* '" +
-          directory / "a:b c" + "'; cd '" + directory / "a:b c" + "'; set -- " + compilers + "; $1 -w " + flags +
-          " -c parts.c; $2 -w " + flags + " -c main.cpp; $2 -w " + flags +
-          " main.o parts.o -o ../program; cd ..; " EXAMPLES_DIRECTORY "/make_tables.sh program vym; " + afterwards +
-          "\n" TOLQUIN " tables program -o vym --quiet");
+  const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
+      c=$1; cxx=$2; shift 2; mkdir 'a:b c'; cp )" EXAMPLES_DIRECTORY R"(/inventory/*.* 'a:b c'; cd 'a:b c'
+      $c -w $* -c parts.c; $cxx -w $* -c main.cpp; $cxx -w $* main.o parts.o -o ../program
+      cd ..; )" EXAMPLES_DIRECTORY "/make_tables.sh program vym" +
+                                        build.substr(end) + "\n" TOLQUIN " tables program -o vym --quiet");
   ASSERT_EQ(built.status, 0) << built.err;
   const std::string vym = directory / "vym";
-  RunResult result = run(tolquin(vym, directory / "program", gnu));
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out + result.err, "");
-  std::set<std::string> missing = compare(vym, directory / "program", gnu);
-  missing.erase("coordinate");  // a pointer to a member, whose type no table can hold
-  EXPECT_EQ(missing, std::set<std::string>());
-
-  // Without declarations the debugger has to answer for every variable. Our own addr2line knows all places.
+  const auto expectAllBut = [&](const std::set<std::string>& unknown, const std::string& tool) {
+    const RunResult result =
+        directory.run("PATH=" + tool + ":$PATH DB=vym EXEFILE=program " TOLQUIN_EXE " vym program");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out + result.err, "");
+    for (const std::string& name : compare(vym, directory / "program", tool))
+      EXPECT_TRUE(unknown.contains(name)) << name;
+  };
+  // No table can hold a pointer to a member.
+  expectAllBut({"coordinate"}, gnu);
+  // Without declarations the debugger has to answer for every variable: but for statics of functions, and where the
+  // name stands within the type. Our own addr2line knows all places.
   writeFile(vym + "/objdump.txt", "");
-  result = run(tolquin(vym, directory / "program", ours));
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out + result.err, "");
-  missing = compare(vym, directory / "program", ours);
-  for (const char* name : {"calls", "inner", "message", "next_slot"}) missing.erase(name);  // statics of functions
-  for (const char* name : {"compare_codes", "coordinate", "hooks"}) missing.erase(name);    // name within the type
-  EXPECT_EQ(missing, std::set<std::string>());
+  expectAllBut({"calls", "inner", "message", "next_slot", "compare_codes", "coordinate", "hooks"}, ours);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Builds, Example,
     testing::Values(
-        Build{"gcc g++", "-O0 -gdwarf-5 -pie"}, Build{"gcc g++", "-O0 -gdwarf-4 -no-pie"},
-        Build{"gcc g++", "-O2 -gdwarf-5 -no-pie"}, Build{"gcc g++", "-O2 -gdwarf-4 -pie -fPIE"},
-        Build{"gcc g++", "-O0 -gdwarf-4 -gz -fdebug-types-section"}, Build{"gcc g++", "-O2 -g -flto"},
-        Build{"gcc g++", "-O0 -g -gsplit-dwarf"},
-        Build{"gcc g++", "-O2 -g -ffunction-sections -fdata-sections -Wl,--gc-sections",
-              "objcopy --only-keep-debug program p.debug; strip -g program; objcopy --add-gnu-debuglink=p.debug "
-              "program"},
-        Build{"gcc g++", "-O0 -g", "cp program p2; dwz -m shared program p2"}, Build{"clang clang++", "-O0 -g"},
-        Build{"clang clang++", "-O2 -gdwarf-4"}, Build{"clang clang++", "-O1 -g -gsplit-dwarf"}));
+        "gcc g++ -O0 -gdwarf-5 -pie", "gcc g++ -O0 -gdwarf-4 -no-pie", "gcc g++ -O2 -gdwarf-5 -no-pie",
+        "gcc g++ -O2 -gdwarf-4 -pie -fPIE", "gcc g++ -O0 -gdwarf-4 -gz -fdebug-types-section", "gcc g++ -O2 -g -flto",
+        "gcc g++ -O0 -g -gsplit-dwarf",
+        "gcc g++ -O2 -g -ffunction-sections -fdata-sections -Wl,--gc-sections; objcopy --only-keep-debug program "
+        "p.debug; strip -g program; objcopy --add-gnu-debuglink=p.debug program",
+        "gcc g++ -O0 -g; cp program p2; dwz -m shared program p2", "clang clang++ -O0 -g",
+        "clang clang++ -O2 -gdwarf-4", "clang clang++ -O1 -g -gsplit-dwarf"));
 
 TEST(Program, RowsTracesAndRequestsToTheLetter) {
   const TempDir directory;
   FakeTools fake;
   writeSmallTables(directory.path());
-  fake.addr2line("read\nlog " + directory / "requests" + "\nsay main.c:12\\n\nread\nlog " + directory / "requests" +
-                 "\nsay ??:0\\n\n" + echoingTool);
-  fake.gdb("say (gdb) \nread\nlog " + directory / "questions" + "\nsay 3:\\tlong unknown;\\n(gdb) \nread");
-  const RunResult result = run("cd " + directory.path() + "; DEBUG_ERR=22 VYMDEBUG=yes EXEFILE=x " TOLQUIN_EXE " . x");
+  fake.addr2line(std::string("read a; echo $a.c:12; read a; echo ??:0\n") + echoingTool);
+  fake.gdb("printf '(gdb) '; read a; echo $a >question; printf '3:\\tint unknown;\\n(gdb) '; read a");
+  const RunResult result = directory.run("DEBUG_ERR=22 VYMDEBUG=yes GDB_VERSION=5 EXEFILE=x " TOLQUIN_EXE " . x");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err,
             "input line <08049f40 00000004 counter\n>\nlooking for size of(int)\nfound size of(int) = 4\n"
             "input line <08049f44 00000010 table\n>\nlooking for size of(char)\nfound size of(char) = 1\n"
-            "input line <08049f50 <NULL> unknown\n>\nlooking for size of(long)\n");
+            "input line <08049f50 <NULL> ns::unknown\n>\nlooking for size of(int)\nfound size of(int) = 4\n");
   EXPECT_EQ(readFile(directory / "tGlobalVarDef.tbl"),
-            "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\tmain.c\t12\t-1\n"
+            "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\t08049f40.c\t12\t-1\n"
             "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n"
-            "3\tunknown\tlong\t-1\t-1\t<NULL>\t<NULL>\t08049f50.c\t7\t-1\n");
-  EXPECT_EQ(readFile(directory / "requests"), "08049f40\n08049f44\n");
-  EXPECT_EQ(readFile(directory / "questions"), "info var unknown\n");
+            "3\tns::unknown\tint\t-1\t4\t<NULL>\t<NULL>\t08049f50.c\t7\t-1\n");
+  EXPECT_EQ(readFile(directory / "question"), "info var unknown\n");
 }
 
 // What goes wrong, how the program says so, and what is left in the table.
@@ -189,7 +157,7 @@ TEST(Program, Faults) {
   const std::string unlocated =
       "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n"
       "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n";
-  const std::string start = "DEBUG_ERR=22 DB=. " TOLQUIN_EXE " ";
+  const std::string start = "DEBUG_ERR=22 VYMDEBUG=no DB=. " TOLQUIN_EXE " ";
   const std::string usual = start + ". x";
   const std::string notFound = "Var info from Address 8049f50 Not Found\n";
   const std::string longName(600, 'n');
@@ -200,15 +168,13 @@ TEST(Program, Faults) {
     std::string table;  // "-": not there
   } cases[] = {
       {start, 112, usage, "", "-"},
-      {start + ".", 112, usage, "", "-"},
       {start + ". x y", 112, usage, "", "-"},
       {start + "'' x", 112, usage, "", "-"},
-      {usual, 0, "", notFound, rows},
       {start + ".// x", 0, "", notFound, rows},
       {"DEBUG_ERR=021 DB=. " TOLQUIN_EXE " . x", 0, "", "", rows},
       {"rm objdump.txt; " + usual, 114, "", "tolquin: 114 - Unable to open input file: ./objdump.txt 2\n", "-"},
       {"rm objdump.1; " + usual, 120, "", "tolquin: 120 - Unable to open input file: ./objdump.1 2\n", "-"},
-      {"rm objdump.1; DB=. " TOLQUIN_EXE " . x", 120, "", "", "-"},
+      {"rm objdump.1; DEBUG_ERR=21 DB=. " TOLQUIN_EXE " . x", 120, "", "", "-"},
       {"mkdir tGlobalVarDef.tbl; " + usual, 126, "",
        "tolquin: 126 - Unable to open input file: ./tGlobalVarDef.tbl 21\n", "-"},
       {"rm sizes.tbl; " + usual, 132, "", "tolquin: 132 - Unable to open input file: ./sizes.tbl 2\n", ""},
@@ -222,15 +188,19 @@ TEST(Program, Faults) {
       {"DEBUG_ERR=22 DB=none " TOLQUIN_EXE " . x", 1, "", "File cannot be opened\n", ""},
       {"mkdir d; DB=d " TOLQUIN_EXE " . x", 0, "", "cannot open d/objdump.1to read\n", ""},
       {"mkdir d; cp objdump.1 d; DB=d " TOLQUIN_EXE " . x", 0, "", "cannot open d/objdump.txtto read\n", ""},
-      {"ln -s /dev/full vifa.dat; " + usual, 1, "", "./vifa.dat: node 0: cannot be written: No space left on device\n",
-       ""},
-      {"unset FAKE_addr2line; " + usual, 0, "", "EOF reading from A2L!\n" + notFound, unlocated},
-      {"PATH=.; " + usual, 0, "", notFound, unlocated},
+      {"ulimit -f 10; " + usual, 1, "", "./vifa.dat: node 0: cannot be written: File too large\n", ""},
+      {"echo >$(command -v addr2line); " + usual, 0, "", "EOF reading from A2L!\n" + notFound, unlocated},
+      {"PATH=.; EXEFILE=x " + usual, 0, "", notFound, unlocated},
       {usual + " <&- >&- 2>&-", 0, "", "", rows},
-      {"EXEFILE=x " + usual, 0, "", "EOF reading from GDB!\n" + notFound, rows},
+      {"echo 08049f50 4 again >>objdump.1; EXEFILE=x " + usual, 0, "",
+       "EOF reading from GDB!\n" + notFound + "EOF reading from GDB!\n" + notFound, rows},
       {"echo '1 4 c\\' >objdump.1; EXEFILE=x " + usual, 0, "", "Var info from Address 1 Not Found\n", ""},
-      {"FAKE_addr2line='read\nsay ??:0\\n??:0\\n\nread'; printf '%0120d 4 v\\n' 7 >objdump.1; " + usual, 0, "",
-       "Var info from Address " + std::string(118, '0') + "7 Not Found\n", ""},
+      {"echo 'read a; echo ??:0; echo ??:0; read a' >$(command -v addr2line); printf '%0120d 4 v\\n' 7 >objdump.1; " +
+           usual,
+       0, "", "Var info from Address " + std::string(118, '0') + "7 Not Found\n", ""},
+      {"printf 'int %0500d /* 0x8049f40 */;\n%02000d t /* 0x8049f44 */;\n' 0 0 >objdump.txt; " + usual, 0, "",
+       "name too lengthy..\ntype too lengthy..[" + std::string(2000, '0') + "]\n" + notFound,
+       row + "2\ttable\t<NULL>\t16\t4\t<NULL>\t<NULL>\t08049f44.c\t7\t-1\n"},
       {"echo 08049f40 4 " + longName + " >objdump.1; " + usual, 0, "", "",
        "1\t" + longName + "\tint\t4\t4\t<NULL>\t<NULL>\t08049f40.c\t7\t-1\n"},
   };
@@ -239,13 +209,11 @@ TEST(Program, Faults) {
     FakeTools fake;
     fake.addr2line(echoingTool);
     writeSmallTables(directory.path());
-    const RunResult result = run("cd " + directory.path() + "; " + c.command);
+    const RunResult result = directory.run(c.command);
     EXPECT_EQ(result.status, c.status) << c.command;
     EXPECT_EQ(result.out, c.out) << c.command;
     EXPECT_EQ(result.err, c.err) << c.command;
-    const RunResult left =
-        run("test -f " + directory / "tGlobalVarDef.tbl" + " && cat " + directory / "tGlobalVarDef.tbl");
-    EXPECT_EQ(left.status == 0 ? left.out : "-", c.table) << c.command;
+    EXPECT_EQ(directory.run("[ -f tGlobalVarDef.tbl ] && cat tGlobalVarDef.tbl || printf -").out, c.table) << c.command;
   }
 }
 
@@ -254,17 +222,11 @@ TEST(Program, KilledLeavesNoChild) {
   const TempDir directory;
   FakeTools fake;
   writeSmallTables(directory.path());
-  fake.addr2line("read\nsay a.c:1\\n\nread\nsay b.c:1\\n\nread\nsay c.c:1\\n\nhang");
-  fake.gdb("say (gdb) \nlog " + directory / "ready" + "\nhang");
+  fake.addr2line("for i in 1 2 3; do read a; echo a.c:1; done; exec sleep 100");
+  fake.gdb("printf '(gdb) '; echo >" + directory / "ready" + "; exec sleep 100");
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const int signalNumber : {SIGKILL, SIGTERM, SIGINT}) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-      setenv("DB", directory.path().c_str(), 1);
-      setenv("EXEFILE", "x", 1);
-      execl(TOLQUIN_EXE, TOLQUIN_EXE, directory.path().c_str(), "x", nullptr);
-      _exit(99);
-    }
+    const pid_t pid = startTolquin(directory.path(), "x");
     for (int i = 0; i < 60000 && readFile(directory / "ready").empty(); ++i) usleep(1000);
     kill(pid, signalNumber);
     // All three processes are ours to collect now; a child that lived on would block here.

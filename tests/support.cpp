@@ -1,9 +1,9 @@
 #include "support.h"
 
-#include <dirent.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -45,20 +45,31 @@ RunResult run(const std::string& command) {
   return {code, readFile(capture / "out"), readFile(capture / "err")};
 }
 
+pid_t startTolquin(const std::string& directory, const std::string& program) {
+  const pid_t pid = fork();
+  if (pid != 0) return pid;
+  setenv("DB", directory.c_str(), 1);
+  setenv("EXEFILE", program.c_str(), 1);
+  // The leak search is a child too, and whoever waits for it waits for ever when it is killed.
+  setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+  alarm(60);
+  std::freopen("/dev/null", "w", stderr);
+  execl(TOLQUIN_EXE, TOLQUIN_EXE, directory.c_str(), program.c_str(), nullptr);
+  _exit(99);
+}
+
 FakeTools::FakeTools() : oldPath_(std::getenv("PATH")) {
-  for (const char* name : {"addr2line", "gdb"}) fs::create_symlink(FAKE_TOOL, directory_ / name);
+  addr2line("");
+  gdb("");
   setenv("PATH", (directory_.path() + ":" + oldPath_).c_str(), 1);
 }
 
-FakeTools::~FakeTools() {
-  setenv("PATH", oldPath_.c_str(), 1);
-  unsetenv("FAKE_addr2line");
-  unsetenv("FAKE_gdb");
+FakeTools::~FakeTools() { setenv("PATH", oldPath_.c_str(), 1); }
+
+void FakeTools::write(const std::string& name, const std::string& script) {
+  writeFile(directory_ / name, "#!/bin/sh\n" + script + "\n");
+  fs::permissions(directory_ / name, fs::perms::owner_all);
 }
-
-void FakeTools::addr2line(const std::string& script) { setenv("FAKE_addr2line", script.c_str(), 1); }
-
-void FakeTools::gdb(const std::string& script) { setenv("FAKE_gdb", script.c_str(), 1); }
 
 int openDescriptors() {
   return static_cast<int>(std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator())) - 1;

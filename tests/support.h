@@ -1,9 +1,19 @@
 // What the tests share: temporary directories, running programs, fake tools.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
-#include <utility>
 #include <vector>
+
+/// How a shell command ended: exit status (128 + signal when killed), and what it wrote.
+struct RunResult {
+  int status;
+  std::string out;
+  std::string err;
+};
+/// Runs `command` by the shell.
+RunResult run(const std::string& command);
 
 /// A directory of its own, removed with all it holds at the end.
 class TempDir {
@@ -15,6 +25,8 @@ class TempDir {
   /// Path of `name` within the directory.
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
   const std::string& path() const { return path_; }
+  /// Runs `command` by the shell within the directory.
+  RunResult run(const std::string& command) const { return ::run("cd " + path_ + "\n" + command); }
 
  private:
   std::string path_;
@@ -24,26 +36,20 @@ void writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
 std::vector<std::string> splitAt(const std::string& text, char separator);
 
-/// How a shell command ended: exit status (128 + signal when killed), and what it wrote.
-struct RunResult {
-  int status;
-  std::string out;
-  std::string err;
-};
-/// Runs `command` by the shell.
-RunResult run(const std::string& command);
+/// Starts tolquin.exe, mute, for a minute at most. Returns its process id.
+pid_t startTolquin(const std::string& directory, const std::string& program);
 
-/// Puts fake tools first on the search path of this process, and takes them off at the end. Scripts: see fakeTool.cpp.
+/// Puts fake tools, shell scripts that do nothing at first, on the search path of this process while it lives.
 class FakeTools {
  public:
   FakeTools();
   ~FakeTools();
-  FakeTools(const FakeTools&) = delete;
-  FakeTools& operator=(const FakeTools&) = delete;
-  void addr2line(const std::string& script);
-  void gdb(const std::string& script);
+  void addr2line(const std::string& script) { write("addr2line", script); }
+  void gdb(const std::string& script) { write("gdb", script); }
 
  private:
+  void write(const std::string& name, const std::string& script);
+
   TempDir directory_;
   std::string oldPath_;
 };
