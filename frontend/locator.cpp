@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "a2lControl.h"
+
 Locator::Locator(const std::vector<GlobalVariable>& variables) {
   ranges_.reserve(variables.size());
   for (const GlobalVariable& variable : variables) {
     if (variable.file.empty() || variable.line == 0) continue;
-    // Neither a reply nor a row of the result could hold such a name.
+    // No row of the result could hold such a name.
     if (variable.file.find_first_of("\t\n") != std::string::npos) continue;
     // Of several variables at one address the first counts, here as in the index.
     if (!ranges_.empty() && ranges_.back().begin == variable.address) continue;
@@ -21,7 +23,11 @@ std::string Locator::locate(std::uint64_t address) const {
                                        [](std::uint64_t wanted, const Range& range) { return wanted < range.begin; });
   if (behind == ranges_.begin() || address >= std::prev(behind)->end) return "??:0";
   const GlobalVariable& variable = *std::prev(behind)->variable;
-  return variable.file + ":" + std::to_string(variable.line);
+  std::string answer = variable.file + ":" + std::to_string(variable.line);
+  // A name that its reader would take apart wrongly.
+  SourceLocation read;
+  const bool clear = parseReply(answer, read) == ReplyKind::Location && read.file == variable.file;
+  return clear ? answer : "??:0";
 }
 
 void answerAddresses(const Locator& locator, std::FILE* in, std::FILE* out) {

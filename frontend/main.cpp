@@ -90,11 +90,15 @@ int runTables(const TablesOptions& options) {
                  options.executable.c_str(), summary.missing.damage.c_str());
   }
   if (summary.leftOut > 0) {
-    std::fprintf(
-        stderr,
-        "tolquin: %s: warning: %zu variables left out: the tables cannot hold their types, and gdb would answer with "
-        "those of others of the same name\n",
-        options.executable.c_str(), summary.leftOut);
+    std::fprintf(stderr,
+                 "tolquin: %s: warning: %zu variables left out: the tables cannot hold them, or they have no type, and "
+                 "gdb would "
+                 "answer wrongly\n",
+                 options.executable.c_str(), summary.leftOut);
+  }
+  if (summary.sharing > 0) {
+    std::fprintf(stderr, "tolquin: %s: warning: %zu variables left out: they share the address of another\n",
+                 options.executable.c_str(), summary.sharing);
   }
   if (!options.quiet) {
     std::printf("%s: %zu variables, %zu declarations, %zu sizes of types\n", directory.c_str(), summary.variables,

@@ -176,12 +176,14 @@ class Scanner {
     variables["DB"] = "=" + job.directory;
     variables["DEBUG_ERR"] = "=0";
     variables.erase("EXEFILE");
+    variables.erase("GDB_VERSION");  // names are asked for as gdb knows them today
     if (options_.useDebugger) variables["EXEFILE"] = "=" + job.path;
     if (!options_.gnuLocator && !locatorDirectory_.empty()) {
       std::string& path = variables["PATH"];
       path = "=" + locatorDirectory_ + ":" + (path.empty() ? "/usr/bin:/bin" : path.substr(1));
     }
     std::vector<std::string> environment;
+    environment.reserve(variables.size());
     for (const auto& [name, value] : variables) environment.push_back(name + value);
     return environment;
   }

@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <unordered_map>
 
-#include "debugFile.h"
+#include "dwarfEntries.h"
 #include "io.h"
 #include "objRead.h"
 #include "outputFiles.h"
@@ -53,6 +53,8 @@ class SizeTable {
   void add(const std::string& name, Size size) {
     // The table could not hold it, and no lookup could find it.
     if (name.empty() || name.size() > RecordSize - 32 || name.find_first_of("\t\n") != std::string::npos) return;
+    // A function or a reference.
+    if (name.ends_with('(') || name.ends_with('&')) size = std::nullopt;
     const auto [at, isNew] = asked_.try_emplace(name, size);
     if (!isNew && at->second != size) at->second = std::nullopt;
   }
@@ -112,8 +114,10 @@ class TableMaker {
     std::string name = qualifiedName(variable);
     // A longer line would be taken for several by its reader.
     if (line.size() + name.size() + 2 > RecordSize) name = tableName(variable.name);
-    if (name.empty() || line.size() + name.size() + 2 > RecordSize) return;
-    if (!addDeclaration(variable) && wouldBeMistaken(name, typeText(variable.type, variable.cxx))) {
+    const bool fits = !name.empty() && line.size() + name.size() + 2 <= RecordSize;
+    // Of what has no type gdb says that it is an int.
+    if (!fits || !variable.typed ||
+        (!addDeclaration(variable) && wouldBeMistaken(name, typeText(variable.type, variable.cxx)))) {
       ++summary.leftOut;
       return;
     }
@@ -183,23 +187,23 @@ class TableMaker {
     const std::string own = tableName(variable.name).substr(0, variable.name.find('<'));
     const std::string declaration = (variable.internal ? "static " : "") + (qualified_ ? full : plain)->declare(own) +
                                     " /* 0x" + hexadecimal(variable.address) + " */;";
-    if (!isHeld(declaration, variable.address)) return false;
+    if (!isHeld(declaration, variable.address, own)) return false;
     declarations += declaration + "\n";
     ++summary.declarations;
     return true;
   }
 
-  // Whether the index build will make an item with this type and name of the line.
-  static bool isHeld(const std::string& declaration, std::uint64_t address) {
+  // Whether the index build will make an item with a type and the name `own` of the line.
+  static bool isHeld(const std::string& declaration, std::uint64_t address, const std::string& own) {
     if (declaration.size() > LineReader::maxLength || declaration.find(':') != std::string::npos) return false;
     TMAP listed;
     listed[hexadecimal(address)] = 0;
     ItemType item;
     return itemFromDeclaration(declaration, listed, item) && *item.DataField.getDataType() != '\0' &&
-           *item.DataField.getVarName() != '\0';
+           item.DataField.getVarName() == own;
   }
 
-  // The size of a type behind all its pointers and arrays; none for functions, references, vectors, unnamed and
+  // The size of a type behind all its pointers, arrays, functions and references; none for vectors, unnamed and
   // incomplete types.
   static std::optional<std::uint64_t> sizeWithoutPointers(Dwarf_Die type);
 
@@ -226,13 +230,12 @@ std::optional<std::uint64_t> TableMaker::sizeWithoutPointers(Dwarf_Die type) {
       case DW_TAG_volatile_type:
       case DW_TAG_restrict_type:
       case DW_TAG_atomic_type:
-        if (!referredDie(type, DW_AT_type, inner)) return {};
-        type = inner;
-        continue;
       case DW_TAG_subroutine_type:
       case DW_TAG_reference_type:
       case DW_TAG_rvalue_reference_type:
-        return {};
+        if (!referredDie(type, DW_AT_type, inner)) return {};
+        type = inner;
+        continue;
       default:
         break;
     }
@@ -250,10 +253,11 @@ TableSummary makeTables(const std::string& executable, const std::string& direct
   const Variables variables = readVariables(file, Wanted::Types);
   TableMaker maker(variables, qualified);
   maker.make();
+  maker.summary.sharing = variables.sharing;
   const MissingParts& missing = maker.summary.missing = variables.missing;
   if (variables.list.empty() && !missing.files.empty()) {
     throw UserError(executable + ": its debugging information was split off, and " + missing.files.front() +
-                    " cannot be found; it has to lie where the compiler left it, or in " + executable + ".dwp");
+                    " cannot be found or read; it has to lie where the compiler left it, or in " + executable + ".dwp");
   }
   makeDirectory(directory);
   OutputFiles output(directory);

@@ -9,7 +9,8 @@ struct TableSummary {
   std::size_t variables = 0;     ///< lines of objdump.1
   std::size_t declarations = 0;  ///< lines of objdump.txt
   std::size_t sizes = 0;         ///< lines of sizes.tbl
-  std::size_t leftOut = 0;       ///< variables kept from the debugger, which would take others for them
+  std::size_t leftOut = 0;       ///< variables kept from the debugger, which would answer wrongly
+  std::size_t sharing = 0;       ///< variables left out because they share the address of another
   MissingParts missing;
 };
 

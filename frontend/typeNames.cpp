@@ -6,6 +6,7 @@
 #include <cctype>
 #include <utility>
 
+#include "dwarfEntries.h"
 #include "io.h"
 
 namespace {
@@ -64,6 +65,10 @@ class Canonicalizer {
         const std::size_t begin = at;
         while (at < name.size() && isWordChar(name[at])) ++at;
         takeWord(name.substr(begin, at - begin));
+      } else if (name[at] == '\'') {
+        const std::size_t end = endOfLiteral(name, at);
+        takeLiteral(name.substr(at, end - at));
+        at = end;
       } else {
         takeMark(name[at++]);
       }
@@ -78,6 +83,22 @@ class Canonicalizer {
     bool atStart = true;     // of an argument
     std::string qualifiers;  // found there, to be put behind the argument's first type
   };
+
+  // The position behind the character literal that begins at `at`.
+  static std::size_t endOfLiteral(std::string_view name, std::size_t at) {
+    for (++at; at < name.size() && name[at] != '\''; ++at) {
+      if (name[at] == '\\') ++at;
+    }
+    return std::min(at + 1, name.size());
+  }
+
+  // gdb shows the type of a character that is a template argument.
+  void takeLiteral(std::string_view literal) {
+    endInteger();
+    if (!result_.ends_with(')')) result_ += "(char)";
+    result_ += literal;
+    if (!brackets_.empty()) brackets_.back().atStart = false;
+  }
 
   bool inTemplate() const { return !brackets_.empty() && brackets_.back().open == '<'; }
 
@@ -190,17 +211,6 @@ std::string TypeText::type() const {
 
 std::string TypeText::declare(const std::string& name) const {
   return apart ? type() + " " + name : base + " " + prefix + name + suffix;
-}
-
-bool referredDie(Dwarf_Die& die, unsigned name, Dwarf_Die& result) {
-  Dwarf_Attribute attribute;
-  Dwarf_Attribute* found = dwarf_attr(&die, name, &attribute);
-  if (found == nullptr || dwarf_formref_die(found, &result) == nullptr) return false;
-  // What a unit says of a type that has a unit of its own, is no more than the way there.
-  Dwarf_Die own;
-  found = dwarf_attr(&result, DW_AT_signature, &attribute);
-  if (found != nullptr && dwarf_formref_die(found, &own) != nullptr) result = own;
-  return true;
 }
 
 // Builds the text of one type.
@@ -365,13 +375,8 @@ struct TypeNames::Builder {
   }
 
   static std::string extent(Dwarf_Die& dimension) {
-    Dwarf_Attribute attribute;
-    Dwarf_Word number = 0;
-    if (dwarf_formudata(dwarf_attr(&dimension, DW_AT_count, &attribute), &number) == 0) return std::to_string(number);
-    if (dwarf_formudata(dwarf_attr(&dimension, DW_AT_upper_bound, &attribute), &number) != 0) return "";
-    // An array without elements has the upper bound -1, in as many bytes as the producer liked.
-    const bool none = number == ~Dwarf_Word{0} || number == 0xffffffff;
-    return none ? "0" : std::to_string(number + 1);
+    const auto number = arrayExtent(dimension);
+    return number ? std::to_string(*number) : "";
   }
 
   void addBase(Dwarf_Die& type, const Qualifiers& qualifiers) {

@@ -81,7 +81,3 @@ class TypeNames {
   const bool qualified_;
   std::unordered_map<const void*, std::optional<TypeText>> known_[2];
 };
-
-/// The entry that attribute `name` of `die` refers to; for a type in a type unit, that in the type unit. False when
-/// there is none.
-bool referredDie(Dwarf_Die& die, unsigned name, Dwarf_Die& result);

@@ -38,36 +38,6 @@ std::optional<std::uint64_t> fixedAddress(const DebugFile& file, const Dwarf_Die
   return {};
 }
 
-}  // namespace
-
-std::vector<Dwarf_Die> descriptions(const Dwarf_Die& die) {
-  constexpr std::size_t most = 8;
-  std::vector<Dwarf_Die> chain{die};
-  Dwarf_Die next;
-  while (chain.size() < most && (referredDie(chain.back(), DW_AT_specification, next) ||
-                                 referredDie(chain.back(), DW_AT_abstract_origin, next))) {
-    chain.push_back(next);
-  }
-  return chain;
-}
-
-const char* firstName(std::vector<Dwarf_Die> chain) {
-  for (Dwarf_Die& die : chain) {
-    if (const char* name = dwarf_diename(&die)) return name;
-  }
-  return nullptr;
-}
-
-Dwarf_Die typeOf(std::vector<Dwarf_Die> chain) {
-  Dwarf_Die type{};
-  for (Dwarf_Die& die : chain) {
-    if (referredDie(die, DW_AT_type, type)) return type;
-  }
-  return {};
-}
-
-namespace {
-
 class Reader {
  public:
   Reader(const DebugFile& file, Wanted wanted) : file_(file), wanted_(wanted) {}
@@ -92,6 +62,10 @@ class Reader {
     Scopes::Id scope;
     bool inFunction;
     bool cxx;
+  };
+  struct TypeSize {
+    std::optional<std::uint64_t> size;
+    bool open = false;
   };
   struct Place {
     Scopes::Id scope = Scopes::global;
@@ -134,7 +108,7 @@ class Reader {
       case DW_TAG_union_type:
       case DW_TAG_enumeration_type:
         result_.scopes.note(die, place.scope);
-        readInner(die, dwarf_diename(&die), place, depth);
+        readInner(die, entryName(die), place, depth);
         break;
       case DW_TAG_subprogram:
         result_.scopes.note(die, place.scope);
@@ -187,14 +161,15 @@ class Reader {
     variable.cxx = candidate.cxx;
     variable.internal = candidate.inFunction || !isFlagSet(candidate.die, DW_AT_external);
     variable.type = typeOf(chain);
+    variable.typed = std::any_of(chain.begin(), chain.end(), [](auto& die) { return dwarf_hasattr(&die, DW_AT_type); });
     readSize(chain, variable);
     if (wanted_ == Wanted::Places) readDefinition(chain, variable);
     result_.list.push_back(std::move(variable));
   }
 
-  // The size of the symbol of this name counts, as only it knows the elements of a flexible array at the end; then that
-  // of the type; then that of whatever symbol is there.
-  void readSize(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) const {
+  // The size of the type counts, unless it has an open end: then that of the symbol of this name, which is no better
+  // otherwise (some compilers add a margin to it). Last, that of whatever symbol is there.
+  void readSize(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) {
     const char*& linkageName = variable.linkageName;
     for (Dwarf_Die& die : chain) {
       Dwarf_Attribute attribute;
@@ -204,12 +179,18 @@ class Reader {
       }
     }
     const std::string_view symbol = linkageName != nullptr ? linkageName : variable.name.c_str();
-    Dwarf_Word size = 0;
-    variable.size = file_.symbolSize(variable.address, symbol);
-    if (!variable.size && variable.type.addr != nullptr && dwarf_aggregate_size(&variable.type, &size) == 0) {
-      variable.size = size;
-    }
+    const TypeSize ofType = sizeOf(variable.type);
+    if (!ofType.open) variable.size = ofType.size;
+    if (!variable.size) variable.size = file_.symbolSize(variable.address, symbol);
+    if (!variable.size) variable.size = ofType.size;
     if (!variable.size) variable.size = file_.onlySymbolSize(variable.address);
+  }
+
+  TypeSize sizeOf(const Dwarf_Die& type) {
+    if (type.addr == nullptr) return {};
+    const auto [known, isNew] = sizes_.try_emplace(type.addr);
+    if (isNew) known->second = {sizeOfType(type), hasOpenEnd(type)};
+    return known->second;
   }
 
   // A definition says only what differs from the declaration that it completes: often the line, but not the file.
@@ -239,8 +220,8 @@ class Reader {
     return *file == '/' || directory == nullptr ? file : std::string(directory) + "/" + file;
   }
 
-  // Sorts by address and keeps one of several descriptions of a variable. Different variables at one address stay if
-  // they have the same type; otherwise the first found stays, as a type is looked up by the address.
+  // Sorts by address and keeps one variable of each, as type and place are looked up by the address: of several
+  // descriptions of a variable, and of several variables (equal constants, members of an unnamed union), the first.
   void sortAndUnite() {
     std::vector<GlobalVariable>& list = result_.list;
     // What has no size shares its address with something that has one.
@@ -248,14 +229,11 @@ class Reader {
       return std::pair(a.address, a.size == 0) < std::pair(b.address, b.size == 0);
     });
     std::size_t kept = 0;
-    std::size_t groupBegin = 0;
     for (GlobalVariable& variable : list) {
-      if (kept > 0 && list[groupBegin].address != variable.address) groupBegin = kept;
-      const auto repeats = [&](const GlobalVariable& earlier) {
-        return earlier.name == variable.name || earlier.type.addr != variable.type.addr;
-      };
-      const auto begin = list.begin() + static_cast<std::ptrdiff_t>(groupBegin);
-      if (std::any_of(begin, list.begin() + static_cast<std::ptrdiff_t>(kept), repeats)) continue;
+      if (kept > 0 && list[kept - 1].address == variable.address) {
+        if (variable.size != 0 && list[kept - 1].name != variable.name) ++result_.sharing;
+        continue;
+      }
       if (&list[kept] != &variable) list[kept] = std::move(variable);
       ++kept;
     }
@@ -266,6 +244,7 @@ class Reader {
   const Wanted wanted_;
   Variables result_;
   std::vector<Candidate> candidates_;
+  std::unordered_map<const void*, TypeSize> sizes_;       // by the entry of the type
   std::unordered_map<const void*, Dwarf_Die> skeletons_;  // by the top entry of the unit in the .dwo file
   Dwarf_Die skeleton_{};                                  // of the unit that is being read
   bool cxx_ = false;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "debugFile.h"
+#include "dwarfEntries.h"
 #include "typeNames.h"
 
 struct GlobalVariable {
@@ -19,10 +20,11 @@ struct GlobalVariable {
   bool internal = false;  ///< known in its unit or function alone
   bool cxx = false;       ///< from a unit in C++ (or another language that names types without their kind)
   const char* linkageName =
-      nullptr;       ///< name of the symbol as the debugging information tells it; null when it does not
-  Dwarf_Die type{};  ///< addr is null when there is none
-  std::string file;  ///< of the definition, as the debugging information names it; empty when unknown
-  int line = 0;      ///< of the definition, from 1; 0 when unknown
+      nullptr;         ///< name of the symbol as the debugging information tells it; null when it does not
+  Dwarf_Die type{};    ///< addr is null when there is none that can be read
+  bool typed = false;  ///< has a type, if only one that cannot be read
+  std::string file;    ///< of the definition, as the debugging information names it; empty when unknown
+  int line = 0;        ///< of the definition, from 1; 0 when unknown
 };
 
 /// A variable outside functions that the debugging information knows, with an address or without.
@@ -34,20 +36,11 @@ struct KnownVariable {
 
 struct Variables {
   Scopes scopes;
-  std::vector<GlobalVariable> list;  ///< by address; at one address there are only variables of the same type
+  std::vector<GlobalVariable> list;  ///< by address, one at each
   std::vector<KnownVariable> known;  ///< what a debugger would list, in no order, with repetitions
+  std::size_t sharing = 0;           ///< variables left out because they share the address of another
   MissingParts missing;
 };
-
-/// The entries that together describe a variable or function: `die` first, then what it completes: the declaration in a
-/// class or namespace, or the abstract description of what was inlined.
-std::vector<Dwarf_Die> descriptions(const Dwarf_Die& die);
-
-/// The name that the first of `chain` with a name has; null when none has.
-const char* firstName(std::vector<Dwarf_Die> chain);
-
-/// The type that the first of `chain` with a type has; its addr is null when none has.
-Dwarf_Die typeOf(std::vector<Dwarf_Die> chain);
 
 /// What is to be read of each variable: for tables, its place need not be looked up; for places, its name alone.
 enum class Wanted { Types, Places };

@@ -258,7 +258,7 @@ string takeName(std::vector<string>& words) {
   string name = words.back();
   const auto count = [&name](char c) { return std::count(name.begin(), name.end(), c); };
   std::size_t rest = words.size() - 1;
-  while (rest > 0 && (count(')') > count('(') || count('>') > count('<'))) name = words[--rest] + " " + name;
+  while (rest > 0 && (count(')') > count('(') || count('>') > count('<'))) name.insert(0, words[--rest] + " ");
   if (rest == 0) {
     name = words.back();
     rest = words.size() - 1;
@@ -267,15 +267,18 @@ string takeName(std::vector<string>& words) {
   return name;
 }
 
-// Whether a '*' or '&' stands in a name, its template arguments apart.
-bool holdsMark(const string& name) {
+// Where the name proper begins in a declarator such as "&r" or "T::*member": behind the last '*' or '&' that is not in
+// template arguments.
+std::size_t endOfMarks(const string& declarator) {
   int inside = 0;
-  for (const char c : name) {
+  std::size_t end = 0;
+  for (std::size_t at = 0; at < declarator.size(); ++at) {
+    const char c = declarator[at];
     if (c == '<') ++inside;
     if (c == '>') --inside;
-    if (inside <= 0 && (c == '*' || c == '&')) return true;
+    if (inside <= 0 && (c == '*' || c == '&')) end = at + 1;
   }
-  return false;
+  return end;
 }
 
 }  // namespace
@@ -289,14 +292,16 @@ bool typeFromDeclaration(string_view line, const string& vname, string& dtype) {
   // The newline stays with the last word: one that ends neither in ';' nor in a dimension matches no name.
   string l_vname = takeName(words);
   removeAbiTags(l_vname);
-  const string stars = stripStarsAndBrackets(l_vname);
+  // What stands before the name of a reference or of a pointer to a member belongs to the type.
+  string marks = l_vname.substr(0, endOfMarks(l_vname));
+  if (marks.find('(') != string::npos) return false;  // a pointer to a function or an array: the rest is lost
+  l_vname.erase(0, marks.size());
+  marks += stripStarsAndBrackets(l_vname);
   l_vname.erase(std::min(l_vname.find(';'), l_vname.size()));
-  // A reference, or a pointer to a member: the mark before the name belongs to the type, which would come out wrong.
-  if (holdsMark(l_vname)) return false;
   if (remove_all_scopes(vname) != remove_all_scopes(l_vname)) return false;
   if (words.front() == "class") words.erase(words.begin());
   for (const string& word : words) dtype += word + " ";
-  dtype += stars;
+  dtype += marks;
   dtype.erase(dtype.find_last_not_of(' ') + 1);
   return true;
 }

@@ -33,6 +33,7 @@ TEST_F(FrontEnd, NamesAsGdbSpellsThem) {
       {"M<a::K*, std::less<a::K*> >::it", "M<a::K*, std::less<a::K*> >::it", "it"},
       {"(anonymous namespace)::T", "(anonymous namespace)::T", "T"},
       {"int A::*", "int A::*", "int A::*"},
+      {"C<'>', '\\'', (char)':'>", "C<(char)'>', (char)'\\'', (char)':'>", "C<(char)'>', (char)'\\'', (char)':'>"},
       {"::::<<(>", "::::<<(>", "<<(>"},
   };
   for (const auto& [name, canonical, plain] : cases) {
@@ -63,9 +64,37 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
   EXPECT_EQ(splitAt(result.err, '\n').size(), 2u) << result.err;
   EXPECT_NE(result.err.find("left out"), std::string::npos) << result.err;
   EXPECT_EQ(result.out,
+            "alone\tint S::*\t8\t-1\n"
             "other::offset\tchar\t1\t1\nother::text\tshort\t2\t2\ntext\tstring\t32\t32\nvalue\tT\t8\t8\n"
-            "other::offset\tchar\t1\t1\nother::text\tshort\t2\t2\nvalue\tA::T\t8\t8\n"
+            "alone\tint S::*\t8\t-1\nother::offset\tchar\t1\t1\nother::text\tshort\t2\t2\nvalue\tA::T\t8\t8\n"
             "counter\tlong\t8\t8\n");
+}
+
+// What compilers do that is not plain to see: name, type and both sizes of each variable.
+TEST_F(FrontEnd, OddPrograms) {
+  const std::string cases[][3] = {
+      {"gcc -g1 -x c", "struct S { long l[4]; } s; double d[3];", ""},
+      {"clang -g -fsanitize=address -x c", "static char text[5]; char *use(void) { return text; }",
+       "text\tstatic char *\t5\t1\n"},
+      {"gcc -g -x c",
+       "struct F { int n; char a[]; } f = {1, \"xy\"}; char *(*reader)(int); char *name; void (*hook)(void);",
+       "f\tstruct F\t7\t4\nhook\tvoid (*)(void)\t8\t-1\nname\tchar *\t8\t1\nreader\tchar *(*)(int)\t8\t1\n"},
+      {"gcc -w -g -fdebug-types-section -fcommon -x c", "struct Z {}; struct Z none[3]; struct S { long l; } some[3];",
+       "none\tstruct Z *\t0\t0\nsome\tstruct S *\t24\t8\n"},
+      {"clang++ -g -fdebug-types-section -x c++", "namespace n { struct A { static int x; }; int A::x; }",
+       "n::A::x\tint\t4\t4\n"},
+      {"gcc -g -O2 -fmerge-all-constants -x c", "const char a[] = \"xyz\", b[] = \"xyz\"; const char *p = a, *q = b;",
+       "a\tconst char *\t4\t1\np\tconst char *\t8\t1\nq\tconst char *\t8\t1\n"},
+      {"gcc -g -std=c17 -x c", "#line 7 \"q:12\"\nstruct P { int x; } p;", "p\tstruct P\t4\t4\n"},
+  };
+  for (const auto& [compiler, source, rows] : cases) {
+    writeFile(directory / "odd.c", source + "\nint main(void) { return 0; }\n");
+    const RunResult result = directory.run(compiler + " odd.c -o odd && " TOLQUIN
+                                                      " scan odd >log; cut -f2-5 odd.vym/tGlobalVarDef.tbl | sort");
+    EXPECT_EQ(result.out, rows) << compiler << result.err;
+    if (!source.starts_with("#line")) continue;
+    EXPECT_EQ(directory.run("cut -f8,9 odd.vym/tGlobalVarDef.tbl").out, "<NULL>\t0\n");
+  }
 }
 
 TEST_F(FrontEnd, ErrorsSayWhatToDo) {
