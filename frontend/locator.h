@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -10,10 +10,11 @@
 
 class Locator {
  public:
-  /// `variables`: sorted by address, as readVariables returns them.
+  /// `variables`: sorted by address, as readVariables returns them; they must outlive this object.
   explicit Locator(const std::vector<GlobalVariable>& variables);
 
-  /// "file:line" of the variable whose bytes hold `address`, "??:0" when there is none or its place is not known.
+  /// "file:line" of the variable whose bytes hold `address`; "??:0" when there is none, its place is not known, or the
+  /// name of its file would be misunderstood in such a reply.
   std::string locate(std::uint64_t address) const;
 
  private:

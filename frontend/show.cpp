@@ -195,13 +195,33 @@ class AlignedTable {
   std::vector<int> widths_;
 };
 
-void printTable(const Rows& rows, const Columns& columns) {
+// Leaves off the directory that all absolute source files have in common, and returns it; empty when there is none.
+std::string shortenFiles(Rows& rows) {
+  constexpr std::size_t file = 7;
+  std::string common;
+  for (const ResultRow& row : rows) {
+    const std::string directory = row[file].substr(0, row[file].rfind('/') + 1);
+    if (row[file] == resultColumns[file].unknown) continue;
+    if (common.empty()) common = directory;
+    common.erase(std::mismatch(common.begin(), common.end(), directory.begin(), directory.end()).first, common.end());
+    common.erase(common.rfind('/') + 1);
+    if (common.size() <= 1) return "";
+  }
+  for (ResultRow& row : rows) {
+    if (row[file].starts_with(common)) row[file].erase(0, common.size());
+  }
+  return common;
+}
+
+void printTable(Rows& rows, const Columns& columns) {
+  const std::string directory = shortenFiles(rows);
   // Names may be in UTF-8, whatever the user's language.
   if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
   AlignedTable table(rows, columns);
   const int width = terminalWidth();
   if (width > 0) table.fit(width);
   table.print(width > 0 && std::getenv("NO_COLOR") == nullptr);
+  if (!directory.empty()) std::printf("\nFiles are named from %s\n", directory.c_str());
 }
 
 // Says what may have gone wrong where variables were listed and none was typed.

@@ -67,7 +67,7 @@ struct TypeText {
 /// Spells types. Results are remembered by entry.
 class TypeNames {
  public:
-  /// With `qualified`, names of C++ types have their scopes in front.
+  /// With `qualified`, names of C++ types have their scopes in front. `scopes` must outlive this object.
   TypeNames(const Scopes& scopes, bool qualified) : scopes_(scopes), qualified_(qualified) {}
 
   /// The text of type `type` in a unit written in C++ (`cxx`) or C; empty for damaged information and for a

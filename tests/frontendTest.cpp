@@ -174,6 +174,7 @@ TEST_F(FrontEnd, Scan) {
 }
 
 TEST_F(FrontEnd, Show) {
+  directory.run("mkdir long");
   writeFile(directory / "tGlobalVarDef.tbl",
             "1\ta,\"b\"\tchar *\t8\t1\t<NULL>\t<NULL>\tx.c\t7\t-1\n"
             "2\tn\xc3\xa4me\xff\tint\t40\t-1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n");
@@ -193,6 +194,11 @@ TEST_F(FrontEnd, Show) {
       "  \"SourceFile\": \"x.c\",\n  \"LineNbr\": 7\n },\n"
       " {\n  \"VariableName\": \"n\xc3\xa4me\xef\xbf\xbd\",\n  \"DataType\": \"int\",\n  \"DRefDataSize\": null,\n"
       "  \"SourceFile\": null,\n  \"LineNbr\": null\n }\n]\n");
+  writeFile(directory / "long/tGlobalVarDef.tbl",
+            "1\ta\tint\t4\t4\t<NULL>\t<NULL>\t/d/ab/x.c\t7\t-1\n"
+            "2\tb\tint\t4\t4\t<NULL>\t<NULL>\t/d/a/y.c\t8\t-1\n");
+  EXPECT_EQ(directory.run(TOLQUIN " show long --columns File").out,
+            "File\nab/x.c\na/y.c\n\nFiles are named from /d/\n");
   const RunResult wrong = directory.run(TOLQUIN " show . --sort none");
   EXPECT_EQ(wrong.status, 2);
   EXPECT_NE(wrong.err.find("there is no column none; the columns are GlobalVarKey, "), std::string::npos) << wrong.err;
