@@ -1,5 +1,5 @@
-// The file under the disk B-tree: fixed-size records addressed by number. The tree decides what a failure means; for those
-// that end the program there is `fail`, whose message names the file and the node.
+// The file under the disk B-tree: fixed-size records addressed by number. The tree decides what a failure means; for
+// those that end the program there is `fail`, whose message names the file and the node.
 #pragma once
 
 #include <cstddef>
