@@ -13,7 +13,7 @@ class SameProcessor {
   /// Questions from one decision to the next.
   static constexpr unsigned window = 64;
   /// Decisions from one trial of the slower way to the next.
-  static constexpr unsigned trial = 16;
+  static constexpr unsigned trial = 32;
 
   explicit SameProcessor(const ChildState& tool) : tool_(tool) {}
   ~SameProcessor() { letGo(); }
