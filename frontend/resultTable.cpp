@@ -19,29 +19,30 @@ const std::array<ResultColumn, resultColumnCount> resultColumns{{
     {"LineCount", "Lines", true, "-1"},
 }};
 
-std::vector<ResultRow> readResultTable(const std::string& directory) {
+void forEachResultRow(const std::string& directory, const std::function<void(const ResultRow&)>& useRow) {
   const std::string path = directory + "/tGlobalVarDef.tbl";
   std::ifstream file(path);
   if (!file) {
     throw UserError(path + ": cannot be read: " + std::strerror(errno) +
                     "; make it with `tolquin scan` from an executable");
   }
-  std::vector<ResultRow> rows;
+  ResultRow row;
+  std::size_t number = 0;
   for (std::string line; std::getline(file, line);) {
-    ResultRow& row = rows.emplace_back();
+    ++number;
     std::size_t start = 0;
     std::size_t count = 0;
     while (start != std::string::npos && count < resultColumnCount) {
       const std::size_t end = line.find('\t', start);
-      row[count++] = line.substr(start, end - start);
+      row[count++].assign(line, start, end - start);
       start = end == std::string::npos ? end : end + 1;
     }
     if (count != resultColumnCount || start != std::string::npos) {
-      throw UserError(path + ": line " + std::to_string(rows.size()) + " has not the ten columns of a result table");
+      throw UserError(path + ": line " + std::to_string(number) + " has not the ten columns of a result table");
     }
+    useRow(row);
   }
   if (file.bad()) throw UserError(path + ": cannot be read to its end");
-  return rows;
 }
 
 std::size_t countLines(const std::string& path) {

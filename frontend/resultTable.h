@@ -3,8 +3,8 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <string>
-#include <vector>
 
 /// A column of the result table.
 struct ResultColumn {
@@ -17,12 +17,16 @@ struct ResultColumn {
 inline constexpr std::size_t resultColumnCount = 10;
 /// All columns, in the order of the table.
 extern const std::array<ResultColumn, resultColumnCount> resultColumns;
+/// Some of them by their positions.
+inline constexpr std::size_t dRefDataSizeColumn = 4;
+inline constexpr std::size_t sourceFileColumn = 7;
 
 /// One line of the table.
 using ResultRow = std::array<std::string, resultColumnCount>;
 
-/// Reads the table in `directory`. Throws UserError when there is none, and when a line of it is malformed.
-std::vector<ResultRow> readResultTable(const std::string& directory);
+/// Calls `useRow` with each line of the table in `directory`. Throws UserError when there is none, and when a line of
+/// it is malformed.
+void forEachResultRow(const std::string& directory, const std::function<void(const ResultRow&)>& useRow);
 
 /// Lines of the text file `path`; 0 when it cannot be read.
 std::size_t countLines(const std::string& path);

@@ -63,11 +63,11 @@ struct Counts {
 Counts countResults(const std::string& directory) {
   Counts counts;
   counts.found = countLines(directory + "/objdump.1");
-  for (const ResultRow& row : readResultTable(directory)) {
+  forEachResultRow(directory, [&counts](const ResultRow& row) {
     ++counts.typed;
-    if (row[4] != "-1") ++counts.sized;
-    if (row[7] != "<NULL>") ++counts.located;
-  }
+    if (row[dRefDataSizeColumn] != resultColumns[dRefDataSizeColumn].unknown) ++counts.sized;
+    if (row[sourceFileColumn] != resultColumns[sourceFileColumn].unknown) ++counts.located;
+  });
   return counts;
 }
 

@@ -197,7 +197,7 @@ class AlignedTable {
 
 // Leaves off the directory that all absolute source files have in common, and returns it; empty when there is none.
 std::string shortenFiles(Rows& rows) {
-  constexpr std::size_t file = 7;
+  constexpr std::size_t file = sourceFileColumn;
   std::string common;
   for (const ResultRow& row : rows) {
     const std::string directory = row[file].substr(0, row[file].rfind('/') + 1);
@@ -241,7 +241,8 @@ void show(const ShowOptions& options) {
   const std::string own = options.directory + ".vym";
   const bool named = !fs::is_directory(options.directory) && fs::is_directory(own);
   const std::string directory = named ? own : options.directory;
-  Rows rows = readResultTable(directory);
+  Rows rows;
+  forEachResultRow(directory, [&rows](const ResultRow& row) { rows.push_back(row); });
   if (rows.empty()) explainEmptyTable(directory);
   const Columns columns = chosenColumns(options);
   if (!options.filter.empty()) filterRows(rows, options.filter);

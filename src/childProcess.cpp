@@ -108,7 +108,12 @@ void collectChildren() {
   errno = savedErrno;
 }
 
+int SigchldBlocked::depth_ = 0;
+sigset_t SigchldBlocked::previous_;
+sigset_t SigchldBlocked::waitMask_;
+
 SigchldBlocked::SigchldBlocked() {
+  if (depth_++ > 0) return;
   sigset_t sigchld;
   sigemptyset(&sigchld);
   sigaddset(&sigchld, SIGCHLD);
@@ -117,14 +122,16 @@ SigchldBlocked::SigchldBlocked() {
   sigdelset(&waitMask_, SIGCHLD);
 }
 
-SigchldBlocked::~SigchldBlocked() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
+SigchldBlocked::~SigchldBlocked() {
+  if (--depth_ == 0) sigprocmask(SIG_SETMASK, &previous_, nullptr);
+}
 
 WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* child) {
   const SigchldBlocked blocked;
   const bool noSleep = child != nullptr && !child->active();
   const timespec left = noSleep ? timespec{0, 0} : timeUntil(deadline);
   pollfd watched{fd, events, 0};
-  const int count = ppoll(&watched, 1, &left, blocked.waitMask());
+  const int count = ppoll(&watched, 1, &left, SigchldBlocked::waitMask());
   if (count > 0) return (watched.revents & POLLNVAL) != 0 ? WaitResult::Failed : WaitResult::Ready;
   if (count == 0) return WaitResult::TimedOut;
   return errno == EINTR ? WaitResult::Interrupted : WaitResult::Failed;
@@ -154,7 +161,7 @@ int spawn(const SpawnRequest& request, ChildState& state, bool& executed) {
   // An end of input ends a child that reads; SIGKILL also one that is busy or mute when this process is killed.
   const pid_t pid = forkBound(SIGKILL);
   if (pid < 0) return errno;
-  if (pid == 0) ChildSide(request, blocked.previous(), status.writeEnd.get()).run();
+  if (pid == 0) ChildSide(request, SigchldBlocked::previous(), status.writeEnd.get()).run();
   status.writeEnd.reset();
   state.pid_ = pid;
   // An end without a byte: the exec worked, or the child was killed before it, which SIGCHLD will tell. A byte: it

@@ -55,7 +55,8 @@ static_assert(std::is_trivially_destructible_v<ChildState>);
 void collectChildren();
 
 /// Keeps SIGCHLD from being delivered while it lives, except within waits that use `waitMask`. So nothing can
-/// happen between looking at a ChildState and acting, or going to sleep, on what was seen.
+/// happen between looking at a ChildState and acting, or going to sleep, on what was seen. Only the outermost of
+/// several costs system calls.
 class SigchldBlocked {
  public:
   SigchldBlocked();
@@ -63,14 +64,15 @@ class SigchldBlocked {
   SigchldBlocked(const SigchldBlocked&) = delete;
   SigchldBlocked& operator=(const SigchldBlocked&) = delete;
 
-  /// The signal mask from before.
-  const sigset_t& previous() const { return previous_; }
-  /// The mask from before without SIGCHLD, for ppoll.
-  const sigset_t* waitMask() const { return &waitMask_; }
+  /// The signal mask from before the outermost.
+  static const sigset_t& previous() { return previous_; }
+  /// That mask without SIGCHLD, for ppoll.
+  static const sigset_t* waitMask() { return &waitMask_; }
 
  private:
-  sigset_t previous_;
-  sigset_t waitMask_;
+  static int depth_;
+  static sigset_t previous_;
+  static sigset_t waitMask_;
 };
 
 /// How a wait on a descriptor ended.

@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "a2lControl.h"
+#include "childProcess.h"
 #include "objRead.h"
 
 namespace {
@@ -87,6 +88,7 @@ class RowWriter {
 // index is built. The first line is finished before the second is asked for. Returns 0, or the errno of a read error
 // that ended the list.
 int processRecords(FILE* objdump1, A2LControl& session, RowWriter& rows) {
+  const SigchldBlocked untilWaits;  // which let it in
   Variable buffers[2];
   Variable* current = &buffers[0];
   Variable* waiting = nullptr;
