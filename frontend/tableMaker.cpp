@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <unordered_map>
 
+#include "cxxNames.h"
 #include "dwarfEntries.h"
 #include "io.h"
 #include "objRead.h"

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "cxxNames.h"
 #include "expect.h"
 #include "io.h"
 #include "locator.h"

@@ -3,8 +3,8 @@
 
 #include <random>
 
+#include "cxxNames.h"
 #include "support.h"
-#include "typeNames.h"
 
 namespace {
 

@@ -1,0 +1,186 @@
+#include "cxxNames.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+#include <vector>
+
+namespace {
+
+bool isWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$'; }
+
+// The words of one integer type, as gdb orders them.
+class IntegerWords {
+ public:
+  // Takes `word` if it can be part of an integer type.
+  bool take(std::string_view word) {
+    if (word == "unsigned")
+      isUnsigned_ = true;
+    else if (word == "signed")
+      isSigned_ = true;
+    else if (word == "long")
+      ++longs_;
+    else if (word == "short")
+      isShort_ = true;
+    else if (word == "int" || word == "char" || (word == "double" && longs_ > 0))
+      kind_ = word;
+    else
+      return false;
+    ++count_;
+    return true;
+  }
+  bool empty() const { return count_ == 0; }
+  std::string text() const {
+    std::string result;
+    const auto add = [&result](std::string_view word) { result.append(result.empty() ? "" : " ").append(word); };
+    if (isUnsigned_) add("unsigned");
+    if (isSigned_ && kind_ == "char") add("signed");
+    if (isShort_) add("short");
+    for (int i = 0; i < longs_; ++i) add("long");
+    if (kind_ == "int" || kind_.empty()) {
+      if (!isShort_ && longs_ == 0) add("int");
+    } else {
+      add(kind_);
+    }
+    return result;
+  }
+
+ private:
+  int count_ = 0;
+  int longs_ = 0;
+  bool isUnsigned_ = false, isSigned_ = false, isShort_ = false;
+  std::string_view kind_;
+};
+
+// Rewrites a name character by character into gdb's spelling.
+class Canonicalizer {
+ public:
+  std::string rewrite(std::string_view name) {
+    for (std::size_t at = 0; at < name.size();) {
+      if (isWordChar(name[at])) {
+        const std::size_t begin = at;
+        while (at < name.size() && isWordChar(name[at])) ++at;
+        takeWord(name.substr(begin, at - begin));
+      } else if (name[at] == '\'') {
+        const std::size_t end = endOfLiteral(name, at);
+        takeLiteral(name.substr(at, end - at));
+        at = end;
+      } else {
+        takeMark(name[at++]);
+      }
+    }
+    endInteger();
+    return std::move(result_);
+  }
+
+ private:
+  struct Bracket {
+    char open;
+    bool atStart = true;     // of an argument
+    std::string qualifiers;  // found there, to be put behind the argument's first type
+  };
+
+  // The position behind the character literal that begins at `at`.
+  static std::size_t endOfLiteral(std::string_view name, std::size_t at) {
+    for (++at; at < name.size() && name[at] != '\''; ++at) {
+      if (name[at] == '\\') ++at;
+    }
+    return std::min(at + 1, name.size());
+  }
+
+  // gdb shows the type of a character that is a template argument.
+  void takeLiteral(std::string_view literal) {
+    endInteger();
+    if (!result_.ends_with(')')) result_ += "(char)";
+    result_ += literal;
+    if (!brackets_.empty()) brackets_.back().atStart = false;
+  }
+
+  bool inTemplate() const { return !brackets_.empty() && brackets_.back().open == '<'; }
+
+  void takeWord(std::string_view word) {
+    if (integer_.take(word)) {
+      blankAfterInteger_ = false;
+    } else if (inTemplate() && brackets_.back().atStart && (word == "const" || word == "volatile")) {
+      brackets_.back().qualifiers.append(" ").append(word);
+      return;
+    } else {
+      endInteger();
+      // The suffix of a number: "4UL" is shown as "4ul".
+      const bool number = std::isdigit(static_cast<unsigned char>(word[0])) != 0;
+      for (const char c : word) result_ += number ? static_cast<char>(std::tolower(static_cast<unsigned char>(c))) : c;
+    }
+    if (!brackets_.empty()) brackets_.back().atStart = false;
+  }
+
+  void takeMark(char c) {
+    if (c == ' ' && !integer_.empty()) {
+      blankAfterInteger_ = true;
+      return;
+    }
+    if (c == ' ' && inTemplate() && brackets_.back().atStart) {
+      if (brackets_.back().qualifiers.empty()) result_ += c;
+      return;
+    }
+    const bool endsType = c == '*' || c == '&' || c == ',' || c == '>';
+    if (endsType) blankAfterInteger_ = false;
+    endInteger();
+    if (endsType && inTemplate()) {
+      while (result_.ends_with(' ')) result_.pop_back();
+      result_ += std::exchange(brackets_.back().qualifiers, "");
+    }
+    if (c == '>' && result_.ends_with('>') && !result_.ends_with("->")) result_ += ' ';
+    result_ += c;
+    if (c == '<' || c == '(') brackets_.push_back({.open = c, .qualifiers = {}});
+    if ((c == '>' || c == ')') && !brackets_.empty()) brackets_.pop_back();
+    if (c == ',' && !brackets_.empty()) brackets_.back().atStart = true;
+  }
+
+  void endInteger() {
+    if (integer_.empty()) return;
+    result_ += integer_.text();
+    if (blankAfterInteger_) result_ += ' ';
+    integer_ = {};
+    blankAfterInteger_ = false;
+  }
+
+  std::string result_;
+  IntegerWords integer_;
+  bool blankAfterInteger_ = false;
+  std::vector<Bracket> brackets_;
+};
+
+}  // namespace
+
+std::string canonicalName(std::string_view name) {
+  // gdb leaves these as they are.
+  if (name.find("__int128") != std::string_view::npos) return std::string(name);
+  return Canonicalizer().rewrite(name);
+}
+
+std::string withoutScopes(std::string_view name) {
+  std::string result;
+  std::vector<std::size_t> starts{0};  // where the name at work began, for each open bracket
+  for (std::size_t at = 0; at < name.size(); ++at) {
+    const char c = name[at];
+    if (c == ':' && name.substr(at).starts_with("::")) {
+      // The '*' of a pointer to a member needs its class.
+      if (name.substr(at).starts_with("::*")) {
+        result += "::";
+      } else {
+        result.resize(starts.back());
+      }
+      ++at;
+      continue;
+    }
+    result += c;
+    if (c == '<' || c == '(' || c == '[' || c == '{') {
+      starts.push_back(result.size());
+    } else if ((c == '>' || c == ')' || c == ']' || c == '}') && starts.size() > 1) {
+      starts.pop_back();
+    } else if (c == ' ' || c == ',' || c == '*' || c == '&') {
+      starts.back() = result.size();
+    }
+  }
+  return result;
+}
