@@ -88,10 +88,13 @@ class Canonicalizer {
     return std::min(at + 1, name.size());
   }
 
-  // gdb shows the type of a character that is a template argument.
+  // gdb shows the type of a character that is a template argument, unless the compiler wrote it in a way that it does
+  // not know.
   void takeLiteral(std::string_view literal) {
+    constexpr std::size_t longest = std::string_view("'\\000'").size();
     endInteger();
-    if (!result_.ends_with(')')) result_ += "(char)";
+    const bool typed = !result_.empty() && (result_.back() == ')' || isWordChar(result_.back()));
+    if (!typed && literal.size() <= longest && !literal.starts_with("'\\x")) result_ += "(char)";
     result_ += literal;
     if (!brackets_.empty()) brackets_.back().atStart = false;
   }

@@ -55,7 +55,7 @@ class SizeTable {
     // The table could not hold it, and no lookup could find it.
     if (name.empty() || name.size() > RecordSize - 32 || name.find_first_of("\t\n") != std::string::npos) return;
     // A function or a reference.
-    if (name.ends_with('(') || name.ends_with('&')) size = std::nullopt;
+    if (name.ends_with('(') || name.ends_with('&') || name.find("(&") != std::string::npos) size = std::nullopt;
     const auto [at, isNew] = asked_.try_emplace(name, size);
     if (!isNew && at->second != size) at->second = std::nullopt;
   }
@@ -117,13 +117,20 @@ class TableMaker {
     if (line.size() + name.size() + 2 > RecordSize) name = tableName(variable.name);
     const bool fits = !name.empty() && line.size() + name.size() + 2 <= RecordSize;
     // Of what has no type gdb says that it is an int.
-    if (!fits || !variable.typed ||
+    if (!fits || !variable.typed || isEndless(variable) ||
         (!addDeclaration(variable) && wouldBeMistaken(name, typeText(variable.type, variable.cxx)))) {
       ++summary.leftOut;
       return;
     }
     list += line + name + "\n";
     ++summary.variables;
+  }
+
+  // Whether gdb would not come to an end with the type.
+  bool isEndless(const GlobalVariable& variable) {
+    if (variable.type.addr == nullptr) return false;
+    const std::optional<TypeText>& text = plain_.spell(variable.type, variable.cxx);
+    return text && text->endless;
   }
 
   // The full text of a type; empty when there is none.
@@ -181,7 +188,7 @@ class TableMaker {
     if (variable.type.addr == nullptr) return false;
     const std::optional<TypeText>& plain = plain_.spell(variable.type, variable.cxx);
     const std::optional<TypeText>& full = full_.spell(variable.type, variable.cxx);
-    if (!plain || !full) return false;
+    if (!plain || !full || plain->endless) return false;
     const std::optional<std::uint64_t> size = sizeWithoutPointers(variable.type);
     sizes.add(soughtName(*plain), size);
     sizes.add(soughtName(*full), size);
@@ -240,9 +247,7 @@ std::optional<std::uint64_t> TableMaker::sizeWithoutPointers(Dwarf_Die type) {
       default:
         break;
     }
-    Dwarf_Word size = 0;
-    if (dwarf_diename(&type) == nullptr || dwarf_aggregate_size(&type, &size) != 0) return {};
-    return size;
+    return dwarf_diename(&type) != nullptr ? sizeOfType(type) : std::nullopt;
   }
   return {};
 }

@@ -24,7 +24,7 @@ struct TypeNames::Builder {
   bool cxx;
   int& budget;  // types that may still be visited: functions that take functions can need exponentially many
   TypeText text{};
-  bool damaged = false;  // or too large for any table
+  bool damaged = false;
 
   static constexpr int deepest = 64;  // types within types; a longer chain goes in circles
   static constexpr int mostTypes = static_cast<int>(LineReader::maxLength);  // each puts a character on the line
@@ -81,7 +81,8 @@ struct TypeNames::Builder {
       }
       type = inner;
     }
-    if (depth > deepest || --budget < 0) damaged = true;
+    if (--budget < 0) text.endless = true;
+    if (depth > deepest || text.endless) damaged = true;
     if (damaged) return;
     switch (dwarf_tag(&type)) {
       case DW_TAG_pointer_type:
@@ -146,6 +147,7 @@ struct TypeNames::Builder {
         Builder parameter{scopes, qualified, cxx, budget};
         parameter.addTypeOf(child, depth, false, false);
         damaged = parameter.damaged;
+        text.endless = parameter.text.endless;
         list += (list.empty() ? "" : ", ") + parameter.text.type();
       }
     }
@@ -214,7 +216,7 @@ struct TypeNames::Builder {
     std::string canonical = canonicalName(name);
     if (!cxx) return canonical;
     if (!qualified) return withoutScopes(canonical);
-    return scopes.prefix(scopes.of(type)) + canonical;
+    return scopes.prefix(scopes.of(descriptions(type).back(), scopes.of(type))) + canonical;
   }
 };
 
@@ -225,5 +227,6 @@ const std::optional<TypeText>& TypeNames::spell(const Dwarf_Die& type, bool cxx)
   Builder builder{scopes_, qualified_, cxx, budget};
   builder.add(type, 0, false, true);
   if (!builder.damaged) known->second = builder.text;
+  if (builder.text.endless) known->second.emplace().endless = true;
   return known->second;
 }

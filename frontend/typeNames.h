@@ -15,6 +15,8 @@ struct TypeText {
   std::string prefix;  ///< "* const "; what stands between base and name
   std::string suffix;  ///< "[3]", ")(int)"; what stands behind the name
   bool apart = false;  ///< name and type are written apart: "int (*)(int) name"
+  /// There are more types within it than any text could hold; the rest is empty.
+  bool endless = false;
 
   /// The type alone: "int (*)(int)".
   std::string type() const;
@@ -28,8 +30,7 @@ class TypeNames {
   /// With `qualified`, names of C++ types have their scopes in front. `scopes` must outlive this object.
   TypeNames(const Scopes& scopes, bool qualified) : scopes_(scopes), qualified_(qualified) {}
 
-  /// The text of type `type` in a unit written in C++ (`cxx`) or C; empty for damaged information and for a
-  /// type too large for a table.
+  /// The text of type `type` in a unit written in C++ (`cxx`) or C; empty for damaged information.
   const std::optional<TypeText>& spell(const Dwarf_Die& type, bool cxx);
 
  private:

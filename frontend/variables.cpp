@@ -168,7 +168,7 @@ class Reader {
   }
 
   // The size of the type counts, unless it has an open end: then that of the symbol of this name, which is no better
-  // otherwise (some compilers add a margin to it). Last, that of whatever symbol is there.
+  // otherwise (some compilers add a margin to it), or that of whatever symbol is there.
   void readSize(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) {
     const char*& linkageName = variable.linkageName;
     for (Dwarf_Die& die : chain) {
@@ -182,8 +182,8 @@ class Reader {
     const TypeSize ofType = sizeOf(variable.type);
     if (!ofType.open) variable.size = ofType.size;
     if (!variable.size) variable.size = file_.symbolSize(variable.address, symbol);
-    if (!variable.size) variable.size = ofType.size;
     if (!variable.size) variable.size = file_.onlySymbolSize(variable.address);
+    if (!variable.size) variable.size = ofType.size;
   }
 
   TypeSize sizeOf(const Dwarf_Die& type) {

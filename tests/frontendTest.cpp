@@ -33,6 +33,7 @@ TEST_F(FrontEnd, NamesAsGdbSpellsThem) {
       {"M<a::K*, std::less<a::K*> >::it", "M<a::K*, std::less<a::K*> >::it", "it"},
       {"(anonymous namespace)::T", "(anonymous namespace)::T", "T"},
       {"int A::*", "int A::*", "int A::*"},
+      {"C<L'a', '\\x41'>", "C<L'a', '\\x41'>", "C<L'a', '\\x41'>"},
       {"C<'>', '\\'', (char)':'>", "C<(char)'>', (char)'\\'', (char)':'>", "C<(char)'>', (char)'\\'', (char)':'>"},
       {"::::<<(>", "::::<<(>", "<<(>"},
   };
@@ -81,6 +82,7 @@ TEST_F(FrontEnd, OddPrograms) {
        "f\tstruct F\t7\t4\nhook\tvoid (*)(void)\t8\t-1\nname\tchar *\t8\t1\nreader\tchar *(*)(int)\t8\t1\n"},
       {"gcc -w -g -fdebug-types-section -fcommon -x c", "struct Z {}; struct Z none[3]; struct S { long l; } some[3];",
        "none\tstruct Z *\t0\t0\nsome\tstruct S *\t24\t8\n"},
+      {"g++ -g -x c++", "int fn(int); int (&rf)(int) = fn; int fn(int i) { return i; }", "rf\tint (&)(int)\t8\t-1\n"},
       {"clang++ -g -fdebug-types-section -x c++", "namespace n { struct A { static int x; }; int A::x; }",
        "n::A::x\tint\t4\t4\n"},
       {"gcc -g -O2 -fmerge-all-constants -x c", "const char a[] = \"xyz\", b[] = \"xyz\"; const char *p = a, *q = b;",
