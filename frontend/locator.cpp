@@ -25,8 +25,8 @@ std::string Locator::locate(std::uint64_t address) const {
   const GlobalVariable& variable = *std::prev(behind)->variable;
   std::string answer = variable.file + ":" + std::to_string(variable.line);
   // A name that its reader would take apart wrongly.
-  SourceLocation read;
-  const bool clear = parseReply(answer, read) == ReplyKind::Location && read.file == variable.file;
+  const auto read = kindOfReply(answer) == LineKind::Reply ? locationIn(answer) : std::nullopt;
+  const bool clear = read && read->file == variable.file && read->line == variable.line;
   return clear ? answer : "??:0";
 }
 

@@ -21,6 +21,15 @@
 
 namespace {
 
+// `words` as exec(3) wants them; valid as long as `words`.
+std::vector<char*> execArguments(const std::vector<std::string>& words) {
+  std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
+  for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
 namespace fs = std::filesystem;
 
 // The signals that a scan waits for, kept from being delivered otherwise, so that none can come at a bad moment.

@@ -6,7 +6,7 @@
 
 #include "expect.h"
 #include "objRead.h"
-#include "tolquin.h"
+#include "textTables.h"
 
 namespace {
 

@@ -2,6 +2,8 @@
 // is described in docs/vifa.dat.md. One object, one file, one thread.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -9,7 +11,6 @@
 #include <memory>
 #include <type_traits>
 
-#include "nodeCache.h"
 #include "tableFile.h"
 
 inline constexpr int MaxKeys = 11;                  ///< most items in one node
@@ -17,7 +18,7 @@ inline constexpr int MaxKeysPlusOne = MaxKeys + 1;  ///< branches in one node
 inline constexpr int MinKeys = 5;                   ///< fewest items in any node but the root
 inline constexpr std::int32_t NilPtr = -1;          ///< no node
 
-/// One node, as it lies in the file. Items from position `Count` and branches behind position `Count` are zeros.
+/// One node, as it lies in the file. Items from position `Count` and branches after position `Count` are zeros.
 template <typename ItemType>
 struct NodeType {
   std::int32_t Count = 0;                 ///< items in use
@@ -29,23 +30,74 @@ struct NodeType {
 /// as unsigned bytes. `ItemType` is a plain record with a field `KeyField` of that type; if it has an operation
 /// `isWhole`, a node with an item for which that is false counts as damaged.
 ///
-/// A node that cannot be read or written whole, or that is damaged, ends the program through Error.
+/// Changed nodes wait in memory, a bounded number of them, until their place is needed or `Flush` is called. A node
+/// that cannot be read or written whole, or that is damaged, ends the program through Error.
 template <typename KeyFieldType, typename ItemType>
 class BTTableClass {
  public:
-  /// `Mode` 'w' creates the table `FileName`, empty, in place of any old file; 'r' opens an existing one for Retrieve
-  /// (a file shorter than its header is an empty table). Does not return on failure.
-  BTTableClass(char Mode, const char* FileName);
+  /// `Mode` 'w' creates the table `FileName`, empty, in place of any old file, which it locks as long as it lives; 'r'
+  /// opens an existing one for Retrieve (a file shorter than its header is an empty table). Does not return on failure.
+  BTTableClass(char Mode, const char* FileName) : DataFile(Mode, FileName, sizeof(Node)), OpenMode(Mode) {
+    if (OpenMode == 'r') {
+      ReadHeader();
+    } else if (!WriteHeader()) {
+      DataFile.fail(0, {"cannot be written", errno});
+    }
+  }
+
   /// In mode 'w' completes the file by writing its header; a failure is reported on standard error.
-  ~BTTableClass();
+  ~BTTableClass() {
+    // A table that failed keeps the header of an empty one, so that nobody takes it for finished.
+    if (OpenMode != 'w' || DataFile.failed()) return;
+    const Slot* failed = WriteChanged();
+    if (failed != nullptr || !WriteHeader())
+      DataFile.report(failed != nullptr ? failed->number : 0, {"cannot be written", errno});
+  }
   BTTableClass(const BTTableClass&) = delete;
   BTTableClass& operator=(const BTTableClass&) = delete;
 
   /// Adds `Item`. False, with nothing changed, when its key is present already.
-  bool Insert(const ItemType& Item);
+  bool Insert(const ItemType& Item) {
+    bool MoveUp = false;
+    ItemType NewItem;
+    std::int32_t NewRight = NilPtr;
+    try {
+      PushDown(Item, Root, 0, MoveUp, NewItem, NewRight);
+    } catch (const char*) {
+      return false;
+    }
+    if (MoveUp) {
+      Node& top = Append();
+      top.Count = 1;
+      top.Key[0] = NewItem;
+      top.Branch[0] = Root;
+      top.Branch[1] = NewRight;
+      Root = NumNodes;
+    }
+    ++NumItems;
+    return true;
+  }
 
   /// Looks `SearchKey` up. True: the item is copied to `Item`. False: not present, and `Item` is left as it was.
-  bool Retrieve(const KeyFieldType& SearchKey, ItemType& Item);
+  bool Retrieve(const KeyFieldType& SearchKey, ItemType& Item) {
+    std::int32_t number = Root;
+    for (int level = 0; number != NilPtr; ++level) {
+      if (level == mostLevels) DataFile.fail(number, endlessPath);
+      const Node& current = Load(number).node;
+      int Location = 0;
+      if (SearchNode(current, SearchKey, Location)) {
+        Item = current.Key[Location];
+        return true;
+      }
+      number = current.Branch[Location + 1];
+    }
+    return false;
+  }
+
+  /// Writes every node that has changed to the file.
+  void Flush() {
+    if (const Slot* failed = WriteChanged()) DataFile.fail(failed->number, {"cannot be written", errno});
+  }
 
   /// Whether the table holds no item.
   bool Empty() const { return Root == NilPtr; }
@@ -57,7 +109,15 @@ class BTTableClass {
   /// Verifies everything that holds of a finished file: unique ascending keys within their bounds, all leaves at the
   /// same depth, the number of items in each node, each node used once, the counts, and the file's length. False at
   /// the first violation, with a line on standard error that says which.
-  bool Check();
+  bool Check() {
+    if (OpenMode == 'w') Flush();
+    Survey survey;
+    if (Root != NilPtr && !CheckSubtree(Root, 0, survey)) return false;
+    if (survey.items != NumItems) return Violation(0, {"wrong number of items"});
+    if (survey.nodes != NumNodes) return Violation(0, {"wrong number of nodes"});
+    const std::int64_t length = (static_cast<std::int64_t>(NumNodes) + 1) * static_cast<std::int64_t>(sizeof(Node));
+    return DataFile.size() == length || Violation(0, {"wrong length of the file"});
+  }
 
  protected:
   TableFile DataFile;
@@ -68,9 +128,21 @@ class BTTableClass {
   using Node = NodeType<ItemType>;
   static_assert(std::is_trivially_copyable_v<Node> && std::is_standard_layout_v<Node>);
 
-  // More levels than any tree of 2^31 nodes has; a path that is longer goes in circles.
+  // Nodes in memory at most. With nodes of 28,116 bytes these are 900,000 bytes, whatever the size of the tree; many
+  // more than one path through it.
+  static constexpr std::size_t mostSlots = 32;
+  // More levels than any tree of 2^31 nodes has; a path that is longer is a cycle.
   static constexpr int mostLevels = 32;
+  static constexpr TableFile::Problem endlessPath{"damaged: on a path that does not end"};
   static constexpr const char* duplicateMessage = "Error: attempt to put a duplicate into B-tree";
+
+  // A node in memory. The one not used for longest makes room for another.
+  struct Slot {
+    std::int32_t number = NilPtr;
+    std::uint64_t lastUse = 0;
+    bool changed = false;  // since it was read or written
+    Node node;
+  };
 
   // What a subtree turned out to hold.
   struct Survey {
@@ -82,28 +154,235 @@ class BTTableClass {
   };
 
   static int Compare(const KeyFieldType& a, const KeyFieldType& b) { return std::strncmp(a, b, sizeof a); }
-  static bool SearchNode(const Node& Current, const KeyFieldType& Target, int& Location);
-  static void AddItem(const ItemType& NewItem, std::int32_t NewRight, Node& Current, int Location);
-  void Split(ItemType CurrentItem, std::int32_t CurrentRight, std::int32_t CurrentRoot, int Location, ItemType& NewItem,
-             std::int32_t& NewRight);
-  void PushDown(const ItemType& CurrentItem, std::int32_t CurrentRoot, int Level, bool& MoveUp, ItemType& NewItem,
-                std::int32_t& NewRight);
 
-  const char* Defect(const Node& Current) const;
-  Node* TryLoad(std::int32_t Number, const char*& problem, int& errorNumber);
-  Node& Load(std::int32_t Number);
-  void Store(std::int32_t Number, const Node& Current);
-  Node& Append();
-  void ReadHeader();
-  bool WriteHeader();
-  bool Violation(std::int32_t Number, const char* problem, int errorNumber = 0);
-  bool CheckSubtree(std::int32_t Number, int Level, Survey& survey);
-  bool CheckKey(std::int32_t Number, const KeyFieldType& Key, Survey& survey);
-  void DumpSubtree(std::int32_t Number, int Level);
+  // Sets `Location` to the position of the greatest key that is not greater than `Target`, -1 if there is none. Returns
+  // whether that key is `Target`.
+  static bool SearchNode(const Node& Current, const KeyFieldType& Target, int& Location) {
+    for (Location = Current.Count - 1; Location >= 0; --Location) {
+      const int order = Compare(Target, Current.Key[Location].KeyField);
+      if (order >= 0) return order == 0;
+    }
+    return false;
+  }
+
+  static void AddItem(const ItemType& NewItem, std::int32_t NewRight, Node& Current, int Location) {
+    std::move_backward(Current.Key + Location, Current.Key + Current.Count, Current.Key + Current.Count + 1);
+    std::move_backward(Current.Branch + Location + 1, Current.Branch + Current.Count + 1,
+                       Current.Branch + Current.Count + 2);
+    Current.Key[Location] = NewItem;
+    Current.Branch[Location + 1] = NewRight;
+    ++Current.Count;
+  }
+
+  // Splits the full node `CurrentRoot`, into which `CurrentItem` belongs at position `Location` + 1: of the twelve
+  // items the five lowest stay, the sixth moves up as `NewItem`, and the six highest go to the new node `NewRight`. The
+  // incoming item is a copy, as callers pass the same object in and out.
+  void Split(ItemType CurrentItem, std::int32_t CurrentRight, std::int32_t CurrentRoot, int Location, ItemType& NewItem,
+             std::int32_t& NewRight) {
+    const bool toLeft = Location < MinKeys;
+    const int Median = toLeft ? MinKeys : MinKeys + 1;
+    Node& right = Append();
+    Node& left = LoadToChange(CurrentRoot);
+    std::copy(left.Key + Median, left.Key + MaxKeys, right.Key);
+    std::copy(left.Branch + Median + 1, left.Branch + MaxKeysPlusOne, right.Branch + 1);
+    right.Count = MaxKeys - Median;
+    left.Count = Median;
+    AddItem(CurrentItem, CurrentRight, toLeft ? left : right, toLeft ? Location + 1 : Location - Median + 1);
+    --left.Count;
+    NewItem = left.Key[left.Count];
+    right.Branch[0] = left.Branch[left.Count + 1];
+    std::fill(left.Key + left.Count, left.Key + MaxKeys, ItemType{});
+    std::fill(left.Branch + left.Count + 1, left.Branch + MaxKeysPlusOne, 0);
+    NewRight = NumNodes;
+  }
+
+  // Inserts `CurrentItem` below node `CurrentRoot`. `MoveUp` tells that `NewItem`, with `NewRight` on its right, has to
+  // go into the node above. A key that is present is found before anything is changed.
+  void PushDown(const ItemType& CurrentItem, std::int32_t CurrentRoot, int Level, bool& MoveUp, ItemType& NewItem,
+                std::int32_t& NewRight) {
+    if (CurrentRoot == NilPtr) {
+      MoveUp = true;
+      NewItem = CurrentItem;
+      NewRight = NilPtr;
+      return;
+    }
+    if (Level == mostLevels) DataFile.fail(CurrentRoot, endlessPath);
+    int Location = 0;
+    const Node& onTheWay = Load(CurrentRoot).node;
+    if (SearchNode(onTheWay, CurrentItem.KeyField, Location))
+      throw duplicateMessage;  // NOLINT(misc-throw-by-value-catch-by-reference): Insert's own signal
+    PushDown(CurrentItem, onTheWay.Branch[Location + 1], Level + 1, MoveUp, NewItem, NewRight);
+    if (!MoveUp) return;
+    Node& current = LoadToChange(CurrentRoot);
+    if (current.Count == MaxKeys) {
+      Split(NewItem, NewRight, CurrentRoot, Location, NewItem, NewRight);
+      return;
+    }
+    MoveUp = false;
+    AddItem(NewItem, NewRight, current, Location + 1);
+  }
+
+  // What makes a node unfit to be used; no text: nothing.
+  TableFile::Problem Defect(const Node& Current) const {
+    if (Current.Count < 1 || Current.Count > MaxKeys) return {"damaged: its number of items"};
+    for (int j = 0; j <= Current.Count; ++j) {
+      const std::int32_t branch = Current.Branch[j];
+      if (branch != NilPtr && (branch < 1 || branch > NumNodes)) return {"damaged: a branch to no node"};
+    }
+    for (int i = 0; i < Current.Count; ++i) {
+      const ItemType& item = Current.Key[i];
+      if (std::memchr(item.KeyField, 0, sizeof item.KeyField) == nullptr) return {"damaged: a key without an end"};
+      if constexpr (requires { item.isWhole(); }) {
+        if (!item.isWhole()) return {"damaged: a text without an end"};
+      }
+    }
+    return {};
+  }
+
+  Slot* Find(std::int32_t Number) {
+    for (const auto& slot : Slots) {
+      if (slot == nullptr || slot->number != Number) continue;
+      slot->lastUse = ++Uses;
+      return slot.get();
+    }
+    return nullptr;
+  }
+
+  // A slot for node `Number`, which is not in memory. The node that made room for it is written if it has changed. The
+  // content is left for the caller to overwrite.
+  Slot& MakeRoom(std::int32_t Number) {
+    std::unique_ptr<Slot>* oldest = Slots.data();
+    for (auto& slot : Slots) {
+      if (slot == nullptr || (*oldest != nullptr && slot->lastUse < (*oldest)->lastUse)) oldest = &slot;
+      if (slot == nullptr) break;
+    }
+    if (*oldest == nullptr) *oldest = std::make_unique<Slot>();
+    Slot& slot = **oldest;
+    if (!Write(slot)) DataFile.fail(slot.number, {"cannot be written", errno});
+    slot.number = Number;
+    slot.lastUse = ++Uses;
+    return slot;
+  }
+
+  // Writes a node that has changed. False on failure, with errno set.
+  bool Write(Slot& slot) {
+    if (slot.changed && !DataFile.tryWrite(slot.number, &slot.node)) return false;
+    slot.changed = false;
+    return true;
+  }
+
+  // Writes all nodes that have changed. Null, or the slot of one that cannot be written, with errno set.
+  const Slot* WriteChanged() {
+    for (const auto& slot : Slots) {
+      if (slot != nullptr && !Write(*slot)) return slot.get();
+    }
+    return nullptr;
+  }
+
+  // The node, from memory or the file; null, with the problem, when it cannot be had.
+  Slot* TryLoad(std::int32_t Number, TableFile::Problem& problem) {
+    if (Slot* known = Find(Number)) return known;
+    Slot& slot = MakeRoom(Number);
+    if (DataFile.tryRead(Number, &slot.node)) {
+      problem = Defect(slot.node);
+    } else {
+      problem = {errno != 0 ? "cannot be read" : "cannot be read whole", errno};
+    }
+    if (problem.text == nullptr) return &slot;
+    slot.number = NilPtr;
+    return nullptr;
+  }
+
+  // Valid until as many other nodes as there are slots have been used.
+  Slot& Load(std::int32_t Number) {
+    TableFile::Problem problem;
+    Slot* slot = TryLoad(Number, problem);
+    if (slot == nullptr) DataFile.fail(Number, problem);
+    return *slot;
+  }
+
+  Node& LoadToChange(std::int32_t Number) {
+    Slot& slot = Load(Number);
+    slot.changed = true;
+    return slot.node;
+  }
+
+  // A new, zeroed node, number `NumNodes`, for the caller to fill.
+  Node& Append() {
+    if (NumNodes == INT32_MAX) DataFile.fail(NumNodes, {"is the last possible node"});
+    Slot& slot = MakeRoom(NumNodes + 1);
+    ++NumNodes;
+    std::memset(static_cast<void*>(&slot.node), 0, sizeof slot.node);
+    slot.changed = true;
+    return slot.node;
+  }
+
+  // The header has the shape of a node, with its three numbers in the first branches.
+  void ReadHeader() {
+    const auto header = std::make_unique<Node>();
+    const bool whole = DataFile.tryRead(0, header.get());
+    if (!whole && errno != 0) DataFile.fail(0, {"cannot be read", errno});
+    if (!whole) return;
+    NumItems = header->Branch[0];
+    NumNodes = header->Branch[1];
+    Root = header->Branch[2];
+    const bool empty = Root == NilPtr && NumItems == 0 && NumNodes == 0;
+    if (!empty && (Root < 1 || Root > NumNodes || NumItems < 1)) DataFile.fail(0, {"damaged header"});
+  }
+
+  bool WriteHeader() {
+    const auto header = std::make_unique<Node>();
+    header->Branch[0] = NumItems;
+    header->Branch[1] = NumNodes;
+    header->Branch[2] = Root;
+    return DataFile.tryWrite(0, header.get());
+  }
+
+  bool Violation(std::int32_t Number, const TableFile::Problem& problem) {
+    DataFile.report(Number, problem);
+    return false;
+  }
+
+  // Walks the subtree in key order: keys that ascend over the whole walk also lie within the bounds of their branches.
+  bool CheckSubtree(std::int32_t Number, int Level, Survey& survey) {
+    if (Level == mostLevels || ++survey.nodes > NumNodes) return Violation(Number, {"damaged: reached twice"});
+    TableFile::Problem problem;
+    const Slot* found = TryLoad(Number, problem);
+    if (found == nullptr) return Violation(Number, problem);
+    const auto copy = std::make_unique<Node>(found->node);  // its slot may be reused further down
+    const Node& current = *copy;
+    if (Number != Root && current.Count < MinKeys) return Violation(Number, {"damaged: too few items"});
+    const bool leaf = current.Branch[0] == NilPtr;
+    if (leaf && survey.leafLevel < 0) survey.leafLevel = Level;
+    if (leaf && survey.leafLevel != Level) return Violation(Number, {"damaged: a leaf at another depth"});
+    for (int j = 0; j <= current.Count; ++j) {
+      if ((current.Branch[j] == NilPtr) != leaf) return Violation(Number, {"damaged: some branches missing"});
+      if (!leaf && !CheckSubtree(current.Branch[j], Level + 1, survey)) return false;
+      if (j == current.Count) break;
+      const KeyFieldType& key = current.Key[j].KeyField;
+      if (survey.anyKey && Compare(survey.lastKey, key) >= 0) return Violation(Number, {"damaged: keys out of order"});
+      std::memcpy(survey.lastKey, key, sizeof key);
+      survey.anyKey = true;
+    }
+    survey.items += current.Count;
+    return true;
+  }
+
+  void DumpSubtree(std::int32_t Number, int Level) {
+    if (Number == NilPtr) return;
+    if (Level == mostLevels) DataFile.fail(Number, endlessPath);
+    const auto copy = std::make_unique<Node>(Load(Number).node);
+    for (int j = 0; j <= copy->Count; ++j) {
+      DumpSubtree(copy->Branch[j], Level + 1);
+      if (j == copy->Count) continue;
+      const ItemType& item = copy->Key[j];
+      std::fprintf(stderr, "%*snode %d: %s: %s %s\n", 2 * Level, "", Number, item.KeyField,
+                   item.DataField.getDataType(), item.DataField.getVarName());
+    }
+  }
 
   std::int32_t Root = NilPtr;
   std::int32_t NumNodes = 0;
-  NodeCache<Node> Nodes;
+  std::array<std::unique_ptr<Slot>, mostSlots> Slots;
+  std::uint64_t Uses = 0;
 };
-
-#include "btreeImpl.h"

@@ -4,6 +4,7 @@
 #include <linux/close_range.h>
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,71 +15,53 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "io.h"
-#include "sameProcessor.h"
-
 namespace {
 
 // Every ChildState, newest first; the handler walks this list.
 std::atomic<ChildState*> knownStates{nullptr};
 
 timespec timeUntil(Deadline deadline) {
-  const auto left = std::max(deadline - Clock::now(), Clock::duration::zero());
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-  const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(left - seconds);
-  return {static_cast<time_t>(seconds.count()), static_cast<long>(rest.count())};
+  const std::chrono::nanoseconds left = std::max(deadline - Clock::now(), Clock::duration::zero());
+  return {left / std::chrono::seconds(1), (left % std::chrono::seconds(1)).count()};
+}
+
+[[noreturn]] void failInChild(const std::string& what, int statusPipe) {
+  const std::string message = "ERROR: " + what + ": " + std::strerror(errno) + ".\n";
+  writeRetrying(STDERR_FILENO, message.data(), message.size());
+  writeRetrying(statusPipe, "!", 1);
+  _exit(255);
+}
+
+// This program's own descriptors are close-on-exec already; these are for those it was given by its parent.
+void closeOtherDescriptors() {
+  if (close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0) return;
+  constexpr int usualLimit = 1024;  // a kernel before 5.11
+  for (int fd = STDERR_FILENO + 1; fd < usualLimit; ++fd) fcntl(fd, F_SETFD, FD_CLOEXEC);
 }
 
 // What the child does between fork and exec. The process has one thread, so the child may call what it likes; it
 // must only leave by exec or _exit, so that nothing inherited from the parent is flushed or destroyed twice.
-class ChildSide {
- public:
-  ChildSide(const SpawnRequest& request, const sigset_t& mask, int statusPipe)
-      : request_(request), mask_(mask), statusPipe_(statusPipe) {}
-
-  [[noreturn]] void run() {
-    redirect(request_.standardInput, STDIN_FILENO, "ERROR: unable to dup to stdin: %s.\n");
-    redirect(request_.standardOutputAndError, STDOUT_FILENO, "ERROR: unable to dup to stdout: %s.\n");
-    redirect(request_.standardOutputAndError, STDERR_FILENO, "ERROR: unable to dup to stderr: %s.\n");
-    writeRetrying(STDOUT_FILENO, request_.firstOutput.data(), request_.firstOutput.size());
-    // A debugger that asks a network service for debugging information would hang or answer for another program.
-    unsetenv("DEBUGINFOD_URLS");
-    // Ignored here only so that a file that grows too large is an error of its write.
-    signal(SIGXFSZ, SIG_DFL);
-    closeOtherDescriptors();
-    SameProcessor::letGo();
-    sigprocmask(SIG_SETMASK, &mask_, nullptr);
-    execvp(request_.argv[0].c_str(), execArguments(request_.argv).data());
-    fail(request_.execFailureFormat.c_str());
-  }
-
- private:
-  // This program's own descriptors are close-on-exec already; these are for those it was given by its parent.
-  static void closeOtherDescriptors() {
-    if (close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0) return;
-    constexpr int usualLimit = 1024;  // a kernel before 5.11
-    for (int fd = STDERR_FILENO + 1; fd < usualLimit; ++fd) fcntl(fd, F_SETFD, FD_CLOEXEC);
-  }
-
-  void redirect(int from, int to, const char* failureFormat) {
-    if (dup2(from, to) < 0) fail(failureFormat);
-  }
-
-  [[noreturn]] void fail(const char* format) {
-    char message[300];
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    std::snprintf(message, sizeof message, format, std::strerror(errno));
-#pragma GCC diagnostic pop
-    writeRetrying(STDERR_FILENO, message, std::strlen(message));
-    writeRetrying(statusPipe_, "!", 1);
-    _exit(255);
-  }
-
-  const SpawnRequest& request_;
-  const sigset_t& mask_;
-  const int statusPipe_;
-};
+[[noreturn]] void runChild(const SpawnRequest& request, const sigset_t& mask, int statusPipe) {
+  const auto redirect = [&](int from, int to, const char* name) {
+    if (dup2(from, to) < 0) failInChild(std::string("unable to dup to ") + name, statusPipe);
+  };
+  redirect(request.standardInput, STDIN_FILENO, "stdin");
+  redirect(request.standardOutputAndError, STDOUT_FILENO, "stdout");
+  redirect(request.standardOutputAndError, STDERR_FILENO, "stderr");
+  writeRetrying(STDOUT_FILENO, request.firstOutput.data(), request.firstOutput.size());
+  // A debugger that asks a network service for debugging information would hang or answer for another program.
+  unsetenv("DEBUGINFOD_URLS");
+  // Ignored here only so that a file that grows too large is an error of its write.
+  signal(SIGXFSZ, SIG_DFL);
+  closeOtherDescriptors();
+  std::vector<char*> arguments;
+  arguments.reserve(request.argv.size() + 1);
+  for (const std::string& word : request.argv) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+  execvp(arguments[0], arguments.data());
+  failInChild("Cannot exec " + request.messageName, statusPipe);
+}
 
 }  // namespace
 
@@ -90,11 +73,34 @@ bool ChildState::stillRuns() {
   return active_ != 0;
 }
 
+// See proc(5) on /proc/[pid]/syscall: "running", or the number of the system call in which the process is blocked, and
+// its arguments. One that waits for input reads it, or waits for descriptors or for other threads.
+bool ChildState::works() const {
+  constexpr long waits[] = {SYS_ppoll, SYS_pselect6, SYS_epoll_pwait, SYS_futex,
+#ifdef SYS_poll
+                            SYS_poll,  SYS_select,   SYS_epoll_wait
+#endif
+  };
+  const std::string path = "/proc/" + std::to_string(pid_) + "/syscall";
+  const UniqueFd file = openFile(path.c_str(), O_RDONLY);
+  char text[64] = "";
+  if (active_ == 0 || !file || readRetrying(file.get(), text, sizeof text - 1) <= 0) return false;
+  char* arguments = nullptr;
+  const long call = std::strtol(text, &arguments, 10);
+  if (arguments == text) return true;
+  if (call == SYS_read) return std::strtoul(arguments, nullptr, 16) != STDIN_FILENO;
+  return std::find(std::begin(waits), std::end(waits), call) == std::end(waits);
+}
+
+void ChildState::awaitEnd(Deadline deadline) {
+  while (stillRuns() && waitOnce(-1, 0, deadline, this) == WaitResult::Interrupted) continue;
+}
+
 void ChildState::kill(Deadline deadline) {
   const SigchldBlocked blocked;
   if (!stillRuns()) return;
   ::kill(pid_, SIGKILL);
-  while (stillRuns() && waitOnce(-1, 0, deadline, this) == WaitResult::Interrupted) continue;
+  awaitEnd(deadline);
   active_ = 0;
 }
 
@@ -108,30 +114,21 @@ void collectChildren() {
   errno = savedErrno;
 }
 
-int SigchldBlocked::depth_ = 0;
-sigset_t SigchldBlocked::previous_;
-sigset_t SigchldBlocked::waitMask_;
-
 SigchldBlocked::SigchldBlocked() {
-  if (depth_++ > 0) return;
   sigset_t sigchld;
   sigemptyset(&sigchld);
   sigaddset(&sigchld, SIGCHLD);
   sigprocmask(SIG_BLOCK, &sigchld, &previous_);
-  waitMask_ = previous_;
-  sigdelset(&waitMask_, SIGCHLD);
-}
-
-SigchldBlocked::~SigchldBlocked() {
-  if (--depth_ == 0) sigprocmask(SIG_SETMASK, &previous_, nullptr);
 }
 
 WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* child) {
   const SigchldBlocked blocked;
   const bool noSleep = child != nullptr && !child->active();
   const timespec left = noSleep ? timespec{0, 0} : timeUntil(deadline);
+  sigset_t waitMask = blocked.previous();
+  sigdelset(&waitMask, SIGCHLD);
   pollfd watched{fd, events, 0};
-  const int count = ppoll(&watched, 1, &left, SigchldBlocked::waitMask());
+  const int count = ppoll(&watched, 1, &left, &waitMask);
   if (count > 0) return (watched.revents & POLLNVAL) != 0 ? WaitResult::Failed : WaitResult::Ready;
   if (count == 0) return WaitResult::TimedOut;
   return errno == EINTR ? WaitResult::Interrupted : WaitResult::Failed;
@@ -146,22 +143,12 @@ pid_t forkBound(int deathSignal) {
   return 0;
 }
 
-std::vector<char*> execArguments(const std::vector<std::string>& words) {
-  std::vector<char*> pointers;
-  pointers.reserve(words.size() + 1);
-  for (const std::string& word : words) pointers.push_back(const_cast<char*>(word.c_str()));
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-int spawn(const SpawnRequest& request, ChildState& state, bool& executed) {
-  Pipe status;
-  if (!makePipe(status)) return errno;
+int spawn(const SpawnRequest& request, Pipe status, ChildState& state, bool& executed) {
   const SigchldBlocked blocked;
   // An end of input ends a child that reads; SIGKILL also one that is busy or mute when this process is killed.
   const pid_t pid = forkBound(SIGKILL);
   if (pid < 0) return errno;
-  if (pid == 0) ChildSide(request, SigchldBlocked::previous(), status.writeEnd.get()).run();
+  if (pid == 0) runChild(request, blocked.previous(), status.writeEnd.get());
   status.writeEnd.reset();
   state.pid_ = pid;
   // An end without a byte: the exec worked, or the child was killed before it, which SIGCHLD will tell. A byte: it

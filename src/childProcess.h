@@ -6,14 +6,13 @@
 #include <sys/types.h>
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <string>
 #include <type_traits>
 #include <vector>
 
-using Clock = std::chrono::steady_clock;
-using Deadline = Clock::time_point;
+#include "deadline.h"
+#include "io.h"
 
 struct SpawnRequest;
 
@@ -32,8 +31,15 @@ class ChildState {
   /// Collects the child if it has ended, whatever handler owns SIGCHLD. Returns whether it still runs.
   bool stillRuns();
 
-  /// Sends SIGKILL to the child if it runs, and marks it not active. Never signals a collected process id.
-  /// Then waits until the child is collected, at most until `deadline`.
+  /// Whether the child is at work, rather than waiting for input: it computes, sleeps, or waits for a child. False
+  /// also when the system does not tell.
+  bool works() const;
+
+  /// Waits until the child is collected, at most until `deadline`.
+  void awaitEnd(Deadline deadline);
+
+  /// Sends SIGKILL to the child if it runs, never to a collected process id, waits as `awaitEnd`, and marks it not
+  /// active.
   void kill(Deadline deadline);
 
   /// Marks the child not active without signalling it.
@@ -41,7 +47,7 @@ class ChildState {
 
  private:
   friend void collectChildren();
-  friend int spawn(const SpawnRequest& request, ChildState& state, bool& executed);
+  friend int spawn(const SpawnRequest& request, Pipe status, ChildState& state, bool& executed);
 
   volatile std::sig_atomic_t active_ = 0;
   std::atomic<pid_t> pid_{0};
@@ -54,25 +60,20 @@ static_assert(std::is_trivially_destructible_v<ChildState>);
 /// active. The body of a SIGCHLD handler: async-signal-safe, errno kept.
 void collectChildren();
 
-/// Keeps SIGCHLD from being delivered while it lives, except within waits that use `waitMask`. So nothing can
-/// happen between looking at a ChildState and acting, or going to sleep, on what was seen. Only the outermost of
-/// several costs system calls.
+/// Keeps SIGCHLD from being delivered while it lives, except within `waitOnce`. So nothing can happen between looking
+/// at a ChildState and acting, or going to sleep, on what was seen.
 class SigchldBlocked {
  public:
   SigchldBlocked();
-  ~SigchldBlocked();
+  ~SigchldBlocked() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
   SigchldBlocked(const SigchldBlocked&) = delete;
   SigchldBlocked& operator=(const SigchldBlocked&) = delete;
 
-  /// The signal mask from before the outermost.
-  static const sigset_t& previous() { return previous_; }
-  /// That mask without SIGCHLD, for ppoll.
-  static const sigset_t* waitMask() { return &waitMask_; }
+  /// The signal mask from before.
+  const sigset_t& previous() const { return previous_; }
 
  private:
-  static int depth_;
-  static sigset_t previous_;
-  static sigset_t waitMask_;
+  sigset_t previous_;
 };
 
 /// How a wait on a descriptor ended.
@@ -86,21 +87,18 @@ WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* c
 /// fork(2), with a child that gets `deathSignal` when this process ends, however it ends.
 pid_t forkBound(int deathSignal);
 
-/// `words` as exec(3) wants them; valid as long as `words`.
-std::vector<char*> execArguments(const std::vector<std::string>& words);
-
 /// What to run, and with which ends of pipes.
 struct SpawnRequest {
   std::vector<std::string> argv;    ///< program (looked up on the search path) and its arguments
   std::string firstOutput;          ///< text the child writes to its standard output before the exec
-  std::string execFailureFormat;    ///< printf format, one %s (the reason), written to standard error if exec fails
+  std::string messageName;          ///< the program's name in the message that exec has failed
   int standardInput = -1;           ///< becomes descriptor 0
   int standardOutputAndError = -1;  ///< becomes descriptors 1 and 2
 };
 
 /// Starts a child with the three standard descriptors alone, without DEBUGINFOD_URLS in its environment, and told
-/// to die with this process. Returns as soon as the exec has succeeded or failed. On success `state` names the
-/// running child, and `executed` is true. A child that could not redirect its streams or exec has been collected on
-/// return and is not active; its message is in the pipe. Returns 0, or the errno of a failed fork (`state` is then
-/// unchanged).
-int spawn(const SpawnRequest& request, ChildState& state, bool& executed);
+/// to die with this process. Returns as soon as the exec has succeeded or failed, which the child reports through
+/// `status`, a fresh pipe. On success `state` names the running child, and `executed` is true. A child that could not
+/// redirect its streams or exec has been collected on return and is not active; its message is in the pipe. Returns 0,
+/// or the errno of a failed fork (`state` is then unchanged).
+int spawn(const SpawnRequest& request, Pipe status, ChildState& state, bool& executed);

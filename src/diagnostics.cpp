@@ -1,8 +1,9 @@
 // The two diagnostic channels, the usage text and the fatal-error routine.
-#include <cstdarg>
-#include <cstdlib>
+#include "diagnostics.h"
 
-#include "tolquin.h"
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 
 int debug_err = 0;
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdarg>
 #include <cstdio>
+#include <vector>
 
 const ToolNames GDBControl::names{"GDB", "gdb"};
 ChildState GDBControl::child;
@@ -12,58 +12,40 @@ bool GDBControl::refusesDbx = false;
 namespace {
 
 constexpr std::string_view prompt = "(gdb) ";
+constexpr std::string_view header = "All variables matching regular expression \"";
 
 }  // namespace
 
+GDBControl::GDBControl(const char* exe, Clock::duration queryWait)
+    : exename(exe),
+      session(names, child),
+      conversation({.prompt = prompt, .header = header, .patience = queryWait, .allInVain = maxTimeouts * queryWait}) {}
+
 int GDBControl::startGDB() {
+  if (conversation.left() == Clock::duration::zero()) return -1;
   signal(SIGCHLD, childhandler);
-  debt.clear();
-  if (launch(!refusesDbx) != 0) return -1;
-  StartResult result = awaitFirstPrompt();
-  if (result == StartResult::Refused) {
-    refusesDbx = true;
-    if (launch(false) != 0) return -1;
-    result = awaitFirstPrompt();
+  for (bool again = true; again;) {
+    conversation.start();
+    std::vector<std::string> argv{"gdb", "--readnow", "--dbx", "--nw", "--nx", exename};
+    if (refusesDbx) argv.erase(argv.begin() + 2);
+    if (session.start({argv, "starting gdb\n", "gdb"}) != 0) return -1;
+    bool namesDbx = false;
+    const auto useLine = [&](std::string_view line) { namesDbx = namesDbx || line.find("--dbx") != line.npos; };
+    session.exchange(conversation, "", {.patience = std::chrono::seconds(startPatience)}, useLine);
+    // One that ends before its prompt with a text that names the option, in whatever language, does not know it.
+    again = namesDbx && !refusesDbx && !conversation.complete() && child.active() == 0;
+    refusesDbx = refusesDbx || again;
   }
-  if (result == StartResult::Nothing) {
-    std::fprintf(stderr, "ERROR! Gdb did not start in %u seconds...\n", startPatience);
-    return -1;
-  }
-  if (result == StartResult::NoPrompt && child.active()) debt.startMute(1);
-  return 0;
-}
-
-int GDBControl::launch(bool withDbx) {
-  std::vector<std::string> argv{"gdb", "--readnow"};
-  if (withDbx) argv.emplace_back("--dbx");
-  argv.insert(argv.end(), {"--nw", "--nx", exename});
-  return session.start(
-      {.argv = std::move(argv), .firstOutput = "starting gdb\n", .execFailureFormat = "ERROR: Cannot exec gdb: %s.\n"});
-}
-
-// Reads up to the first prompt. `Refused`: gdb ended before it with a text that names the option --dbx, whatever the
-// language of the message.
-GDBControl::StartResult GDBControl::awaitFirstPrompt() {
-  std::string line;
-  bool heard = false;
-  bool namesDbx = false;
-  const Deadline end = Clock::now() + maxSilences * std::chrono::seconds(startPatience);
-  Patience listening(exchangeDeadline(startPatience));
-  for (;;) {
-    const Heard what = session.nextText(line, listening, prompt);
-    if (what == Heard::Prompt) return StartResult::Prompt;
-    if (what == Heard::End && namesDbx && !refusesDbx) return StartResult::Refused;
-    if (what == Heard::End) session.noteEnd();
-    if (what != Heard::Line) return heard ? StartResult::NoPrompt : StartResult::Nothing;
-    listening.extend(std::min(end, exchangeDeadline(startPatience)));
-    heard = true;
-    namesDbx = namesDbx || line.find("--dbx") != std::string::npos;
-  }
+  if (conversation.heard()) return 0;
+  std::fprintf(stderr, "ERROR! Gdb did not start in %u seconds...\n", startPatience);
+  return -1;
 }
 
 void GDBControl::endGDB() {
-  const Deadline deadline = exchangeDeadline(endPatience);
   if (session.isRunning() && child.stillRuns()) {
+    constexpr std::chrono::milliseconds least{200};
+    const auto patience = std::clamp<Clock::duration>(conversation.left(), least, std::chrono::seconds(endPatience));
+    const Deadline deadline = Clock::now() + patience;
     session.send("quit\nquit\n", deadline);
     session.awaitEnd(deadline);
   }
@@ -75,40 +57,16 @@ ssize_t GDBControl::sendGDB(const char* str) { return session.send(str, exchange
 response* GDBControl::convGDB(unsigned int timeout, const char* fmt, ...) {
   va_list arguments;
   va_start(arguments, fmt);
-  // A prompt cut by a pause is a prompt all the same.
-  std::string tail;
-  auto* pieces = session.converse<response>(timeout, fmt, arguments, [&tail](const char* piece) {
-    tail += piece;
-    const bool prompted = tail.find(prompt) != std::string::npos;
-    if (tail.ends_with('\n')) tail.clear();
-    return prompted;
-  });
+  response* pieces = session.converse(timeout, prompt, fmt, arguments);
   va_end(arguments);
   return pieces;
 }
 
 void GDBControl::childhandler(int) { collectChildren(); }
 
-bool GDBControl::queryGDB(const std::string& command, const std::function<void(const std::string&)>& useLine) {
-  if (!debt.owes()) session.dropTextAtHand(prompt);
-  if (session.send(command, debt.waitEnd()) <= 0) return false;
-  const Deadline end = Clock::now() + maxSilences * patience;
-  debt.beginWait();
-  Patience listening(debt.waitEnd());
-  std::string line;
-  for (;;) {
-    const Heard what = session.nextText(line, listening, prompt);
-    if (what == Heard::End) {
-      session.noteEnd();
-      return false;
-    }
-    if (what == Heard::Silence) {
-      if (debt.giveUp(1)) child.kill(exchangeDeadline(1));
-      return false;
-    }
-    debt.heard();
-    listening.extend(std::min(end, debt.waitEnd()));
-    if (what == Heard::Prompt && debt.countReply()) return true;
-    if (what == Heard::Line && !debt.owes()) useLine(line);
-  }
+GDBControl::Answer GDBControl::queryGDB(const std::string& command, std::string_view subject,
+                                        const Conversation::Sink& useLine) {
+  if (!session.isRunning() || conversation.left() == Clock::duration::zero()) return Answer::Partial;
+  if (session.exchange(conversation, command, {.subject = subject}, useLine)) return Answer::Whole;
+  return conversation.heard() || child.active() ? Answer::Partial : Answer::Died;
 }

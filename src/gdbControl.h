@@ -3,17 +3,10 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <string>
+#include <string_view>
 
-#include "replyDebt.h"
 #include "toolSession.h"
-
-/// One received piece of text; a list of them belongs to the caller of the exchange that returned it.
-struct response {
-  response* next;  ///< null at the end of the list
-  char* line;      ///< NUL-terminated, with its newline when one was received; null after an out-of-memory failure
-};
 
 class GDBControl {
  public:
@@ -21,14 +14,18 @@ class GDBControl {
   static constexpr unsigned int startPatience = 120;
   static constexpr unsigned int queryPatience = 20;
   static constexpr unsigned int endPatience = 60;
-  /// Waits in vain in a row after which gdb is taken for mute.
-  static constexpr int maxTimeouts = 3;
-  /// An answer that never ends is given up after this many longest silences, however busily it flows.
-  static constexpr int maxSilences = 6;
+  /// All waits in vain together take at most this many times the silence of a query.
+  static constexpr int maxTimeouts = 6;
+
+  /// How an exchange of queryGDB ended.
+  enum class Answer {
+    Whole,    ///< with a prompt
+    Partial,  ///< with silence, or never begun
+    Died      ///< with the end of gdb, before the first byte of the answer
+  };
 
   /// `exe`: path of the executable to debug; `queryWait`: longest silence within an answer of queryGDB. Starts nothing.
-  explicit GDBControl(const char* exe, Clock::duration queryWait = std::chrono::seconds(queryPatience))
-      : exename(exe), patience(queryWait), session(names, child), debt(queryWait, maxTimeouts) {}
+  explicit GDBControl(const char* exe, Clock::duration queryWait = std::chrono::seconds(queryPatience));
   ~GDBControl() { endGDB(); }
   GDBControl(const GDBControl&) = delete;
   GDBControl& operator=(const GDBControl&) = delete;
@@ -42,49 +39,27 @@ class GDBControl {
   /// Asks gdb to quit and waits until it is gone, at most `endPatience`. Does nothing when it is gone already.
   void endGDB();
 
-  /// Sends `str`. Returns the bytes taken; -1 when none was: the session is not active, or gdb does not read.
+  /// As the operations of A2LControl; an exchange of convGDB also ends with a piece that holds gdb's prompt, which is
+  /// not part of the list.
   ssize_t sendGDB(const char* str);
-
-  /// 1 when `fd` becomes readable within `tmout` seconds and 100 microseconds, else 0 (a signal ends the wait).
   int haveGDB(int fd, int tmout) { return session.have(fd, tmout); }
-
-  /// Reads one piece of gdb's text into `buf` of `len` bytes: a line with its newline, the text before a pause of 100
-  /// microseconds, or len - 1 characters. Returns the characters stored, else 0 or a read error's -1.
   int readGDB(char* buf, std::size_t len) { return session.readPiece(buf, len); }
-
-  /// One exchange: sends the formatted text (at most 4999 characters; none if empty) and collects pieces up to the
-  /// one that holds gdb's prompt, or until `timeout` seconds and 100 microseconds of silence. Returns the list
-  /// without the prompt, to be released with free_response; null when nothing came.
   response* convGDB(unsigned int timeout, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
-
-  /// Frees a list returned by convGDB; null is allowed.
-  static void free_response(response* rp) { PieceList<response>::release(rp); }
-
-  /// 1 while a child is believed to run, else 0.
+  static void free_response(response* rp) { releasePieces(rp); }
   int isGdbActive() const { return child.active(); }
-
-  /// The SIGCHLD handler: collects every child of the process that has ended.
   static void childhandler(int sig);
 
-  /// An exchange that is paired with its own answer: sends `command`, which ends in a newline, and hands each line of
-  /// the answer, newline removed and pauses within it joined, to `useLine`, up to the prompt. Gives up after
-  /// `queryWait` of silence; once that has been in vain `maxTimeouts` times in a row, after 100 microseconds, until gdb
-  /// is heard again; and after `maxSilences` times `queryWait` in all. Answers to commands given up before are
-  /// recognised by their prompts and dropped. A gdb that lost a prompt cannot be followed any more: it is killed, and
-  /// the session is not active. False when the answer did not come whole, or the session is not active.
-  bool queryGDB(const std::string& command, const std::function<void(const std::string&)>& useLine);
+  /// An exchange that is paired with its own answer: sends `command`, which ends in a newline and asks for `subject`,
+  /// and hands each line of the answer, newline removed and pauses within it joined, to `useLine`, up to the prompt.
+  /// Gives up after `queryWait` of silence, and asks nothing more after `maxTimeouts` times that in all. Answers to
+  /// earlier questions are recognised by their prompts, or by what gdb says that it answers, and dropped.
+  Answer queryGDB(const std::string& command, std::string_view subject, const Conversation::Sink& useLine);
 
  private:
-  enum class StartResult { Prompt, Refused, Nothing, NoPrompt };
-
-  int launch(bool withDbx);
-  StartResult awaitFirstPrompt();
-
   static const ToolNames names;
   static ChildState child;
   static bool refusesDbx;  // learnt at the first start
   const std::string exename;
-  const Clock::duration patience;
   ToolSession session;
-  ReplyDebt debt;  // in prompts
+  Conversation conversation;
 };

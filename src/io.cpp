@@ -13,6 +13,20 @@ auto retrying(Call call) {
   return result;
 }
 
+// Repeats pread or pwrite until all bytes are moved. False at the end of the file (errno is then 0), or on an error.
+template <typename Byte, typename Call>
+bool inFull(Byte* at, std::size_t size, off_t offset, Call call) {
+  while (size > 0) {
+    const ssize_t count = retrying([&] { return call(at, size, offset); });
+    if (count == 0) errno = 0;
+    if (count <= 0) return false;
+    at += count;
+    offset += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
 // Moves a descriptor out of the range of the standard streams. False with errno set when none is free.
 bool moveAboveStandard(UniqueFd& fd) {
   if (fd.get() > STDERR_FILENO) return true;
@@ -37,28 +51,11 @@ ssize_t writeRetrying(int fd, const void* data, std::size_t size) {
 }
 
 bool readAt(int fd, void* buffer, std::size_t size, off_t offset) {
-  char* at = static_cast<char*>(buffer);
-  while (size > 0) {
-    const ssize_t count = retrying([&] { return pread(fd, at, size, offset); });
-    if (count == 0) errno = 0;
-    if (count <= 0) return false;
-    at += count;
-    offset += count;
-    size -= static_cast<std::size_t>(count);
-  }
-  return true;
+  return inFull(static_cast<char*>(buffer), size, offset, [fd](auto... part) { return pread(fd, part...); });
 }
 
 bool writeAt(int fd, const void* data, std::size_t size, off_t offset) {
-  const char* at = static_cast<const char*>(data);
-  while (size > 0) {
-    const ssize_t count = retrying([&] { return pwrite(fd, at, size, offset); });
-    if (count < 0) return false;
-    at += count;
-    offset += count;
-    size -= static_cast<std::size_t>(count);
-  }
-  return true;
+  return inFull(static_cast<const char*>(data), size, offset, [fd](auto... part) { return pwrite(fd, part...); });
 }
 
 bool makePipe(Pipe& pipe) {
@@ -84,35 +81,22 @@ void occupyStandardDescriptors() {
 LineReader::LineReader(const char* path) : fd_(openFile(path, O_RDONLY)) {}
 
 bool LineReader::next(std::string_view& line) {
-  std::size_t searched = begin_;
+  char block[64 * 1024];
   for (;;) {
-    const std::size_t newline = buffer_.find('\n', searched);
-    const std::size_t end = newline == std::string::npos ? buffer_.size() : newline;
-    if (end - begin_ > maxLength) {
+    const LineBuffer::Found found = text_.next(line);
+    if (found == LineBuffer::Found::Line) return true;
+    if (found == LineBuffer::Found::Overlong) {
+      text_.clear();
       atEnd_ = true;
-      begin_ = buffer_.size();
-      return false;
     }
-    if (newline != std::string::npos || (atEnd_ && end > begin_)) {
-      line = std::string_view(buffer_).substr(begin_, end - begin_);
-      begin_ = newline == std::string::npos ? end : end + 1;
-      return true;
-    }
-    if (atEnd_) return false;
-    searched = end - begin_;
-    refill();
+    if (atEnd_) break;
+    const ssize_t count = readRetrying(fd_.get(), block, sizeof block);
+    atEnd_ = count <= 0;
+    failed_ = count < 0;
+    if (count > 0) text_.append({block, static_cast<std::size_t>(count)});
   }
-}
-
-// Moves the unread rest to the front and reads one more block behind it.
-void LineReader::refill() {
-  constexpr std::size_t blockSize = std::size_t{64} * 1024;
-  buffer_.erase(0, begin_);
-  begin_ = 0;
-  const std::size_t kept = buffer_.size();
-  buffer_.resize(kept + blockSize);
-  const ssize_t count = readRetrying(fd_.get(), buffer_.data() + kept, blockSize);
-  buffer_.resize(kept + static_cast<std::size_t>(count > 0 ? count : 0));
-  atEnd_ = count <= 0;
-  failed_ = count < 0;
+  // A last line without a newline.
+  line = text_.text();
+  text_.drop(line.size());
+  return !line.empty();
 }

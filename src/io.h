@@ -4,9 +4,9 @@
 #include <sys/types.h>
 
 #include <cstddef>
-#include <string>
 #include <string_view>
 
+#include "lineBuffer.h"
 #include "uniqueFd.h"
 
 /// Opens `path` as open(2) does, close-on-exec added, repeated while a signal interrupts it.
@@ -57,11 +57,8 @@ class LineReader {
   bool next(std::string_view& line);
 
  private:
-  void refill();
-
   UniqueFd fd_;
-  std::string buffer_;
-  std::size_t begin_ = 0;
+  LineBuffer text_{maxLength};
   bool atEnd_ = false;
   bool failed_ = false;
 };

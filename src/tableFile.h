@@ -14,8 +14,15 @@
 
 class TableFile {
  public:
-  /// Opens `fileName` for reading (`mode` 'r'), or for reading and writing, emptied or created (`mode` 'w'). Any other
-  /// mode, and a file that cannot be opened, end the program through Error.
+  /// What is wrong with a record.
+  struct Problem {
+    const char* text = nullptr;  ///< null: nothing
+    int errorNumber = 0;         ///< errno of the call that failed; 0: none did
+  };
+
+  /// Opens `fileName` for reading (`mode` 'r'), or for reading and writing, emptied or created (`mode` 'w'). In mode
+  /// 'w' a regular file is locked as long as this object lives; while another program has it locked, it waits, at most
+  /// 120 seconds. Any other mode, and a file that cannot be opened or locked, end the program through Error.
   TableFile(char mode, const char* fileName, std::size_t recordSize);
 
   /// Reads record `number` into `record`. False when the file does not hold it whole; errno is then 0, or the error's.
@@ -27,12 +34,12 @@ class TableFile {
   /// Size of the file in bytes, -1 when it cannot be told.
   std::int64_t size() const;
 
-  /// Ends the program through Error with "<file>: node <number>: <problem>", the reason of `errorNumber` added unless
-  /// it is 0. From then on `failed` is true.
-  [[noreturn]] void fail(std::int32_t number, const char* problem, int errorNumber = 0);
+  /// Ends the program through Error with "<file>: node <number>: <problem>", the reason of its errno added unless
+  /// that is 0. From then on `failed` is true.
+  [[noreturn]] void fail(std::int32_t number, const Problem& problem);
 
   /// Writes the same message to standard error without ending the program.
-  void report(std::int32_t number, const char* problem, int errorNumber) const;
+  void report(std::int32_t number, const Problem& problem) const;
 
   /// Whether `fail` was called: the file is then not to be completed.
   bool failed() const { return failed_; }
@@ -41,7 +48,7 @@ class TableFile {
   std::int64_t offset(std::int32_t number) const {
     return static_cast<std::int64_t>(number) * static_cast<std::int64_t>(recordSize_);
   }
-  std::string message(std::int32_t number, const char* problem, int errorNumber) const;
+  std::string message(std::int32_t number, const Problem& problem) const;
 
   std::string name_;
   std::size_t recordSize_;

@@ -1,8 +1,6 @@
 // The records of the suite's tables that the driver reads and writes: one struct for one line.
 #pragma once
 
-#include <string>
-
 #include "util.h"
 
 /// One line of `objdump.1`: "<address> <size> <name>", separated by blanks.
@@ -12,16 +10,16 @@ struct sobjdump1 {
   char VariableName[RecordSize];  ///< name; holds the line's newline until it is trimmed
 };
 
-/// One line of `tGlobalVarDef.tbl`, in column order. Its text columns have no length limit.
+/// One line of `tGlobalVarDef.tbl`, in column order.
 struct sGlobalVarDef_tbl {
-  int GlobalVarKey = 0;      ///< running number of the line: 1, 2, 3, ...
-  std::string VariableName;  ///< name from `objdump.1`
-  std::string DataType;      ///< type text from the index or the debugger
-  int DataSize = -1;         ///< bytes, from `objdump.1`; -1 unknown
-  int DRefDataSize = -1;     ///< bytes of the type without its stars, from `sizes.tbl`; -1 unknown
-  std::string TypedefType;   ///< not determined by this program
-  std::string StructType;    ///< not determined by this program
-  std::string SourceFile;    ///< file of the definition; empty when unknown
-  int LineNbr = 0;           ///< line of the definition, counted from 1; 0 when unknown
-  int LineCount = -1;        ///< not determined by this program
+  int GlobalVarKey = 0;                ///< running number of the line: 1, 2, 3, ...
+  char VariableName[RecordSize] = "";  ///< name from `objdump.1`
+  char DataType[RecordSize] = "";      ///< type text from the index or the debugger
+  int DataSize = -1;                   ///< bytes, from `objdump.1`; -1 unknown
+  int DRefDataSize = -1;               ///< bytes of the type without its stars, from `sizes.tbl`; -1 unknown
+  char TypedefType[RecordSize] = "";   ///< not determined by this program
+  char StructType[RecordSize] = "";    ///< not determined by this program
+  char SourceFile[RecordSize] = "";    ///< file of the definition; empty when unknown
+  int LineNbr = 0;                     ///< line of the definition, counted from 1; 0 when unknown
+  int LineCount = -1;                  ///< not determined by this program
 };

@@ -1,11 +1,11 @@
 // The suite's table files: opening and closing, the lines of objdump.1 and sizes.tbl, the rows of tGlobalVarDef.tbl.
+#include "textTables.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string>
-#include <string_view>
 
-#include "tolquin.h"
+#include "diagnostics.h"
 
 namespace {
 
@@ -22,13 +22,6 @@ void closeTable(FILE* file, int errorNumber) {
   if (std::fclose(file) == EOF) exitUnclosed(errorNumber, errno);
 }
 
-// Copies a word into a text field of a record, cut to its size.
-void copyWord(char (&field)[RecordSize], const char* word) {
-  const std::size_t length = strnlen(word, RecordSize - 1);
-  std::memcpy(field, word, length);
-  field[length] = '\0';
-}
-
 // The text that sizes.tbl is searched for: the type up to its first '*', trimmed; the word "static " does not count.
 std::string_view soughtName(const std::string& trimmedType) {
   constexpr std::string_view storageClass = "static ";
@@ -43,12 +36,6 @@ bool matchesType(const char* line, std::string_view sought, const char*& sizeTex
   if (tab == nullptr || line[std::strspn(line, "\t")] == '\0') return false;
   sizeText = tab + 1;
   return std::string_view(line, static_cast<std::size_t>(tab - line)).starts_with(sought);
-}
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view whiteSpace = " \t\n\v\f\r";
-  text.remove_prefix(std::min(text.find_first_not_of(whiteSpace), text.size()));
-  return text.substr(0, text.find_last_not_of(whiteSpace) + 1);
 }
 
 }  // namespace
@@ -78,14 +65,14 @@ int populate_sobjdump1(sobjdump1* structure, char* objdump1_readbuf) {
   char* rest = nullptr;
   const char* address = strtok_r(objdump1_readbuf, " ", &rest);
   if (address == nullptr) return -1;
-  copyWord(structure->Address, address);
+  setText(structure->Address, address);
   const char* size = strtok_r(nullptr, " ", &rest);
   if (size == nullptr) return -1;
   const bool given = std::strcmp(size, "<NULL>") != 0;
   hex2dec(&structure->DataSize, given ? (std::string("0x") + size).c_str() : size);
   const char* name = strtok_r(nullptr, " ", &rest);
   if (name == nullptr) return -1;
-  copyWord(structure->VariableName, name);
+  setText(structure->VariableName, name);
   return 0;
 }
 

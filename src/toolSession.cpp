@@ -1,40 +1,68 @@
 #include "toolSession.h"
 
-#include <algorithm>
+#include <poll.h>
+
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "diagnostics.h"
 
 namespace {
 
-// A line longer than this is noise: it is dropped, so that a child cannot make the program hold more.
-constexpr std::size_t longestLine = std::size_t{1024} * 1024;
+constexpr std::size_t longestLine = std::size_t{1024} * 1024;  // longer ones are dropped, to bound the memory
+constexpr std::chrono::seconds collectionPatience{1};          // from the end of a child's output to its own
+constexpr std::chrono::milliseconds finishPatience{100};       // from a reply to the end of the child's work on it
 
-// How long the end of a child may take to be reported after the end of its output.
-constexpr std::chrono::seconds collectionPatience{1};
+// Appends a copy of `text` up to its first NUL to a list with the end `end`. False when there is no memory; a node
+// without a text may then be at the end.
+bool appendPiece(reply**& end, std::string_view text) {
+  auto* node = static_cast<reply*>(std::malloc(sizeof(reply)));
+  if (node == nullptr) return false;
+  *node = {nullptr, nullptr};
+  *end = node;
+  end = &node->next;
+  node->line = strndup(text.data(), text.size());
+  return node->line != nullptr;
+}
 
 }  // namespace
+
+void releasePieces(reply* list) {
+  for (reply* next = nullptr; list != nullptr; list = next) {
+    next = list->next;
+    std::free(list->line);
+    std::free(list);
+  }
+}
+
+ToolSession::ToolSession(const ToolNames& names, ChildState& child)
+    : names_(names), child_(child), text_(longestLine) {}
 
 int ToolSession::start(SpawnRequest request) {
   toTool_.reset();
   fromTool_.reset();
   toolInput_.reset();
   unsent_.clear();
-  buffer_.clear();
-  begin_ = 0;
-  midLine_ = false;
-  endIsNews_ = false;
+  text_.clear();
   Pipe input;
   Pipe output;
+  Pipe status;
+  const char* failed = nullptr;
   if (!makePipe(input)) {
-    std::fprintf(stderr, "ERROR: unable to open pipe to %s: %s.\n", names_.upper, std::strerror(errno));
-    return -1;
+    failed = "open pipe to";
+  } else if (!makePipe(output) || !makePipe(status)) {
+    failed = "open pipe from";
   }
-  if (!makePipe(output)) {
-    std::fprintf(stderr, "ERROR: unable to open pipe from %s: %s.\n", names_.upper, std::strerror(errno));
+  if (failed != nullptr) {
+    std::fprintf(stderr, "ERROR: unable to %s %s: %s.\n", failed, names_.upper, std::strerror(errno));
     return -1;
   }
   request.standardInput = input.readEnd.get();
   request.standardOutputAndError = output.writeEnd.get();
-  if (const int error = spawn(request, child_, endIsNews_); error != 0) {
+  if (const int error = spawn(request, std::move(status), child_, executed_); error != 0) {
     std::fprintf(stderr, "ERROR: unable to fork process: %s.\n", std::strerror(error));
     return -1;
   }
@@ -47,138 +75,150 @@ int ToolSession::start(SpawnRequest request) {
   return 0;
 }
 
-void ToolSession::listenTo(UniqueFd output) {
-  fromTool_ = std::move(output);
-  setNonBlocking(fromTool_.get());
-}
-
 ssize_t ToolSession::send(std::string_view text, Deadline deadline) {
   if (!isRunning()) return -1;
   const std::size_t owed = unsent_.size();
-  const std::string all = unsent_ + std::string(text);
+  unsent_ += text;
   std::size_t sent = 0;
-  while (sent < all.size()) {
-    const ssize_t count = writeRetrying(toTool_.get(), all.data() + sent, all.size() - sent);
-    if (count >= 0) {
-      sent += static_cast<std::size_t>(count);
-    } else if (errno != EAGAIN || waitFor(toTool_.get(), POLLOUT, deadline) != WaitResult::Ready) {
-      break;
-    }
+  while (sent < unsent_.size()) {
+    const ssize_t count = writeRetrying(toTool_.get(), unsent_.data() + sent, unsent_.size() - sent);
+    if (count < 0 && (errno != EAGAIN || waitFor(toTool_.get(), POLLOUT, deadline) != WaitResult::Ready)) break;
+    sent += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
   }
-  // Nothing of this text went out: it is given up. Part of it did: the rest has to follow.
-  unsent_ = sent > owed ? all.substr(sent) : unsent_.substr(std::min(sent, owed));
-  if (sent <= owed && !text.empty()) return -1;
-  return static_cast<ssize_t>(sent - owed);
+  unsent_.erase(0, sent);
+  if (sent > owed || text.empty()) return static_cast<ssize_t>(sent) - static_cast<ssize_t>(owed);
+  // Nothing of this text went out, and it is given up.
+  unsent_.resize(owed - sent);
+  return -1;
 }
 
 int ToolSession::have(int fd, int seconds) const {
   if (fd < 0 || seconds < 0) return 0;
-  if (fd == fromTool_.get() && !unread().empty()) return 1;
+  if (fd == fromTool_.get() && !text_.text().empty()) return 1;
   const Deadline deadline = exchangeDeadline(static_cast<unsigned int>(seconds));
   return waitOnce(fd, POLLIN, deadline, nullptr) == WaitResult::Ready ? 1 : 0;
 }
 
 int ToolSession::readPiece(char* buffer, std::size_t size) {
-  if (size == 0) return 0;
+  if (size > 0) *buffer = '\0';
+  if (size < 2) return 0;
+  Conversation piece({.longestPiece = size - 1, .singlePiece = true, .patience = pieceEndPause});
   std::size_t stored = 0;
-  ssize_t result = 0;
-  bool complete = false;
-  while (stored < size - 1 && !complete) {
-    if (unread().empty()) {
-      result = 0;
-      if (waitFor(fromTool_.get(), POLLIN, Clock::now() + pieceEndPause) != WaitResult::Ready) break;
-      result = refill();
-      if (result <= 0) break;
-    }
-    const std::string_view source = unread().substr(0, size - 1 - stored);
-    const std::size_t newline = source.find('\n');
-    complete = newline != std::string_view::npos;
-    const std::size_t taken = complete ? newline + 1 : source.size();
-    std::memcpy(buffer + stored, source.data(), taken);
-    stored += taken;
-    begin_ += taken;
-  }
-  buffer[stored] = '\0';
-  return stored > 0 ? static_cast<int>(stored) : static_cast<int>(result);
+  piece.await({}, Clock::now());
+  const Ending ending = listen(piece, [&](std::string_view text) {
+    stored = text.copy(buffer, size - 1);
+    buffer[stored] = '\0';
+  });
+  return stored == 0 && ending == Ending::Error ? -1 : static_cast<int>(stored);
 }
 
-Heard ToolSession::nextText(std::string& line, Patience& patience, std::string_view prompt) {
-  for (;;) {
-    if (const auto taken = takeText(line, prompt)) return *taken;
-    if (!fromTool_) return Heard::End;
-    if (!patience.lasts()) return Heard::Silence;
-    const WaitResult waited = waitFor(fromTool_.get(), POLLIN, patience.until());
-    if (waited == WaitResult::TimedOut) return child_.active() ? Heard::Silence : Heard::End;
-    if (waited == WaitResult::Failed || (refill() < 0 && errno != EAGAIN)) {
-      std::fprintf(stderr, "Error communicating with %s!\n", names_.upper);
-      fromTool_.reset();
-    }
-  }
+reply* ToolSession::converse(unsigned int timeout, std::string_view prompt, const char* fmt, va_list arguments) {
+  char request[textSize];
+  std::vsnprintf(request, sizeof request, fmt, arguments);
+  if (*request != '\0') send(request, exchangeDeadline(timeout));
+  Conversation pieces(
+      {.prompt = prompt, .longestPiece = textSize - 1, .patience = std::chrono::seconds(timeout) + pieceEndPause});
+  reply* list = nullptr;
+  reply** end = &list;
+  bool stored = true;
+  pieces.await({}, Clock::now());
+  const Ending ending = listen(pieces, [&](std::string_view piece) { stored = stored && appendPiece(end, piece); });
+  if (!stored) std::fprintf(stderr, "Out of memory storing %s responses\n", names_.lower);
+  report(ending, true);
+  return list;
 }
 
-void ToolSession::dropTextAtHand(std::string_view prompt) {
-  constexpr int mostBlocks = 16;  // bounded, as a child may write without end
-  for (int i = 0; i < mostBlocks; ++i) {
-    if (!unread().empty()) midLine_ = !unread().ends_with('\n') && !unread().ends_with(prompt);
-    begin_ = buffer_.size();
-    if (!fromTool_ || refill() <= 0) return;
+bool ToolSession::exchange(Conversation& conversation, std::string_view text, const Conversation::Request& request,
+                           const Conversation::Sink& sink) {
+  if (!text.empty()) {
+    if (!fromTool_ || !executed_) return false;
+    dropTextAtHand(conversation);
+    const Deadline begin = Clock::now();
+    if (isRunning() && send(text, begin + conversation.patience()) <= 0) {
+      conversation.fail(begin, Clock::now());
+      return false;
+    }
   }
+  conversation.await(request, Clock::now());
+  report(listen(conversation, sink), debug_err == 22 && !text.empty());
+  return conversation.complete();
 }
 
 void ToolSession::awaitEnd(Deadline deadline) {
-  endIsNews_ = false;
-  std::string line;
-  Patience patience(deadline);
-  while (nextText(line, patience) == Heard::Line) continue;
-  awaitCollection(deadline);
+  if (!isRunning()) return;
+  toTool_.reset();
+  const Clock::duration patience = deadline - Clock::now();
+  Conversation rest({.longestPiece = textSize, .patience = patience, .allInVain = patience});
+  rest.await({}, Clock::now());
+  listen(rest, [](std::string_view) {});
+  child_.awaitEnd(deadline);
 }
 
-void ToolSession::noteEnd() {
-  awaitCollection(Clock::now() + collectionPatience);
-  if (child_.pid() == startedPid_) child_.kill(Clock::now() + collectionPatience);
-  if (std::exchange(endIsNews_, false)) std::fprintf(stderr, "EOF reading from %s!\n", names_.upper);
+// Waits for the child and reads as the conversation asks.
+ToolSession::Ending ToolSession::listen(Conversation& conversation, const Conversation::Sink& sink) {
+  for (;;) {
+    conversation.hear(text_, Clock::now(), sink);
+    if (!conversation.waits()) return Ending::Over;
+    const std::optional<Ending> ending = readBefore(conversation.until());
+    if (!ending) continue;
+    conversation.end(text_, sink);
+    if (*ending != Ending::Over) noteEnd();
+    return *ending;
+  }
 }
 
-void ToolSession::awaitCollection(Deadline deadline) {
-  while (child_.pid() == startedPid_ && child_.stillRuns()) {
-    if (waitOnce(-1, 0, deadline, &child_) != WaitResult::Interrupted) return;
+// Waits for text until `deadline` and reads it. Says how listening has ended, if it has.
+std::optional<ToolSession::Ending> ToolSession::readBefore(Deadline deadline) {
+  if (!fromTool_) return Ending::Over;
+  const WaitResult waited = waitFor(fromTool_.get(), POLLIN, deadline);
+  if (waited == WaitResult::Failed) return Ending::Error;
+  // Whoever still holds the pipe open, nothing comes from a child that is gone.
+  if (waited == WaitResult::TimedOut) return child_.active() ? std::nullopt : std::optional(Ending::Output);
+  const ssize_t count = refill();
+  if (count == 0) return Ending::Output;
+  return count > 0 || errno == EAGAIN ? std::nullopt : std::optional(Ending::Error);
+}
+
+// Drops what the child has written so far. One that may still be writing its latest reply is let finish that first, so
+// that none of it passes for the reply to the next request.
+void ToolSession::dropTextAtHand(Conversation& conversation) {
+  constexpr int mostBlocks = 16;  // bounded, as a child may write without end
+  const Deadline begin = Clock::now();
+  for (;;) {
+    const bool finished = !conversation.mayGoOn() || !child_.works();
+    for (int i = 0; i < mostBlocks && refill() > 0; ++i) conversation.drop(text_);
+    conversation.drop(text_);
+    if (finished) return;
+    if (Clock::now() - begin > finishPatience) return conversation.charge(finishPatience);
+    waitFor(fromTool_.get(), POLLIN, Clock::now() + pieceEndPause);
   }
 }
 
 // Waits until the deadline however many signals come.
 WaitResult ToolSession::waitFor(int fd, short events, Deadline deadline) const {
-  if (fd < 0) return WaitResult::TimedOut;
   WaitResult result = WaitResult::Interrupted;
   while (result == WaitResult::Interrupted) result = waitOnce(fd, events, deadline, &child_);
   return result;
 }
 
-// Reads one block behind the unread text. Returns its size; 0 at the end of the output, which closes this end.
+// Reads one block. Returns its size; 0 at the end of the output, -1 on an error.
 ssize_t ToolSession::refill() {
-  buffer_.erase(0, begin_);
-  begin_ = 0;
   char block[64 * 1024];
   const ssize_t count = readRetrying(fromTool_.get(), block, sizeof block);
-  if (count > 0) buffer_.append(block, static_cast<std::size_t>(count));
-  if (count == 0) fromTool_.reset();
+  if (count > 0) text_.append({block, static_cast<std::size_t>(count)});
   return count;
 }
 
-// Takes one line or prompt off the unread text, if there is a complete one.
-std::optional<Heard> ToolSession::takeText(std::string& line, std::string_view prompt) {
-  for (;;) {
-    const std::string_view text = unread();
-    const std::size_t newline = text.find('\n');
-    const bool complete = newline != std::string_view::npos;
-    const std::string_view first = text.substr(0, newline);
-    const bool prompted =
-        !prompt.empty() && (complete ? first.starts_with(prompt) : first.find(prompt) != std::string_view::npos);
-    if (!complete && !prompted && first.size() <= longestLine) return std::nullopt;
-    const bool skipped = std::exchange(midLine_, false);
-    line = first;
-    begin_ += prompted && first.starts_with(prompt) ? prompt.size() : first.size() + (complete ? 1 : 0);
-    if (!complete && !prompted) midLine_ = true;
-    if (prompted) return Heard::Prompt;
-    if (complete && !skipped) return Heard::Line;
-  }
+// The output has ended: reaps the child, whose own end follows within moments. One that lives on mute is killed.
+void ToolSession::noteEnd() {
+  fromTool_.reset();
+  if (child_.pid() != startedPid_) return;
+  child_.awaitEnd(Clock::now() + collectionPatience);
+  child_.kill(Clock::now() + collectionPatience);
+}
+
+// The messages for what ended listening; an end of the output that nobody expects is worth one only if `verbose`.
+void ToolSession::report(Ending ending, bool verbose) const {
+  if (ending == Ending::Error) std::fprintf(stderr, "Error communicating with %s!\n", names_.upper);
+  if (ending == Ending::Output && executed_ && verbose) std::fprintf(stderr, "EOF reading from %s!\n", names_.upper);
 }

@@ -10,9 +10,9 @@ namespace {
 
 constexpr const char* whiteSpace = " \t\n\v\f\r";
 
-bool isWhite(char c) { return c != '\0' && std::strchr(whiteSpace, c) != nullptr; }
-
 }  // namespace
+
+void setText(char (&field)[RecordSize], std::string_view text) { field[text.copy(field, RecordSize - 1)] = '\0'; }
 
 char* str_l_trim(char* buffer) {
   const std::size_t skip = std::strspn(buffer, whiteSpace);
@@ -21,13 +21,16 @@ char* str_l_trim(char* buffer) {
 }
 
 char* str_r_trim(char* buffer) {
-  if (buffer == nullptr) return buffer;
-  std::size_t length = std::strlen(buffer);
-  while (length > 0 && isWhite(buffer[length - 1])) buffer[--length] = '\0';
+  if (buffer != nullptr) buffer[std::string_view(buffer).find_last_not_of(whiteSpace) + 1] = '\0';
   return buffer;
 }
 
 char* str_trim(char* buffer) { return str_l_trim(str_r_trim(buffer)); }
+
+std::string_view trimmed(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(whiteSpace), text.size()));
+  return text.substr(0, text.find_last_not_of(whiteSpace) + 1);
+}
 
 int saturatingInt(const char* text, int base) {
   const long value = std::strtol(text, nullptr, base);

@@ -3,9 +3,13 @@
 #pragma once
 
 #include <cstdio>
+#include <string_view>
 
 /// Size in bytes of a line or text field of the suite's tables, the terminating NUL included.
 inline constexpr int RecordSize = 4096;
+
+/// Copies `text`, cut to its size, into a text field of a record.
+void setText(char (&field)[RecordSize], std::string_view text);
 
 /// Removes leading white space from the NUL-terminated `buffer` in place. Returns `buffer`.
 char* str_l_trim(char* buffer);
@@ -15,6 +19,9 @@ char* str_r_trim(char* buffer);
 
 /// Removes leading and trailing white space in place. Returns `buffer`.
 char* str_trim(char* buffer);
+
+/// `text` without leading and trailing white space.
+std::string_view trimmed(std::string_view text);
 
 /// Converts text as strtol does in `base`, stopping at the limits of 32 bits; errno is then ERANGE.
 int saturatingInt(const char* text, int base);

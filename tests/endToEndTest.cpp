@@ -93,7 +93,7 @@ TEST_P(Example, EveryRowIsRight) {
   const std::size_t end = std::min(build.find(';'), build.size());
   // What gdb says is taken before the debugging information is moved about, which confuses gdb 13 at times.
   const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
-      c=$1; cxx=$2; shift 2; mkdir 'a:b c'; cp )" EXAMPLES_DIRECTORY R"(/inventory/*.* 'a:b c'; cd 'a:b c'
+      c=$1; cxx=$2; shift 2; mkdir 'a b'; cp )" EXAMPLES_DIRECTORY R"(/inventory/*.* 'a b'; cd 'a b'
       $c -w $* -c parts.c; $cxx -w $* -c main.cpp; $cxx -w $* main.o parts.o -o ../program
       cd ..; )" EXAMPLES_DIRECTORY "/make_tables.sh program vym" +
                                         build.substr(end) + "\n" TOLQUIN " tables program -o vym --quiet");
@@ -145,6 +145,77 @@ TEST(Program, RowsTracesAndRequestsToTheLetter) {
   EXPECT_EQ(readFile(directory / "question"), "info var unknown\n");
 }
 
+// Tools that answer in other ways than the usual ones: what the three rows say of their places.
+TEST(Program, OddReplies) {
+  const struct {
+    std::string tool;
+    std::string places;
+  } cases[] = {
+      {"while read a; do printf \"$a.c:7\\r\\n\"; done", "08049f40.c 7|08049f44.c 7|08049f50.c 7"},
+      {"read a; echo a.c:1; read a; echo nonsense; read a; echo c.c:3; read a", "a.c 1|<NULL> 0|c.c 3"},
+      {"read a; echo a.c:1; /bin/sleep 0.001; /bin/echo x.c:9; read a; echo b.c:2; read a; echo c.c: 3x; read a",
+       "a.c 1|b.c 2|c.c 3"},
+      {"echo hello; read a; echo C:/a.c:1; read a; echo b.c:; read a; echo c.c:x; read a", "C 0|<NULL> 0|c.c 0"},
+      {"read a", "<NULL> 0|<NULL> 0|<NULL> 0"},
+  };
+  for (const auto& c : cases) {
+    const TempDir directory;
+    FakeTools fake;
+    writeSmallTables(directory.path());
+    fake.addr2line(c.tool);
+    fake.gdb("while printf '(gdb) ' && read a && [ \"$a\" != quit ]; do echo 'int unknown;'; done");
+    const RunResult result =
+        directory.run("EXEFILE=x " TOLQUIN_EXE " . x; cut -f8,9 tGlobalVarDef.tbl | tr '\\t\\n' ' |'");
+    EXPECT_EQ(result.out, c.places + "|") << c.tool;
+    EXPECT_EQ(result.err, "") << c.tool;
+  }
+}
+
+// A gdb that ends between two questions, or instead of an answer, is started once more for each.
+TEST(Program, DebuggerThatEnds) {
+  for (const std::string after :
+       {"", "printf '(gdb) '; read a; [ -e again ] && rm again || { touch again; exit; }; "}) {
+    const TempDir directory;
+    FakeTools fake;
+    writeSmallTables(directory.path());
+    writeFile(directory / "objdump.txt", "");
+    fake.addr2line(echoingTool);
+    fake.gdb(after.empty() ? "printf '(gdb) '; read a b name; printf \"int $name;\\n(gdb) \""
+                           : after + "echo \"long ${a##* };\"; printf '(gdb) '");
+    const RunResult result = directory.run("EXEFILE=x " TOLQUIN_EXE " . x; cut -f2,3 tGlobalVarDef.tbl");
+    const std::string type = after.empty() ? "int" : "long";
+    EXPECT_EQ(result.out, "counter\t" + type + "\ntable\t" + type + "\nns::unknown\t" + type + "\n");
+    EXPECT_EQ(result.err, "");
+  }
+}
+
+TEST(Program, ToolThatIsNeverHeardSeesItsInputClose) {
+  FakeTools fake;
+  for (int i = 0; i < 20; ++i) {
+    const TempDir directory;
+    writeSmallTables(directory.path());
+    writeFile(directory / "objdump.1", "");
+    fake.addr2line("echo >started; read a; echo >ended");
+    EXPECT_EQ(directory.run(TOLQUIN_EXE " . x; ls | grep ed$").out, "ended\nstarted\n");
+  }
+}
+
+// The second run waits for the first to leave the index; what is no regular file is not waited for.
+TEST(Program, RunsThatShareAnIndex) {
+  const TempDir directory;
+  FakeTools fake;
+  fake.addr2line(echoingTool);
+  directory.run("mkdir a b");
+  writeSmallTables(directory / "a");
+  writeSmallTables(directory / "b");
+  for (int i = 0; i < 20; ++i) {
+    const RunResult result = directory.run("rm -f */tGlobalVarDef.tbl; DB=a " TOLQUIN_EXE " a x & DB=a " TOLQUIN_EXE
+                                           " b x; echo $?; wait $!; echo $?; wc -l <a/tGlobalVarDef.tbl; "
+                                           "wc -l <b/tGlobalVarDef.tbl");
+    EXPECT_EQ(result.out, "0\n0\n2\n2\n");
+  }
+}
+
 // What goes wrong, how the program says so, and what is left in the table.
 TEST(Program, Faults) {
   const std::string usage =
@@ -191,8 +262,7 @@ TEST(Program, Faults) {
       {"echo >$(command -v addr2line); " + usual, 0, "", "EOF reading from A2L!\n" + notFound, unlocated},
       {"PATH=.; EXEFILE=x " + usual, 0, "", notFound, unlocated},
       {usual + " <&- >&- 2>&-", 0, "", "", rows},
-      {"echo 08049f50 4 again >>objdump.1; EXEFILE=x " + usual, 0, "",
-       "EOF reading from GDB!\n" + notFound + "EOF reading from GDB!\n" + notFound, rows},
+      {"echo 08049f50 4 again >>objdump.1; EXEFILE=x " + usual, 0, "", notFound + notFound, rows},
       {"echo '1 4 c\\' >objdump.1; EXEFILE=x " + usual, 0, "", "Var info from Address 1 Not Found\n", ""},
       {"echo 'read a; echo ??:0; echo ??:0; read a' >$(command -v addr2line); printf '%0120d 4 v\\n' 7 >objdump.1; " +
            usual,

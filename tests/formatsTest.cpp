@@ -9,7 +9,7 @@
 #include "a2lControl.h"
 #include "objRead.h"
 #include "support.h"
-#include "tolquin.h"
+#include "textTables.h"
 
 TEST(Formats, VariableList) {
   const std::string cases[][2] = {
@@ -99,6 +99,20 @@ TEST(Formats, Declarations) {
   }
 }
 
+// A caller who works on the records as they are described.
+TEST(Formats, Records) {
+  sGlobalVarDef_tbl row;
+  char buffer[4096];
+  std::string table = "int\t4\n";
+  FILE* sizes = fmemopen(table.data(), table.size(), "r");
+  std::strcpy(row.DataType, " int ");
+  get_Dsize(sizes, &row.DRefDataSize, buffer, str_trim(row.DataType));
+  std::fclose(sizes);
+  setText(row.SourceFile, std::string(5000, 'f'));
+  const std::string expected = "0\t<NULL>\tint\t-1\t4\t<NULL>\t<NULL>\t" + std::string(4095, 'f') + "\t0\t-1\n";
+  EXPECT_EQ(formatGlobalVarDef(row), expected);
+}
+
 TEST(Formats, TypeThatDoesNotFit) {
   DataFieldType data;
   EXPECT_TRUE(data.setDataType(std::string(1999, 't').c_str()));
@@ -126,7 +140,7 @@ TEST(Formats, IndexOfFiles) {
     writeFile(directory / "objdump.1", obj1);
     writeFile(directory / "objdump.txt", objtxt);
     IndexTable table('w', (directory / "vifa.dat").c_str());
-    EXPECT_EQ(fillIndex(directory.path(), table), "");
+    fillIndex(directory.path(), table);
     EXPECT_TRUE(table.Check());
     std::string types;
     for (const char* address : {"8049f40", "8049f44"}) {
@@ -140,31 +154,36 @@ TEST(Formats, IndexOfFiles) {
   }
 }
 
-// "file line"; "?" for a reply without a place.
+// "file line"; "?" for a reply without a place; "-" for what is no reply, "d" for a diagnostic.
 TEST(Formats, RepliesOfAddr2line) {
   const std::string cases[][2] = {{"main.c:12", "main.c 12"},
                                   {"/src/a.c:17 (discriminator 2)", "/src/a.c 17"},
                                   {"main.c:?", "main.c 0"},
-                                  {"/a:b c/x.c:5", "/a:b c/x.c 5"},
-                                  {"/a:5b/x.c:7 (discriminator 1)", "/a:5b/x.c 7"},
+                                  {"a.c:12abc", "a.c 12"},
+                                  {"a.c:abc", "a.c 0"},
+                                  {"a.c:-3", "a.c -3"},
+                                  {"a.c: 7", "a.c 7"},
+                                  {"a.c:12\r", "a.c 12"},
+                                  {"C:/src/a.c:17", "C 0"},
                                   {"x.c:5:9", "x.c 5"},
+                                  {"warning: something:else", "warning 0"},
                                   {"??:0", "?"},
-                                  {"??:?", "?"},
+                                  {"??", "?"},
                                   {":12", "?"},
                                   {":?", "?"},
-                                  {"/d:2x.c:1", "/d:2x.c 1"},
-                                  {"/b:2:3/a.c:17 (discriminator 2)", "/b:2:3/a.c 17"},
-                                  {"main.c:", "-"},
+                                  {"main.c:", "?"},
                                   {"", "-"},
-                                  {"addr2line: DWARF error: section 3:4 is too big", "-"},
-                                  {"BFD: a.out:12", "-"},
-                                  {"ERROR: Cannot exec a2l: 12", "-"},
-                                  {"warning: something:else", "-"}};
+                                  {"garbage", "-"},
+                                  {std::string("n\0ul:1", 6), "-"},
+                                  {"addr2line: DWARF error: section 3:4 is too big", "d"},
+                                  {"BFD: a.out:12", "d"},
+                                  {"ERROR: Cannot exec a2l: 12", "d"}};
   for (const auto& [line, expected] : cases) {
-    SourceLocation location;
-    const ReplyKind kind = parseReply(line, location);
-    const std::string place = kind == ReplyKind::Location ? location.file + " " + std::to_string(location.line) : "?";
-    EXPECT_EQ(kind == ReplyKind::Noise ? "-" : place, expected) << line;
+    const LineKind kind = kindOfReply(line);
+    std::string found = kind == LineKind::Reply ? "?" : kind == LineKind::Diagnostic ? "d" : "-";
+    if (const auto location = locationIn(line); location && kind == LineKind::Reply)
+      found = location->file + " " + std::to_string(location->line);
+    EXPECT_EQ(found, expected) << line;
   }
 }
 
@@ -189,6 +208,13 @@ TEST(Formats, AnswersOfGdb) {
       {"v", "int H<&ns::k>::v;", "int"},
       {"A::operator->::x", "int A::operator->::x;", "int"},
       {"cb", "void (*other)(int, cb);", "-"},
+      {"b", "char a*b;", "-"},
+      {"a*b", "char a*b;", "char"},
+      {"pm", "int (anonymous namespace)::T::*pm;", "int (anonymous namespace)::T::*"},
+      {"counter", "int counter;\r", "int"},
+      {"f", "4:\tFile f;", "File"},
+      {"b", "struct {\n\nint b;", "int"},
+      {"b", "struct {\nFile b;\nlong b;", "long"},
       {"season", "22:\tstatic struct {\n    int year;\n    int season;\n} season[3];", "static struct {...} *"},
       {"year", "22:\tstruct {\n    int year;\n} season;\n9:\tlong year;", "long"},
   };

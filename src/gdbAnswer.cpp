@@ -1,0 +1,105 @@
+#include "gdbAnswer.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "typeText.h"
+
+using std::string;
+using std::string_view;
+
+namespace {
+
+bool isFileHeading(string_view line) { return line.starts_with("File "); }
+
+// Removes the source line number, colon and tab that gdb puts before a declaration (the tab alone when it does not know
+// the line).
+string_view withoutLineNumber(string_view line) {
+  const std::size_t digits = std::min(line.find_first_not_of("0123456789"), line.size());
+  string_view rest = line.substr(digits);
+  if (digits > 0 && !rest.starts_with(":\t")) return line;
+  if (digits > 0) rest.remove_prefix(1);
+  if (rest.starts_with("\t")) rest.remove_prefix(1);
+  return rest;
+}
+
+// Removes the tags that gdb shows behind names whose type has one: "s[abi:cxx11]" is no array.
+void removeAbiTags(string& name) {
+  for (std::size_t at = name.find("[abi:"); at != string::npos; at = name.find("[abi:", at)) {
+    name.erase(at, std::min(name.find(']', at), name.size() - 1) + 1 - at);
+  }
+}
+
+// Takes the declared name off the end of `words`. A name may hold blanks within brackets, as that of a template
+// instance or of an unnamed namespace does: words are joined until the brackets match. Where they never do, as in
+// "operator->", the last word is the name.
+string takeName(std::vector<string>& words) {
+  string name = words.back();
+  const auto count = [&name](char c) { return std::count(name.begin(), name.end(), c); };
+  std::size_t rest = words.size() - 1;
+  while (rest > 0 && (count(')') > count('(') || count('>') > count('<'))) name.insert(0, words[--rest] + " ");
+  if (rest == 0) {
+    name = words.back();
+    rest = words.size() - 1;
+  }
+  words.resize(rest);
+  return name;
+}
+
+// Length of the marks that begin a declarator: '*', '&', and "T::*" of a pointer to a member.
+std::size_t lengthOfMarks(string_view declarator) {
+  int inside = 0;
+  std::size_t end = 0;
+  for (std::size_t at = 0; at < declarator.size(); ++at) {
+    const char c = declarator[at];
+    if (c == '<' || c == '(') ++inside;
+    if (c == '>' || c == ')') --inside;
+    if (inside != 0 || (c != '*' && c != '&')) continue;
+    if (at != end && !declarator.substr(0, at).ends_with("::")) break;
+    end = at + 1;
+  }
+  return end;
+}
+
+}  // namespace
+
+bool typeFromDeclaration(string_view line, const string& vname, string& dtype) {
+  if (isFileHeading(line) || line.starts_with("All variables ")) return false;
+  const string data = string(withoutLineNumber(line)) + '\n';
+  std::vector<string> words;
+  split(data, " ", words);
+  if (words.size() < 2) return false;
+  // The newline stays with the last word: one that ends neither in ';' nor in a dimension matches no name.
+  string l_vname = takeName(words);
+  removeAbiTags(l_vname);
+  // What stands before the name of a reference or of a pointer to a member belongs to the type.
+  string marks = l_vname.substr(0, lengthOfMarks(l_vname));
+  l_vname.erase(0, marks.size());
+  marks += stripStarsAndBrackets(l_vname);
+  l_vname.erase(std::min(l_vname.find(';'), l_vname.size()));
+  if (remove_all_scopes(vname) != remove_all_scopes(l_vname)) return false;
+  if (words.front() == "class") words.erase(words.begin());
+  for (const string& word : words) dtype += word + " ";
+  dtype += marks;
+  dtype.erase(dtype.find_last_not_of(' ') + 1);
+  return true;
+}
+
+void AnswerReader::operator()(string_view line) {
+  if (ended_ || found_) return;
+  // A declaration that is never closed ends where gdb goes on to something else.
+  if (line.empty() || isFileHeading(line)) opening_.clear();
+  if (line.ends_with('{')) {
+    opening_ = line;
+  } else if (opening_.empty()) {
+    examine(line);
+  } else if (line.starts_with('}')) {
+    examine(opening_ + "..." + string(line));
+    opening_.clear();
+  }
+}
+
+void AnswerReader::examine(string_view line) {
+  ended_ = line.starts_with("Non-debugging symbols");
+  if (!ended_) found_ = typeFromDeclaration(line, vname_, dtype_);
+}
