@@ -34,8 +34,8 @@ void Conversation::await(const Request& request, Deadline now) {
   subject_ = request.subject;
   replies_ = due_ = request.replies;
   trailing_ = 0;
-  complete_ = heard_ = passedOver_ = spoke_ = elsewhere_ = false;
-  mayRepeat_ = writesMore_;
+  complete_ = heard_ = passedOver_ = spoke_ = elsewhere_ = skipped_ = false;
+  mayRepeat_ = repeatsPrompt_;
 }
 
 void Conversation::fail(Deadline begin, Deadline now) {
@@ -85,7 +85,8 @@ std::optional<Conversation::Unit> Conversation::nextLine(LineBuffer& text) const
   for (;;) {
     const LineBuffer::Found found = text.next(line);
     if (found == LineBuffer::Found::Nothing) return std::nullopt;
-    if (found == LineBuffer::Found::Line) return Unit{line};
+    // An overlong line is one all the same.
+    return Unit{found == LineBuffer::Found::Line ? line : std::string_view()};
   }
 }
 
@@ -128,7 +129,9 @@ void Conversation::takeStray(const Unit& unit) {
   if (repays) {
     --owed_;
     mute_ = false;
-  } else if (unit.prompt || (kind != LineKind::Diagnostic && !isBlank(unit.text))) {
+  } else if (unit.prompt && isBlank(unit.text)) {
+    repeatsPrompt_ = true;
+  } else if (kind != LineKind::Diagnostic && !isBlank(unit.text)) {
     writesMore_ = writesMore_ || !bannerMayCome_;
   }
 }
@@ -142,6 +145,7 @@ void Conversation::takeTrailing(const Unit& unit, const Sink& sink) {
 void Conversation::takePrompt(std::string_view before, Deadline now) {
   const bool again = !spoke_ && isBlank(before) && mayRepeat_;
   mayRepeat_ = false;
+  skipped_ = skipped_ || again;
   if (again) return;
   spoke_ = false;
   if (owed_ == 0 && !elsewhere_) return finish(now);
@@ -181,7 +185,7 @@ void Conversation::takeReply(std::string_view line, Deadline now, const Sink& si
 }
 
 bool Conversation::listens() const {
-  return rules_.longestPiece == 0 && (writesMore_ || singleReplies_ < enoughSingleReplies);
+  return rules_.longestPiece == 0 && (writesMore_ || repeatsPrompt_ || singleReplies_ < enoughSingleReplies);
 }
 
 // Answers that name what they answer need not be counted.
@@ -209,8 +213,10 @@ void Conversation::giveUp(Deadline now) {
     charge(now - begin_);
     bannerMayCome_ = false;
     // What was said, if only in part, is over; the rest may still come.
-    const bool said = isPassedOver() || (spoke_ && !(elsewhere_ && owed_ == 0));
-    if (phase_ == Phase::Waiting) owed_ += due_ - (said ? 1 : 0);
+    const bool said = isPassedOver() || skipped_ || (spoke_ && !(elsewhere_ && owed_ == 0));
+    // A prompt that was skipped may have been the end of an empty answer.
+    if (skipped_) repeatsPrompt_ = false;
+    if (phase_ == Phase::Waiting && !(said && owed_ == 0)) owed_ += due_ - (said ? 1 : 0);
     mute_ = !said && phase_ == Phase::Waiting;
   }
   phase_ = Phase::Idle;

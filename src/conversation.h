@@ -119,7 +119,8 @@ class Conversation {
   Clock::duration left_;
   unsigned long owed_ = 0;      // replies to requests that were given up
   unsigned singleReplies_ = 0;  // replies of one line
-  bool writesMore_ = false;     // it has written more than one line, or prompt, in a reply
+  bool writesMore_ = false;     // it has written more than one line in a reply
+  bool repeatsPrompt_ = false;  // it has written a prompt twice
   bool mute_ = false;           // nothing came in the latest wait
   bool bannerMayCome_ = true;   // it has not replied yet
 
@@ -144,5 +145,6 @@ class Conversation {
   bool stale_ = false;          // the line began before the request
   bool spoke_ = false;          // lines came since the latest prompt
   bool mayRepeat_ = false;      // a prompt that follows now may be the latest one once more
+  bool skipped_ = false;        // a prompt was passed over as the latest one once more
   bool elsewhere_ = false;      // its header names something else than was asked
 };

@@ -34,8 +34,8 @@ class LineBuffer {
       searched_ = end;
       const bool overlong = line.size() > longest_;
       if (!whole && !overlong && !discarding_) return Found::Nothing;
-      drop(line.size() + (whole ? 1 : 0));
       const bool continued = discarding_;
+      drop(line.size() + (whole ? 1 : 0));
       discarding_ = !whole;
       if (!continued) return overlong ? Found::Overlong : Found::Line;
       if (!whole) return Found::Nothing;
@@ -45,8 +45,9 @@ class LineBuffer {
   /// The text not taken yet.
   std::string_view text() const { return std::string_view(buffer_).substr(begin_); }
 
-  /// Takes `size` bytes, at most all, off the front of the text.
+  /// Takes `size` bytes, which must not exceed the text, off its front. An overlong line is over with that.
   void drop(std::size_t size) {
+    discarding_ = false;
     begin_ += size;
     if (searched_ < begin_) searched_ = begin_;
   }

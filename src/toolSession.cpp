@@ -47,6 +47,7 @@ int ToolSession::start(SpawnRequest request) {
   toolInput_.reset();
   unsent_.clear();
   text_.clear();
+  stateTells_ = true;
   Pipe input;
   Pipe output;
   Pipe status;
@@ -185,11 +186,12 @@ void ToolSession::dropTextAtHand(Conversation& conversation) {
   constexpr int mostBlocks = 16;  // bounded, as a child may write without end
   const Deadline begin = Clock::now();
   for (;;) {
-    const bool finished = !conversation.mayGoOn() || !child_.works();
+    const bool finished = !stateTells_ || !conversation.mayGoOn() || !child_.works();
     for (int i = 0; i < mostBlocks && refill() > 0; ++i) conversation.drop(text_);
     conversation.drop(text_);
     if (finished) return;
-    if (Clock::now() - begin > finishPatience) return conversation.charge(finishPatience);
+    // One that never reads its input itself, such as a script around the tool, always seems to be at work.
+    if (Clock::now() - begin > finishPatience) stateTells_ = false;
     waitFor(fromTool_.get(), POLLIN, Clock::now() + pieceEndPause);
   }
 }

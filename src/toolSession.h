@@ -103,5 +103,6 @@ class ToolSession {
   UniqueFd toolInput_;
   std::string unsent_;
   LineBuffer text_;
-  bool executed_ = false;  // the child of the latest start runs the tool
+  bool executed_ = false;   // the child of the latest start runs the tool
+  bool stateTells_ = true;  // whether the child works can be seen
 };

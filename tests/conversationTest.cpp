@@ -128,6 +128,9 @@ TEST(Conversation, Addr2line) {
       // Several replies to one request.
       {">3|a:1\nb:2\n|+500000|c:3\n|>|z:1\n", "a:1500;z:1"},
       {">3|a:1\n|>|z:1\n|>3|??:0\nb:2\nc:3\n|>|y:1\n", "a:11000;z:1;??:0;y:1"},
+      {">3|nothing\n|+200000|>|b:1\n|>|c:1\n", "!20000;b:1;c:1"},
+      {">|a:1\n|>3|nothing\n|+200000|>|b:1\n", "a:1;!100;b:1"},
+      {">|a:1\n|+200|" + std::string(101, 'x') + "|>|y\n|b:1\n|>|c:1\n", "a:1;b:1;c:1"},
       {repeat(">2|a:1\n|", 62), repeat("a:11000;", 60) + "a:1;a:1"},
   };
   for (const auto& [steps, expected] : cases) EXPECT_EQ(Script(addr2line).run(steps), expected) << steps;
@@ -142,6 +145,9 @@ TEST(Conversation, Gdb) {
       {">a|int a;\n(gdb) \n|>b|int b;\n(gdb) \n", "int a;;int b;"},
       {">a|int a;\n(gdb) (gdb) |>b|(gdb) int b;\n(gdb) (gdb) |>c|int c;\n(gdb) ", "int a;;int b;;int c;"},
       {">a|int a;\n(gdb) |+500|int x;\n(gdb) |>b|(gdb) int b;\n(gdb) |>c|(gdb) |(gdb) ", "int a;;int b;;"},
+      {">a|int a;\n(gdb) |+500|late remark\n|>b|(gdb) |>c|int c;\n(gdb) |>d|int d;\n(gdb) ", "int a;;;int c;;int d;"},
+      {">a|int a;\n(gdb) (gdb) |>b|(gdb) |>c|int c;\n(gdb) |>d|int d;\n(gdb) ", "int a;;!20000;int c;;int d;"},
+      {">a|int a;\n(gdb) |+500|" + std::string(101, 'x') + "(gdb) |>b|int b;\n(gdb) ", "int a;;int b;"},
       {">a|(gdb) |>b|int b;\n(gdb) ", ";int b;"},
       // Late answers are counted by their prompts, or recognised by what they name.
       {">a|>b|int a;\n(gdb) int b;\n(gdb) |>c|int c;\n(gdb) ", "!20000;int b;;int c;"},
