@@ -17,7 +17,7 @@ make -s -C examples/inventory PROGRAM="$work/inventory"
 (
   cd "$work"
   tolquin scan inventory
-  [ "$(tolquin show inventory --format tsv --columns SourceFile | grep -c '/main.cpp\|/parts.c')" -eq 42 ]
+  [ "$(tolquin show inventory --format tsv --columns SourceFile | grep -c '/main.cpp\|/parts.c')" -ge 42 ]
 )
 man -P cat tolquin tolquin.exe | grep -q 'global variables'
 bash -ic '. /usr/share/bash-completion/completions/tolquin && complete -p tolquin' >/dev/null 2>&1
