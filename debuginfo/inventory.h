@@ -1,0 +1,73 @@
+// The variables that a program has in memory, as its debugging information describes them. This is the one public
+// header of the reader; everything that the front end shows is a view of an Inventory.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Who can refer to a variable by its name.
+enum class Linkage {
+  External,  ///< every unit of the program
+  Internal,  ///< its own unit
+  Function   ///< the function in which it is a static
+};
+
+/// One variable. Its texts belong to the Inventory that it is part of. An empty text is not known.
+struct Variable {
+  std::string_view name;              ///< with all scopes, as gdb spells them; never empty
+  std::string_view type;              ///< as C or C++ declares it: "const double [2][3]", "int (*)(char)"
+  std::optional<std::uint64_t> size;  ///< bytes
+  std::string_view section;           ///< name of the section that holds it: ".bss"
+  std::optional<bool> writable;       ///< whether the program may write to it when it runs
+  std::optional<bool> threadLocal;    ///< whether each thread has one
+  std::optional<Linkage> linkage;
+  std::string_view file;                 ///< of the definition, relative to `Inventory::directory` if within it
+  int line = 0;                          ///< of the definition, from 1; 0 when not known
+  std::optional<std::uint64_t> address;  ///< in the executable; of a thread-local variable, the offset in the block
+};
+
+/// A section that the program has in memory.
+struct Section {
+  std::string name;
+  std::uint64_t size = 0;  ///< bytes
+};
+
+/// Texts that live as long as this object and do not move; equal ones are held once.
+class TextPool {
+ public:
+  TextPool();
+  ~TextPool();
+  TextPool(TextPool&&) noexcept;
+  TextPool& operator=(TextPool&&) noexcept;
+
+  /// The pool's copy of `text`.
+  std::string_view intern(std::string_view text);
+
+ private:
+  struct Storage;
+  std::unique_ptr<Storage> storage_;
+};
+
+/// The variables of one executable.
+struct Inventory {
+  std::string executable;           ///< as it was named when it was read
+  std::string buildId;              ///< hexadecimal; empty: none
+  std::string directory;            ///< in which its units were compiled; empty: none in common
+  std::vector<Section> sections;    ///< in the order of the file
+  std::vector<Variable> variables;  ///< by address, thread-local ones last
+  std::vector<std::string> warnings;  ///< what is missing and why, one sentence each, without the executable's name
+  TextPool texts;
+};
+
+struct ReadOptions {
+  bool artificial = false;  ///< also variables that the compiler made up, such as __func__
+  unsigned jobs = 1;        ///< processes that share the reading of one large program
+};
+
+/// Reads the variables of the executable or shared object `path`. Throws UserError when it cannot be read or has no
+/// debugging information; what can be read in part gives warnings.
+Inventory readInventory(const std::string& path, const ReadOptions& options);
