@@ -28,6 +28,17 @@ struct Variable {
   std::string_view file;                 ///< of the definition, relative to `Inventory::directory` if within it
   int line = 0;                          ///< of the definition, from 1; 0 when not known
   std::optional<std::uint64_t> address;  ///< in the executable; of a thread-local variable, the offset in the block
+  /// Bytes of the named type behind all pointers, arrays, functions and references of the type. Not known for vectors,
+  /// unnamed types, and types that the variable's unit only declares.
+  std::optional<std::uint64_t> namedSize;
+  bool namedIncomplete = false;  ///< that named type is one which the variable's unit only declares
+  bool endless = false;          ///< `type` is not known because there are more types in it than a text could hold
+};
+
+/// A variable or declaration outside functions that a debugger may find by its name.
+struct NamedType {
+  std::string_view name;  ///< with all scopes
+  std::string_view type;  ///< empty: not known
 };
 
 /// A section that the program has in memory.
@@ -54,20 +65,33 @@ class TextPool {
 
 /// The variables of one executable.
 struct Inventory {
-  std::string executable;           ///< as it was named when it was read
-  std::string buildId;              ///< hexadecimal; empty: none
-  std::string directory;            ///< in which its units were compiled; empty: none in common
-  std::vector<Section> sections;    ///< in the order of the file
-  std::vector<Variable> variables;  ///< by address, thread-local ones last
+  std::string executable;             ///< as it was named when it was read
+  std::string buildId;                ///< hexadecimal; empty: none
+  std::string directory;              ///< in which its units were compiled; empty: none in common
+  std::vector<Section> sections;      ///< in the order of the file
+  std::vector<Variable> variables;    ///< by address, thread-local ones last
+  std::vector<NamedType> known;       ///< if asked for: all that a debugger may find by a name, with repetitions
   std::vector<std::string> warnings;  ///< what is missing and why, one sentence each, without the executable's name
   TextPool texts;
 };
 
 struct ReadOptions {
   bool artificial = false;  ///< also variables that the compiler made up, such as __func__
+  bool known = false;       ///< also Inventory::known
   unsigned jobs = 1;        ///< processes that share the reading of one large program
 };
 
 /// Reads the variables of the executable or shared object `path`. Throws UserError when it cannot be read or has no
 /// debugging information; what can be read in part gives warnings.
 Inventory readInventory(const std::string& path, const ReadOptions& options);
+
+/// The declaration of `name` with a type as Variable holds it, written as gdb lists variables: "const char name[3]",
+/// "char *name", "int (*)(char) name".
+std::string declare(std::string_view type, std::string_view name);
+
+/// Removes every scope from the text of a name or type, also within template arguments: "a::B<c::D>" becomes "B<D>".
+std::string withoutScopes(std::string_view name);
+
+/// Takes the text of a name apart at the "::" that stand between its scopes, outermost first: those within template
+/// arguments and brackets are none.
+std::vector<std::string_view> scopesOf(std::string_view name);

@@ -13,6 +13,7 @@
 #include <unordered_map>
 
 #include "cxxNames.h"
+#include "debuginfo/inventory.h"
 #include "dwarfEntries.h"
 #include "io.h"
 #include "objRead.h"

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cxxNames.h"
+#include "debuginfo/inventory.h"
 #include "expect.h"
 #include "io.h"
 #include "locator.h"

@@ -4,6 +4,7 @@
 #include <random>
 
 #include "cxxNames.h"
+#include "debuginfo/inventory.h"
 #include "support.h"
 
 namespace {

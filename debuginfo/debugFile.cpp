@@ -13,8 +13,8 @@
 #include <set>
 #include <string_view>
 
-#include "io.h"
-#include "userError.h"
+#include "src/io.h"
+#include "src/userError.h"
 
 namespace {
 
@@ -157,10 +157,37 @@ std::optional<std::uint64_t> DebugFile::onlySymbolSize(std::uint64_t address) co
   return std::any_of(begin, end, differs) ? std::nullopt : std::optional(size);
 }
 
+const DebugFile::ProgramSection* DebugFile::sectionAt(std::uint64_t address) const {
+  for (const ProgramSection& section : programSections_) {
+    if (!section.threadLocal && address >= section.address && address - section.address < section.size) return &section;
+  }
+  return nullptr;
+}
+
 void DebugFile::readSections(Elf* elf) {
+  std::size_t names = 0;
+  elf_getshdrstrndx(elf, &names);
+  std::size_t segments = 0;
+  elf_getphdrnum(elf, &segments);
+  for (std::size_t i = 0; i < segments; ++i) {
+    GElf_Phdr segment;
+    if (gelf_getphdr(elf, static_cast<int>(i), &segment) != nullptr && segment.p_type == PT_GNU_RELRO)
+      relro_ = {segment.p_vaddr, segment.p_vaddr + segment.p_memsz};
+  }
+  const void* id = nullptr;
+  const ssize_t length = dwelf_elf_gnu_build_id(elf, &id);
+  for (ssize_t i = 0; i < length; ++i) {
+    char digits[3];
+    std::snprintf(digits, sizeof digits, "%02x", static_cast<const unsigned char*>(id)[i]);
+    buildId_ += digits;
+  }
   for (Elf_Scn* section = elf_nextscn(elf, nullptr); section != nullptr; section = elf_nextscn(elf, section)) {
     GElf_Shdr header;
     if (gelf_getshdr(section, &header) == nullptr) continue;
+    const char* name = elf_strptr(elf, names, header.sh_name);
+    if ((header.sh_flags & SHF_ALLOC) != 0 && name != nullptr)
+      programSections_.push_back(
+          {name, header.sh_addr, header.sh_size, (header.sh_flags & SHF_WRITE) != 0, (header.sh_flags & SHF_TLS) != 0});
     const bool inMemory = (header.sh_flags & SHF_ALLOC) != 0 && (header.sh_flags & SHF_TLS) == 0;
     // One byte more: a variable without a size may stand at the end of a section.
     if (inMemory && header.sh_addr != 0) sections_.push_back({header.sh_addr, header.sh_addr + header.sh_size + 1});

@@ -11,7 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "uniqueFd.h"
+#include "src/uniqueFd.h"
 
 class DwarfPackage {
  public:

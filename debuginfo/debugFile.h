@@ -49,6 +49,16 @@ class DebugFile {
   /// information of what the linker threw away has addresses outside.
   bool isInMemory(std::uint64_t address) const;
 
+  struct ProgramSection {
+    std::string name;
+    std::uint64_t address, size;
+    bool writable, threadLocal;
+  };
+  const std::vector<ProgramSection>& sections() const { return programSections_; }
+  const ProgramSection* sectionAt(std::uint64_t address) const;
+  bool isRelro(std::uint64_t address) const { return address >= relro_.begin && address < relro_.end; }
+  const std::string& buildId() const { return buildId_; }
+
   /// Size in bytes that the symbol table gives for the variable at `address` whose symbol is called `name`, also with
   /// a suffix such as ".0" behind it; empty when there is none.
   std::optional<std::uint64_t> symbolSize(std::uint64_t address, std::string_view name) const;
@@ -76,5 +86,8 @@ class DebugFile {
   std::vector<std::unique_ptr<DwarfPackage>> packages_;  // of all places where one may be
   std::uint64_t bias_ = 0;
   std::vector<Range> sections_;
+  std::vector<ProgramSection> programSections_;
+  Range relro_{0, 0};
+  std::string buildId_;
   std::unordered_multimap<std::uint64_t, Symbol> symbols_;
 };

@@ -3,8 +3,9 @@
 #include <dwarf.h>
 
 #include "cxxNames.h"
+#include "debuginfo/inventory.h"
 #include "dwarfEntries.h"
-#include "io.h"
+#include "src/io.h"
 
 std::string TypeText::type() const {
   std::string around = prefix;

@@ -46,8 +46,10 @@ class Reader {
     result_.missing = file_.forEachUnit([this](const Dwarf_Die& top, const Dwarf_Die& skeleton) {
       if (top.addr != skeleton.addr) skeletons_.emplace(top.addr, skeleton);
       skeleton_ = skeleton;
+      noteDirectory(top, skeleton);
       readUnit(top);
     });
+    if (result_.directory == "/") result_.directory.clear();
     if (result_.missing.damage.empty()) result_.missing.damage = damage_;
     for (Candidate& candidate : candidates_) complete(candidate);
     sortAndUnite();
@@ -71,6 +73,19 @@ class Reader {
     Scopes::Id scope = Scopes::global;
     bool inFunction = false;
   };
+
+  void noteDirectory(Dwarf_Die top, Dwarf_Die skeleton) {
+    Dwarf_Attribute attribute;
+    const char* directory = dwarf_formstring(dwarf_attr(&skeleton, DW_AT_comp_dir, &attribute));
+    if (dwarf_tag(&top) != DW_TAG_compile_unit || directory == nullptr || *directory != '/') return;
+    std::string& common = result_.directory;
+    if (common.empty()) common = directory;
+    const std::string path = std::string(directory) + "/";
+    while (!path.starts_with(common == "/" ? common : common + "/")) {
+      common.erase(common.rfind('/'));
+      if (common.empty()) common = "/";
+    }
+  }
 
   void readUnit(Dwarf_Die top) {
     // The last two are C17 and C23, which libdw's header does not name yet.
@@ -159,6 +174,7 @@ class Reader {
     variable.address = candidate.address;
     variable.scope = result_.scopes.of(chain.back(), candidate.scope);
     variable.cxx = candidate.cxx;
+    variable.inFunction = candidate.inFunction;
     variable.internal = candidate.inFunction || !isFlagSet(candidate.die, DW_AT_external);
     variable.type = typeOf(chain);
     variable.typed = std::any_of(chain.begin(), chain.end(), [](auto& die) { return dwarf_hasattr(&die, DW_AT_type); });
@@ -242,7 +258,7 @@ class Reader {
 
   const DebugFile& file_;
   const Wanted wanted_;
-  Variables result_;
+  Variables result_{};
   std::vector<Candidate> candidates_;
   std::unordered_map<const void*, TypeSize> sizes_;       // by the entry of the type
   std::unordered_map<const void*, Dwarf_Die> skeletons_;  // by the top entry of the unit in the .dwo file

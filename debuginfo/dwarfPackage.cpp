@@ -8,8 +8,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "io.h"
 #include "sectionBytes.h"
+#include "src/io.h"
 
 namespace {
 

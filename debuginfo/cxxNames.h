@@ -7,6 +7,3 @@
 /// Spells the integer types in `name` as gdb does ("long unsigned int" becomes "unsigned long"), also within template
 /// arguments, whose closing brackets are kept apart by blanks.
 std::string canonicalName(std::string_view name);
-
-/// Removes every scope from `name`, also within template arguments: "a::B<c::D>" becomes "B<D>".
-std::string withoutScopes(std::string_view name);

@@ -18,7 +18,8 @@ struct GlobalVariable {
   std::string name;                   ///< own name, without scopes
   Scopes::Id scope = Scopes::global;
   bool internal = false;  ///< known in its unit or function alone
-  bool cxx = false;       ///< from a unit in C++ (or another language that names types without their kind)
+  bool inFunction = false;
+  bool cxx = false;  ///< from a unit in C++ (or another language that names types without their kind)
   const char* linkageName =
       nullptr;         ///< name of the symbol as the debugging information tells it; null when it does not
   Dwarf_Die type{};    ///< addr is null when there is none that can be read
@@ -40,6 +41,7 @@ struct Variables {
   std::vector<KnownVariable> known;  ///< what a debugger would list, in no order, with repetitions
   std::size_t sharing = 0;           ///< variables left out because they share the address of another
   MissingParts missing;
+  std::string directory;
 };
 
 /// What is to be read of each variable: for tables, its place need not be looked up; for places, its name alone.

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "debuginfo/inventory.h"
+
 namespace {
 
 bool isWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$'; }
@@ -186,4 +188,34 @@ std::string withoutScopes(std::string_view name) {
     }
   }
   return result;
+}
+
+std::vector<std::string_view> scopesOf(std::string_view name) {
+  std::vector<std::string_view> parts;
+  std::size_t begin = 0;
+  int open = 0;
+  for (std::size_t at = 0; at < name.size(); ++at) {
+    const char c = name[at];
+    if (c == '<' || c == '(' || c == '[' || c == '{') ++open;
+    if (c == '>' || c == ')' || c == ']' || c == '}') --open;
+    if (c != ':' || open > 0 || !name.substr(at).starts_with("::")) continue;
+    parts.push_back(name.substr(begin, at - begin));
+    begin = ++at + 1;
+  }
+  parts.push_back(name.substr(begin));
+  return parts;
+}
+
+std::string declare(std::string_view type, std::string_view name) {
+  const std::string_view outer = scopesOf(type).back();
+  const bool apart = type.find("::*") != std::string_view::npos || outer.find_first_of("(&") != std::string_view::npos;
+  std::string result(type);
+  if (apart) return result.append(" ").append(name);
+  std::size_t end = type.size();
+  while (end > 0 && type[end - 1] == ']') end = type.rfind('[', end - 1);
+  const std::string_view suffix = type.substr(end);
+  result.resize(end);
+  while (result.ends_with(' ')) result.pop_back();
+  if (!result.ends_with('*')) result += ' ';
+  return result.append(name).append(suffix);
 }
