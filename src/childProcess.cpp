@@ -146,6 +146,41 @@ pid_t forkBound(int deathSignal) {
   return 0;
 }
 
+ForkedProcess& ForkedProcess::operator=(ForkedProcess&& other) noexcept {
+  if (this != &other) {
+    end();
+    pid_ = std::exchange(other.pid_, 0);
+  }
+  return *this;
+}
+
+ForkedProcess ForkedProcess::start(const std::function<int()>& work) {
+  const pid_t pid = forkBound(SIGKILL);
+  if (pid == 0) {
+    try {
+      _exit(work());
+    } catch (...) {
+      _exit(255);
+    }
+  }
+  ForkedProcess process;
+  process.pid_ = std::max(pid, 0);
+  return process;
+}
+
+int ForkedProcess::await() {
+  int status = 0;
+  while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) continue;
+  pid_ = 0;
+  return status;
+}
+
+void ForkedProcess::end() {
+  if (pid_ <= 0) return;
+  ::kill(pid_, SIGKILL);
+  await();
+}
+
 std::vector<char*> execArguments(const std::vector<std::string>& words) {
   std::vector<char*> pointers;
   pointers.reserve(words.size() + 1);
