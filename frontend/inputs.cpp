@@ -1,8 +1,11 @@
 #include "frontend/inputs.h"
 
+#include <elf.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -33,12 +36,33 @@ bool beginsAsJson(std::string_view text) {
   return start != std::string_view::npos && text[start] == '{';
 }
 
-// Whether the regular file `fd` holds JSON, by what it begins with.
-bool holdsJson(int fd) {
-  char start[64];
-  const ssize_t count = readRetrying(fd, start, sizeof start);
+// What the regular file `fd` begins with.
+std::string startOf(int fd) {
+  std::string start(64, '\0');
+  const ssize_t count = readRetrying(fd, start.data(), start.size());
   lseek(fd, 0, SEEK_SET);
-  return count > 0 && beginsAsJson({start, static_cast<std::size_t>(count)});
+  start.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  return start;
+}
+
+// Whether an ELF file that begins with `start` is an object file.
+bool isObjectFile(std::string_view start) {
+  constexpr std::size_t typeOffset = 16;
+  if (!start.starts_with(ELFMAG) || start.size() < typeOffset + 2) return false;
+  const std::size_t lowByte = typeOffset + (start[EI_DATA] == ELFDATA2MSB ? 1 : 0);
+  return start[lowByte] == ET_REL;
+}
+
+// Says what to do about the files that programs are made of.
+void refuseParts(const std::string& path, std::string_view start) {
+  if (start.starts_with("!<arch>\n") || start.starts_with("!<thin>\n")) {
+    fail(path, "is an archive of object files; name a program or shared object that they are linked into");
+  }
+  if (isObjectFile(start)) {
+    fail(path,
+         "is an object file, whose variables have no addresses yet; name a program or shared object that it is "
+         "linked into");
+  }
 }
 
 // A program without a variable gives no line.
@@ -66,6 +90,8 @@ std::vector<Inventory> readInput(const std::string& path, const ReadOptions& opt
     if (!content.empty() && !beginsAsJson(content)) fail(path, "what comes from this pipe is not JSON");
     return parseJson(path, content);
   }
-  if (holdsJson(file.get()) || isEmptyResult(path, status)) return parseJson(path, readAll(path, file.get()));
+  const std::string start = startOf(file.get());
+  if (beginsAsJson(start) || isEmptyResult(path, status)) return parseJson(path, readAll(path, file.get()));
+  refuseParts(path, start);
   return one(readInventory(path, options));
 }

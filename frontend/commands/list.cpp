@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
@@ -28,7 +29,7 @@ struct ListOptions {
   std::string sort;
   std::string where;
   std::string by;
-  std::optional<std::size_t> rows;
+  std::optional<std::int64_t> rows;
   bool mutableOnly = false;
   bool duplicates = false;
   bool explainColumns = false;
@@ -83,7 +84,7 @@ class List {
   void show() {
     rows_ = selectRows(programs_, selection_);
     if (selection_.duplicates) waste_ = keepDuplicates(rows_);
-    if (rows_.empty() && !selection_.isWhole()) printMessage("no variable is left of those that were read");
+    if (rows_.empty() && !selection_.isWhole()) printMessage("no variable is selected");
     if (grouping_ != nullptr) return showSums();
     std::vector<Row> sorted = rows_;
     sortRecords(sorted, keys_);
@@ -108,8 +109,8 @@ class List {
   template <typename Record>
   void showRecords(std::vector<Record>& records, const std::vector<Field<Record>>& fields, std::string_view what) {
     const std::size_t all = records.size();
-    if (options_.rows && *options_.rows < all)
-      records.erase(records.begin() + static_cast<std::ptrdiff_t>(*options_.rows), records.end());
+    if (options_.rows && std::cmp_less(*options_.rows, all))
+      records.erase(records.begin() + *options_.rows, records.end());
     const RecordListing<Record> listing(records, fields);
     if (options_.format == "csv") return writeCsv(listing, forTerminal_, output_);
     if (options_.format == "tsv") return writeTsv(listing, forTerminal_, output_);
@@ -164,16 +165,13 @@ std::vector<std::string> groupingNames() {
 }
 
 void addChoiceOptions(CLI::App& command, ListOptions& options) {
-  command.add_option(
-      "--where", options.where,
-      "Only variables that fulfil conditions: COLUMN OP VALUE, joined by commas; OP is = != < <= > >= or ~ "
-      "(a regular expression, as for grep -E); VALUE is a number (of bytes also with K or M), true, false, "
-      "null (not known), or a text, which stands in \"\" if it holds a comma");
-  command.add_flag("--mutable", options.mutableOnly, "Only those that are writable or thread-local");
+  command.add_option("--where", options.where, "Only variables that fulfil conditions (see below)")
+      ->type_name("CONDITION,...");
+  command.add_flag("--mutable", options.mutableOnly, "Only variables that are writable or thread-local");
   command.add_flag("--duplicates", options.duplicates,
-                   "Only those that a program has several times: with the same name, type, file and line");
+                   "Only variables of the same name, type, file and line at several addresses");
   command.add_flag("--artificial", options.reading.artificial,
-                   "Also those that the compiler made up, such as __func__");
+                   "Also variables that the compiler made up, such as __func__");
   command.add_option("--by", options.by, "Sums instead of variables")->check(CLI::IsMember(groupingNames()));
 }
 
@@ -181,16 +179,31 @@ void addViewOptions(CLI::App& command, ListOptions& options) {
   command.add_option("--format", options.format, "How to write it")
       ->check(CLI::IsMember({"table", "csv", "tsv", "json", "jsonl"}))
       ->capture_default_str();
-  command.add_option("--columns", options.columns, "Columns to show, separated by commas, in this order")
-      ->type_name("COLUMN,...");
+  command.add_option("--columns", options.columns, "Columns to show, in this order")->type_name("COLUMN,...");
   command
-      .add_option(
-          "--sort", options.sort,
-          "Columns to sort by, separated by commas; with - in front in descending order; default: -size (of sums: "
-          "-bytes)")
+      .add_option("--sort", options.sort,
+                  "Columns to sort by, with - in front in descending order;\ndefault: -size (of sums: -bytes)")
       ->type_name("[-]COLUMN,...");
-  command.add_option("-n", options.rows, "Show so many rows at most")->type_name("N");
+  command.add_option("-n", options.rows, "Show at most N rows")
+      ->check(CLI::Range(std::int64_t{0}, std::int64_t{UINT32_MAX}))
+      ->type_name("N");
   command.add_flag("--list-columns", options.explainColumns, "Show the names of all columns and what they hold");
+}
+
+std::string helpText() {
+  return "Columns: " + columnNames() +
+         "\n\n"
+         "A condition is a column, one of = != < <= > >= ~, and a value. ~ takes a regular\n"
+         "expression, as for grep -E. A value is a number (of bytes also with K or M), true,\n"
+         "false, null (not known), or a text, which stands in \"\" if it holds a comma. What is\n"
+         "not known compares with null only.\n\n"
+         "Examples:\n"
+         "  tolquin list ./prog\n"
+         "  tolquin list --mutable --where 'file ~ ^src/net/, size >= 4K' ./prog\n"
+         "  tolquin list --by file -n 20 build/bin/*\n"
+         "  tolquin list --format csv --columns name,type,size,file,line ./prog >prog.csv\n"
+         "  tolquin list --format json ./prog | jq '.variables[] | select(.section == \".bss\")'\n\n"
+         "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong use.";
 }
 
 }  // namespace
@@ -199,8 +212,8 @@ void addListCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<ListOptions>();
   CLI::App* command = app.add_subcommand("list", "List the variables of programs; the word list may be left out");
   command->add_option("INPUT", options->inputs,
-                      "Executables or shared objects compiled with -g; results that list wrote as JSON or JSON lines; "
-                      "directories with a result of tolquin.exe");
+                      "Executables or shared objects compiled with -g, results that list\nwrote as JSON or JSON "
+                      "lines, directories with a result of tolquin.exe");
   addViewOptions(*command, *options);
   addChoiceOptions(*command, *options);
   options->reading.jobs = std::max(1u, std::thread::hardware_concurrency());
@@ -208,14 +221,7 @@ void addListCommand(CLI::App& app, Action& action) {
       ->check(CLI::Range(1u, 4096u))
       ->type_name("N")
       ->capture_default_str();
-  command->footer("Columns: " + columnNames() +
-                  "\n\nExamples:\n"
-                  "  tolquin list ./prog\n"
-                  "  tolquin list --mutable --where 'file ~ ^src/net/, size >= 4K' ./prog\n"
-                  "  tolquin list --by file -n 20 build/bin/*\n"
-                  "  tolquin list --format csv --columns name,type,size,file,line ./prog >prog.csv\n"
-                  "  tolquin list --format json ./prog | jq '.variables[] | select(.section == \".bss\")'\n"
-                  "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong use.");
+  command->footer(helpText());
   command->callback([options, &action] {
     if (options->explainColumns) {
       action = explainColumns;

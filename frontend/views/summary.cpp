@@ -73,9 +73,9 @@ void writeSummary(const Summary& summary, const std::vector<Row>& selected, Outp
   output.put("\n");
   std::string sections;
   for (const Sum& sum : sums) {
-    sections += (sections.empty() ? "" : "; ") + sectionText(sum, summary.isWhole ? &sizes : nullptr);
+    sections += "  " + sectionText(sum, summary.isWhole ? &sizes : nullptr) + "\n";
   }
-  if (!sections.empty()) output.put(sections + "\n");
+  output.put(sections);
   if (summary.waste.definitions > 0) {
     output.put("One of each of these " + counted(summary.waste.definitions, "definition") + " would spare " +
                counted(summary.waste.bytes, "byte") + "\n");
