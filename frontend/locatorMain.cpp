@@ -1,5 +1,5 @@
 // The program addr2line of this project: speaks GNU addr2line's protocol for data addresses, and knows the variables of
-// every compiler. Called by tolquin.exe as `addr2line -e <executable>`; put first on its search path by `tolquin scan`.
+// every compiler. Called by tolquin.exe as `addr2line -e <executable>`.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
