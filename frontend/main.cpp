@@ -80,15 +80,8 @@ void defineShow(CLI::App& app, ShowOptions& options) {
 int runTables(const TablesOptions& options) {
   const std::string directory = options.directory.empty() ? options.executable + ".vym" : options.directory;
   const TableSummary summary = makeTables(options.executable, directory, options.qualified);
-  if (const auto& files = summary.missing.files; !files.empty()) {
-    std::fprintf(stderr,
-                 "tolquin: %s: warning: %zu files of its debugging information cannot be found, the first is %s\n",
-                 options.executable.c_str(), files.size(), files.front().c_str());
-  }
-  if (!summary.missing.damage.empty()) {
-    std::fprintf(stderr, "tolquin: %s: warning: its debugging information is damaged (%s): variables are missing\n",
-                 options.executable.c_str(), summary.missing.damage.c_str());
-  }
+  for (const std::string& warning : summary.warnings)
+    std::fprintf(stderr, "tolquin: %s: warning: %s\n", options.executable.c_str(), warning.c_str());
   if (summary.leftOut > 0) {
     std::fprintf(stderr,
                  "tolquin: %s: warning: %zu variables left out: the tables cannot hold them, or they have no type, and "
