@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -277,4 +278,19 @@ std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_v
     result.append(withoutTags(canonicalName(part))).append("::");
   }
   return result.empty() ? std::nullopt : std::optional(result);
+}
+
+std::string bindingInSymbol(std::string_view symbol) {
+  const std::size_t begin = symbol.starts_with("_Z") ? symbol.find("DC") : std::string_view::npos;
+  if (begin == std::string_view::npos) return "";
+  std::string names;
+  std::string_view rest = symbol.substr(begin + 2);
+  while (!rest.empty() && std::isdigit(static_cast<unsigned char>(rest.front())) != 0) {
+    std::size_t length = 0;
+    const auto end = std::from_chars(rest.data(), rest.data() + rest.size(), length).ptr;
+    rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+    names.append(names.empty() ? "[" : ", ").append(rest.substr(0, length));
+    rest.remove_prefix(std::min(length, rest.size()));
+  }
+  return names.empty() ? "" : names + "]";
 }

@@ -16,6 +16,9 @@ std::string withoutTags(std::string name);
 /// (may be null) alone; empty when `name` holds them or has none.
 std::string templateArguments(std::string_view name, const char* linkageName);
 
-/// What stands before `name` in the name of the symbol of a function's static: "ns::function::". Empty when that is
-/// no such name.
+/// What stands before `name` in the name of its symbol: "ns::function::". Empty when that is not known.
 std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_view name);
+
+/// What the variable is called whose parts a structured binding names, "[a, b]", by the name of its symbol; empty when
+/// that is no such name.
+std::string bindingInSymbol(std::string_view symbol);

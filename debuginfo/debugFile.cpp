@@ -124,9 +124,11 @@ void DebugFile::openPackages(const std::string& path, Dwfl_Module* module) {
   const char* debugPath = nullptr;
   dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &debugPath);
   std::error_code ignored;
-  std::set<std::string> places{path, fs::weakly_canonical(path, ignored).string()};
-  if (debugPath != nullptr) places.insert(debugPath);
-  for (const std::string& place : places) packages_.push_back(std::make_unique<DwarfPackage>(place + ".dwp"));
+  std::set<fs::path> places;
+  for (const fs::path& program :
+       {fs::path(path), fs::weakly_canonical(path, ignored), fs::path(debugPath != nullptr ? debugPath : path)})
+    places.insert(fs::weakly_canonical(fs::path(program).concat(".dwp"), ignored));
+  for (const fs::path& place : places) packages_.push_back(std::make_unique<DwarfPackage>(place.string()));
 }
 
 void DebugFile::forEachUnit(const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& warnings) const {

@@ -35,6 +35,22 @@ bool cut(Elf_Scn* section, GElf_Shdr& header, std::uint64_t offset, std::uint64_
   return gelf_update_shdr(section, &header) != 0;
 }
 
+// The type of the type unit that `dwarf` (may be null) consists of.
+Dwarf_Die onlyType(Dwarf* dwarf) {
+  Dwarf_Die type{};
+  Dwarf_CU* unit = nullptr;
+  Dwarf_Die top;
+  if (dwarf == nullptr || dwarf_get_units(dwarf, nullptr, &unit, nullptr, nullptr, &top, &type) == 0) return type;
+  // In DWARF 4 these have a section of their own, which is not looked at without one of other units.
+  Dwarf_Off next = 0;
+  Dwarf_Off offset = 0;
+  std::uint64_t signature = 0;
+  if (dwarf_next_unit(dwarf, 0, &next, nullptr, nullptr, nullptr, nullptr, nullptr, &signature, &offset) != 0 ||
+      dwarf_offdie_types(dwarf, offset, &type) == nullptr)
+    return {};
+  return type;
+}
+
 }  // namespace
 
 DwarfPackage::DwarfPackage(const std::string& path) : file_(openFile(path.c_str(), O_RDONLY | O_NONBLOCK)) {
@@ -130,9 +146,6 @@ Dwarf_Die DwarfPackage::type(const Dwarf_Attribute& reference) {
   const auto found = signature ? types_.find(*signature) : types_.end();
   if (found == types_.end()) return {};
   const auto [known, isNew] = knownTypes_.try_emplace(*signature);
-  Dwarf* dwarf = isNew ? open(found->second) : nullptr;
-  Dwarf_CU* unit = nullptr;
-  Dwarf_Die top;
-  if (dwarf != nullptr) dwarf_get_units(dwarf, nullptr, &unit, nullptr, nullptr, &top, &known->second);
+  if (isNew) known->second = onlyType(open(found->second));
   return known->second;
 }

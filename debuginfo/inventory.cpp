@@ -70,7 +70,7 @@ Inventory readInventory(const std::string& path, const ReadOptions& options) {
     inventory.sections.push_back({section.name, section.size});
   VariableReader reader(file, options, inventory);
   file.forEachUnit([&reader](const Unit& unit) { reader.read(unit); }, inventory.warnings);
-  for (const std::string& each : reader.warnings().sentences()) inventory.warnings.push_back(each);
+  for (const std::string& each : reader.finish().sentences()) inventory.warnings.push_back(each);
   inventory.directory = reader.directory();
   sortAndUnite(inventory.variables);
   shortenFiles(inventory);

@@ -62,7 +62,7 @@ void ProgramImage::readSegments(Elf* elf) {
     GElf_Phdr segment;
     if (gelf_getphdr(elf, static_cast<int>(i), &segment) == nullptr) return;
     if (segment.p_type == PT_GNU_RELRO) relro_ = {segment.p_vaddr, segment.p_vaddr + segment.p_memsz};
-    if (segment.p_type == PT_TLS) threadLocalBegin_ = segment.p_vaddr;
+    if (segment.p_type == PT_TLS) threadLocal_ = {segment.p_vaddr, segment.p_vaddr + segment.p_memsz};
   }
 }
 
@@ -82,9 +82,15 @@ const ImageSection* ProgramImage::find(std::uint64_t address) const {
   return ended;
 }
 
+std::uint64_t ProgramImage::threadLocalOffset(std::uint64_t place) const {
+  const bool isAddress =
+      place >= threadLocal_.end - threadLocal_.begin && place >= threadLocal_.begin && place < threadLocal_.end;
+  return isAddress ? place - threadLocal_.begin : place;
+}
+
 const ImageSection* ProgramImage::findThreadLocal(std::uint64_t offset) const {
   for (const ImageSection& section : sections_) {
-    const std::uint64_t within = threadLocalBegin_ + offset - section.address;
+    const std::uint64_t within = threadLocal_.begin + offset - section.address;
     if (section.threadLocal && within < section.size) return &section;
   }
   return nullptr;

@@ -32,6 +32,9 @@ class ProgramImage {
 
   /// The section that holds `address`, or at whose end it is; null when the program has nothing there.
   const ImageSection* find(std::uint64_t address) const;
+  /// Turns what the debugging information has as the place of a thread-local variable into its offset in the block.
+  /// Some compilers give an address in the template of the block instead.
+  std::uint64_t threadLocalOffset(std::uint64_t place) const;
   /// The section that holds the byte `offset` of the block of thread-local variables; null when none does.
   const ImageSection* findThreadLocal(std::uint64_t offset) const;
   /// Whether the program may write to `address` in `section` when it runs.
@@ -69,7 +72,7 @@ class ProgramImage {
   std::vector<const ImageSection*> byAddress_;  // but for thread-local ones
   mutable const ImageSection* last_ = nullptr;  // that was found
   Range relro_;
-  std::uint64_t threadLocalBegin_ = 0;
+  Range threadLocal_;  // the template of the block
   std::string buildId_;
   std::uint64_t bias_ = 0;                  // of addresses in libdwfl
   mutable std::optional<Symbols> symbols_;  // by address

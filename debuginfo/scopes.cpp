@@ -1,5 +1,7 @@
 #include "debuginfo/scopes.h"
 
+#include <dwarf.h>
+
 #include "debuginfo/cxxNames.h"
 
 const UnitScan& Scopes::enter(const UnitLayout& layout, const Die& unit, ScanFor purpose) {
@@ -53,7 +55,8 @@ void Scopes::name(const Die& entry, ScopeMap& map, ScopeMap::Id id) {
   const bool isNamespace = scope.kind == EntryKind::Namespace;
   std::string text = own != nullptr ? withoutTags(canonicalName(own)) : isNamespace ? "(anonymous namespace)" : "";
   if (!text.empty()) text += "::";
-  scope.inNameless = (isFunction && own == nullptr) || outer.inNameless;
+  const bool isElsewhere = chain.front().has(DW_AT_signature);  // in a type unit that cannot be found
+  scope.inNameless = (own == nullptr && (isFunction || isElsewhere)) || outer.inNameless;
   scope.inFunction = isFunction || outer.inFunction;
   scope.forVariables = outer.forVariables + text;
   scope.forVariablesC = outer.forVariablesC + (isFunction ? text : "");

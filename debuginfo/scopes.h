@@ -21,7 +21,7 @@ class Scopes {
   const std::string& ofType(const Die& entry);
   /// Whether `entry` stands within a function.
   bool isInFunction(const Die& entry);
-  /// Whether one of the functions around `entry` has no name.
+  /// Whether one of the functions or classes around `entry` has a name that is not known.
   bool isInNameless(const Die& entry) { return named(entry).inNameless; }
 
   UnitLayouts& layouts() { return layouts_; }

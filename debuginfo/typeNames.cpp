@@ -141,6 +141,8 @@ struct TypeNames::Builder {
       } else if (child.tag() == DW_TAG_formal_parameter) {
         Builder parameter{scopes, cxx, budget};
         parameter.addTypeOf(child, depth, false, false);
+        // As gdb shows it.
+        if (cxx && child.flag(DW_AT_artificial) && parameter.prefix == "*") parameter.prefix += " const";
         damaged = parameter.damaged;
         endless = parameter.endless;
         list += (list.empty() ? "" : ", ") + parameter.type();
@@ -180,7 +182,7 @@ struct TypeNames::Builder {
   }
 
   std::string keyword(const Die& type) const {
-    if (cxx && type.text(DW_AT_name) != nullptr) return "";
+    if (cxx && firstName(descriptions(type)) != nullptr) return "";
     switch (type.tag()) {
       case DW_TAG_structure_type:
         return "struct ";
@@ -196,14 +198,15 @@ struct TypeNames::Builder {
   }
 
   std::string typeName(const Die& type) {
-    const char* name = type.text(DW_AT_name);
+    const std::vector<Die> chain = descriptions(type);
+    const char* name = firstName(chain);
     // A type whose unit cannot be found has a name that is not known.
     if (name == nullptr && type.has(DW_AT_signature)) damaged = true;
     if (name == nullptr) return "{...}";
     const std::string canonical = canonicalName(name);
     if (!cxx) return canonical;
     // The definition of a class in another unit knows its scope, a declaration here may too.
-    return scopes.ofType(descriptions(type).back()) + canonical;
+    return scopes.ofType(chain.back()) + canonical;
   }
 };
 

@@ -105,7 +105,7 @@ Die namedTypeWithin(const Die& type) {
     if (at.has(DW_AT_GNU_vector)) return {};
     if (!isPointer(tag) && tag != DW_TAG_array_type && tag != DW_TAG_subroutine_type &&
         (!isQualifierOrName(tag) || tag == DW_TAG_typedef))
-      return at.text(DW_AT_name) != nullptr ? at : Die();
+      return firstName(descriptions(at)) != nullptr ? at : Die();
     at = at.reference(DW_AT_type);
   }
   return {};

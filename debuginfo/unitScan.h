@@ -20,7 +20,7 @@ class ScopeMap {
     const unsigned char* entry = nullptr;
     bool isNamed = false;       // whether the rest is filled in
     bool inFunction = false;    // it is one or is within one
-    bool inNameless = false;    // of these functions one has no name
+    bool inNameless = false;    // of these functions or classes one has a name that is not known
     std::string forVariables;   // what stands before the names of variables, "ns::f::"
     std::string forVariablesC;  // the same in C, where functions alone are scopes
     std::string forTypes;       // before those of types: scopes end at functions

@@ -1,11 +1,10 @@
 #include "debuginfo/variables.h"
 
-#include <cxxabi.h>
 #include <dwarf.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <unordered_set>
 
 #include "debuginfo/cxxNames.h"
 #include "debuginfo/typeSizes.h"
@@ -49,6 +48,19 @@ void VariableReader::read(const Unit& unit) {
                       (name != nullptr ? name : "a unit without a name")});
 }
 
+// What has no name is named in a warning, unless another variable has its place: a member of an unnamed union.
+const Warnings& VariableReader::finish() {
+  std::unordered_set<std::uint64_t> addresses;
+  if (!nameless_.empty()) {
+    for (const Variable& variable : inventory_.variables) addresses.insert(variable.address.value_or(0));
+  }
+  for (const auto& [address, what] : nameless_) {
+    if (!addresses.contains(address)) warnings_.add("they have no name", what);
+  }
+  nameless_.clear();
+  return warnings_;
+}
+
 void VariableReader::noteDirectory(const Unit& unit) {
   const char* directory = unit.skeleton.text(DW_AT_comp_dir);
   const int tag = unit.top.tag();
@@ -66,8 +78,9 @@ void VariableReader::readVariable(const MetVariable& met) {
   const RawEntry raw = scopes_.abbreviations().read(*met.abbreviation, cursor);
   if (options_.known) noteKnown(met, raw);
   if (met.abbreviation->kind != EntryKind::Located) return;
-  const Location location = locationOf(raw);
+  Location location = locationOf(raw);
   if (location.kind == Kind::None) return;
+  if (location.kind == Kind::ThreadLocal) location.address = file_.image().threadLocalOffset(location.address);
   const ImageSection* section = nullptr;
   if (location.kind == Kind::Memory || location.kind == Kind::Scattered) {
     section = file_.image().find(file_.toExecutable(location.address));
@@ -77,6 +90,7 @@ void VariableReader::readVariable(const MetVariable& met) {
     if (section == nullptr && location.base == 0) return;
   }
   Entry entry = open(met, raw);
+  if (entry.name.empty()) entry.name = nameBySymbol(entry, location);
   list(entry, location, section);
 }
 
@@ -133,6 +147,7 @@ bool VariableReader::isSet(const Entry& entry, Slot slot, unsigned name) const {
 }
 
 void VariableReader::list(Entry& entry, const Location& location, const ImageSection* section) {
+  if (entry.name.empty() && location.kind == Kind::Memory && listMembers(entry, location, section)) return;
   if (isLeftOut(entry, location, section)) return;
   Variable variable;
   if (section != nullptr) variable.section = section->name;
@@ -140,9 +155,30 @@ void VariableReader::list(Entry& entry, const Location& location, const ImageSec
   variable.threadLocal = location.kind == Kind::ThreadLocal;
   if (*variable.threadLocal) variable.writable = true;
   if (location.kind == Kind::Memory) variable.address = file_.toExecutable(location.address);
-  if (location.kind == Kind::ThreadLocal) variable.address = location.address;
+  if (location.kind == Kind::ThreadLocal && section != nullptr) variable.address = location.address;
   describe(entry, location, variable);
   inventory_.variables.push_back(variable);
+}
+
+// Lists the members of an unnamed union in place of the variable that it is to some compilers. False when `entry` is
+// none.
+bool VariableReader::listMembers(const Entry& entry, const Location& location, const ImageSection* section) {
+  constexpr int deepest = 8;
+  const Die type = entry.die.reference(DW_AT_type);
+  const bool isUnnamed = type && type.name() == nullptr &&
+                         (type.tag() == DW_TAG_union_type || (type.tag() == DW_TAG_structure_type && unionDepth_ > 0));
+  if (!isUnnamed || unionDepth_ == deepest) return false;
+  ++unionDepth_;
+  for (const Die& child : type.children()) {
+    if (child.tag() != DW_TAG_member) continue;
+    Entry member{.die = child, .raw = {}, .completed = {child, entry.die}, .inFunction = entry.inFunction, .name = {}};
+    if (const char* name = child.name()) member.name = name;
+    Location place = location;
+    place.address += child.number(DW_AT_data_member_location).value_or(0);
+    list(member, place, section);
+  }
+  --unionDepth_;
+  return true;
 }
 
 // Whether a variable does not belong in the list; one that the program has in memory is then named in a warning.
@@ -159,7 +195,7 @@ bool VariableReader::isLeftOut(const Entry& entry, const Location& location, con
   if (entry.name.empty()) {
     // The constants that some compilers describe like variables: texts in quotes.
     if (!threadLocal && section != nullptr && !section->writable && entry.linkageName == nullptr) return true;
-    warnings_.add("they have no name", about(entry));
+    nameless_.push_back({location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0, about(entry)});
     return true;
   }
   // What the linker threw away is said to be at 0, where there may be something else.
@@ -191,19 +227,30 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
 }
 
 std::string_view VariableReader::fullName(const Entry& entry, const Variable& variable) {
-  const std::string before = prefix(entry, variable);
-  if (!cxx_) return inventory_.texts.keep(before.empty() ? entry.name : before + std::string(entry.name));
-  return inventory_.texts.keep(before + withoutTags(canonicalName(entry.name)) +
+  const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
+  std::string scopes = scopes_.ofVariable(outermost, cxx_);
+  const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) || (!scopes.empty() && scopes_.isInNameless(outermost));
+  if (!isUncertain && scopes.empty() && !cxx_) return inventory_.texts.keep(entry.name);
+  if (isUncertain) scopes = scopesBySymbol(entry, variable).value_or(scopes);
+  if (!cxx_) return inventory_.texts.keep(scopes.append(entry.name));
+  return inventory_.texts.keep(scopes + withoutTags(canonicalName(entry.name)) +
                                templateArguments(entry.name, entry.linkageName));
 }
 
-std::string VariableReader::prefix(const Entry& entry, const Variable& variable) {
-  const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
-  const std::string& scopes = scopes_.ofVariable(outermost, cxx_);
-  if (!entry.inFunction || !scopes_.isInNameless(outermost) || !variable.address) return scopes;
-  // Of a function that was inlined everywhere some compilers say nothing but in the names of symbols.
-  return scopesInSymbol(file_.image().symbolName(*variable.address, *variable.threadLocal), entry.name)
-      .value_or(scopes);
+// The name of the variable whose parts a structured binding names, which the symbol alone has. Empty when it is none.
+std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location& location) {
+  if (!cxx_ || location.kind != Kind::Memory) return {};
+  if (entry.linkageName != nullptr) return inventory_.texts.intern(bindingInSymbol(entry.linkageName));
+  return inventory_.texts.intern(
+      bindingInSymbol(file_.image().symbolName(file_.toExecutable(location.address), false)));
+}
+
+// Scopes that the debugging information does not know: namespaces in DWARF 2, functions that were inlined everywhere
+// (of which some compilers say nothing else), classes whose description is missing.
+std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, const Variable& variable) {
+  if (entry.linkageName != nullptr) return scopesInSymbol(entry.linkageName, entry.name);
+  if (!variable.address) return {};
+  return scopesInSymbol(file_.image().symbolName(*variable.address, *variable.threadLocal), entry.name);
 }
 
 // A definition says only what differs from the declaration that it completes: often the line, but not the file.
@@ -264,7 +311,8 @@ void VariableReader::noteKnown(const MetVariable& met, const RawEntry& raw) {
 // What a warning calls a variable.
 std::string VariableReader::about(const Entry& entry) {
   const Place place = placeOf(entry);
-  std::string result = entry.name.empty() ? "one" : std::string(entry.name);
+  std::string result(entry.name);
+  if (result.empty()) result = "one of type " + std::string(typeOf(entry).text);
   if (!place.file.empty()) result += " (" + std::string(place.file) + ":" + std::to_string(place.line) + ")";
   return result;
 }

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "debuginfo/debugFile.h"
@@ -23,7 +25,8 @@ class VariableReader {
   void read(const Unit& unit);
   /// Where all units read so far were compiled; empty when they have no directory in common.
   const std::string& directory() const { return directory_; }
-  const Warnings& warnings() const { return warnings_; }
+  /// What is missing, when all units have been read.
+  const Warnings& finish();
 
  private:
   struct TypeFacts {
@@ -55,10 +58,12 @@ class VariableReader {
   Entry open(const MetVariable& met, const RawEntry& raw);
   bool isSet(const Entry& entry, Slot slot, unsigned name) const;
   void list(Entry& entry, const Location& location, const ImageSection* section);
+  bool listMembers(const Entry& entry, const Location& location, const ImageSection* section);
   bool isLeftOut(const Entry& entry, const Location& location, const ImageSection* section);
   void describe(const Entry& entry, const Location& location, Variable& variable);
   std::string_view fullName(const Entry& entry, const Variable& variable);
-  std::string prefix(const Entry& entry, const Variable& variable);
+  std::string_view nameBySymbol(const Entry& entry, const Location& location);
+  std::optional<std::string> scopesBySymbol(const Entry& entry, const Variable& variable);
   void noteKnown(const MetVariable& met, const RawEntry& raw);
   Place placeOf(const Entry& entry);
   std::string_view fileOf(const Die& die, std::uint64_t number);
@@ -76,6 +81,7 @@ class VariableReader {
   TypeNames types_;
   SourceFiles files_;
   Warnings warnings_;
+  std::vector<std::pair<std::uint64_t, std::string>> nameless_;  // addresses, and what to call them
   std::string directory_;
   bool hasDirectory_ = false;
 
@@ -83,6 +89,7 @@ class VariableReader {
   const Unit* unit_ = nullptr;
   UnitLayout layout_;
   bool cxx_ = false;
+  int unionDepth_ = 0;                                   // of unnamed unions within each other
   std::unordered_map<const void*, TypeFacts> facts_[2];  // by the entry of the type, in C and in C++
   std::unordered_map<const void*, Die> skeletons_;       // by the top entry of the unit that was split off
 };
