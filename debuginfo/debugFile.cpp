@@ -47,8 +47,8 @@ void expectProgram(const std::string& path) {
 }
 
 // Why the debugging information of `elf` cannot be read although it is there; empty when that is not so.
-std::string unreadableCompression(Elf* elf) {
-  Elf_Scn* section = elf != nullptr ? findSection(elf, ".debug_info") : nullptr;
+std::string unreadableCompression(Elf* elf, std::string_view name) {
+  Elf_Scn* section = elf != nullptr ? findSection(elf, name) : nullptr;
   GElf_Shdr header;
   GElf_Chdr compression;
   if (section == nullptr || gelf_getshdr(section, &header) == nullptr || (header.sh_flags & SHF_COMPRESSED) == 0 ||
@@ -66,7 +66,7 @@ std::string unreadableCompression(Elf* elf) {
   for (const std::string& place : {path, std::string(debugPath != nullptr ? debugPath : "")}) {
     const UniqueFd file = openFile(place.c_str(), O_RDONLY | O_NONBLOCK);
     const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
-    const std::string method = unreadableCompression(elf.get());
+    const std::string method = unreadableCompression(elf.get(), ".debug_info");
     if (method.empty()) continue;
     throw UserError(place + ": its debugging information is compressed by " + method +
                     ", which libdw cannot read here; objcopy --decompress-debug-sections makes a copy without");
@@ -96,6 +96,9 @@ std::string dwoFault(const Die& skeleton) {
   int sections = 0;
   for (Elf_Scn* section = nullptr; (section = findSection(elf.get(), ".debug_info.dwo", section)) != nullptr;)
     ++sections;
+  const std::string method = unreadableCompression(elf.get(), ".debug_info.dwo");
+  if (!method.empty() && method == "zstd")
+    return "is compressed by zstd, which libdw cannot read here; objcopy --decompress-debug-sections changes that";
   if (sections > 1)
     return "has a section for each type, which cannot be read; compile without -fdebug-types-section, or with "
            "-gdwarf-4";

@@ -122,9 +122,11 @@ std::optional<std::uint64_t> ProgramImage::symbolSize(std::uint64_t address, boo
   return differ ? std::nullopt : agreed;
 }
 
-std::string_view ProgramImage::symbolName(std::uint64_t address, bool threadLocal) const {
+std::vector<std::string_view> ProgramImage::symbolNames(std::uint64_t address, bool threadLocal) const {
+  std::vector<std::string_view> names;
   const auto [begin, end] = symbolsAt(address, threadLocal);
-  return end - begin == 1 ? begin->name : std::string_view();
+  for (auto at = begin; at != end; ++at) names.emplace_back(at->name);
+  return names;
 }
 
 const ProgramImage::Symbols& ProgramImage::symbols() const {

@@ -47,8 +47,8 @@ class ProgramImage {
   /// name, else that on which all symbols there agree. Empty when there is none.
   std::optional<std::uint64_t> symbolSize(std::uint64_t address, bool threadLocal, std::string_view name,
                                           const char* linkageName) const;
-  /// The name of the only symbol at `address`; empty when there is none or are several.
-  std::string_view symbolName(std::uint64_t address, bool threadLocal) const;
+  /// The names of the symbols at `address`.
+  std::vector<std::string_view> symbolNames(std::uint64_t address, bool threadLocal) const;
 
  private:
   struct Symbol {

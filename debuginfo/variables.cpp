@@ -19,6 +19,13 @@ bool isLanguageC(int language) {
   return std::find(languagesOfC.begin(), languagesOfC.end(), language) != languagesOfC.end();
 }
 
+// Whether the references of a unit that was split off lead nowhere, as those which gcc writes when it optimises at link
+// time do.
+bool isBrokenSplit(const Unit& unit) {
+  const char* producer = unit.top.id() != unit.skeleton.id() ? unit.top.text(DW_AT_producer) : nullptr;
+  return producer != nullptr && std::string_view(producer).starts_with("GNU GIMPLE");
+}
+
 }  // namespace
 
 VariableReader::VariableReader(const DebugFile& file, const ReadOptions& options, Inventory& inventory)
@@ -34,6 +41,11 @@ void VariableReader::read(const Unit& unit) {
   if (unit.top.id() != unit.skeleton.id()) skeletons_.emplace(unit.top.id(), unit.skeleton);
   const bool isType = unit.top.tag() == DW_TAG_type_unit;
   if (isType && !options_.known) return;  // no variable has its place there
+  if (isBrokenSplit(unit)) {
+    return warnings_.append(
+        {"variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; "
+         "link without -gsplit-dwarf"});
+  }
   const auto layout = scopes_.layouts().of(unit.top.raw());
   const char* name = unit.top.text(DW_AT_name);
   if (!layout)
@@ -55,7 +67,7 @@ const Warnings& VariableReader::finish() {
     for (const Variable& variable : inventory_.variables) addresses.insert(variable.address.value_or(0));
   }
   for (const auto& [address, what] : nameless_) {
-    if (!addresses.contains(address)) warnings_.add("they have no name", what);
+    if (!addresses.contains(address)) warnings_.add("without a name", what);
   }
   nameless_.clear();
   return warnings_;
@@ -164,7 +176,7 @@ void VariableReader::list(Entry& entry, const Location& location, const ImageSec
 // none.
 bool VariableReader::listMembers(const Entry& entry, const Location& location, const ImageSection* section) {
   constexpr int deepest = 8;
-  const Die type = entry.die.reference(DW_AT_type);
+  const Die type = typeEntry(entry);
   const bool isUnnamed = type && type.name() == nullptr &&
                          (type.tag() == DW_TAG_union_type || (type.tag() == DW_TAG_structure_type && unionDepth_ > 0));
   if (!isUnnamed || unionDepth_ == deepest) return false;
@@ -172,6 +184,7 @@ bool VariableReader::listMembers(const Entry& entry, const Location& location, c
   for (const Die& child : type.children()) {
     if (child.tag() != DW_TAG_member) continue;
     Entry member{.die = child, .raw = {}, .completed = {child, entry.die}, .inFunction = entry.inFunction, .name = {}};
+    member.completed.insert(member.completed.end(), entry.completed.begin(), entry.completed.end());
     if (const char* name = child.name()) member.name = name;
     Location place = location;
     place.address += child.number(DW_AT_data_member_location).value_or(0);
@@ -186,8 +199,8 @@ bool VariableReader::isLeftOut(const Entry& entry, const Location& location, con
   if (entry.raw[Slot::Declaration].form != 0) return true;
   if (!options_.artificial && isSet(entry, Slot::Artificial, DW_AT_artificial)) return true;
   if (location.kind == Kind::Computed || location.kind == Kind::Unreadable) {
-    warnings_.add(location.kind == Kind::Computed ? "only the running program can tell their places"
-                                                  : "their places cannot be read from the debugging information",
+    warnings_.add(location.kind == Kind::Computed ? "only the running program can tell the place"
+                                                  : "the place cannot be read from the debugging information",
                   about(entry));
     return true;
   }
@@ -229,7 +242,8 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
 std::string_view VariableReader::fullName(const Entry& entry, const Variable& variable) {
   const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
   std::string scopes = scopes_.ofVariable(outermost, cxx_);
-  const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) || (!scopes.empty() && scopes_.isInNameless(outermost));
+  const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) ||
+                           ((entry.inFunction || !scopes.empty()) && scopes_.isInNameless(outermost));
   if (!isUncertain && scopes.empty() && !cxx_) return inventory_.texts.keep(entry.name);
   if (isUncertain) scopes = scopesBySymbol(entry, variable).value_or(scopes);
   if (!cxx_) return inventory_.texts.keep(scopes.append(entry.name));
@@ -240,17 +254,27 @@ std::string_view VariableReader::fullName(const Entry& entry, const Variable& va
 // The name of the variable whose parts a structured binding names, which the symbol alone has. Empty when it is none.
 std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location& location) {
   if (!cxx_ || location.kind != Kind::Memory) return {};
-  if (entry.linkageName != nullptr) return inventory_.texts.intern(bindingInSymbol(entry.linkageName));
-  return inventory_.texts.intern(
-      bindingInSymbol(file_.image().symbolName(file_.toExecutable(location.address), false)));
+  for (const std::string_view symbol : symbolsOf(entry, file_.toExecutable(location.address), false)) {
+    if (const std::string name = bindingInSymbol(symbol); !name.empty()) return inventory_.texts.intern(name);
+  }
+  return {};
 }
 
 // Scopes that the debugging information does not know: namespaces in DWARF 2, functions that were inlined everywhere
 // (of which some compilers say nothing else), classes whose description is missing.
-std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, const Variable& variable) {
-  if (entry.linkageName != nullptr) return scopesInSymbol(entry.linkageName, entry.name);
+std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, const Variable& variable) const {
   if (!variable.address) return {};
-  return scopesInSymbol(file_.image().symbolName(*variable.address, *variable.threadLocal), entry.name);
+  for (const std::string_view symbol : symbolsOf(entry, *variable.address, *variable.threadLocal)) {
+    if (auto scopes = scopesInSymbol(symbol, entry.name)) return scopes;
+  }
+  return {};
+}
+
+// The names of the symbols of a variable: that which its entry tells, or those at its address.
+std::vector<std::string_view> VariableReader::symbolsOf(const Entry& entry, std::uint64_t address,
+                                                        bool threadLocal) const {
+  if (entry.linkageName != nullptr) return {entry.linkageName};
+  return file_.image().symbolNames(address, threadLocal);
 }
 
 // A definition says only what differs from the declaration that it completes: often the line, but not the file.
@@ -273,19 +297,24 @@ std::string_view VariableReader::fileOf(const Die& unit, std::uint64_t number) {
   return files_.name(split != skeletons_.end() ? split->second : unit, number, unit_->skeleton.text(DW_AT_comp_dir));
 }
 
+Die VariableReader::typeEntry(const Entry& entry) {
+  if (entry.raw[Slot::Type].form != 0) return entry.die.reference(DW_AT_type);
+  for (const Die& die : entry.completed) {
+    if (die.has(DW_AT_type)) return die.reference(DW_AT_type);
+  }
+  return {};
+}
+
 const VariableReader::TypeFacts& VariableReader::typeOf(const Entry& entry) {
   static const TypeFacts none;
-  if (entry.raw[Slot::Type].form != 0) return facts(entry.die.reference(DW_AT_type));
-  for (const Die& die : entry.completed) {
-    if (die.has(DW_AT_type)) return facts(die.reference(DW_AT_type));
-  }
-  return none;
+  const Die type = typeEntry(entry);
+  return type ? facts(type) : none;
 }
 
 const VariableReader::TypeFacts& VariableReader::facts(const Die& type) {
   const auto [known, isNew] = facts_[cxx_ ? 1 : 0].try_emplace(type.id());
   TypeFacts& result = known->second;
-  if (!isNew || !type) return result;
+  if (!isNew) return result;
   const TypeText& spelled = types_.spell(type, cxx_);
   result.text = spelled.text;
   result.endless = spelled.endless;
@@ -312,7 +341,8 @@ void VariableReader::noteKnown(const MetVariable& met, const RawEntry& raw) {
 std::string VariableReader::about(const Entry& entry) {
   const Place place = placeOf(entry);
   std::string result(entry.name);
-  if (result.empty()) result = "one of type " + std::string(typeOf(entry).text);
+  const std::string_view type = typeOf(entry).text;
+  if (result.empty()) result = type.empty() ? "one without a type" : "one of type " + std::string(type);
   if (!place.file.empty()) result += " (" + std::string(place.file) + ":" + std::to_string(place.line) + ")";
   return result;
 }

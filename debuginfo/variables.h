@@ -63,10 +63,12 @@ class VariableReader {
   void describe(const Entry& entry, const Location& location, Variable& variable);
   std::string_view fullName(const Entry& entry, const Variable& variable);
   std::string_view nameBySymbol(const Entry& entry, const Location& location);
-  std::optional<std::string> scopesBySymbol(const Entry& entry, const Variable& variable);
+  std::optional<std::string> scopesBySymbol(const Entry& entry, const Variable& variable) const;
+  std::vector<std::string_view> symbolsOf(const Entry& entry, std::uint64_t address, bool threadLocal) const;
   void noteKnown(const MetVariable& met, const RawEntry& raw);
   Place placeOf(const Entry& entry);
   std::string_view fileOf(const Die& die, std::uint64_t number);
+  static Die typeEntry(const Entry& entry);
   const TypeFacts& typeOf(const Entry& entry);
   const TypeFacts& facts(const Die& type);
   std::string about(const Entry& entry);

@@ -11,14 +11,17 @@ void Warnings::add(std::string_view why, const std::string& what) {
 }
 
 void Warnings::append(const std::vector<std::string>& sentences) {
-  others_.insert(others_.end(), sentences.begin(), sentences.end());
+  for (const std::string& each : sentences) {
+    if (std::find(others_.begin(), others_.end(), each) == others_.end()) others_.push_back(each);
+  }
 }
 
 std::vector<std::string> Warnings::sentences() const {
   std::vector<std::string> result;
   for (const Reason& each : reasons_) {
-    result.push_back(std::to_string(each.count) + (each.count == 1 ? " variable is" : " variables are") +
-                     " not listed, as " + each.why + ": " + each.first);
+    result.push_back(std::to_string(each.count) +
+                     (each.count == 1 ? " variable is not listed: " : " variables are not listed: ") + each.first +
+                     ": " + each.why);
   }
   result.insert(result.end(), others_.begin(), others_.end());
   return result;

@@ -8,10 +8,10 @@
 
 class Warnings {
  public:
-  /// `what` ("x (main.c:3)") is missing because of `why` ("their place is found out only when the program runs"). Of
+  /// `what` ("x (main.c:3)") is missing because of `why` ("no name"). Of
   /// each reason the first cases are kept, the others counted.
   void add(std::string_view why, const std::string& what);
-  /// Takes over all of `sentences`.
+  /// Takes over those of `sentences` that are new.
   void append(const std::vector<std::string>& sentences);
   /// A sentence for each reason, and those taken over.
   std::vector<std::string> sentences() const;

@@ -174,6 +174,12 @@ def bare(text):
     return re.sub(r'\s|\[abi:\w+\]', '', text or '')
 
 
+def last_part(name):
+    """Without scopes and template arguments."""
+    while '<' in name and name != (shorter := re.sub(r'<[^<>]*>', '', name)): name = shorter
+    return name.split('::')[-1]
+
+
 class Comparison:
     def __init__(self, rows_program, program, said=None):
         self.program = program
@@ -230,7 +236,7 @@ class Comparison:
     @staticmethod
     def is_of_entry(row, own):
         """Whether `own`, a name without scopes or that of a symbol, is the row's."""
-        last = bare(re.split('::', re.sub('<.*', '', row['name']))[-1])
+        last = bare(last_part(row['name']))
         return bare(row['name']).endswith(own) or own == last or (own.startswith('_Z') and '%d%s' % (len(last), last) in own)
 
     def check_symbols(self):
@@ -277,13 +283,13 @@ class Comparison:
     @staticmethod
     def is_named(row, fact):
         name, theirs = bare(row['name']), bare(fact['name'])
-        # In DWARF 2 gdb does not know the scopes of what has no external name.
-        short = row['linkage'] == 'function' or ('WITNESS_LOOSE' in os.environ and row['linkage'] == 'internal')
+        # Of what has no external name gdb does not know the scopes in DWARF 2, and at times not otherwise.
+        short = row['linkage'] != 'external'
         return name == theirs or (short and name.endswith('::' + theirs))
 
     def files_of(self, row, fact):
         """The files by gdb, and by llvm-dwarfdump: with link-time optimisation gdb 13 looks the number up in another list."""
-        own = re.sub('<.*', '', row['name']).split('::')[-1]
+        own = last_part(row['name'])
         return {os.path.normpath(fact['file'])} | set(self.files.get(own, []))
 
     def differences(self, row, fact, beside=()):
