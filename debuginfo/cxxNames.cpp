@@ -1,7 +1,12 @@
-#include "cxxNames.h"
+#include "debuginfo/cxxNames.h"
+
+#include <cxxabi.h>
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <cstdlib>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -155,9 +160,32 @@ class Canonicalizer {
   std::vector<Bracket> brackets_;
 };
 
+// What the symbol `name` stands for; empty when it is not mangled.
+std::string demangled(const char* name) {
+  const std::unique_ptr<char, void (*)(void*)> full(abi::__cxa_demangle(name, nullptr, nullptr, nullptr), std::free);
+  return full && std::string_view(name).starts_with("_Z") ? full.get() : "";
+}
+
+// The name within the text of a function, "f<int>" in "void f<int>(int) const".
+std::string_view functionName(std::string_view text) {
+  std::size_t begin = 0;
+  std::size_t end = text.size();
+  int open = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const char c = text[at];
+    if (c == '(' && open == 0 && !text.substr(0, at).ends_with("operator")) end = std::min(end, at);
+    if (c == ' ' && open == 0 && at < end && !text.substr(0, at).ends_with("operator")) begin = at + 1;
+    if (c == '<' || c == '(' || c == '[' || c == '{') ++open;
+    if (c == '>' || c == ')' || c == ']' || c == '}') --open;
+  }
+  return text.substr(begin, end - begin);
+}
+
 }  // namespace
 
 std::string canonicalName(std::string_view name) {
+  // Most are one word, none of which can be an integer type.
+  if (std::all_of(name.begin(), name.end(), isWordChar) && !IntegerWords().take(name)) return std::string(name);
   // gdb leaves these as they are.
   if (name.find("__int128") != std::string_view::npos) return std::string(name);
   return Canonicalizer().rewrite(name);
@@ -218,4 +246,51 @@ std::string declare(std::string_view type, std::string_view name) {
   while (result.ends_with(' ')) result.pop_back();
   if (!result.ends_with('*')) result += ' ';
   return result.append(name).append(suffix);
+}
+
+std::string withoutTags(std::string name) {
+  for (std::size_t begin = 0; (begin = name.find("[abi:", begin)) != std::string::npos;) {
+    const std::size_t end = name.find(']', begin);
+    name.erase(begin, end == std::string::npos ? end : end - begin + 1);
+  }
+  return name;
+}
+
+std::string templateArguments(std::string_view name, const char* linkageName) {
+  if (linkageName == nullptr || name.find('<') != std::string_view::npos) return "";
+  const std::string full = demangled(linkageName);
+  const std::size_t at = full.rfind(std::string(name).append("<"));
+  return at != std::string::npos && full.ends_with('>') ? canonicalName(full.substr(at + name.size())) : "";
+}
+
+std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_view name) {
+  std::string full = demangled(std::string(symbol).c_str());
+  if (full.empty()) {
+    // In C: "function.name", with a number behind it if there are several.
+    const std::size_t dot = symbol.find('.');
+    if (dot == 0 || dot == std::string_view::npos || !symbol.substr(dot + 1).starts_with(name)) return {};
+    return std::string(symbol.substr(0, dot)).append("::");
+  }
+  std::string result;
+  const std::vector<std::string_view> parts = scopesOf(full);
+  for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
+    const std::string_view part = parts[i].starts_with('(') ? parts[i] : functionName(parts[i]);
+    result.append(withoutTags(canonicalName(part))).append("::");
+  }
+  return result.empty() ? std::nullopt : std::optional(result);
+}
+
+std::string bindingInSymbol(std::string_view symbol) {
+  const std::size_t begin = symbol.starts_with("_Z") ? symbol.find("DC") : std::string_view::npos;
+  if (begin == std::string_view::npos) return "";
+  std::string names;
+  std::string_view rest = symbol.substr(begin + 2);
+  while (!rest.empty() && std::isdigit(static_cast<unsigned char>(rest.front())) != 0) {
+    std::size_t length = 0;
+    const auto end = std::from_chars(rest.data(), rest.data() + rest.size(), length).ptr;
+    rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+    names.append(names.empty() ? "[" : ", ").append(rest.substr(0, length));
+    rest.remove_prefix(std::min(length, rest.size()));
+  }
+  return names.empty() ? "" : names + "]";
 }

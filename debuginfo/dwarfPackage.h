@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -20,6 +21,9 @@ class DwarfPackage {
 
   /// The top entry of the compilation unit whose id is `id`; its addr is null when the package does not hold it.
   Dwarf_Die unit(std::uint64_t id);
+  /// The type whose signature the attribute `reference` of such a unit holds; its addr is null when the package does
+  /// not hold it.
+  Dwarf_Die type(const Dwarf_Attribute& reference);
 
  private:
   using ElfOwner = std::unique_ptr<Elf, int (*)(Elf*)>;
@@ -37,10 +41,17 @@ class DwarfPackage {
     DwarfOwner dwarf;
   };
 
+  using Contributions = std::vector<Contribution>;
+  using Index = std::unordered_map<std::uint64_t, Contributions>;
+
   ElfOwner openElf() const;
-  void readIndex(Elf* elf);
+  static Index readIndex(Elf* elf, std::string_view name);
+  static bool cutSections(Elf* elf, const Contributions& parts);
+  Dwarf* open(const Contributions& parts);
 
   UniqueFd file_;
-  std::unordered_map<std::uint64_t, std::vector<Contribution>> units_;
+  Index units_;
+  Index types_;
+  std::unordered_map<std::uint64_t, Dwarf_Die> knownTypes_;
   std::vector<View> views_;
 };

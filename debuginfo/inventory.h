@@ -47,7 +47,7 @@ struct Section {
   std::uint64_t size = 0;  ///< bytes
 };
 
-/// Texts that live as long as this object and do not move; equal ones are held once.
+/// Texts that live as long as this object and do not move.
 class TextPool {
  public:
   TextPool();
@@ -55,8 +55,10 @@ class TextPool {
   TextPool(TextPool&&) noexcept;
   TextPool& operator=(TextPool&&) noexcept;
 
-  /// The pool's copy of `text`.
+  /// The pool's copy of `text`; equal ones are held once.
   std::string_view intern(std::string_view text);
+  /// A copy of `text` that is not compared with others: for texts that differ mostly.
+  std::string_view keep(std::string_view text);
 
  private:
   struct Storage;

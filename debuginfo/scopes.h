@@ -1,43 +1,40 @@
-// The enclosing namespaces, classes and functions of variables and types.
+// The enclosing namespaces, classes and functions of variables and types, as they stand before names.
 #pragma once
 
-#include <elfutils/libdw.h>
-
-#include <cstdint>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
-/// The enclosing namespaces, classes and functions of the entries that have any.
+#include "debuginfo/die.h"
+#include "debuginfo/unitScan.h"
+
 class Scopes {
  public:
-  using Id = std::uint32_t;
-  static constexpr Id global = 0;
+  /// Passes over `unit` and answers for its entries until the next call. Returns what was met.
+  const UnitScan& enter(const UnitLayout& layout, const Die& unit, ScanFor purpose);
+  /// The abbreviations of that unit.
+  const AbbreviationTable& abbreviations() const { return *table_; }
 
-  /// A scope `name` within `parent`; the text must outlive this object. Returns its id.
-  Id enter(Id parent, const char* name) {
-    scopes_.push_back({parent, name});
-    return static_cast<Id>(scopes_.size());
-  }
-  /// Notes that `die` stands directly within `scope`.
-  void note(const Dwarf_Die& die, Id scope) {
-    if (scope != global) scopeOf_.emplace(die.addr, scope);
-  }
-  /// The scope of `die`, or `otherwise` when none was noted.
-  Id of(const Dwarf_Die& die, Id otherwise = global) const {
-    const auto found = scopeOf_.find(die.addr);
-    return found == scopeOf_.end() ? otherwise : found->second;
-  }
-  /// The names of a scope and those around it, outermost first.
-  std::vector<std::string> path(Id scope) const;
-  /// The same as it stands before a name: "a::b::".
-  std::string prefix(Id scope) const;
+  /// What stands before the name of the variable `entry`: "ns::Class::function::". In C (not `cxx`) only functions are
+  /// scopes of variables.
+  const std::string& ofVariable(const Die& entry, bool cxx);
+  /// What stands before the name of the type `entry` in C++: "ns::Class::". Scopes end at functions.
+  const std::string& ofType(const Die& entry);
+  /// Whether `entry` stands within a function.
+  bool isInFunction(const Die& entry);
+  /// Whether one of the functions or classes around `entry` has a name that is not known.
+  bool isInNameless(const Die& entry) { return named(entry).inNameless; }
+
+  UnitLayouts& layouts() { return layouts_; }
 
  private:
-  struct Scope {
-    Id parent;
-    const char* name;
-  };
-  std::vector<Scope> scopes_;
-  std::unordered_map<const void*, Id> scopeOf_;
+  ScopeMap& mapOf(const Die& entry);
+  ScopeMap::Scope& named(const Die& entry);
+  void name(const Die& entry, ScopeMap& map, ScopeMap::Id id);
+
+  UnitLayouts layouts_;
+  AbbreviationTables tables_;
+  const AbbreviationTable* table_ = nullptr;
+  UnitScan current_;
+  Dwarf_CU* unit_ = nullptr;                         // of `current_`
+  std::unordered_map<Dwarf_CU*, ScopeMap> foreign_;  // units that entries of others referred to
 };

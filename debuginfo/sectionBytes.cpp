@@ -1,11 +1,13 @@
-#include "sectionBytes.h"
+#include "debuginfo/sectionBytes.h"
 
 #include <gelf.h>
 
-Elf_Scn* findSection(Elf* elf, std::string_view name) {
+#include <functional>
+
+Elf_Scn* findSection(Elf* elf, std::string_view name, Elf_Scn* after) {
   std::size_t names = 0;
   if (elf_getshdrstrndx(elf, &names) != 0) return nullptr;
-  for (Elf_Scn* section = elf_nextscn(elf, nullptr); section != nullptr; section = elf_nextscn(elf, section)) {
+  for (Elf_Scn* section = elf_nextscn(elf, after); section != nullptr; section = elf_nextscn(elf, section)) {
     GElf_Shdr header;
     const bool readable = gelf_getshdr(section, &header) != nullptr;
     const char* found = readable ? elf_strptr(elf, names, header.sh_name) : nullptr;
@@ -31,4 +33,10 @@ std::optional<std::uint64_t> SectionBytes::number(std::uint64_t offset, std::siz
     value = value << 8 | bytes_[offset + (bigEndian_ ? i : width - 1 - i)];
   }
   return value;
+}
+
+std::optional<std::uint64_t> SectionBytes::numberAt(const void* at, std::size_t width) const {
+  const auto* byte = static_cast<const unsigned char*>(at);
+  if (bytes_ == nullptr || std::less<>()(byte, begin()) || std::less<>()(end(), byte)) return {};
+  return number(static_cast<std::uint64_t>(byte - bytes_), width);
 }

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string_view>
 
-/// The section of `elf` that is called `name`; null when there is none.
-Elf_Scn* findSection(Elf* elf, std::string_view name);
+/// The first section of `elf` behind the section `after` (null: of all) that is called `name`; null when there is none.
+Elf_Scn* findSection(Elf* elf, std::string_view name, Elf_Scn* after = nullptr);
 
 /// Unsigned numbers in the byte order of the file. Valid as long as the Elf that it was made from.
 class SectionBytes {
@@ -20,6 +20,12 @@ class SectionBytes {
 
   /// The number in the `width` bytes (at most 8) at byte `offset`; empty when they are not all within the section.
   std::optional<std::uint64_t> number(std::uint64_t offset, std::size_t width) const;
+  /// The same at the address `at` in memory.
+  std::optional<std::uint64_t> numberAt(const void* at, std::size_t width) const;
+
+  const unsigned char* begin() const { return bytes_; }
+  const unsigned char* end() const { return bytes_ + size_; }
+  bool bigEndian() const { return bigEndian_; }
 
  private:
   const unsigned char* bytes_ = nullptr;

@@ -1,42 +1,30 @@
-// Spells the types of debugging information as gdb does.
+// Spells the types of debugging information as C or C++ declares them, in gdb's words.
 #pragma once
 
-#include <elfutils/libdw.h>
-
-#include <optional>
-#include <string>
+#include <string_view>
 #include <unordered_map>
 
-#include "scopes.h"
+#include "debuginfo/die.h"
+#include "debuginfo/inventory.h"
+#include "debuginfo/scopes.h"
 
-/// How a type is written around a name.
 struct TypeText {
-  std::string base;    ///< "const char"
-  std::string prefix;  ///< "* const "; what stands between base and name
-  std::string suffix;  ///< "[3]", ")(int)"; what stands behind the name
-  bool apart = false;  ///< name and type are written apart: "int (*)(int) name"
-  /// There are more types within it than any text could hold; the rest is empty.
-  bool endless = false;
-
-  /// The type alone: "int (*)(int)".
-  std::string type() const;
-  /// The declaration of `name`.
-  std::string declare(const std::string& name) const;
+  std::string_view text;  ///< "int (*)(int)"; empty for damaged information
+  bool endless = false;   ///< there are more types within it than any text could hold
 };
 
 /// Spells types. Results are remembered by entry.
 class TypeNames {
  public:
-  /// With `qualified`, names of C++ types have their scopes in front. `scopes` must outlive this object.
-  TypeNames(const Scopes& scopes, bool qualified) : scopes_(scopes), qualified_(qualified) {}
+  TypeNames(Scopes& scopes, TextPool& texts) : scopes_(scopes), texts_(texts) {}
 
-  /// The text of type `type` in a unit written in C++ (`cxx`) or C; empty for damaged information.
-  const std::optional<TypeText>& spell(const Dwarf_Die& type, bool cxx);
+  /// The text of type `type` in a unit written in C++ (`cxx`) or C.
+  const TypeText& spell(const Die& type, bool cxx);
 
  private:
   struct Builder;
 
-  const Scopes& scopes_;
-  const bool qualified_;
-  std::unordered_map<const void*, std::optional<TypeText>> known_[2];
+  Scopes& scopes_;
+  TextPool& texts_;
+  std::unordered_map<const void*, TypeText> known_[2];
 };

@@ -1,272 +1,364 @@
-#include "variables.h"
+#include "debuginfo/variables.h"
 
 #include <dwarf.h>
 
 #include <algorithm>
 #include <array>
-#include <optional>
-#include <unordered_map>
-#include <utility>
+#include <unordered_set>
+
+#include "debuginfo/cxxNames.h"
+#include "debuginfo/typeSizes.h"
 
 namespace {
 
-constexpr int deepestNesting = 256;  // of entries; more is damage
+using Kind = Location::Kind;
 
-// Whether an attribute says yes: a declaration only for itself, the rest also for what it completes.
-bool isFlagSet(Dwarf_Die& die, unsigned name) {
-  Dwarf_Attribute attribute;
-  const auto read = name == DW_AT_declaration ? dwarf_attr : dwarf_attr_integrate;
-  bool value = false;
-  return dwarf_formflag(read(&die, name, &attribute), &value) == 0 && value;
+bool isLanguageC(int language) {
+  // The last two are C17 and C23, which libdw's header does not name yet.
+  constexpr std::array<int, 6> languagesOfC{DW_LANG_C89, DW_LANG_C, DW_LANG_C99, DW_LANG_C11, 0x2c, 0x3e};
+  return std::find(languagesOfC.begin(), languagesOfC.end(), language) != languagesOfC.end();
 }
 
-// The address that a location expression consists of, if it is such. `skeleton`: top entry of the unit that has the
-// list of addresses.
-std::optional<std::uint64_t> fixedAddress(const DebugFile& file, const Dwarf_Die& skeleton, Dwarf_Die& die) {
-  Dwarf_Attribute attribute;
-  if (dwarf_attr(&die, DW_AT_location, &attribute) == nullptr) return {};
-  Dwarf_Op* operations = nullptr;
-  std::size_t count = 0;
-  if (dwarf_getlocation(&attribute, &operations, &count) != 0 || count == 0) return {};
-  std::optional<std::uint64_t> address;
-  if (operations[0].atom == DW_OP_addr) address = operations[0].number;
-  if (operations[0].atom == DW_OP_addrx || operations[0].atom == DW_OP_GNU_addr_index)
-    address = file.listedAddress(skeleton, operations[0].number);
-  if (!address || count == 1) return address;
-  // A variable that the compiler made part of a larger object.
-  if (count == 2 && operations[1].atom == DW_OP_plus_uconst) return *address + operations[1].number;
-  return {};
+// Whether the references of a unit that was split off lead nowhere, as those which gcc writes when it optimises at link
+// time do.
+bool isBrokenSplit(const Unit& unit) {
+  const char* producer = unit.top.id() != unit.skeleton.id() ? unit.top.text(DW_AT_producer) : nullptr;
+  return producer != nullptr && std::string_view(producer).starts_with("GNU GIMPLE");
 }
-
-class Reader {
- public:
-  Reader(const DebugFile& file, Wanted wanted) : file_(file), wanted_(wanted) {}
-
-  Variables read() {
-    result_.missing = file_.forEachUnit([this](const Dwarf_Die& top, const Dwarf_Die& skeleton) {
-      if (top.addr != skeleton.addr) skeletons_.emplace(top.addr, skeleton);
-      skeleton_ = skeleton;
-      noteDirectory(top, skeleton);
-      readUnit(top);
-    });
-    if (result_.directory == "/") result_.directory.clear();
-    if (result_.missing.damage.empty()) result_.missing.damage = damage_;
-    for (Candidate& candidate : candidates_) complete(candidate);
-    sortAndUnite();
-    return std::move(result_);
-  }
-
- private:
-  // A variable with an address whose other descriptions may not have been reached yet.
-  struct Candidate {
-    Dwarf_Die die;
-    std::uint64_t address;
-    Scopes::Id scope;
-    bool inFunction;
-    bool cxx;
-  };
-  struct TypeSize {
-    std::optional<std::uint64_t> size;
-    bool open = false;
-  };
-  struct Place {
-    Scopes::Id scope = Scopes::global;
-    bool inFunction = false;
-  };
-
-  void noteDirectory(Dwarf_Die top, Dwarf_Die skeleton) {
-    Dwarf_Attribute attribute;
-    const char* directory = dwarf_formstring(dwarf_attr(&skeleton, DW_AT_comp_dir, &attribute));
-    if (dwarf_tag(&top) != DW_TAG_compile_unit || directory == nullptr || *directory != '/') return;
-    std::string& common = result_.directory;
-    if (common.empty()) common = directory;
-    const std::string path = std::string(directory) + "/";
-    while (!path.starts_with(common == "/" ? common : common + "/")) {
-      common.erase(common.rfind('/'));
-      if (common.empty()) common = "/";
-    }
-  }
-
-  void readUnit(Dwarf_Die top) {
-    // The last two are C17 and C23, which libdw's header does not name yet.
-    constexpr std::array<int, 6> languagesOfC{DW_LANG_C89, DW_LANG_C, DW_LANG_C99, DW_LANG_C11, 0x2c, 0x3e};
-    cxx_ = std::find(languagesOfC.begin(), languagesOfC.end(), dwarf_srclang(&top)) == languagesOfC.end();
-    readChildren(top, {}, 0);
-  }
-
-  void readChildren(Dwarf_Die& parent, Place place, int depth) {
-    if (depth > deepestNesting) return;
-    Dwarf_Die child;
-    int more = dwarf_child(&parent, &child);
-    for (; more == 0; more = dwarf_siblingof(&child, &child)) readEntry(child, place, depth);
-    if (more < 0) damage_ = dwarfError();
-  }
-
-  void readEntry(Dwarf_Die& die, Place place, int depth) {
-    switch (dwarf_tag(&die)) {
-      case DW_TAG_variable:
-        readVariable(die, place);
-        break;
-      case DW_TAG_member:
-        if (dwarf_hasattr(&die, DW_AT_declaration)) noteKnown(die, place);
-        [[fallthrough]];
-      case DW_TAG_typedef:
-        result_.scopes.note(die, place.scope);
-        break;
-      case DW_TAG_namespace: {
-        const char* name = dwarf_diename(&die);
-        readInner(die, name != nullptr ? name : "(anonymous namespace)", place, depth);
-        break;
-      }
-      case DW_TAG_structure_type:
-      case DW_TAG_class_type:
-      case DW_TAG_union_type:
-      case DW_TAG_enumeration_type:
-        result_.scopes.note(die, place.scope);
-        readInner(die, entryName(die), place, depth);
-        break;
-      case DW_TAG_subprogram:
-        result_.scopes.note(die, place.scope);
-        place.inFunction = true;
-        readInner(die, firstName(descriptions(die)), place, depth);
-        break;
-      case DW_TAG_lexical_block:
-      case DW_TAG_inlined_subroutine:
-      case DW_TAG_try_block:
-      case DW_TAG_catch_block:
-      case DW_TAG_module:
-      case DW_TAG_common_block:
-        readChildren(die, place, depth + 1);
-        break;
-      default:
-        break;
-    }
-  }
-
-  void readInner(Dwarf_Die& die, const char* name, Place place, int depth) {
-    if (!dwarf_haschildren(&die)) return;
-    if (name != nullptr && cxx_) place.scope = result_.scopes.enter(outerScope(die, place.scope), name);
-    readChildren(die, place, depth + 1);
-  }
-
-  // The scope around a namespace, class or function: that of its declaration where it is defined elsewhere.
-  Scopes::Id outerScope(Dwarf_Die& die, Scopes::Id here) { return result_.scopes.of(descriptions(die).back(), here); }
-
-  void noteKnown(const Dwarf_Die& die, const Place& place) {
-    if (wanted_ == Wanted::Types) result_.known.push_back({die, place.scope, cxx_});
-  }
-
-  void readVariable(Dwarf_Die& die, const Place& place) {
-    result_.scopes.note(die, place.scope);
-    if (!place.inFunction) noteKnown(die, place);
-    const auto address = fixedAddress(file_, skeleton_, die);
-    if (!address || isFlagSet(die, DW_AT_declaration)) return;
-    const std::uint64_t inExecutable = file_.toExecutable(*address);
-    if (file_.isInMemory(inExecutable)) candidates_.push_back({die, inExecutable, place.scope, place.inFunction, cxx_});
-  }
-
-  void complete(Candidate& candidate) {
-    std::vector<Dwarf_Die> chain = descriptions(candidate.die);
-    GlobalVariable variable;
-    const char* name = firstName(chain);
-    if (name == nullptr || *name == '\0') return;
-    variable.name = name;
-    variable.address = candidate.address;
-    variable.scope = result_.scopes.of(chain.back(), candidate.scope);
-    variable.cxx = candidate.cxx;
-    variable.inFunction = candidate.inFunction;
-    variable.internal = candidate.inFunction || !isFlagSet(candidate.die, DW_AT_external);
-    variable.type = typeOf(chain);
-    variable.typed = std::any_of(chain.begin(), chain.end(), [](auto& die) { return dwarf_hasattr(&die, DW_AT_type); });
-    readSize(chain, variable);
-    if (wanted_ == Wanted::Places) readDefinition(chain, variable);
-    result_.list.push_back(std::move(variable));
-  }
-
-  // The size of the type counts, unless it has an open end: then that of the symbol of this name, which is no better
-  // otherwise (some compilers add a margin to it), or that of whatever symbol is there.
-  void readSize(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) {
-    const char*& linkageName = variable.linkageName;
-    for (Dwarf_Die& die : chain) {
-      Dwarf_Attribute attribute;
-      for (const unsigned kind : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name}) {
-        const char* found = dwarf_formstring(dwarf_attr(&die, kind, &attribute));
-        if (found != nullptr) linkageName = found;
-      }
-    }
-    const std::string_view symbol = linkageName != nullptr ? linkageName : variable.name.c_str();
-    const TypeSize ofType = sizeOf(variable.type);
-    if (!ofType.open) variable.size = ofType.size;
-    if (!variable.size) variable.size = file_.symbolSize(variable.address, symbol);
-    if (!variable.size) variable.size = file_.onlySymbolSize(variable.address);
-    if (!variable.size) variable.size = ofType.size;
-  }
-
-  TypeSize sizeOf(const Dwarf_Die& type) {
-    if (type.addr == nullptr) return {};
-    const auto [known, isNew] = sizes_.try_emplace(type.addr);
-    if (isNew) known->second = {sizeOfType(type), hasOpenEnd(type)};
-    return known->second;
-  }
-
-  // A definition says only what differs from the declaration that it completes: often the line, but not the file.
-  void readDefinition(std::vector<Dwarf_Die>& chain, GlobalVariable& variable) const {
-    for (Dwarf_Die& die : chain) {
-      if (variable.line == 0) dwarf_decl_line(&die, &variable.line);
-      if (variable.file.empty()) variable.file = declarationFile(die);
-    }
-  }
-
-  // The file that an entry names, empty when none. dwarf_decl_file gives up on units whose list of files is that of
-  // their skeleton.
-  std::string declarationFile(Dwarf_Die& die) const {
-    Dwarf_Attribute attribute;
-    Dwarf_Word number = 0;
-    if (dwarf_formudata(dwarf_attr(&die, DW_AT_decl_file, &attribute), &number) != 0) return "";
-    Dwarf_Die unit;
-    Dwarf_Files* files = nullptr;
-    std::size_t count = 0;
-    if (dwarf_diecu(&die, &unit, nullptr, nullptr) == nullptr) return "";
-    // What a .dwo file says of lines is for its type units.
-    if (const auto skeleton = skeletons_.find(unit.addr); skeleton != skeletons_.end()) unit = skeleton->second;
-    if (dwarf_getsrcfiles(&unit, &files, &count) != 0) return "";
-    const char* file = number < count ? dwarf_filesrc(files, number, nullptr, nullptr) : nullptr;
-    if (file == nullptr) return "";
-    const char* directory = dwarf_formstring(dwarf_attr(&unit, DW_AT_comp_dir, &attribute));
-    return *file == '/' || directory == nullptr ? file : std::string(directory) + "/" + file;
-  }
-
-  // Sorts by address and keeps one variable of each, as type and place are looked up by the address: of several
-  // descriptions of a variable, and of several variables (equal constants, members of an unnamed union), the first.
-  void sortAndUnite() {
-    std::vector<GlobalVariable>& list = result_.list;
-    // What has no size shares its address with something that has one.
-    std::stable_sort(list.begin(), list.end(), [](const auto& a, const auto& b) {
-      return std::pair(a.address, a.size == 0) < std::pair(b.address, b.size == 0);
-    });
-    std::size_t kept = 0;
-    for (GlobalVariable& variable : list) {
-      if (kept > 0 && list[kept - 1].address == variable.address) {
-        if (variable.size != 0 && list[kept - 1].name != variable.name) ++result_.sharing;
-        continue;
-      }
-      if (&list[kept] != &variable) list[kept] = std::move(variable);
-      ++kept;
-    }
-    list.resize(kept);
-  }
-
-  const DebugFile& file_;
-  const Wanted wanted_;
-  Variables result_{};
-  std::vector<Candidate> candidates_;
-  std::unordered_map<const void*, TypeSize> sizes_;       // by the entry of the type
-  std::unordered_map<const void*, Dwarf_Die> skeletons_;  // by the top entry of the unit in the .dwo file
-  Dwarf_Die skeleton_{};                                  // of the unit that is being read
-  bool cxx_ = false;
-  std::string damage_;  // the latest within a unit
-};
 
 }  // namespace
 
-Variables readVariables(const DebugFile& file, Wanted wanted) { return Reader(file, wanted).read(); }
+VariableReader::VariableReader(const DebugFile& file, const ReadOptions& options, Inventory& inventory)
+    : file_(file),
+      options_(options),
+      inventory_(inventory),
+      types_(scopes_, inventory.texts),
+      files_(scopes_.layouts(), inventory.texts) {}
+
+void VariableReader::read(const Unit& unit) {
+  unit_ = &unit;
+  noteDirectory(unit);
+  if (unit.top.id() != unit.skeleton.id()) skeletons_.emplace(unit.top.id(), unit.skeleton);
+  const bool isType = unit.top.tag() == DW_TAG_type_unit;
+  if (isType && !options_.known) return;  // no variable has its place there
+  if (isBrokenSplit(unit)) {
+    return warnings_.append(
+        {"variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; "
+         "link without -gsplit-dwarf"});
+  }
+  const auto layout = scopes_.layouts().of(unit.top.raw());
+  const char* name = unit.top.text(DW_AT_name);
+  if (!layout)
+    return warnings_.append({std::string("the header of a unit is damaged: ") + (name != nullptr ? name : "")});
+  layout_ = *layout;
+  Dwarf_Die top = unit.top.raw();
+  cxx_ = !isLanguageC(dwarf_srclang(&top));
+  const UnitScan& scan = scopes_.enter(layout_, unit.top, options_.known ? ScanFor::Declared : ScanFor::Located);
+  for (const MetVariable& met : scan.variables) readVariable(met);
+  if (scan.damaged)
+    warnings_.append({std::string("the debugging information is damaged, so variables may be missing: of ") +
+                      (name != nullptr ? name : "a unit without a name")});
+}
+
+// What has no name is named in a warning, unless another variable has its place: a member of an unnamed union.
+const Warnings& VariableReader::finish() {
+  std::unordered_set<std::uint64_t> addresses;
+  if (!nameless_.empty()) {
+    for (const Variable& variable : inventory_.variables) addresses.insert(variable.address.value_or(0));
+  }
+  for (const auto& [address, what] : nameless_) {
+    if (!addresses.contains(address)) warnings_.add("without a name", what);
+  }
+  nameless_.clear();
+  return warnings_;
+}
+
+void VariableReader::noteDirectory(const Unit& unit) {
+  const char* directory = unit.skeleton.text(DW_AT_comp_dir);
+  const int tag = unit.top.tag();
+  if (tag != DW_TAG_compile_unit || directory == nullptr || *directory != '/') return;
+  std::string path = directory;
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  if (!hasDirectory_) directory_ = path;
+  hasDirectory_ = true;
+  path += '/';
+  while (!directory_.empty() && !path.starts_with(directory_ + "/")) directory_.erase(directory_.rfind('/'));
+}
+
+void VariableReader::readVariable(const MetVariable& met) {
+  ByteCursor cursor = layout_.cursor(met.attributes);
+  const RawEntry raw = scopes_.abbreviations().read(*met.abbreviation, cursor);
+  if (options_.known) noteKnown(met, raw);
+  if (met.abbreviation->kind != EntryKind::Located) return;
+  Location location = locationOf(raw);
+  if (location.kind == Kind::None) return;
+  if (location.kind == Kind::ThreadLocal) location.address = file_.image().threadLocalOffset(location.address);
+  const ImageSection* section = nullptr;
+  if (location.kind == Kind::Memory || location.kind == Kind::Scattered) {
+    section = file_.image().find(file_.toExecutable(location.address));
+    if (section == nullptr) return;  // the linker threw it away
+  } else if (location.kind == Kind::ThreadLocal) {
+    section = file_.image().findThreadLocal(location.address);
+    if (section == nullptr && location.base == 0) return;
+  }
+  Entry entry = open(met, raw);
+  if (entry.name.empty()) entry.name = nameBySymbol(entry, location);
+  list(entry, location, section);
+}
+
+// The location of an entry; lists of locations, of which each is one for a part of the code, count as none.
+Location VariableReader::locationOf(const RawEntry& raw) const {
+  const RawValue& value = raw[Slot::Location];
+  ByteCursor cursor = layout_.cursor(value.at);
+  std::uint64_t length = 0;
+  switch (value.form) {
+    case DW_FORM_exprloc:
+    case DW_FORM_block:
+      length = cursor.leb();
+      break;
+    case DW_FORM_block1:
+      length = cursor.fixed(1);
+      break;
+    case DW_FORM_block2:
+      length = cursor.fixed(2);
+      break;
+    case DW_FORM_block4:
+      length = cursor.fixed(4);
+      break;
+    default:
+      return {};
+  }
+  if (length == 0 || length > cursor.left()) return {};
+  return evaluate({cursor.at(), cursor.at() + length, layout_.bigEndian}, file_, *unit_, layout_.sizes);
+}
+
+VariableReader::Entry VariableReader::open(const MetVariable& met, const RawEntry& raw) {
+  Entry entry{.die = unit_->top.sibling(met.entry), .raw = raw, .completed = {}, .name = {}};
+  if (raw[Slot::Specification].form != 0 || raw[Slot::Origin].form != 0) {
+    entry.completed = descriptions(entry.die);
+    entry.completed.erase(entry.completed.begin());
+  }
+  entry.inFunction = met.scope != ScopeMap::global && scopes_.isInFunction(entry.die);
+  const char* name = text(raw[Slot::Name]);
+  if (name == nullptr) name = firstName(entry.completed);
+  if (name != nullptr) entry.name = name;
+  entry.linkageName = text(raw[Slot::LinkageName]);
+  for (const Die& die : entry.completed) {
+    for (const unsigned each : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name}) {
+      if (entry.linkageName == nullptr) entry.linkageName = die.text(each);
+    }
+  }
+  return entry;
+}
+
+// Whether an attribute says yes: of the entry, or of what it completes.
+bool VariableReader::isSet(const Entry& entry, Slot slot, unsigned name) const {
+  const RawValue& value = entry.raw[slot];
+  if (value.form == DW_FORM_flag_present || (value.form == DW_FORM_flag && *value.at != 0)) return true;
+  return std::any_of(entry.completed.begin(), entry.completed.end(), [name](const Die& die) { return die.flag(name); });
+}
+
+void VariableReader::list(Entry& entry, const Location& location, const ImageSection* section) {
+  if (entry.name.empty() && location.kind == Kind::Memory && listMembers(entry, location, section)) return;
+  if (isLeftOut(entry, location, section)) return;
+  Variable variable;
+  if (section != nullptr) variable.section = section->name;
+  if (section != nullptr) variable.writable = file_.image().isWritable(*section, file_.toExecutable(location.address));
+  variable.threadLocal = location.kind == Kind::ThreadLocal;
+  if (*variable.threadLocal) variable.writable = true;
+  if (location.kind == Kind::Memory) variable.address = file_.toExecutable(location.address);
+  if (location.kind == Kind::ThreadLocal && section != nullptr) variable.address = location.address;
+  describe(entry, location, variable);
+  inventory_.variables.push_back(variable);
+}
+
+// Lists the members of an unnamed union in place of the variable that it is to some compilers. False when `entry` is
+// none.
+bool VariableReader::listMembers(const Entry& entry, const Location& location, const ImageSection* section) {
+  constexpr int deepest = 8;
+  const Die type = typeEntry(entry);
+  const bool isUnnamed = type && type.name() == nullptr &&
+                         (type.tag() == DW_TAG_union_type || (type.tag() == DW_TAG_structure_type && unionDepth_ > 0));
+  if (!isUnnamed || unionDepth_ == deepest) return false;
+  ++unionDepth_;
+  for (const Die& child : type.children()) {
+    if (child.tag() != DW_TAG_member) continue;
+    Entry member{.die = child, .raw = {}, .completed = {child, entry.die}, .inFunction = entry.inFunction, .name = {}};
+    member.completed.insert(member.completed.end(), entry.completed.begin(), entry.completed.end());
+    if (const char* name = child.name()) member.name = name;
+    Location place = location;
+    place.address += child.number(DW_AT_data_member_location).value_or(0);
+    list(member, place, section);
+  }
+  --unionDepth_;
+  return true;
+}
+
+// Whether a variable does not belong in the list; one that the program has in memory is then named in a warning.
+bool VariableReader::isLeftOut(const Entry& entry, const Location& location, const ImageSection* section) {
+  if (entry.raw[Slot::Declaration].form != 0) return true;
+  if (!options_.artificial && isSet(entry, Slot::Artificial, DW_AT_artificial)) return true;
+  if (location.kind == Kind::Computed || location.kind == Kind::Unreadable) {
+    warnings_.add(location.kind == Kind::Computed ? "only the running program can tell the place"
+                                                  : "the place cannot be read from the debugging information",
+                  about(entry));
+    return true;
+  }
+  const bool threadLocal = location.kind == Kind::ThreadLocal;
+  if (entry.name.empty()) {
+    // The constants that some compilers describe like variables: texts in quotes.
+    if (!threadLocal && section != nullptr && !section->writable && entry.linkageName == nullptr) return true;
+    nameless_.push_back({location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0, about(entry)});
+    return true;
+  }
+  // What the linker threw away is said to be at 0, where there may be something else.
+  return location.base == 0 &&
+         !file_.image().mayBeAt(threadLocal ? location.address : file_.toExecutable(location.address), threadLocal,
+                                entry.name, entry.linkageName);
+}
+
+void VariableReader::describe(const Entry& entry, const Location& location, Variable& variable) {
+  const TypeFacts& type = typeOf(entry);
+  variable.type = type.text;
+  variable.endless = type.endless;
+  variable.namedSize = type.namedSize;
+  variable.namedIncomplete = type.namedIncomplete;
+  // The size of the type counts, unless it has an open end: then that of the symbol, which is no better otherwise (some
+  // compilers add a margin to it).
+  if (!type.open) variable.size = type.size;
+  if (!variable.size && variable.address)
+    variable.size =
+        file_.image().symbolSize(*variable.address, location.kind == Kind::ThreadLocal, entry.name, entry.linkageName);
+  if (!variable.size) variable.size = type.size;
+  variable.linkage = entry.inFunction                               ? Linkage::Function
+                     : isSet(entry, Slot::External, DW_AT_external) ? Linkage::External
+                                                                    : Linkage::Internal;
+  const Place place = placeOf(entry);
+  variable.file = place.file;
+  variable.line = place.line;
+  variable.name = fullName(entry, variable);
+}
+
+std::string_view VariableReader::fullName(const Entry& entry, const Variable& variable) {
+  const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
+  std::string scopes = scopes_.ofVariable(outermost, cxx_);
+  const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) ||
+                           ((entry.inFunction || !scopes.empty()) && scopes_.isInNameless(outermost));
+  if (!isUncertain && scopes.empty() && !cxx_) return inventory_.texts.keep(entry.name);
+  if (isUncertain) scopes = scopesBySymbol(entry, variable).value_or(scopes);
+  if (!cxx_) return inventory_.texts.keep(scopes.append(entry.name));
+  return inventory_.texts.keep(scopes + withoutTags(canonicalName(entry.name)) +
+                               templateArguments(entry.name, entry.linkageName));
+}
+
+// The name of the variable whose parts a structured binding names, which the symbol alone has. Empty when it is none.
+std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location& location) {
+  if (!cxx_ || location.kind != Kind::Memory) return {};
+  for (const std::string_view symbol : symbolsOf(entry, file_.toExecutable(location.address), false)) {
+    if (const std::string name = bindingInSymbol(symbol); !name.empty()) return inventory_.texts.intern(name);
+  }
+  return {};
+}
+
+// Scopes that the debugging information does not know: namespaces in DWARF 2, functions that were inlined everywhere
+// (of which some compilers say nothing else), classes whose description is missing.
+std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, const Variable& variable) const {
+  if (!variable.address) return {};
+  for (const std::string_view symbol : symbolsOf(entry, *variable.address, *variable.threadLocal)) {
+    if (auto scopes = scopesInSymbol(symbol, entry.name)) return scopes;
+  }
+  return {};
+}
+
+// The names of the symbols of a variable: that which its entry tells, or those at its address.
+std::vector<std::string_view> VariableReader::symbolsOf(const Entry& entry, std::uint64_t address,
+                                                        bool threadLocal) const {
+  if (entry.linkageName != nullptr) return {entry.linkageName};
+  return file_.image().symbolNames(address, threadLocal);
+}
+
+// A definition says only what differs from the declaration that it completes: often the line, but not the file.
+VariableReader::Place VariableReader::placeOf(const Entry& entry) {
+  Place place;
+  place.line = static_cast<int>(number(entry.raw[Slot::Line]).value_or(0));
+  if (const auto file = number(entry.raw[Slot::File])) place.file = fileOf(unit_->top, *file);
+  for (const Die& die : entry.completed) {
+    if (place.line == 0) place.line = static_cast<int>(die.number(DW_AT_decl_line).value_or(0));
+    const auto file = place.file.empty() ? die.number(DW_AT_decl_file) : std::nullopt;
+    if (file) place.file = fileOf(die.unit(), *file);
+  }
+  if (place.file.empty() || place.line < 0) place.line = 0;
+  return place;
+}
+
+// The file with this number in the list of `unit`, which is that of the skeleton if the unit was split off.
+std::string_view VariableReader::fileOf(const Die& unit, std::uint64_t number) {
+  const auto split = skeletons_.find(unit.id());
+  return files_.name(split != skeletons_.end() ? split->second : unit, number, unit_->skeleton.text(DW_AT_comp_dir));
+}
+
+Die VariableReader::typeEntry(const Entry& entry) {
+  if (entry.raw[Slot::Type].form != 0) return entry.die.reference(DW_AT_type);
+  for (const Die& die : entry.completed) {
+    if (die.has(DW_AT_type)) return die.reference(DW_AT_type);
+  }
+  return {};
+}
+
+const VariableReader::TypeFacts& VariableReader::typeOf(const Entry& entry) {
+  static const TypeFacts none;
+  const Die type = typeEntry(entry);
+  return type ? facts(type) : none;
+}
+
+const VariableReader::TypeFacts& VariableReader::facts(const Die& type) {
+  const auto [known, isNew] = facts_[cxx_ ? 1 : 0].try_emplace(type.id());
+  TypeFacts& result = known->second;
+  if (!isNew) return result;
+  const TypeText& spelled = types_.spell(type, cxx_);
+  result.text = spelled.text;
+  result.endless = spelled.endless;
+  result.size = sizeOfType(type);
+  result.open = hasOpenEnd(type);
+  if (const Die named = namedTypeWithin(type)) {
+    result.namedSize = sizeOfType(named);
+    result.namedIncomplete = named.flag(DW_AT_declaration);
+  }
+  return result;
+}
+
+void VariableReader::noteKnown(const MetVariable& met, const RawEntry& raw) {
+  const Die die = unit_->top.sibling(met.entry);
+  if (die.tag() == DW_TAG_member && raw[Slot::Declaration].form == 0) return;
+  const Entry entry = open(met, raw);
+  if (entry.inFunction || entry.name.empty()) return;
+  const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
+  inventory_.known.push_back(
+      {inventory_.texts.intern(scopes_.ofVariable(outermost, cxx_) + std::string(entry.name)), typeOf(entry).text});
+}
+
+// What a warning calls a variable.
+std::string VariableReader::about(const Entry& entry) {
+  const Place place = placeOf(entry);
+  std::string result(entry.name);
+  const std::string_view type = typeOf(entry).text;
+  if (result.empty()) result = type.empty() ? "one without a type" : "one of type " + std::string(type);
+  if (!place.file.empty()) result += " (" + std::string(place.file) + ":" + std::to_string(place.line) + ")";
+  return result;
+}
+
+const char* VariableReader::text(const RawValue& value) const {
+  if (value.form == 0) return nullptr;
+  Dwarf_Attribute attribute{value.name, value.form, const_cast<unsigned char*>(value.at), unit_->top.raw().cu};
+  return dwarf_formstring(&attribute);
+}
+
+std::optional<std::uint64_t> VariableReader::number(const RawValue& value) const {
+  if (value.form == DW_FORM_implicit_const)
+    return ByteCursor(value.at, layout_.abbreviationsEnd, layout_.bigEndian).signedLeb();
+  if (value.form == DW_FORM_udata) return layout_.cursor(value.at).leb();
+  if (value.form == DW_FORM_sdata) return layout_.cursor(value.at).signedLeb();
+  const int size = formSize(value.form, layout_.sizes);
+  if (size <= 0 || size > 8) return {};
+  return layout_.cursor(value.at).fixed(static_cast<std::size_t>(size));
+}

@@ -16,13 +16,13 @@ int main(int argc, char** argv) {
     return 2;
   }
   unsetenv("DEBUGINFOD_URLS");
-  Variables variables;
+  Inventory inventory;
   try {
-    variables = readVariables(DebugFile(argv[2]), Wanted::Places);
+    inventory = readInventory(argv[2], {});
   } catch (const std::exception& error) {
     // The questions are answered all the same, with nothing.
     std::fprintf(stderr, "addr2line: %s\n", error.what());
   }
-  answerAddresses(Locator(variables.list), stdin, stdout);
+  answerAddresses(Locator(inventory), stdin, stdout);
   return 0;
 }

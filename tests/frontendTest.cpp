@@ -3,7 +3,7 @@
 
 #include <random>
 
-#include "cxxNames.h"
+#include "debuginfo/cxxNames.h"
 #include "debuginfo/inventory.h"
 #include "support.h"
 
@@ -111,7 +111,7 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
   const std::string cases[][2] = {{"none", "none: cannot be opened: No such file or directory"},
                                   {"text", "text: is not an ELF file; an executable or shared object is wanted"},
                                   {".", ".: is not an ELF file"},
-                                  {"o.o", "o.o: is neither an executable nor a shared object"},
+                                  {"o.o", "o.o: is an object file"},
                                   {"stripped", "compile it with -g"},
                                   {"short", "short: has no sections; the file is truncated"},
                                   {"program -o text/x", "text/x: cannot be made a directory: Not a directory"}};

@@ -1,10 +1,9 @@
 // The tables that tolquin.exe reads.
-#include <cstdio>
 #include <memory>
 
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
-#include "tableMaker.h"
+#include "frontend/tableMaker.h"
 
 namespace {
 
@@ -19,14 +18,8 @@ void warn(const TablesOptions& options, const std::string& what) {
   printMessage(options.executable + ": warning: " + what);
 }
 
-void warnOfMissing(const TablesOptions& options, const TableSummary& summary) {
-  if (const auto& files = summary.missing.files; !files.empty()) {
-    warn(options, std::to_string(files.size()) + " files of its debugging information cannot be found, the first is " +
-                      files.front());
-  }
-  if (!summary.missing.damage.empty()) {
-    warn(options, "its debugging information is damaged (" + summary.missing.damage + "): variables are missing");
-  }
+void warnOfAll(const TablesOptions& options, const TableSummary& summary) {
+  for (const std::string& warning : summary.warnings) warn(options, warning);
   if (summary.leftOut > 0) {
     warn(options,
          std::to_string(summary.leftOut) +
@@ -40,7 +33,7 @@ void warnOfMissing(const TablesOptions& options, const TableSummary& summary) {
 int makeAll(const TablesOptions& options) {
   const std::string directory = options.directory.empty() ? options.executable + ".vym" : options.directory;
   const TableSummary summary = makeTables(options.executable, directory, options.qualified);
-  warnOfMissing(options, summary);
+  warnOfAll(options, summary);
   if (options.quiet) return 0;
   Output output;
   output.put(directory + ": " + std::to_string(summary.variables) + " variables, " +
