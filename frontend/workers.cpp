@@ -115,7 +115,10 @@ class Workers {
       constexpr int pipeSize = 1 << 20;
       fcntl(pipe.readEnd.get(), F_SETPIPE_SZ, pipeSize);
       const int out = pipe.writeEnd.get();
-      process = ForkedProcess::start([&] { return work(paths_[number], options_, out); });
+      process = ForkedProcess::start([&] {
+        for (Worker& other : running_) other.from.reset();
+        return work(paths_[number], options_, out);
+      });
     }
     if (!process && !running_.empty()) return false;
     ++started_;

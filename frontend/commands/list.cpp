@@ -160,6 +160,7 @@ std::string columnNames() {
 
 std::vector<std::string> groupingNames() {
   std::vector<std::string> names;
+  names.reserve(groupings.size());
   for (const Grouping& grouping : groupings) names.emplace_back(grouping.name);
   return names;
 }

@@ -82,7 +82,7 @@ std::vector<std::string> keysOf(const Listing& listing) {
 }
 
 void putProgram(const Inventory& program, Output& output) {
-  output.put("{\"path\": ");
+  output.put(R"({"path": )");
   putString(program.executable, output);
   output.put(", \"build_id\": ");
   putOptional(program.buildId, output);
@@ -103,7 +103,7 @@ void putProgram(const Inventory& program, Output& output) {
 
 void writeJson(const std::vector<const Inventory*>& programs, std::string_view rows, const Listing& listing,
                Output& output) {
-  output.put("{\"schema\": 1, \"executables\": [");
+  output.put(R"({"schema": 1, "executables": [)");
   for (std::size_t i = 0; i < programs.size(); ++i) {
     output.put(i > 0 ? ",\n" : "\n");
     putProgram(*programs[i], output);

@@ -77,8 +77,8 @@ void writeSummary(const Summary& summary, const std::vector<Row>& selected, Outp
   }
   output.put(sections);
   if (summary.waste.definitions > 0) {
-    output.put("One of each of these " + counted(summary.waste.definitions, "definition") + " would spare " +
-               counted(summary.waste.bytes, "byte") + "\n");
+    output.put("These are copies of " + counted(summary.waste.definitions, "definition") +
+               "; one copy of each would save " + counted(summary.waste.bytes, "byte") + "\n");
   }
   if (summary.programs.size() == 1 && !summary.programs[0]->directory.empty()) {
     output.put("Files are named from " + shownText(summary.programs[0]->directory) + "\n");
