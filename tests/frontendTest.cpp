@@ -21,10 +21,11 @@ class FrontEnd : public testing::Test {
   const TempDir directory;
 };
 
-// For scripts: makes the tables of the program $1, and the result from them, in the directory $2.
-const std::string scanning =
-    "scan() { " TOLQUIN " tables --quiet $3 -o $2 $1; DB=$2 EXEFILE=$PWD/$1 PATH=" LOCATOR_DIRECTORY
-    ":$PATH " TOLQUIN_EXE " $2 $PWD/$1; }\n";
+// For scripts: `scan PROGRAM DIRECTORY` makes the tables of the program, and the result from them.
+std::string scanning(const std::string& debugger = "EXEFILE=$PWD/$1 ") {
+  return "scan() { " TOLQUIN " tables --quiet $3 -o $2 $1; " + debugger +
+         "DB=$2 PATH=" LOCATOR_DIRECTORY ":$PATH " TOLQUIN_EXE " $2 $PWD/$1; }\n";
+}
 
 }  // namespace
 
@@ -64,7 +65,7 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
             "A::T value;\nstd::string text;\nint main() { return other::offset; }\n");
   writeFile(directory / "z.c",
             "struct empty {};\nstruct empty key;\nlong counter;\nint main(void) { return counter; }\n");
-  const RunResult result = directory.run(scanning +
+  const RunResult result = directory.run(scanning() +
                                          "g++ -g x.cpp -o x; gcc -g -fcommon z.c -o z\n"
                                          "scan x x.vym; scan z z.vym; scan x q --qualified\n"
                                          "for d in x.vym q z.vym; do cut -f2-5 $d/tGlobalVarDef.tbl | sort; done");
@@ -98,7 +99,7 @@ TEST_F(FrontEnd, OddPrograms) {
   for (const auto& [compiler, source, rows] : cases) {
     writeFile(directory / "odd.c", source + "\nint main(void) { return 0; }\n");
     const RunResult result = directory.run(
-        scanning + compiler + " odd.c -o odd && scan odd odd.vym; cut -f2-5 odd.vym/tGlobalVarDef.tbl | sort");
+        scanning() + compiler + " odd.c -o odd && scan odd odd.vym; cut -f2-5 odd.vym/tGlobalVarDef.tbl | sort");
     EXPECT_EQ(result.out, rows) << compiler << result.err;
     if (!source.starts_with("#line")) continue;
     EXPECT_EQ(directory.run("cut -f8,9 odd.vym/tGlobalVarDef.tbl").out, "<NULL>\t0\n");
@@ -133,15 +134,15 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
 TEST_F(FrontEnd, PackagesOfDwoFiles) {
   const std::string cases[][2] = {{"gcc g++ -gdwarf-4", "dwp"}, {"clang clang++ -gdwarf-5", "llvm-dwp"}};
   for (const auto& [compilers, packer] : cases) {
-    const RunResult result = directory.run(
-        scanning + "set -e; unset EXEFILE; cp " EXAMPLES_DIRECTORY "/inventory/*.* .; set -- " + compilers +
-        R"(
+    const RunResult result =
+        directory.run(scanning("") + "set -e; cp " EXAMPLES_DIRECTORY "/inventory/*.* .; set -- " + compilers +
+                      R"(
             $1 -w $3 -gsplit-dwarf -c parts.c; $2 -w $3 -gsplit-dwarf -c main.cpp; $2 *.o -o p; rm -rf *.dwp a b
             )"
-        "scan p a; " +
-        packer +
-        " -e p -o p.dwp; rm *.dwo; scan p b\n"
-        "rm */vifa.dat; diff -r a b >&2");
+                      "scan p a; " +
+                      packer +
+                      " -e p -o p.dwp; rm *.dwo; scan p b\n"
+                      "rm */vifa.dat; diff -r a b >&2");
     EXPECT_EQ(result.status, 0) << compilers << result.err;
   }
 }
