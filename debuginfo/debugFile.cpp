@@ -11,6 +11,7 @@
 #include <set>
 #include <string_view>
 
+#include "debuginfo/byteCursor.h"
 #include "src/io.h"
 #include "src/userError.h"
 
@@ -119,8 +120,33 @@ DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin
   if (elf == nullptr || dwarf_ == nullptr) refuse(path, module);
   bias_ = dwarfBias - elfBias;
   addresses_ = SectionBytes(dwarf_getelf(dwarf_), ".debug_addr");
+  openShared(path, module);
   openPackages(path, module);
   image_.emplace(module);
+}
+
+// libdw looks for a file with a relative name in the working directory; it is named from where the program is.
+void DebugFile::openShared(const std::string& path, Dwfl_Module* module) {
+  const char* name = nullptr;
+  const void* id = nullptr;
+  const ssize_t length = dwelf_dwarf_gnu_debugaltlink(dwarf_, &name, &id);
+  if (length <= 0 || dwarf_getalt(dwarf_) != nullptr) return;
+  const char* debugPath = nullptr;
+  dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &debugPath);
+  std::error_code ignored;
+  const fs::path from = fs::weakly_canonical(debugPath != nullptr ? debugPath : path.c_str(), ignored).parent_path();
+  sharedFile_ = openFile((from / name).c_str(), O_RDONLY | O_NONBLOCK);
+  if (!sharedFile_) return;
+  sharedElf_.reset(elf_begin(sharedFile_.get(), ELF_C_READ_MMAP, nullptr));
+  const void* found = nullptr;
+  if (!sharedElf_ || dwelf_elf_gnu_build_id(sharedElf_.get(), &found) != length ||
+      std::memcmp(found, id, static_cast<std::size_t>(length)) != 0)
+    return;
+  shared_.reset(dwarf_begin_elf(sharedElf_.get(), DWARF_C_READ, nullptr));
+  if (shared_)
+    dwarf_setalt(dwarf_, shared_.get());
+  else
+    sharedTexts_ = SectionBytes(sharedElf_.get(), ".debug_str");
 }
 
 void DebugFile::openPackages(const std::string& path, Dwfl_Module* module) {
@@ -137,7 +163,8 @@ void DebugFile::openPackages(const std::string& path, Dwfl_Module* module) {
 void DebugFile::forEachUnit(const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& warnings) const {
   const char* shared = nullptr;
   const void* id = nullptr;
-  if (dwarf_getalt(dwarf_) == nullptr && dwelf_dwarf_gnu_debugaltlink(dwarf_, &shared, &id) > 0)
+  if (dwarf_getalt(dwarf_) == nullptr && sharedTexts_.begin() == nullptr &&
+      dwelf_dwarf_gnu_debugaltlink(dwarf_, &shared, &id) > 0)
     warnings.push_back(std::string(shared) +
                        ", which dwz took a part of the debugging information to, cannot be found");
   std::vector<std::string> missing;
@@ -192,6 +219,19 @@ Dwarf_Die DebugFile::type(const Dwarf_Attribute& reference) const {
     if (type.addr == nullptr) type = package->type(reference);
   }
   return type;
+}
+
+const char* DebugFile::sharedText(const Dwarf_Attribute& reference) const {
+  std::uint8_t width = 0;
+  if (sharedTexts_.begin() == nullptr ||
+      dwarf_cu_info(reference.cu, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &width) != 0)
+    return nullptr;
+  const SectionBytes bytes(dwarf_getelf(dwarf_cu_getdwarf(reference.cu)), ".debug_info");
+  const auto offset = bytes.numberAt(reference.valp, width);
+  ByteCursor text(sharedTexts_.begin(), sharedTexts_.end(), false);
+  text.skip(offset.value_or(~std::uint64_t{0}));
+  const char* found = text.text();
+  return text.failed() ? nullptr : found;
 }
 
 std::optional<std::uint64_t> DebugFile::listedAddress(const Unit& unit, std::uint64_t index) const {

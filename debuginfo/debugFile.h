@@ -16,6 +16,7 @@
 #include "debuginfo/dwarfPackage.h"
 #include "debuginfo/programImage.h"
 #include "debuginfo/sectionBytes.h"
+#include "src/uniqueFd.h"
 
 /// A unit of the debugging information. `skeleton` is what the linked program holds of it, with addresses and lines;
 /// the same as `top` unless the unit was split off.
@@ -24,7 +25,7 @@ struct Unit {
   Die skeleton;
 };
 
-class DebugFile : public TypeUnits {
+class DebugFile : public OtherFiles {
  public:
   /// Opens `path`. Throws UserError when it is no executable or shared object in ELF, is damaged, or has no debugging
   /// information that can be read.
@@ -45,13 +46,20 @@ class DebugFile : public TypeUnits {
   std::optional<std::uint64_t> listedAddress(const Unit& unit, std::uint64_t index) const;
 
   Dwarf_Die type(const Dwarf_Attribute& reference) const override;
+  const char* sharedText(const Dwarf_Attribute& reference) const override;
 
  private:
+  void openShared(const std::string& path, Dwfl_Module* module);
   void openPackages(const std::string& path, Dwfl_Module* module);
   bool useUnits(Dwarf* dwarf, const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& missing) const;
   Dwarf_Die packedUnit(const Die& skeleton) const;
 
   std::string path_;
+  UniqueFd sharedFile_;
+  // What dwz took out, if libdw did not find it, or will not read it because it consists of texts alone.
+  std::unique_ptr<Elf, int (*)(Elf*)> sharedElf_{nullptr, elf_end};
+  std::unique_ptr<Dwarf, int (*)(Dwarf*)> shared_{nullptr, dwarf_end};
+  SectionBytes sharedTexts_;
   std::unique_ptr<Dwfl, void (*)(Dwfl*)> session_;
   Dwarf* dwarf_ = nullptr;
   std::optional<ProgramImage> image_;

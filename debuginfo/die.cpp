@@ -45,7 +45,13 @@ std::optional<std::uint64_t> Die::number(unsigned name) const {
 
 const char* Die::text(unsigned name) const {
   Dwarf_Attribute attribute;
-  return dwarf_formstring(dwarf_attr(&die_, name, &attribute));
+  return dwarf_attr(&die_, name, &attribute) != nullptr ? textOf(attribute) : nullptr;
+}
+
+const char* Die::textOf(Dwarf_Attribute& attribute) const {
+  const char* text = dwarf_formstring(&attribute);
+  const bool isShared = attribute.form == DW_FORM_GNU_strp_alt || attribute.form == DW_FORM_strp_sup;
+  return text == nullptr && isShared && units_ != nullptr ? units_->sharedText(attribute) : text;
 }
 
 const char* Die::name() const {

@@ -12,19 +12,21 @@
 /// What libdw reports of its latest failure.
 std::string dwarfError();
 
-/// Finds types that have a unit of their own but that libdw does not find by itself.
-class TypeUnits {
+/// Finds what is in other files, where libdw does not find it by itself.
+class OtherFiles {
  public:
-  virtual ~TypeUnits() = default;
+  virtual ~OtherFiles() = default;
   /// The type whose signature `reference` holds; its addr is null when there is none.
   virtual Dwarf_Die type(const Dwarf_Attribute& reference) const = 0;
+  /// The text that `reference` names in the file shared by dwz; null when there is none.
+  virtual const char* sharedText(const Dwarf_Attribute& reference) const = 0;
 };
 
 /// One entry, or none. Valid as long as the debugging information that it is part of.
 class Die {
  public:
   Die() = default;
-  Die(const Dwarf_Die& die, const TypeUnits* units) : die_(die), units_(units) {}
+  Die(const Dwarf_Die& die, const OtherFiles* units) : die_(die), units_(units) {}
 
   explicit operator bool() const { return die_.addr != nullptr; }
   /// What tells it from all others.
@@ -55,6 +57,9 @@ class Die {
   class Children;
   Children children() const;
 
+  /// The text of `attribute`, of an entry in the same unit; null when it is none.
+  const char* textOf(Dwarf_Attribute& attribute) const;
+
   const Dwarf_Die& raw() const { return die_; }
 
  private:
@@ -62,7 +67,7 @@ class Die {
 
   // libdw takes none as const, although it changes nothing but what it remembers of the entry.
   mutable Dwarf_Die die_{};
-  const TypeUnits* units_ = nullptr;
+  const OtherFiles* units_ = nullptr;
 };
 
 /// The children of an entry, for a range-based loop. A damaged one ends it.

@@ -350,7 +350,7 @@ std::string VariableReader::about(const Entry& entry) {
 const char* VariableReader::text(const RawValue& value) const {
   if (value.form == 0) return nullptr;
   Dwarf_Attribute attribute{value.name, value.form, const_cast<unsigned char*>(value.at), unit_->top.raw().cu};
-  return dwarf_formstring(&attribute);
+  return unit_->top.textOf(attribute);
 }
 
 std::optional<std::uint64_t> VariableReader::number(const RawValue& value) const {
