@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds tolquin, compiles the example program, scans it and shows the resulting table.
+# Builds tolquin, compiles the example program, and shows its variables and the suite's table of it.
 set -euo pipefail
 cd "$(dirname "$0")"
 . tools/requirements.sh
@@ -9,6 +9,10 @@ build_preset release -DBUILD_TESTING=OFF
 directory=build/example
 mkdir -p "$directory"
 make -s -C examples/inventory PROGRAM="$PWD/$directory/inventory"
-build/release/tolquin scan "$directory/inventory"
+build/release/tolquin list "$directory/inventory"
 echo
-build/release/tolquin show "$directory/inventory"
+echo "The suite's table:"
+build/release/tolquin tables -o "$directory/tables" "$directory/inventory"
+PATH=$PWD/build/release/libexec/tolquin:$PATH DB=$directory/tables EXEFILE=$directory/inventory \
+  build/release/tolquin.exe "$directory/tables" "$directory/inventory"
+head -n 5 "$directory/tables/tGlobalVarDef.tbl"

@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
-require_packages "${build_packages[@]}" libbenchmark-dev
+require_packages "${build_packages[@]}" libbenchmark-dev time
 export LC_ALL=C
 sizes=("$@")
 [ $# -gt 0 ] || sizes=(3000 20000 100000)
@@ -46,6 +46,9 @@ generate() {
   printf 'char\t1\ndouble\t8\nint\t4\nstruct point\t8\nunsigned long\t8\n' >"$directory/sizes.tbl"
   cut -d' ' -f1 "$directory/objdump.1" >"$directory/addresses"
 }
+peak_memory() { # of the largest of the processes of a command, in kB
+  /usr/bin/time -f %M "$@" 2>&1 >/dev/null | tail -n 1
+}
 run_ours() { DB=$1 EXEFILE=$1/program seconds "$tolquin" "$1" "$1/program"; }
 addr2line_batch() { addr2line -e "$1/program" <"$1/addresses"; }
 
@@ -80,18 +83,22 @@ for count in "${sizes[@]}"; do
   row "tables, $count globals : nm -lS" "$(median <"$work/tables")" "$(median <"$work/nm")"
   row "tables, $count globals : gdb info variables" "$(median <"$work/tables")" "$(median <"$work/gdb")"
   rm -f "$work"/{tables,nm,gdb}
-  for ((i = 0; i < 3; ++i)); do
-    seconds build/release/tolquin scan "$directory/program" -o "$work/scanned" >>"$work/scan"
+  rm -f "$work"/list
+  for ((i = 0; i < rounds; ++i)); do
+    seconds build/release/tolquin list "$directory/program" >>"$work/list"
+    seconds nm -lS "$directory/program" >>"$work/nm"
     seconds gdb -batch -nx -ex 'info variables' "$directory/program" >>"$work/gdb"
   done
-  scanned=$(median <"$work/scan")
-  row "scan, $count globals : gdb info variables" "$scanned" "$(median <"$work/gdb")"
-  rm -f "$work"/{scan,gdb}
+  listed=$(median <"$work/list")
+  row "list, $count globals : gdb info variables" "$listed" "$(median <"$work/gdb")"
+  row "list, $count globals : nm -lS" "$listed" "$(median <"$work/nm")"
+  rm -f "$work"/{nm,gdb}
+  alone "peak memory of list with $count globals, kB" "$(peak_memory build/release/tolquin list "$directory/program")"
   row "run, $count globals : GNU addr2line in one batch" "$(median <"$work/ours")" "$(seconds addr2line_batch "$directory")"
   for peer in "abidw --noout" pahole; do
     command -v "${peer%% *}" >/dev/null || continue
     # shellcheck disable=SC2086 -- a command with its options
-    row "scan, $count globals : $peer" "$scanned" "$(seconds $peer "$directory/program")"
+    row "list, $count globals : $peer" "$listed" "$(seconds $peer "$directory/program")"
   done
 done
 

@@ -5,28 +5,38 @@
 
 #include "a2lControl.h"
 
-Locator::Locator(const std::vector<GlobalVariable>& variables) {
-  ranges_.reserve(variables.size());
-  for (const GlobalVariable& variable : variables) {
-    if (variable.file.empty() || variable.line == 0) continue;
+Locator::Locator(const Inventory& inventory) : directory_(inventory.directory) {
+  ranges_.reserve(inventory.variables.size());
+  for (const Variable& variable : inventory.variables) {
+    if (!variable.address || variable.threadLocal.value_or(false) || variable.line == 0) continue;
     // No row of the result could hold such a name.
     if (variable.file.find_first_of("\t\n") != std::string::npos) continue;
-    // Of several variables at one address the first counts, here as in the index.
-    if (!ranges_.empty() && ranges_.back().begin == variable.address) continue;
     const std::uint64_t size = std::max<std::uint64_t>(variable.size.value_or(0), 1);
-    ranges_.push_back({variable.address, variable.address + size, &variable});
+    const Range range{*variable.address, *variable.address + size, &variable};
+    // Of several variables at one address the first with a size counts, here as in the index.
+    const bool sharing = !ranges_.empty() && ranges_.back().begin == *variable.address;
+    if (!sharing)
+      ranges_.push_back(range);
+    else if (ranges_.back().variable->size == 0 && variable.size != 0)
+      ranges_.back() = range;
   }
+}
+
+std::string Locator::pathOf(const Variable& variable) const {
+  const bool inDirectory = !directory_.empty() && !variable.file.starts_with('/');
+  return (inDirectory ? directory_ + "/" : "") + std::string(variable.file);
 }
 
 std::string Locator::locate(std::uint64_t address) const {
   const auto behind = std::upper_bound(ranges_.begin(), ranges_.end(), address,
                                        [](std::uint64_t wanted, const Range& range) { return wanted < range.begin; });
   if (behind == ranges_.begin() || address >= std::prev(behind)->end) return "??:0";
-  const GlobalVariable& variable = *std::prev(behind)->variable;
-  std::string answer = variable.file + ":" + std::to_string(variable.line);
+  const Variable& variable = *std::prev(behind)->variable;
+  const std::string file = pathOf(variable);
+  std::string answer = file + ":" + std::to_string(variable.line);
   // A name that its reader would take apart wrongly.
   const auto read = kindOfReply(answer) == LineKind::Reply ? locationIn(answer) : std::nullopt;
-  const bool clear = read && read->file == variable.file && read->line == variable.line;
+  const bool clear = read && read->file == file && read->line == variable.line;
   return clear ? answer : "??:0";
 }
 

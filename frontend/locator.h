@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "variables.h"
+#include "debuginfo/inventory.h"
 
 class Locator {
  public:
-  /// `variables`: sorted by address, as readVariables returns them; they must outlive this object.
-  explicit Locator(const std::vector<GlobalVariable>& variables);
+  /// `inventory` must outlive this object.
+  explicit Locator(const Inventory& inventory);
 
   /// "file:line" of the variable whose bytes hold `address`; "??:0" when there is none, its place is not known, or the
   /// name of its file would be misunderstood in such a reply.
@@ -20,8 +20,11 @@ class Locator {
  private:
   struct Range {
     std::uint64_t begin, end;
-    const GlobalVariable* variable;
+    const Variable* variable;
   };
+  std::string pathOf(const Variable& variable) const;
+
+  const std::string directory_;
   std::vector<Range> ranges_;
 };
 

@@ -1,5 +1,5 @@
 // The program addr2line of this project: speaks GNU addr2line's protocol for data addresses, and knows the variables of
-// every compiler. Called by tolquin.exe as `addr2line -e <executable>`; put first on its search path by `tolquin scan`.
+// every compiler. Called by tolquin.exe as `addr2line -e <executable>`.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -16,13 +16,13 @@ int main(int argc, char** argv) {
     return 2;
   }
   unsetenv("DEBUGINFOD_URLS");
-  Variables variables;
+  Inventory inventory;
   try {
-    variables = readVariables(DebugFile(argv[2]), Wanted::Places);
+    inventory = readInventory(argv[2], {});
   } catch (const std::exception& error) {
     // The questions are answered all the same, with nothing.
     std::fprintf(stderr, "addr2line: %s\n", error.what());
   }
-  answerAddresses(Locator(variables.list), stdin, stdout);
+  answerAddresses(Locator(inventory), stdin, stdout);
   return 0;
 }

@@ -1,53 +1,78 @@
-#include "resultTable.h"
+#include "frontend/resultTable.h"
 
+#include <array>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <fstream>
 
-#include "userError.h"
+#include "src/userError.h"
 
-const std::array<ResultColumn, resultColumnCount> resultColumns{{
-    {"GlobalVarKey", "Key", true, nullptr},
-    {"VariableName", "Name", false, "<NULL>"},
-    {"DataType", "Type", false, "<NULL>"},
-    {"DataSize", "Size", true, "-1"},
-    {"DRefDataSize", "DRef", true, "-1"},
-    {"TypedefType", "Typedef", false, "<NULL>"},
-    {"StructType", "Struct", false, "<NULL>"},
-    {"SourceFile", "File", false, "<NULL>"},
-    {"LineNbr", "Line", true, "0"},
-    {"LineCount", "Lines", true, "-1"},
-}};
+namespace {
 
-void forEachResultRow(const std::string& directory, const std::function<void(const ResultRow&)>& useRow) {
+constexpr std::size_t columnCount = 10;
+using Columns = std::array<std::string_view, columnCount>;
+
+// Those that hold what a Variable has.
+enum : std::size_t { nameColumn = 1, typeColumn = 2, sizeColumn = 3, fileColumn = 7, lineColumn = 8 };
+
+bool splitColumns(std::string_view line, Columns& columns) {
+  for (std::string_view& column : columns) {
+    const bool isLast = &column == &columns.back();
+    const std::size_t end = line.find('\t');
+    if ((end == std::string_view::npos) != isLast) return false;
+    column = line.substr(0, end);
+    if (!isLast) line.remove_prefix(end + 1);
+  }
+  return true;
+}
+
+std::string_view knownText(std::string_view text) { return text == "<NULL>" ? "" : text; }
+
+template <typename Number>
+bool parseNumber(std::string_view text, Number& number) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end;
+}
+
+// The variable of a line; false when a number is none. Its texts are in the line.
+bool readVariable(const Columns& columns, Variable& variable) {
+  constexpr std::string_view storage = "static ";
+  std::int64_t size = 0;
+  variable.name = columns[nameColumn];
+  variable.type = knownText(columns[typeColumn]);
+  if (variable.type.starts_with(storage)) variable.type.remove_prefix(storage.size());
+  variable.file = knownText(columns[fileColumn]);
+  if (!parseNumber(columns[sizeColumn], size) || !parseNumber(columns[lineColumn], variable.line)) return false;
+  if (size >= 0) variable.size = static_cast<std::uint64_t>(size);
+  return !variable.name.empty();
+}
+
+}  // namespace
+
+Inventory readResultTable(const std::string& directory) {
   const std::string path = directory + "/tGlobalVarDef.tbl";
   std::ifstream file(path);
-  if (!file) {
-    throw UserError(path + ": cannot be read: " + std::strerror(errno) +
-                    "; make it with `tolquin scan` from an executable");
+  if (!file && errno == ENOENT) {
+    throw UserError(directory + ": is a directory without a tGlobalVarDef.tbl, which tolquin.exe writes; name an " +
+                    "executable, a shared object or a directory of results");
   }
-  ResultRow row;
+  if (!file) throw UserError(path + ": cannot be read: " + std::strerror(errno));
+  Inventory program;
+  program.executable = directory;
   std::size_t number = 0;
   for (std::string line; std::getline(file, line);) {
     ++number;
-    std::size_t start = 0;
-    std::size_t count = 0;
-    while (start != std::string::npos && count < resultColumnCount) {
-      const std::size_t end = line.find('\t', start);
-      row[count++].assign(line, start, end - start);
-      start = end == std::string::npos ? end : end + 1;
+    Columns columns;
+    Variable variable;
+    if (!splitColumns(line, columns) || !readVariable(columns, variable)) {
+      throw UserError(path + ": line " + std::to_string(number) +
+                      " is not one of a result table, which has ten columns");
     }
-    if (count != resultColumnCount || start != std::string::npos) {
-      throw UserError(path + ": line " + std::to_string(number) + " has not the ten columns of a result table");
-    }
-    useRow(row);
+    for (std::string_view* text : {&variable.name, &variable.type, &variable.file}) *text = program.texts.intern(*text);
+    program.variables.push_back(variable);
   }
   if (file.bad()) throw UserError(path + ": cannot be read to its end");
-}
-
-std::size_t countLines(const std::string& path) {
-  std::size_t count = 0;
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) ++count;
-  return count;
+  return program;
 }

@@ -1,26 +1,19 @@
 #include "tableMaker.h"
 
-#include <cxxabi.h>
-#include <dwarf.h>
-
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <map>
-#include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <unordered_map>
 
-#include "cxxNames.h"
-#include "dwarfEntries.h"
+#include "debuginfo/inventory.h"
 #include "io.h"
 #include "objRead.h"
 #include "outputFiles.h"
-#include "typeNames.h"
 #include "userError.h"
 #include "util.h"
-#include "variables.h"
 
 namespace {
 
@@ -38,10 +31,11 @@ std::string tableName(const std::string& name) {
 }
 
 // What the lookup of a type's size searches for: the type up to its first '*'.
-std::string soughtName(const TypeText& text) {
-  const std::string type = text.apart ? text.type() : text.base;
-  const std::string sought = type.substr(0, type.find('*'));
-  return sought.substr(0, sought.find_last_not_of(' ') + 1);
+std::string soughtName(std::string_view type) {
+  std::size_t end = type.size();
+  while (end > 0 && type[end - 1] == ']' && type.find('(') == std::string_view::npos) end = type.rfind('[', end - 1);
+  const std::string_view sought = type.substr(0, std::min(end, type.find('*')));
+  return std::string(sought.substr(0, sought.find_last_not_of(' ') + 1));
 }
 
 // The sizes of the names that lookups ask for. A lookup is answered by the first name in byte order that begins with
@@ -50,14 +44,20 @@ class SizeTable {
  public:
   using Size = std::optional<std::uint64_t>;
 
-  // `size` empty: the name has none, or none that is known.
-  void add(const std::string& name, Size size) {
+  // `size` empty: the name has none, or none that is known. `incomplete`: it may be known elsewhere.
+  void add(const std::string& name, Size size, bool incomplete) {
     // The table could not hold it, and no lookup could find it.
     if (name.empty() || name.size() > RecordSize - 32 || name.find_first_of("\t\n") != std::string::npos) return;
     // A function or a reference.
     if (name.ends_with('(') || name.ends_with('&') || name.find("(&") != std::string::npos) size = std::nullopt;
+    const bool undecided = incomplete && !size;
     const auto [at, isNew] = asked_.try_emplace(name, size);
-    if (!isNew && at->second != size) at->second = std::nullopt;
+    if (isNew && undecided) undecided_.insert(name);
+    if (isNew || undecided) return;
+    if (undecided_.erase(name) > 0)
+      at->second = size;
+    else if (at->second != size)
+      at->second = std::nullopt;
   }
 
   // Decides which names are listed. A name without a size is left out unless a longer one would answer for it: then it
@@ -90,16 +90,28 @@ class SizeTable {
   }
 
   Sizes asked_;
+  std::set<std::string> undecided_;  // those that have only been declared so far
   Sizes listed_;
 };
 
 class TableMaker {
  public:
-  TableMaker(const Variables& variables, bool qualified)
-      : variables_(variables), plain_(variables.scopes, false), full_(variables.scopes, true), qualified_(qualified) {}
+  TableMaker(const Inventory& inventory, bool qualified) : inventory_(inventory), qualified_(qualified) {}
 
   void make() {
-    for (const GlobalVariable& variable : variables_.list) add(variable);
+    const Variable* last = nullptr;
+    for (const Variable& variable : inventory_.variables) {
+      if (!variable.address || variable.threadLocal.value_or(false)) continue;
+      // Type and place are looked up by the address, so there is one of each: the first with a size.
+      const bool sharing = last != nullptr && last->address == variable.address;
+      if (sharing && (variable.size == 0 || last->size != 0)) {
+        if (variable.size != 0) ++summary.sharing;
+        continue;
+      }
+      if (last != nullptr && !sharing) add(*last);
+      last = &variable;
+    }
+    if (last != nullptr) add(*last);
     sizes.finish();
     summary.sizes = sizes.lines();
   }
@@ -109,16 +121,17 @@ class TableMaker {
   TableSummary summary;
 
  private:
-  void add(const GlobalVariable& variable) {
+  void add(const Variable& variable) {
     const std::string line =
-        hexadecimal(variable.address) + " " + (variable.size ? hexadecimal(*variable.size) : "<NULL>") + " ";
-    std::string name = qualifiedName(variable);
+        hexadecimal(*variable.address) + " " + (variable.size ? hexadecimal(*variable.size) : "<NULL>") + " ";
+    const std::vector<std::string_view> parts = scopesOf(variable.name);
+    std::string name = qualifiedName(parts);
     // A longer line would be taken for several by its reader.
-    if (line.size() + name.size() + 2 > RecordSize) name = tableName(variable.name);
+    if (line.size() + name.size() + 2 > RecordSize) name = tableName(std::string(parts.back()));
     const bool fits = !name.empty() && line.size() + name.size() + 2 <= RecordSize;
-    // Of what has no type gdb says that it is an int.
-    if (!fits || !variable.typed || isEndless(variable) ||
-        (!addDeclaration(variable) && wouldBeMistaken(name, typeText(variable.type, variable.cxx)))) {
+    // Of what has no type gdb says that it is an int, and with an endless one it would not come to an end.
+    if (!fits || variable.type.empty() ||
+        (!addDeclaration(variable, parts.back()) && wouldBeMistaken(name, variable.type))) {
       ++summary.leftOut;
       return;
     }
@@ -126,76 +139,38 @@ class TableMaker {
     ++summary.variables;
   }
 
-  // Whether gdb would not come to an end with the type.
-  bool isEndless(const GlobalVariable& variable) {
-    if (variable.type.addr == nullptr) return false;
-    const std::optional<TypeText>& text = plain_.spell(variable.type, variable.cxx);
-    return text && text->endless;
-  }
-
-  // The full text of a type; empty when there is none.
-  std::string typeText(const Dwarf_Die& type, bool cxx) {
-    if (type.addr == nullptr) return "";
-    const std::optional<TypeText>& text = full_.spell(type, cxx);
-    return text ? text->type() : "";
-  }
-
   // Whether the debugger, asked for `name` because the tables lack the variable, might answer with the type of another:
   // it takes the first variable that has `name` in its name and the same last component.
-  bool wouldBeMistaken(const std::string& name, const std::string& type) {
-    if (known_.empty()) readKnown();
+  bool wouldBeMistaken(const std::string& name, std::string_view type) {
+    if (known_.empty()) {
+      for (const NamedType& each : inventory_.known) known_.emplace(remove_all_scopes(std::string(each.name)), &each);
+    }
     const auto [begin, end] = known_.equal_range(remove_all_scopes(name));
     return std::any_of(begin, end, [&](const auto& entry) {
-      return entry.second.name.find(name) != std::string::npos && entry.second.type != type;
+      return entry.second->name.find(name) != std::string_view::npos && entry.second->type != type;
     });
   }
 
-  void readKnown() {
-    for (const KnownVariable& variable : variables_.known) {
-      const std::vector<Dwarf_Die> chain = descriptions(variable.die);
-      const char* own = firstName(chain);
-      if (own == nullptr) continue;
-      const Scopes& scopes = variables_.scopes;
-      const std::string name = scopes.prefix(scopes.of(chain.back(), variable.scope)) + own;
-      known_.emplace(remove_all_scopes(name), Known{name, typeText(typeOf(chain), variable.cxx)});
-    }
-  }
-
-  // The name in objdump.1: in C++ with its scopes, but for those that hold blanks.
-  std::string qualifiedName(const GlobalVariable& variable) const {
+  // The name in objdump.1: with its scopes, but for those that hold blanks.
+  static std::string qualifiedName(const std::vector<std::string_view>& parts) {
     std::string result;
-    for (const std::string& scope : variables_.scopes.path(variable.scope)) {
-      const std::string part = canonicalName(scope);
-      if (!holdsBlank(part)) result += part + "::";
+    for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
+      if (!holdsBlank(std::string(parts[i]))) result.append(parts[i]).append("::");
     }
-    return result + tableName(canonicalName(variable.name + templateArguments(variable)));
-  }
-
-  // The arguments of an instance of a variable template, "<3>", which compilers tell in the symbol's name alone.
-  static std::string templateArguments(const GlobalVariable& variable) {
-    if (variable.linkageName == nullptr || variable.name.find('<') != std::string::npos) return "";
-    const std::unique_ptr<char, void (*)(void*)> full(
-        abi::__cxa_demangle(variable.linkageName, nullptr, nullptr, nullptr), std::free);
-    const std::string_view symbol = full ? full.get() : "";
-    const std::size_t name = symbol.rfind(variable.name + "<");
-    return name != std::string_view::npos && symbol.ends_with('>')
-               ? std::string(symbol.substr(name + variable.name.size()))
-               : "";
+    return result + tableName(std::string(parts.back()));
   }
 
   // Writes the declaration and notes the sizes that will be asked for. False when the index could not hold it.
-  bool addDeclaration(const GlobalVariable& variable) {
-    if (variable.type.addr == nullptr) return false;
-    const std::optional<TypeText>& plain = plain_.spell(variable.type, variable.cxx);
-    const std::optional<TypeText>& full = full_.spell(variable.type, variable.cxx);
-    if (!plain || !full || plain->endless) return false;
-    const std::optional<std::uint64_t> size = sizeWithoutPointers(variable.type);
-    sizes.add(soughtName(*plain), size);
-    sizes.add(soughtName(*full), size);
-    const std::string own = tableName(variable.name).substr(0, variable.name.find('<'));
-    const std::string declaration = (variable.internal ? "static " : "") + (qualified_ ? full : plain)->declare(own) +
-                                    " /* 0x" + hexadecimal(variable.address) + " */;";
-    if (!isHeld(declaration, variable.address, own)) return false;
+  bool addDeclaration(const Variable& variable, std::string_view name) {
+    const std::string plain = withoutScopes(variable.type);
+    sizes.add(soughtName(plain), variable.namedSize, variable.namedIncomplete);
+    sizes.add(soughtName(variable.type), variable.namedSize, variable.namedIncomplete);
+    const std::string own = tableName(std::string(name)).substr(0, name.find('<'));
+    const bool internal = variable.linkage != Linkage::External;
+    const std::string declaration = (internal ? "static " : "") +
+                                    declare(qualified_ ? variable.type : std::string_view(plain), own) + " /* 0x" +
+                                    hexadecimal(*variable.address) + " */;";
+    if (!isHeld(declaration, *variable.address, own)) return false;
     declarations += declaration + "\n";
     ++summary.declarations;
     return true;
@@ -211,60 +186,18 @@ class TableMaker {
            item.DataField.getVarName() == own;
   }
 
-  // The size of a type behind all its pointers, arrays, functions and references; none for vectors, unnamed and
-  // incomplete types.
-  static std::optional<std::uint64_t> sizeWithoutPointers(Dwarf_Die type);
-
-  // What the debugger would show of a variable.
-  struct Known {
-    std::string name;
-    std::string type;
-  };
-
-  const Variables& variables_;
-  std::unordered_multimap<std::string, Known> known_;  // by the last component of the name; read when first needed
-  TypeNames plain_, full_;
+  const Inventory& inventory_;
+  std::unordered_multimap<std::string, const NamedType*> known_;  // by the last component of the name
   const bool qualified_;
 };
-
-std::optional<std::uint64_t> TableMaker::sizeWithoutPointers(Dwarf_Die type) {
-  for (int depth = 0; depth < 64; ++depth) {
-    Dwarf_Die inner;
-    if (dwarf_hasattr(&type, DW_AT_GNU_vector)) return {};
-    switch (dwarf_tag(&type)) {
-      case DW_TAG_pointer_type:
-      case DW_TAG_array_type:
-      case DW_TAG_const_type:
-      case DW_TAG_volatile_type:
-      case DW_TAG_restrict_type:
-      case DW_TAG_atomic_type:
-      case DW_TAG_subroutine_type:
-      case DW_TAG_reference_type:
-      case DW_TAG_rvalue_reference_type:
-        if (!referredDie(type, DW_AT_type, inner)) return {};
-        type = inner;
-        continue;
-      default:
-        break;
-    }
-    return dwarf_diename(&type) != nullptr ? sizeOfType(type) : std::nullopt;
-  }
-  return {};
-}
 
 }  // namespace
 
 TableSummary makeTables(const std::string& executable, const std::string& directory, bool qualified) {
-  const DebugFile file(executable);
-  const Variables variables = readVariables(file, Wanted::Types);
-  TableMaker maker(variables, qualified);
+  const Inventory inventory = readInventory(executable, {.artificial = false, .known = true});
+  TableMaker maker(inventory, qualified);
   maker.make();
-  maker.summary.sharing = variables.sharing;
-  const MissingParts& missing = maker.summary.missing = variables.missing;
-  if (variables.list.empty() && !missing.files.empty()) {
-    throw UserError(executable + ": its debugging information was split off, and " + missing.files.front() +
-                    " cannot be found or read; it has to lie where the compiler left it, or in " + executable + ".dwp");
-  }
+  maker.summary.warnings = inventory.warnings;
   makeDirectory(directory);
   OutputFiles output(directory);
   output.write("objdump.1", maker.list);

@@ -2,8 +2,7 @@
 #pragma once
 
 #include <string>
-
-#include "debugFile.h"
+#include <vector>
 
 struct TableSummary {
   std::size_t variables = 0;     ///< lines of objdump.1
@@ -11,7 +10,7 @@ struct TableSummary {
   std::size_t sizes = 0;         ///< lines of sizes.tbl
   std::size_t leftOut = 0;       ///< variables kept from the debugger, which would answer wrongly
   std::size_t sharing = 0;       ///< variables left out because they share the address of another
-  MissingParts missing;
+  std::vector<std::string> warnings;
 };
 
 /// Writes objdump.1, objdump.txt and sizes.tbl for `executable` into `directory`, which is made if missing. With

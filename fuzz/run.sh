@@ -11,7 +11,7 @@ build_preset fuzz
 time=${1:?seconds for each target}
 shift
 targets=("$@")
-[ $# -gt 0 ] || targets=(texts replies table debugInfo)
+[ $# -gt 0 ] || targets=(texts replies table debugInfo frontEnd)
 mkdir -p build/fuzz/findings
 for target in "${targets[@]}"; do
   corpus=build/fuzz/corpus/$target seeds=fuzz/corpus/$target

@@ -1,9 +1,10 @@
-// The front end: names as gdb spells them, errors, damage, and scans of many programs.
+// The tables made from programs: names as gdb spells them, odd programs, errors, damage.
 #include <gtest/gtest.h>
 
 #include <random>
 
-#include "cxxNames.h"
+#include "debuginfo/cxxNames.h"
+#include "debuginfo/inventory.h"
 #include "support.h"
 
 namespace {
@@ -19,6 +20,12 @@ class FrontEnd : public testing::Test {
 
   const TempDir directory;
 };
+
+// For scripts: `scan PROGRAM DIRECTORY` makes the tables of the program, and the result from them.
+std::string scanning(const std::string& debugger = "EXEFILE=$PWD/$1 ") {
+  return "scan() { " TOLQUIN " tables --quiet $3 -o $2 $1; " + debugger +
+         "DB=$2 PATH=" LOCATOR_DIRECTORY ":$PATH " TOLQUIN_EXE " $2 $PWD/$1; }\n";
+}
 
 }  // namespace
 
@@ -58,10 +65,10 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
             "A::T value;\nstd::string text;\nint main() { return other::offset; }\n");
   writeFile(directory / "z.c",
             "struct empty {};\nstruct empty key;\nlong counter;\nint main(void) { return counter; }\n");
-  const RunResult result =
-      directory.run("g++ -g x.cpp -o x; gcc -g -fcommon z.c -o z; " TOLQUIN " scan x z >log; " TOLQUIN
-                    " scan --qualified x -o q >log; "
-                    "for d in x.vym q/x.vym z.vym; do cut -f2-5 $d/tGlobalVarDef.tbl | sort; done");
+  const RunResult result = directory.run(scanning() +
+                                         "g++ -g x.cpp -o x; gcc -g -fcommon z.c -o z\n"
+                                         "scan x x.vym; scan z z.vym; scan x q --qualified\n"
+                                         "for d in x.vym q z.vym; do cut -f2-5 $d/tGlobalVarDef.tbl | sort; done");
   EXPECT_EQ(splitAt(result.err, '\n').size(), 2u) << result.err;
   EXPECT_NE(result.err.find("left out"), std::string::npos) << result.err;
   EXPECT_EQ(result.out,
@@ -91,8 +98,8 @@ TEST_F(FrontEnd, OddPrograms) {
   };
   for (const auto& [compiler, source, rows] : cases) {
     writeFile(directory / "odd.c", source + "\nint main(void) { return 0; }\n");
-    const RunResult result = directory.run(compiler + " odd.c -o odd && " TOLQUIN
-                                                      " scan odd >log; cut -f2-5 odd.vym/tGlobalVarDef.tbl | sort");
+    const RunResult result = directory.run(
+        scanning() + compiler + " odd.c -o odd && scan odd odd.vym; cut -f2-5 odd.vym/tGlobalVarDef.tbl | sort");
     EXPECT_EQ(result.out, rows) << compiler << result.err;
     if (!source.starts_with("#line")) continue;
     EXPECT_EQ(directory.run("cut -f8,9 odd.vym/tGlobalVarDef.tbl").out, "<NULL>\t0\n");
@@ -105,7 +112,7 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
   const std::string cases[][2] = {{"none", "none: cannot be opened: No such file or directory"},
                                   {"text", "text: is not an ELF file; an executable or shared object is wanted"},
                                   {".", ".: is not an ELF file"},
-                                  {"o.o", "o.o: is neither an executable nor a shared object"},
+                                  {"o.o", "o.o: is an object file"},
                                   {"stripped", "compile it with -g"},
                                   {"short", "short: has no sections; the file is truncated"},
                                   {"program -o text/x", "text/x: cannot be made a directory: Not a directory"}};
@@ -128,13 +135,14 @@ TEST_F(FrontEnd, PackagesOfDwoFiles) {
   const std::string cases[][2] = {{"gcc g++ -gdwarf-4", "dwp"}, {"clang clang++ -gdwarf-5", "llvm-dwp"}};
   for (const auto& [compilers, packer] : cases) {
     const RunResult result =
-        directory.run("set -e; cp " EXAMPLES_DIRECTORY "/inventory/*.* .; set -- " + compilers + R"(
+        directory.run(scanning("") + "set -e; cp " EXAMPLES_DIRECTORY "/inventory/*.* .; set -- " + compilers +
+                      R"(
             $1 -w $3 -gsplit-dwarf -c parts.c; $2 -w $3 -gsplit-dwarf -c main.cpp; $2 *.o -o p; rm -rf *.dwp a b
-            )" TOLQUIN " scan --no-gdb p -o a; " +
+            )"
+                      "scan p a; " +
                       packer +
-                      " -e p -o p.dwp; rm *.dwo; " TOLQUIN
-                      " scan --no-gdb p -o b\n"
-                      "rm */*/vifa.dat; diff -r a b >&2");
+                      " -e p -o p.dwp; rm *.dwo; scan p b\n"
+                      "rm */vifa.dat; diff -r a b >&2");
     EXPECT_EQ(result.status, 0) << compilers << result.err;
   }
 }
@@ -159,64 +167,4 @@ TEST_F(FrontEnd, DamagedDebuggingInformation) {
       EXPECT_EQ(result.status == 1 || warned, result.err.starts_with("tolquin: ")) << result.err;
     }
   }
-}
-
-TEST_F(FrontEnd, Scan) {
-  const RunResult result = directory.run("cp program -- -also; " TOLQUIN
-                                         " scan -j 2 -- none program ./program -also | sed 's/, [0-9.]* s:/:/' | sort");
-  EXPECT_EQ(result.err,
-            "tolquin: ./program: its results would go to ./program.vym, as those of an executable named before\n"
-            "tolquin: none: cannot be opened: No such file or directory\n");
-  const std::string counts = ": 1 variables found, 1 typed, 1 sized, 1 located, 0 skipped: ";
-  EXPECT_EQ(result.out,
-            "-also" + counts + "-also.vym/tGlobalVarDef.tbl\nprogram" + counts + "program.vym/tGlobalVarDef.tbl\n");
-  EXPECT_EQ(directory.run(TOLQUIN " scan none program").status, 1);
-  EXPECT_EQ(directory.run(TOLQUIN " scan program >log && " TOLQUIN " show program --format tsv --columns Name").out,
-            "VariableName\ncounter\n");
-}
-
-TEST_F(FrontEnd, Show) {
-  directory.run("mkdir long");
-  writeFile(directory / "tGlobalVarDef.tbl",
-            "1\ta,\"b\"\tchar *\t8\t1\t<NULL>\t<NULL>\tx.c\t7\t-1\n"
-            "2\tn\xc3\xa4me\xff\tint\t40\t-1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n");
-  const auto shown = [&](const std::string& options) { return directory.run(TOLQUIN " show . " + options).out; };
-  EXPECT_EQ(shown(""),
-            "Key  Name   Type    Size  DRef  File    Line\n"
-            "  1  a,\"b\"  char *     8     1  x.c        7\n"
-            "  2  n\xc3\xa4me?  int       40    -1  <NULL>     0\n");
-  EXPECT_EQ(shown("--format csv --columns name,DataSize"),
-            "\"VariableName\",\"DataSize\"\r\n\"a,\"\"b\"\"\",\"8\"\r\n"
-            "\"n\xc3\xa4me\xff\",\"40\"\r\n");
-  EXPECT_EQ(shown("--format tsv --columns Key,Size --sort=-Size"), "GlobalVarKey\tDataSize\n2\t40\n1\t8\n");
-  EXPECT_EQ(shown("--format tsv --columns Key --filter x.c"), "GlobalVarKey\n1\n");
-  EXPECT_EQ(
-      shown("--format json --columns Name,Type,DRef,File,Line"),
-      "[\n {\n  \"VariableName\": \"a,\\\"b\\\"\",\n  \"DataType\": \"char *\",\n  \"DRefDataSize\": 1,\n"
-      "  \"SourceFile\": \"x.c\",\n  \"LineNbr\": 7\n },\n"
-      " {\n  \"VariableName\": \"n\xc3\xa4me\xef\xbf\xbd\",\n  \"DataType\": \"int\",\n  \"DRefDataSize\": null,\n"
-      "  \"SourceFile\": null,\n  \"LineNbr\": null\n }\n]\n");
-  writeFile(directory / "long/tGlobalVarDef.tbl",
-            "1\ta\tint\t4\t4\t<NULL>\t<NULL>\t/d/ab/x.c\t7\t-1\n"
-            "2\tb\tint\t4\t4\t<NULL>\t<NULL>\t/d/a/y.c\t8\t-1\n");
-  EXPECT_EQ(directory.run(TOLQUIN " show long --columns File").out,
-            "File\nab/x.c\na/y.c\n\nFiles are named from /d/\n");
-  const RunResult wrong = directory.run(TOLQUIN " show . --sort none");
-  EXPECT_EQ(wrong.status, 2);
-  EXPECT_NE(wrong.err.find("there is no column none; the columns are GlobalVarKey, "), std::string::npos) << wrong.err;
-  for (const std::string format : {"table", "tsv", "csv", "json"}) {
-    EXPECT_EQ(directory.run(TOLQUIN " show . >/dev/full --format " + format).status, 1) << format;
-  }
-  writeFile(directory / "tGlobalVarDef.tbl", "1\tx\n");
-  EXPECT_NE(directory.run(TOLQUIN " show .").err.find("line 1 has not the ten columns"), std::string::npos);
-}
-
-TEST_F(FrontEnd, InterruptEndsAll) {
-  FakeTools fake;
-  fake.addr2line("echo $$ >ready; exec sleep 100");
-  const RunResult result =
-      directory.run(TOLQUIN
-                    " scan --gnu-addr2line program & pid=$!; until [ -s ready ]; do sleep 0.01; done; "
-                    "kill -TERM $pid; wait $pid; echo $?; while [ -e /proc/$(cat ready)/exe ]; do sleep 0.01; done");
-  EXPECT_EQ(result.out, "143\n");
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds the Debian package, installs it, scans a program with it, and removes it again. As root.
+# Builds the Debian package, installs it, lists a program with it, and removes it again. As root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
@@ -16,8 +16,10 @@ trap 'rm -rf "$work"' EXIT
 make -s -C examples/inventory PROGRAM="$work/inventory"
 (
   cd "$work"
-  tolquin scan inventory
-  [ "$(tolquin show inventory --format tsv --columns SourceFile | grep -c '/main.cpp\|/parts.c')" -ge 42 ]
+  [ "$(tolquin list --format jsonl --where 'file ~ main.cpp|parts.c' inventory | wc -l)" -eq 43 ]
+  tolquin tables -o tables inventory
+  PATH=/usr/libexec/tolquin:$PATH DB=tables EXEFILE=inventory tolquin.exe tables inventory
+  [ "$(tolquin list --format jsonl tables | wc -l)" -eq 43 ]
 )
 man -P cat tolquin tolquin.exe | grep -q 'global variables'
 bash -ic '. /usr/share/bash-completion/completions/tolquin && complete -p tolquin' >/dev/null 2>&1
@@ -26,4 +28,4 @@ dpkg -r tolquin >/dev/null
 for left in /usr/bin/tolquin /usr/bin/tolquin.exe /usr/libexec/tolquin; do
   [ ! -e "$left" ] || { echo "$left is left behind" >&2; exit 1; }
 done
-echo "the package installs, scans and removes cleanly"
+echo "the package installs, lists and removes cleanly"

@@ -1,0 +1,296 @@
+#include "debuginfo/cxxNames.h"
+
+#include <cxxabi.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "debuginfo/inventory.h"
+
+namespace {
+
+bool isWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$'; }
+
+// The words of one integer type, as gdb orders them.
+class IntegerWords {
+ public:
+  // Takes `word` if it can be part of an integer type.
+  bool take(std::string_view word) {
+    if (word == "unsigned")
+      isUnsigned_ = true;
+    else if (word == "signed")
+      isSigned_ = true;
+    else if (word == "long")
+      ++longs_;
+    else if (word == "short")
+      isShort_ = true;
+    else if (word == "int" || word == "char" || (word == "double" && longs_ > 0))
+      kind_ = word;
+    else
+      return false;
+    ++count_;
+    return true;
+  }
+  bool empty() const { return count_ == 0; }
+  std::string text() const {
+    std::string result;
+    const auto add = [&result](std::string_view word) { result.append(result.empty() ? "" : " ").append(word); };
+    if (isUnsigned_) add("unsigned");
+    if (isSigned_ && kind_ == "char") add("signed");
+    if (isShort_) add("short");
+    for (int i = 0; i < longs_; ++i) add("long");
+    if (kind_ == "int" || kind_.empty()) {
+      if (!isShort_ && longs_ == 0) add("int");
+    } else {
+      add(kind_);
+    }
+    return result;
+  }
+
+ private:
+  int count_ = 0;
+  int longs_ = 0;
+  bool isUnsigned_ = false, isSigned_ = false, isShort_ = false;
+  std::string_view kind_;
+};
+
+// Rewrites a name character by character into gdb's spelling.
+class Canonicalizer {
+ public:
+  std::string rewrite(std::string_view name) {
+    for (std::size_t at = 0; at < name.size();) {
+      if (isWordChar(name[at])) {
+        const std::size_t begin = at;
+        while (at < name.size() && isWordChar(name[at])) ++at;
+        takeWord(name.substr(begin, at - begin));
+      } else if (name[at] == '\'') {
+        const std::size_t end = endOfLiteral(name, at);
+        takeLiteral(name.substr(at, end - at));
+        at = end;
+      } else {
+        takeMark(name[at++]);
+      }
+    }
+    endInteger();
+    return std::move(result_);
+  }
+
+ private:
+  struct Bracket {
+    char open;
+    bool atStart = true;     // of an argument
+    std::string qualifiers;  // found there, to be put behind the argument's first type
+  };
+
+  // The position behind the character literal that begins at `at`.
+  static std::size_t endOfLiteral(std::string_view name, std::size_t at) {
+    for (++at; at < name.size() && name[at] != '\''; ++at) {
+      if (name[at] == '\\') ++at;
+    }
+    return std::min(at + 1, name.size());
+  }
+
+  // gdb shows the type of a character that is a template argument, unless the compiler wrote it in a way that it does
+  // not know.
+  void takeLiteral(std::string_view literal) {
+    constexpr std::size_t longest = std::string_view("'\\000'").size();
+    endInteger();
+    const bool typed = !result_.empty() && (result_.back() == ')' || isWordChar(result_.back()));
+    if (!typed && literal.size() <= longest && !literal.starts_with("'\\x")) result_ += "(char)";
+    result_ += literal;
+    if (!brackets_.empty()) brackets_.back().atStart = false;
+  }
+
+  bool inTemplate() const { return !brackets_.empty() && brackets_.back().open == '<'; }
+
+  void takeWord(std::string_view word) {
+    if (integer_.take(word)) {
+      blankAfterInteger_ = false;
+    } else if (inTemplate() && brackets_.back().atStart && (word == "const" || word == "volatile")) {
+      brackets_.back().qualifiers.append(" ").append(word);
+      return;
+    } else {
+      endInteger();
+      // The suffix of a number: "4UL" is shown as "4ul".
+      const bool number = std::isdigit(static_cast<unsigned char>(word[0])) != 0;
+      for (const char c : word) result_ += number ? static_cast<char>(std::tolower(static_cast<unsigned char>(c))) : c;
+    }
+    if (!brackets_.empty()) brackets_.back().atStart = false;
+  }
+
+  void takeMark(char c) {
+    if (c == ' ' && !integer_.empty()) {
+      blankAfterInteger_ = true;
+      return;
+    }
+    if (c == ' ' && inTemplate() && brackets_.back().atStart) {
+      if (brackets_.back().qualifiers.empty()) result_ += c;
+      return;
+    }
+    const bool endsType = c == '*' || c == '&' || c == ',' || c == '>';
+    if (endsType) blankAfterInteger_ = false;
+    endInteger();
+    if (endsType && inTemplate()) {
+      while (result_.ends_with(' ')) result_.pop_back();
+      result_ += std::exchange(brackets_.back().qualifiers, "");
+    }
+    if (c == '>' && result_.ends_with('>') && !result_.ends_with("->")) result_ += ' ';
+    result_ += c;
+    if (c == '<' || c == '(') brackets_.push_back({.open = c, .qualifiers = {}});
+    if ((c == '>' || c == ')') && !brackets_.empty()) brackets_.pop_back();
+    if (c == ',' && !brackets_.empty()) brackets_.back().atStart = true;
+  }
+
+  void endInteger() {
+    if (integer_.empty()) return;
+    result_ += integer_.text();
+    if (blankAfterInteger_) result_ += ' ';
+    integer_ = {};
+    blankAfterInteger_ = false;
+  }
+
+  std::string result_;
+  IntegerWords integer_;
+  bool blankAfterInteger_ = false;
+  std::vector<Bracket> brackets_;
+};
+
+// What the symbol `name` stands for; empty when it is not mangled.
+std::string demangled(const char* name) {
+  const std::unique_ptr<char, void (*)(void*)> full(abi::__cxa_demangle(name, nullptr, nullptr, nullptr), std::free);
+  return full && std::string_view(name).starts_with("_Z") ? full.get() : "";
+}
+
+// The name within the text of a function, "f<int>" in "void f<int>(int) const".
+std::string_view functionName(std::string_view text) {
+  std::size_t begin = 0;
+  std::size_t end = text.size();
+  int open = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const char c = text[at];
+    if (c == '(' && open == 0 && !text.substr(0, at).ends_with("operator")) end = std::min(end, at);
+    if (c == ' ' && open == 0 && at < end && !text.substr(0, at).ends_with("operator")) begin = at + 1;
+    if (c == '<' || c == '(' || c == '[' || c == '{') ++open;
+    if (c == '>' || c == ')' || c == ']' || c == '}') --open;
+  }
+  return text.substr(begin, end - begin);
+}
+
+}  // namespace
+
+std::string canonicalName(std::string_view name) {
+  // Most are one word, none of which can be an integer type.
+  if (std::all_of(name.begin(), name.end(), isWordChar) && !IntegerWords().take(name)) return std::string(name);
+  // gdb leaves these as they are.
+  if (name.find("__int128") != std::string_view::npos) return std::string(name);
+  return Canonicalizer().rewrite(name);
+}
+
+std::string withoutScopes(std::string_view name) {
+  std::string result;
+  std::vector<std::size_t> starts{0};  // where the name at work began, for each open bracket
+  for (std::size_t at = 0; at < name.size(); ++at) {
+    const char c = name[at];
+    if (c == ':' && name.substr(at).starts_with("::")) {
+      // The '*' of a pointer to a member needs its class.
+      if (name.substr(at).starts_with("::*")) {
+        result += "::";
+      } else {
+        result.resize(starts.back());
+      }
+      ++at;
+      continue;
+    }
+    result += c;
+    if (c == '<' || c == '(' || c == '[' || c == '{') {
+      starts.push_back(result.size());
+    } else if ((c == '>' || c == ')' || c == ']' || c == '}') && starts.size() > 1) {
+      starts.pop_back();
+    } else if (c == ' ' || c == ',' || c == '*' || c == '&') {
+      starts.back() = result.size();
+    }
+  }
+  return result;
+}
+
+std::vector<std::string_view> scopesOf(std::string_view name) {
+  std::vector<std::string_view> parts;
+  std::size_t begin = 0;
+  int open = 0;
+  for (std::size_t at = 0; at < name.size(); ++at) {
+    const char c = name[at];
+    if (c == '<' || c == '(' || c == '[' || c == '{') ++open;
+    if (c == '>' || c == ')' || c == ']' || c == '}') --open;
+    if (c != ':' || open > 0 || !name.substr(at).starts_with("::")) continue;
+    parts.push_back(name.substr(begin, at - begin));
+    begin = ++at + 1;
+  }
+  parts.push_back(name.substr(begin));
+  return parts;
+}
+
+std::string declare(std::string_view type, std::string_view name) {
+  const std::string_view outer = scopesOf(type).back();
+  const bool apart = type.find("::*") != std::string_view::npos || outer.find_first_of("(&") != std::string_view::npos;
+  std::string result(type);
+  if (apart) return result.append(" ").append(name);
+  std::size_t end = type.size();
+  while (end > 0 && type[end - 1] == ']') end = type.rfind('[', end - 1);
+  const std::string_view suffix = type.substr(end);
+  result.resize(end);
+  while (result.ends_with(' ')) result.pop_back();
+  if (!result.ends_with('*')) result += ' ';
+  return result.append(name).append(suffix);
+}
+
+std::string withoutTags(std::string name) {
+  for (std::size_t begin = 0; (begin = name.find("[abi:", begin)) != std::string::npos;) {
+    const std::size_t end = name.find(']', begin);
+    name.erase(begin, end == std::string::npos ? end : end - begin + 1);
+  }
+  return name;
+}
+
+std::string templateArguments(std::string_view name, const char* linkageName) {
+  if (linkageName == nullptr || name.find('<') != std::string_view::npos) return "";
+  const std::string full = demangled(linkageName);
+  const std::size_t at = full.rfind(std::string(name).append("<"));
+  return at != std::string::npos && full.ends_with('>') ? canonicalName(full.substr(at + name.size())) : "";
+}
+
+std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_view name) {
+  std::string full = demangled(std::string(symbol).c_str());
+  if (full.empty()) {
+    // In C: "function.name", with a number behind it if there are several.
+    const std::size_t dot = symbol.find('.');
+    if (dot == 0 || dot == std::string_view::npos || !symbol.substr(dot + 1).starts_with(name)) return {};
+    return std::string(symbol.substr(0, dot)).append("::");
+  }
+  std::string result;
+  const std::vector<std::string_view> parts = scopesOf(full);
+  for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
+    const std::string_view part = parts[i].starts_with('(') ? parts[i] : functionName(parts[i]);
+    result.append(withoutTags(canonicalName(part))).append("::");
+  }
+  return result.empty() ? std::nullopt : std::optional(result);
+}
+
+std::string bindingInSymbol(std::string_view symbol) {
+  const std::size_t begin = symbol.starts_with("_Z") ? symbol.find("DC") : std::string_view::npos;
+  if (begin == std::string_view::npos) return "";
+  std::string names;
+  std::string_view rest = symbol.substr(begin + 2);
+  while (!rest.empty() && std::isdigit(static_cast<unsigned char>(rest.front())) != 0) {
+    std::size_t length = 0;
+    const auto end = std::from_chars(rest.data(), rest.data() + rest.size(), length).ptr;
+    rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+    names.append(names.empty() ? "[" : ", ").append(rest.substr(0, length));
+    rest.remove_prefix(std::min(length, rest.size()));
+  }
+  return names.empty() ? "" : names + "]";
+}

@@ -1,0 +1,246 @@
+#include "debuginfo/debugFile.h"
+
+#include <dwarf.h>
+#include <elfutils/libdwelf.h>
+#include <fcntl.h>
+#include <gelf.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <string_view>
+
+#include "debuginfo/byteCursor.h"
+#include "src/io.h"
+#include "src/userError.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const Dwfl_Callbacks callbacks{.find_elf = dwfl_build_id_find_elf,
+                               .find_debuginfo = dwfl_standard_find_debuginfo,
+                               .section_address = dwfl_offline_section_address,
+                               .debuginfo_path = nullptr};
+
+// Refuses what libdwfl would take apart but what is no program: archives, object files, core files.
+void expectProgram(const std::string& path) {
+  const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);  // which does not wait for a pipe's writer
+  if (!file) throw UserError(path + ": cannot be opened: " + std::strerror(errno));
+  elf_version(EV_CURRENT);
+  const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
+  if (elf && elf_kind(elf.get()) == ELF_K_AR)
+    throw UserError(path + ": is an archive; name a program or shared object that it was linked into");
+  GElf_Ehdr header;
+  if (!elf || elf_kind(elf.get()) != ELF_K_ELF || gelf_getehdr(elf.get(), &header) == nullptr) {
+    throw UserError(path + ": is not an ELF file; an executable or shared object is wanted");
+  }
+  if (header.e_type == ET_REL)
+    throw UserError(path + ": is an object file; name a program or shared object that it was linked into");
+  if (header.e_type != ET_EXEC && header.e_type != ET_DYN) {
+    throw UserError(path + ": is neither an executable nor a shared object");
+  }
+  std::size_t sections = 0;
+  if (elf_getshdrnum(elf.get(), &sections) != 0 || elf_nextscn(elf.get(), nullptr) == nullptr) {
+    throw UserError(path + ": has no sections; the file is truncated, or was stripped of them");
+  }
+}
+
+// Why the debugging information of `elf` cannot be read although it is there; empty when that is not so.
+std::string unreadableCompression(Elf* elf, std::string_view name) {
+  Elf_Scn* section = elf != nullptr ? findSection(elf, name) : nullptr;
+  GElf_Shdr header;
+  GElf_Chdr compression;
+  if (section == nullptr || gelf_getshdr(section, &header) == nullptr || (header.sh_flags & SHF_COMPRESSED) == 0 ||
+      gelf_getchdr(section, &compression) == nullptr)
+    return "";
+  constexpr unsigned zstd = 2;
+  return compression.ch_type == zstd ? "zstd" : "a method of number " + std::to_string(compression.ch_type);
+}
+
+// Throws the error of a program whose debugging information libdw does not find.
+[[noreturn]] void refuse(const std::string& path, Dwfl_Module* module) {
+  const std::string reason = dwfl_errmsg(-1);
+  const char* debugPath = nullptr;
+  dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &debugPath);
+  for (const std::string& place : {path, std::string(debugPath != nullptr ? debugPath : "")}) {
+    const UniqueFd file = openFile(place.c_str(), O_RDONLY | O_NONBLOCK);
+    const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
+    const std::string method = unreadableCompression(elf.get(), ".debug_info");
+    if (method.empty()) continue;
+    throw UserError(place + ": its debugging information is compressed by " + method +
+                    ", which libdw cannot read here; objcopy --decompress-debug-sections makes a copy without");
+  }
+  throw UserError(
+      path + ": has no debugging information that can be read (" + reason +
+      "); compile it with -g, or install its debug symbols (the package with -dbgsym in its name) where gdb "
+      "would find them");
+}
+
+// The name of the .dwo file that a skeleton stands for.
+std::string dwoName(const Die& skeleton) {
+  for (const unsigned code : {DW_AT_dwo_name, DW_AT_GNU_dwo_name}) {
+    if (const char* name = skeleton.text(code)) return name;
+  }
+  return "a .dwo file without a name";
+}
+
+// Why a .dwo file that is there cannot be used; empty when it is not there.
+std::string dwoFault(const Die& skeleton) {
+  const char* directory = skeleton.text(DW_AT_comp_dir);
+  const fs::path path = fs::path(directory != nullptr ? directory : "") / dwoName(skeleton);
+  const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);
+  if (!file) return "";
+  const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
+  if (!elf || elf_kind(elf.get()) != ELF_K_ELF) return "is damaged";
+  int sections = 0;
+  for (Elf_Scn* section = nullptr; (section = findSection(elf.get(), ".debug_info.dwo", section)) != nullptr;)
+    ++sections;
+  const std::string method = unreadableCompression(elf.get(), ".debug_info.dwo");
+  if (!method.empty() && method == "zstd")
+    return "is compressed by zstd, which libdw cannot read here; objcopy --decompress-debug-sections changes that";
+  if (sections > 1)
+    return "has a section for each type, which cannot be read; compile without -fdebug-types-section, or with "
+           "-gdwarf-4";
+  return "is not the one that belongs to this program: it was compiled again since, or is damaged";
+}
+
+}  // namespace
+
+DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin(&callbacks), dwfl_end) {
+  expectProgram(path);
+  Dwfl_Module* module = dwfl_report_offline(session_.get(), "", path.c_str(), -1);
+  if (module == nullptr) throw UserError(path + ": cannot be read: " + dwfl_errmsg(-1));
+  dwfl_report_end(session_.get(), nullptr, nullptr);
+  Dwarf_Addr elfBias = 0;
+  Elf* elf = dwfl_module_getelf(module, &elfBias);
+  Dwarf_Addr dwarfBias = 0;
+  dwarf_ = dwfl_module_getdwarf(module, &dwarfBias);
+  if (elf == nullptr || dwarf_ == nullptr) refuse(path, module);
+  bias_ = dwarfBias - elfBias;
+  addresses_ = SectionBytes(dwarf_getelf(dwarf_), ".debug_addr");
+  openShared(path, module);
+  openPackages(path, module);
+  image_.emplace(module);
+}
+
+// libdw looks for a file with a relative name in the working directory; it is named from where the program is.
+void DebugFile::openShared(const std::string& path, Dwfl_Module* module) {
+  const char* name = nullptr;
+  const void* id = nullptr;
+  const ssize_t length = dwelf_dwarf_gnu_debugaltlink(dwarf_, &name, &id);
+  if (length <= 0 || dwarf_getalt(dwarf_) != nullptr) return;
+  const char* debugPath = nullptr;
+  dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &debugPath);
+  std::error_code ignored;
+  const fs::path from = fs::weakly_canonical(debugPath != nullptr ? debugPath : path.c_str(), ignored).parent_path();
+  sharedFile_ = openFile((from / name).c_str(), O_RDONLY | O_NONBLOCK);
+  if (!sharedFile_) return;
+  sharedElf_.reset(elf_begin(sharedFile_.get(), ELF_C_READ_MMAP, nullptr));
+  const void* found = nullptr;
+  if (!sharedElf_ || dwelf_elf_gnu_build_id(sharedElf_.get(), &found) != length ||
+      std::memcmp(found, id, static_cast<std::size_t>(length)) != 0)
+    return;
+  shared_.reset(dwarf_begin_elf(sharedElf_.get(), DWARF_C_READ, nullptr));
+  if (shared_)
+    dwarf_setalt(dwarf_, shared_.get());
+  else
+    sharedTexts_ = SectionBytes(sharedElf_.get(), ".debug_str");
+}
+
+void DebugFile::openPackages(const std::string& path, Dwfl_Module* module) {
+  const char* debugPath = nullptr;
+  dwfl_module_info(module, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &debugPath);
+  std::error_code ignored;
+  std::set<fs::path> places;
+  for (const fs::path& program :
+       {fs::path(path), fs::weakly_canonical(path, ignored), fs::path(debugPath != nullptr ? debugPath : path)})
+    places.insert(fs::weakly_canonical(fs::path(program).concat(".dwp"), ignored));
+  for (const fs::path& place : places) packages_.push_back(std::make_unique<DwarfPackage>(place.string()));
+}
+
+void DebugFile::forEachUnit(const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& warnings) const {
+  const char* shared = nullptr;
+  const void* id = nullptr;
+  if (dwarf_getalt(dwarf_) == nullptr && sharedTexts_.begin() == nullptr &&
+      dwelf_dwarf_gnu_debugaltlink(dwarf_, &shared, &id) > 0)
+    warnings.push_back(std::string(shared) +
+                       ", which dwz took a part of the debugging information to, cannot be found");
+  std::vector<std::string> missing;
+  for (Dwarf* dwarf : {dwarf_, dwarf_getalt(dwarf_)}) {
+    if (dwarf == nullptr || useUnits(dwarf, useUnit, missing)) continue;
+    warnings.push_back("the debugging information is damaged, so variables may be missing: " + dwarfError());
+  }
+  constexpr std::size_t most = 3;
+  for (std::size_t i = 0; i < missing.size() && i < most; ++i) warnings.push_back(missing[i]);
+  if (missing.size() > most)
+    warnings.push_back(std::to_string(missing.size() - most) + " more .dwo files cannot be used either");
+}
+
+bool DebugFile::useUnits(Dwarf* dwarf, const std::function<void(const Unit&)>& useUnit,
+                         std::vector<std::string>& missing) const {
+  Dwarf_CU* unit = nullptr;
+  Dwarf_Die top;
+  Dwarf_Die split;
+  std::uint8_t type = 0;
+  int result = 0;
+  while ((result = dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &top, &split)) == 0) {
+    const Die skeleton(top, this);
+    if (type == DW_UT_skeleton && split.addr == nullptr) split = packedUnit(skeleton);
+    if (type != DW_UT_skeleton) {
+      useUnit({skeleton, skeleton});
+    } else if (split.addr != nullptr) {
+      useUnit({Die(split, this), skeleton});
+    } else {
+      const std::string fault = dwoFault(skeleton);
+      missing.push_back(
+          "the debugging information in " + dwoName(skeleton) + " is missing: the file " +
+          (fault.empty() ? "cannot be found where the compiler left it, or in " + path_ + ".dwp" : fault));
+    }
+  }
+  return result > 0;
+}
+
+// The unit that belongs to `skeleton` in one of the packages; its addr is null when none holds it.
+Dwarf_Die DebugFile::packedUnit(const Die& skeleton) const {
+  std::uint64_t id = 0;
+  Dwarf_Die unit{};
+  if (dwarf_cu_info(skeleton.raw().cu, nullptr, nullptr, nullptr, nullptr, &id, nullptr, nullptr) != 0) return unit;
+  for (const auto& package : packages_) {
+    if (unit.addr == nullptr) unit = package->unit(id);
+  }
+  return unit;
+}
+
+Dwarf_Die DebugFile::type(const Dwarf_Attribute& reference) const {
+  Dwarf_Die type{};
+  for (const auto& package : packages_) {
+    if (type.addr == nullptr) type = package->type(reference);
+  }
+  return type;
+}
+
+const char* DebugFile::sharedText(const Dwarf_Attribute& reference) const {
+  std::uint8_t width = 0;
+  if (sharedTexts_.begin() == nullptr ||
+      dwarf_cu_info(reference.cu, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &width) != 0)
+    return nullptr;
+  const SectionBytes bytes(dwarf_getelf(dwarf_cu_getdwarf(reference.cu)), ".debug_info");
+  const auto offset = bytes.numberAt(reference.valp, width);
+  ByteCursor text(sharedTexts_.begin(), sharedTexts_.end(), false);
+  text.skip(offset.value_or(~std::uint64_t{0}));
+  const char* found = text.text();
+  return text.failed() ? nullptr : found;
+}
+
+std::optional<std::uint64_t> DebugFile::listedAddress(const Unit& unit, std::uint64_t index) const {
+  std::uint64_t base = 0;
+  for (const unsigned name : {DW_AT_addr_base, DW_AT_GNU_addr_base}) {
+    if (const auto found = unit.skeleton.number(name)) base = *found;
+  }
+  const unsigned width = unit.skeleton.addressSize();
+  std::uint64_t offset = 0;
+  if (__builtin_mul_overflow(index, width, &offset) || __builtin_add_overflow(offset, base, &offset)) return {};
+  return addresses_.number(offset, width);
+}

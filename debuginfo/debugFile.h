@@ -1,0 +1,69 @@
+// An executable or shared object with its debugging information, wherever that lies: in the file itself, in a separate
+// file found by build-id or debuglink, in .dwo files or a package of them, or in a file shared by dwz.
+#pragma once
+
+#include <elfutils/libdw.h>
+#include <elfutils/libdwfl.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "debuginfo/die.h"
+#include "debuginfo/dwarfPackage.h"
+#include "debuginfo/programImage.h"
+#include "debuginfo/sectionBytes.h"
+#include "src/uniqueFd.h"
+
+/// A unit of the debugging information. `skeleton` is what the linked program holds of it, with addresses and lines;
+/// the same as `top` unless the unit was split off.
+struct Unit {
+  Die top;
+  Die skeleton;
+};
+
+class DebugFile : public OtherFiles {
+ public:
+  /// Opens `path`. Throws UserError when it is no executable or shared object in ELF, is damaged, or has no debugging
+  /// information that can be read.
+  explicit DebugFile(const std::string& path);
+
+  const ProgramImage& image() const { return *image_; }
+
+  /// Calls `useUnit` with every unit: compilation units, partial units, type units, and those of the file shared by
+  /// dwz. Sentences about what could not be found or read are added to `warnings`. `wanted`: whether to use the unit
+  /// with this number, counted from 0; a .dwo file is opened only then.
+  void forEachUnit(const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& warnings) const;
+
+  /// Turns an address of the debugging information into one of the executable. They differ only when one of two files
+  /// was prelinked.
+  std::uint64_t toExecutable(std::uint64_t address) const { return address + bias_; }
+
+  /// The address with the number `index` in the list of addresses of `unit`; empty when there is none.
+  std::optional<std::uint64_t> listedAddress(const Unit& unit, std::uint64_t index) const;
+
+  Dwarf_Die type(const Dwarf_Attribute& reference) const override;
+  const char* sharedText(const Dwarf_Attribute& reference) const override;
+
+ private:
+  void openShared(const std::string& path, Dwfl_Module* module);
+  void openPackages(const std::string& path, Dwfl_Module* module);
+  bool useUnits(Dwarf* dwarf, const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& missing) const;
+  Dwarf_Die packedUnit(const Die& skeleton) const;
+
+  std::string path_;
+  UniqueFd sharedFile_;
+  // What dwz took out, if libdw did not find it, or will not read it because it consists of texts alone.
+  std::unique_ptr<Elf, int (*)(Elf*)> sharedElf_{nullptr, elf_end};
+  std::unique_ptr<Dwarf, int (*)(Dwarf*)> shared_{nullptr, dwarf_end};
+  SectionBytes sharedTexts_;
+  std::unique_ptr<Dwfl, void (*)(Dwfl*)> session_;
+  Dwarf* dwarf_ = nullptr;
+  std::optional<ProgramImage> image_;
+  SectionBytes addresses_;                               // the lists that units refer to by number
+  std::vector<std::unique_ptr<DwarfPackage>> packages_;  // of all places where one may be
+  std::uint64_t bias_ = 0;
+};

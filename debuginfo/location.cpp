@@ -1,0 +1,163 @@
+#include "debuginfo/location.h"
+
+#include <dwarf.h>
+
+namespace {
+
+using Kind = Location::Kind;
+
+// Reads an expression operation by operation.
+class Evaluation {
+ public:
+  Evaluation(ByteCursor cursor, const DebugFile& file, const Unit& unit, const FormSizes& sizes)
+      : cursor_(cursor), file_(file), unit_(unit), sizes_(sizes) {}
+
+  Location run() {
+    while (!cursor_.atEnd() && !unreadable_) step(cursor_.byte());
+    if (cursor_.failed() || unreadable_) return {Kind::Unreadable};
+    if (pieces_ > 0) {
+      const Kind kind = !firstPiece_ ? Kind::None : scattered_ ? Kind::Scattered : Kind::Memory;
+      return {kind, firstPiece_.value_or(0), firstBase_};
+    }
+    if (isAddress_) return {isThreadLocal_ ? Kind::ThreadLocal : Kind::Memory, value_, base_};
+    return {isComputed_ ? Kind::Computed : Kind::None, value_, base_};
+  }
+
+ private:
+  void step(unsigned operation) {
+    switch (operation) {
+      case DW_OP_addr:
+        return setAddress(cursor_.fixed(sizes_.address));
+      case DW_OP_addrx:
+      case DW_OP_GNU_addr_index:
+        return setListed(cursor_.leb(), true);
+      case DW_OP_constx:
+      case DW_OP_GNU_const_index:
+        return setListed(cursor_.leb(), false);
+      case DW_OP_const4u:
+        return setConstant(cursor_.fixed(4));
+      case DW_OP_const8u:
+        return setConstant(cursor_.fixed(8));
+      case DW_OP_constu:
+        if (isAddress_) return setOffset(cursor_.leb());
+        return setConstant(cursor_.leb());
+      case DW_OP_plus:
+        value_ += offset_;
+        offset_ = 0;
+        return;
+      case DW_OP_plus_uconst:
+        value_ += cursor_.leb();
+        return;
+      case DW_OP_form_tls_address:
+      case DW_OP_GNU_push_tls_address:
+        isAddress_ = isThreadLocal_ = hasValue_;
+        return;
+      case DW_OP_piece:
+        return endPiece(cursor_.leb());
+      case DW_OP_nop:
+        return;
+      case DW_OP_stack_value:  // the value of an address alone is no place
+        isAddress_ = isComputed_ = false;
+        return;
+      default:
+        skipOperands(operation);
+        isComputed_ = isComputed_ || isAddress_;
+        isAddress_ = false;
+    }
+  }
+
+  void skipOperands(unsigned operation) {
+    if ((operation >= DW_OP_lit0 && operation <= DW_OP_reg31) || (operation >= DW_OP_dup && operation <= DW_OP_ne)) {
+      if (operation == DW_OP_pick) cursor_.skip(1);
+      if (operation == DW_OP_bra) cursor_.skip(2);
+      return;
+    }
+    if (operation >= DW_OP_breg0 && operation <= DW_OP_breg31) operation = DW_OP_fbreg;
+    switch (operation) {
+      case DW_OP_deref:
+      case DW_OP_call_frame_cfa:
+        return;
+      case DW_OP_const1u:
+      case DW_OP_const1s:
+      case DW_OP_deref_size:
+        return cursor_.skip(1);
+      case DW_OP_const2u:
+      case DW_OP_const2s:
+      case DW_OP_skip:
+        return cursor_.skip(2);
+      case DW_OP_const4s:
+        return cursor_.skip(4);
+      case DW_OP_const8s:
+        return cursor_.skip(8);
+      case DW_OP_bregx:
+        cursor_.leb();
+        [[fallthrough]];
+      case DW_OP_consts:
+      case DW_OP_fbreg:
+      case DW_OP_regx:
+        cursor_.leb();
+        return;
+      case DW_OP_implicit_value:
+        return cursor_.skip(cursor_.leb());
+      default:
+        // Not known, or with operands of many kinds: what follows cannot be told apart.
+        unreadable_ = isComputed_ || isAddress_ || pieces_ > 0;
+        cursor_.skip(cursor_.left());
+    }
+  }
+
+  void setAddress(std::uint64_t address) {
+    // A second one makes this something else than a plain place.
+    isComputed_ = isComputed_ || hasValue_;
+    value_ = base_ = address;
+    isAddress_ = !isComputed_;
+    hasValue_ = true;
+  }
+
+  void setListed(std::uint64_t index, bool isAddress) {
+    const auto found = file_.listedAddress(unit_, index);
+    if (!found) unreadable_ = true;
+    if (found && isAddress) setAddress(*found);
+    if (found && !isAddress) setConstant(*found);
+  }
+
+  void setConstant(std::uint64_t value) {
+    value_ = base_ = value;
+    hasValue_ = true;
+    isAddress_ = false;
+  }
+  void setOffset(std::uint64_t value) { offset_ = value; }
+
+  void endPiece(std::uint64_t size) {
+    ++pieces_;
+    const bool inMemory = isAddress_ && !isThreadLocal_;
+    if (inMemory && firstPiece_ && value_ != expected_) scattered_ = true;
+    if (!inMemory) scattered_ = true;
+    if (inMemory && !firstPiece_) {
+      firstPiece_ = value_;
+      firstBase_ = base_;
+    }
+    // Pieces that follow each other are one.
+    if (pieces_ > 1 && !scattered_) --pieces_;
+    expected_ = value_ + size;
+    hasValue_ = isAddress_ = isComputed_ = false;
+  }
+
+  ByteCursor cursor_;
+  const DebugFile& file_;
+  const Unit& unit_;
+  const FormSizes& sizes_;
+  std::uint64_t value_ = 0, base_ = 0, offset_ = 0;
+  bool hasValue_ = false, isAddress_ = false, isThreadLocal_ = false;
+  bool isComputed_ = false, unreadable_ = false;
+  int pieces_ = 0;
+  bool scattered_ = false;
+  std::optional<std::uint64_t> firstPiece_;
+  std::uint64_t firstBase_ = 0, expected_ = 0;
+};
+
+}  // namespace
+
+Location evaluate(ByteCursor cursor, const DebugFile& file, const Unit& unit, const FormSizes& sizes) {
+  return Evaluation(cursor, file, unit, sizes).run();
+}

@@ -1,0 +1,159 @@
+#include "debuginfo/programImage.h"
+
+#include <elfutils/libdwelf.h>
+#include <gelf.h>
+
+#include <algorithm>
+#include <tuple>
+
+namespace {
+
+// Whether `symbol` is what compilers call the variable `name`: also with a suffix (".0"), or mangled.
+bool isNameOf(std::string_view symbol, std::string_view name, const char* linkageName) {
+  if (linkageName != nullptr && symbol == linkageName) return true;
+  if (symbol.starts_with(name)) return symbol.size() == name.size() || symbol[name.size()] == '.';
+  return symbol.starts_with("_Z") && symbol.find(std::to_string(name.size()).append(name)) != std::string_view::npos;
+}
+
+std::string hexadecimal(const unsigned char* bytes, std::size_t count) {
+  constexpr const char* digits = "0123456789abcdef";
+  std::string text;
+  for (std::size_t i = 0; i < count; ++i) {
+    text += digits[bytes[i] >> 4];
+    text += digits[bytes[i] & 15];
+  }
+  return text;
+}
+
+}  // namespace
+
+ProgramImage::ProgramImage(Dwfl_Module* module) : module_(module) {
+  Elf* elf = dwfl_module_getelf(module, &bias_);
+  if (elf == nullptr) return;
+  readSections(elf);
+  readSegments(elf);
+  const void* id = nullptr;
+  const ssize_t length = dwelf_elf_gnu_build_id(elf, &id);
+  if (length > 0) buildId_ = hexadecimal(static_cast<const unsigned char*>(id), static_cast<std::size_t>(length));
+}
+
+void ProgramImage::readSections(Elf* elf) {
+  std::size_t names = 0;
+  if (elf_getshdrstrndx(elf, &names) != 0) return;
+  for (Elf_Scn* section = elf_nextscn(elf, nullptr); section != nullptr; section = elf_nextscn(elf, section)) {
+    GElf_Shdr header;
+    if (gelf_getshdr(section, &header) == nullptr || (header.sh_flags & SHF_ALLOC) == 0) continue;
+    const char* name = elf_strptr(elf, names, header.sh_name);
+    sections_.push_back({name != nullptr ? name : "", header.sh_addr, header.sh_size,
+                         (header.sh_flags & SHF_WRITE) != 0, (header.sh_flags & SHF_TLS) != 0});
+  }
+  for (const ImageSection& section : sections_) {
+    if (!section.threadLocal) byAddress_.push_back(&section);
+  }
+  std::stable_sort(byAddress_.begin(), byAddress_.end(), [](const auto* a, const auto* b) {
+    return std::tie(a->address, a->size) < std::tie(b->address, b->size);
+  });
+}
+
+void ProgramImage::readSegments(Elf* elf) {
+  std::size_t count = 0;
+  if (elf_getphdrnum(elf, &count) != 0) return;
+  for (std::size_t i = 0; i < count; ++i) {
+    GElf_Phdr segment;
+    if (gelf_getphdr(elf, static_cast<int>(i), &segment) == nullptr) return;
+    if (segment.p_type == PT_GNU_RELRO) relro_ = {segment.p_vaddr, segment.p_vaddr + segment.p_memsz};
+    if (segment.p_type == PT_TLS) threadLocal_ = {segment.p_vaddr, segment.p_vaddr + segment.p_memsz};
+  }
+}
+
+const ImageSection* ProgramImage::find(std::uint64_t address) const {
+  if (last_ != nullptr && address >= last_->address && address - last_->address < last_->size) return last_;
+  auto at = std::upper_bound(byAddress_.begin(), byAddress_.end(), address,
+                             [](std::uint64_t wanted, const auto* section) { return wanted < section->address; });
+  const ImageSection* ended = nullptr;
+  while (at != byAddress_.begin()) {
+    const ImageSection* section = *--at;
+    const std::uint64_t offset = address - section->address;
+    if (offset < section->size) return last_ = section;
+    // A variable without a size may stand at the end of a section.
+    if (offset == section->size && ended == nullptr && section->size > 0) ended = section;
+    if (section->size > 0) break;
+  }
+  return ended;
+}
+
+std::uint64_t ProgramImage::threadLocalOffset(std::uint64_t place) const {
+  const bool isAddress =
+      place >= threadLocal_.end - threadLocal_.begin && place >= threadLocal_.begin && place < threadLocal_.end;
+  return isAddress ? place - threadLocal_.begin : place;
+}
+
+const ImageSection* ProgramImage::findThreadLocal(std::uint64_t offset) const {
+  for (const ImageSection& section : sections_) {
+    const std::uint64_t within = threadLocal_.begin + offset - section.address;
+    if (section.threadLocal && within < section.size) return &section;
+  }
+  return nullptr;
+}
+
+bool ProgramImage::isWritable(const ImageSection& section, std::uint64_t address) const {
+  return section.threadLocal || (section.writable && (address < relro_.begin || address >= relro_.end));
+}
+
+bool ProgramImage::mayBeAt(std::uint64_t address, bool threadLocal, std::string_view name,
+                           const char* linkageName) const {
+  symbols();
+  if (!hasLocalSymbols_) return true;
+  const auto [begin, end] = symbolsAt(address, threadLocal);
+  return std::any_of(begin, end, [&](const Symbol& symbol) { return isNameOf(symbol.name, name, linkageName); });
+}
+
+std::optional<std::uint64_t> ProgramImage::symbolSize(std::uint64_t address, bool threadLocal, std::string_view name,
+                                                      const char* linkageName) const {
+  const auto [begin, end] = symbolsAt(address, threadLocal);
+  std::optional<std::uint64_t> agreed;
+  bool differ = false;
+  for (auto at = begin; at != end; ++at) {
+    if (at->size == 0) continue;
+    if (isNameOf(at->name, name, linkageName)) return at->size;
+    differ = differ || (agreed && *agreed != at->size);
+    agreed = at->size;
+  }
+  return differ ? std::nullopt : agreed;
+}
+
+std::vector<std::string_view> ProgramImage::symbolNames(std::uint64_t address, bool threadLocal) const {
+  std::vector<std::string_view> names;
+  const auto [begin, end] = symbolsAt(address, threadLocal);
+  for (auto at = begin; at != end; ++at) names.emplace_back(at->name);
+  return names;
+}
+
+const ProgramImage::Symbols& ProgramImage::symbols() const {
+  if (symbols_) return *symbols_;
+  symbols_.emplace();
+  const int count = dwfl_module_getsymtab(module_);
+  for (int i = 0; i < count; ++i) {
+    GElf_Sym symbol;
+    GElf_Addr address = 0;
+    GElf_Word section = 0;
+    const char* name = dwfl_module_getsym_info(module_, i, &symbol, &address, &section, nullptr, nullptr);
+    const int type = GELF_ST_TYPE(symbol.st_info);
+    if (i > 0 && GELF_ST_BIND(symbol.st_info) == STB_LOCAL) hasLocalSymbols_ = true;
+    if (name == nullptr || *name == '\0' || section == SHN_UNDEF) continue;
+    if (type == STT_OBJECT || type == STT_COMMON || type == STT_TLS || type == STT_NOTYPE)
+      symbols_->push_back({type == STT_TLS ? symbol.st_value : address - bias_, symbol.st_size, name, type == STT_TLS});
+  }
+  std::stable_sort(symbols_->begin(), symbols_->end(), [](const Symbol& a, const Symbol& b) {
+    return std::tie(a.threadLocal, a.address) < std::tie(b.threadLocal, b.address);
+  });
+  return *symbols_;
+}
+
+std::pair<ProgramImage::Symbols::const_iterator, ProgramImage::Symbols::const_iterator> ProgramImage::symbolsAt(
+    std::uint64_t address, bool threadLocal) const {
+  const Symbol wanted{address, 0, nullptr, threadLocal};
+  return std::equal_range(symbols().begin(), symbols().end(), wanted, [](const Symbol& a, const Symbol& b) {
+    return std::tie(a.threadLocal, a.address) < std::tie(b.threadLocal, b.address);
+  });
+}

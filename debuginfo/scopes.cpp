@@ -1,0 +1,64 @@
+#include "debuginfo/scopes.h"
+
+#include <dwarf.h>
+
+#include "debuginfo/cxxNames.h"
+
+const UnitScan& Scopes::enter(const UnitLayout& layout, const Die& unit, ScanFor purpose) {
+  unit_ = unit.raw().cu;
+  table_ = &tables_.of(layout);
+  current_.run(layout, *table_, purpose);
+  return current_;
+}
+
+const std::string& Scopes::ofVariable(const Die& entry, bool cxx) {
+  const ScopeMap::Scope& scope = named(entry);
+  return cxx ? scope.forVariables : scope.forVariablesC;
+}
+
+const std::string& Scopes::ofType(const Die& entry) { return named(entry).forTypes; }
+
+bool Scopes::isInFunction(const Die& entry) { return named(entry).inFunction; }
+
+// The scopes of the unit that `entry` is in.
+ScopeMap& Scopes::mapOf(const Die& entry) {
+  Dwarf_CU* unit = entry.raw().cu;
+  if (unit == unit_) return current_.scopes;
+  const auto [known, isNew] = foreign_.try_emplace(unit);
+  const Die top = isNew ? entry.unit() : Die();
+  if (const auto layout = top ? layouts_.of(top.raw()) : std::nullopt) {
+    const AbbreviationTable table(*layout);
+    UnitScan scan;
+    scan.run(*layout, table, ScanFor::Scopes);
+    known->second = std::move(scan.scopes);
+  }
+  return known->second;
+}
+
+// The scope around `entry`, with its names.
+ScopeMap::Scope& Scopes::named(const Die& entry) {
+  ScopeMap& map = mapOf(entry);
+  const ScopeMap::Id id = map.around(entry.id());
+  if (!map[id].isNamed) name(entry, map, id);
+  return map[id];
+}
+
+void Scopes::name(const Die& entry, ScopeMap& map, ScopeMap::Id id) {
+  map[id].isNamed = true;  // already: damaged information may go in circles
+  if (id == ScopeMap::global) return;
+  const std::vector<Die> chain = descriptions(entry.sibling(map[id].entry));
+  const char* own = firstName(chain);
+  // The scopes around it are those of what it completes.
+  const ScopeMap::Scope outer = named(chain.back());
+  ScopeMap::Scope& scope = map[id];
+  const bool isFunction = scope.kind == EntryKind::Function;
+  const bool isNamespace = scope.kind == EntryKind::Namespace;
+  std::string text = own != nullptr ? withoutTags(canonicalName(own)) : isNamespace ? "(anonymous namespace)" : "";
+  if (!text.empty()) text += "::";
+  const bool isElsewhere = chain.front().has(DW_AT_signature);  // in a type unit that cannot be found
+  scope.inNameless = (own == nullptr && (isFunction || isElsewhere)) || outer.inNameless;
+  scope.inFunction = isFunction || outer.inFunction;
+  scope.forVariables = outer.forVariables + text;
+  scope.forVariablesC = outer.forVariablesC + (isFunction ? text : "");
+  scope.forTypes = isFunction ? "" : outer.forTypes + text;
+}

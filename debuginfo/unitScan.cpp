@@ -1,0 +1,94 @@
+#include "debuginfo/unitScan.h"
+
+#include <algorithm>
+#include <functional>
+#include <iterator>
+
+namespace {
+
+constexpr std::size_t deepestNesting = 512;  // of entries; more is damage
+
+// Where the sibling of an entry begins, by its attributes, which `cursor` is moved behind; null when they do not say.
+const unsigned char* siblingOf(const UnitLayout& unit, const AbbreviationTable& table, const Abbreviation& abbreviation,
+                               ByteCursor& cursor) {
+  const RawValue sibling = table.read(abbreviation, cursor)[Slot::Sibling];
+  if (cursor.failed() || sibling.form == 0) return nullptr;
+  ByteCursor value = unit.cursor(sibling.at);
+  const int size = formSize(sibling.form, unit.sizes);
+  const std::uint64_t offset = size > 0 ? value.fixed(static_cast<std::size_t>(size)) : value.leb();
+  const auto all = static_cast<std::uint64_t>(unit.end - unit.header);
+  // One that stands before would go in circles.
+  return offset < all && unit.header + offset > cursor.at() ? unit.header + offset : nullptr;
+}
+
+}  // namespace
+
+void ScopeMap::clear() {
+  scopes_.assign(1, {});
+  spans_.assign(1, {nullptr, global});
+}
+
+ScopeMap::Id ScopeMap::add(Id parent, EntryKind kind, const unsigned char* entry) {
+  Scope& scope = scopes_.emplace_back();
+  scope.parent = parent;
+  scope.kind = kind;
+  scope.entry = entry;
+  return static_cast<Id>(scopes_.size() - 1);
+}
+
+ScopeMap::Id ScopeMap::around(const void* entry) const {
+  const auto* byte = static_cast<const unsigned char*>(entry);
+  const auto after =
+      std::upper_bound(spans_.begin() + 1, spans_.end(), byte,
+                       [](const unsigned char* wanted, const Span& span) { return std::less<>()(wanted, span.begin); });
+  return std::prev(after)->scope;
+}
+
+void UnitScan::run(const UnitLayout& unit, const AbbreviationTable& table, ScanFor purpose) {
+  scopes.clear();
+  variables.clear();
+  open_.clear();
+  damaged = false;
+  ByteCursor cursor = unit.cursor(unit.first);
+  do {
+    const unsigned char* entry = cursor.at();
+    const std::uint64_t code = cursor.leb();
+    if (code == 0) {
+      if (!open_.empty()) open_.pop_back();
+      continue;
+    }
+    const Abbreviation* abbreviation = table.find(code);
+    if (abbreviation == nullptr || open_.size() > deepestNesting) {
+      damaged = true;
+      return;
+    }
+    scopes.change(entry, open_.empty() ? ScopeMap::global : open_.back());
+    const bool wanted = abbreviation->kind == EntryKind::Located
+                            ? purpose != ScanFor::Scopes
+                            : abbreviation->kind == EntryKind::Declared && purpose == ScanFor::Declared;
+    if (wanted)
+      variables.push_back({entry, cursor.at(), abbreviation, open_.empty() ? ScopeMap::global : open_.back()});
+    if (abbreviation->hasChildren)
+      enter(unit, table, *abbreviation, entry, cursor);
+    else
+      table.skip(*abbreviation, cursor);
+  } while (!open_.empty() && !cursor.atEnd());
+  damaged = cursor.failed();
+}
+
+// Goes on to the children of `entry`, or, if these cannot be of interest, to its sibling.
+void UnitScan::enter(const UnitLayout& unit, const AbbreviationTable& table, const Abbreviation& abbreviation,
+                     const unsigned char* entry, ByteCursor& cursor) {
+  if (abbreviation.childless) {
+    ByteCursor attributes = cursor;
+    if (const unsigned char* sibling = siblingOf(unit, table, abbreviation, attributes)) {
+      cursor.skip(static_cast<std::uint64_t>(sibling - cursor.at()));
+      return;
+    }
+  }
+  table.skip(abbreviation, cursor);
+  const ScopeMap::Id around = open_.empty() ? ScopeMap::global : open_.back();
+  const bool isScope = abbreviation.kind == EntryKind::Namespace || abbreviation.kind == EntryKind::Class ||
+                       abbreviation.kind == EntryKind::Function;
+  open_.push_back(isScope ? scopes.add(around, abbreviation.kind, entry) : around);
+}

@@ -1,0 +1,364 @@
+#include "debuginfo/variables.h"
+
+#include <dwarf.h>
+
+#include <algorithm>
+#include <array>
+#include <unordered_set>
+
+#include "debuginfo/cxxNames.h"
+#include "debuginfo/typeSizes.h"
+
+namespace {
+
+using Kind = Location::Kind;
+
+bool isLanguageC(int language) {
+  // The last two are C17 and C23, which libdw's header does not name yet.
+  constexpr std::array<int, 6> languagesOfC{DW_LANG_C89, DW_LANG_C, DW_LANG_C99, DW_LANG_C11, 0x2c, 0x3e};
+  return std::find(languagesOfC.begin(), languagesOfC.end(), language) != languagesOfC.end();
+}
+
+// Whether the references of a unit that was split off lead nowhere, as those which gcc writes when it optimises at link
+// time do.
+bool isBrokenSplit(const Unit& unit) {
+  const char* producer = unit.top.id() != unit.skeleton.id() ? unit.top.text(DW_AT_producer) : nullptr;
+  return producer != nullptr && std::string_view(producer).starts_with("GNU GIMPLE");
+}
+
+}  // namespace
+
+VariableReader::VariableReader(const DebugFile& file, const ReadOptions& options, Inventory& inventory)
+    : file_(file),
+      options_(options),
+      inventory_(inventory),
+      types_(scopes_, inventory.texts),
+      files_(scopes_.layouts(), inventory.texts) {}
+
+void VariableReader::read(const Unit& unit) {
+  unit_ = &unit;
+  noteDirectory(unit);
+  if (unit.top.id() != unit.skeleton.id()) skeletons_.emplace(unit.top.id(), unit.skeleton);
+  const bool isType = unit.top.tag() == DW_TAG_type_unit;
+  if (isType && !options_.known) return;  // no variable has its place there
+  if (isBrokenSplit(unit)) {
+    return warnings_.append(
+        {"variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; "
+         "link without -gsplit-dwarf"});
+  }
+  const auto layout = scopes_.layouts().of(unit.top.raw());
+  const char* name = unit.top.text(DW_AT_name);
+  if (!layout)
+    return warnings_.append({std::string("the header of a unit is damaged: ") + (name != nullptr ? name : "")});
+  layout_ = *layout;
+  Dwarf_Die top = unit.top.raw();
+  cxx_ = !isLanguageC(dwarf_srclang(&top));
+  const UnitScan& scan = scopes_.enter(layout_, unit.top, options_.known ? ScanFor::Declared : ScanFor::Located);
+  for (const MetVariable& met : scan.variables) readVariable(met);
+  if (scan.damaged)
+    warnings_.append({std::string("the debugging information is damaged, so variables may be missing: of ") +
+                      (name != nullptr ? name : "a unit without a name")});
+}
+
+// What has no name is named in a warning, unless another variable has its place: a member of an unnamed union.
+const Warnings& VariableReader::finish() {
+  std::unordered_set<std::uint64_t> addresses;
+  if (!nameless_.empty()) {
+    for (const Variable& variable : inventory_.variables) addresses.insert(variable.address.value_or(0));
+  }
+  for (const auto& [address, what] : nameless_) {
+    if (!addresses.contains(address)) warnings_.add("without a name", what);
+  }
+  nameless_.clear();
+  return warnings_;
+}
+
+void VariableReader::noteDirectory(const Unit& unit) {
+  const char* directory = unit.skeleton.text(DW_AT_comp_dir);
+  const int tag = unit.top.tag();
+  if (tag != DW_TAG_compile_unit || directory == nullptr || *directory != '/') return;
+  std::string path = directory;
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  if (!hasDirectory_) directory_ = path;
+  hasDirectory_ = true;
+  path += '/';
+  while (!directory_.empty() && !path.starts_with(directory_ + "/")) directory_.erase(directory_.rfind('/'));
+}
+
+void VariableReader::readVariable(const MetVariable& met) {
+  ByteCursor cursor = layout_.cursor(met.attributes);
+  const RawEntry raw = scopes_.abbreviations().read(*met.abbreviation, cursor);
+  if (options_.known) noteKnown(met, raw);
+  if (met.abbreviation->kind != EntryKind::Located) return;
+  Location location = locationOf(raw);
+  if (location.kind == Kind::None) return;
+  if (location.kind == Kind::ThreadLocal) location.address = file_.image().threadLocalOffset(location.address);
+  const ImageSection* section = nullptr;
+  if (location.kind == Kind::Memory || location.kind == Kind::Scattered) {
+    section = file_.image().find(file_.toExecutable(location.address));
+    if (section == nullptr) return;  // the linker threw it away
+  } else if (location.kind == Kind::ThreadLocal) {
+    section = file_.image().findThreadLocal(location.address);
+    if (section == nullptr && location.base == 0) return;
+  }
+  Entry entry = open(met, raw);
+  if (entry.name.empty()) entry.name = nameBySymbol(entry, location);
+  list(entry, location, section);
+}
+
+// The location of an entry; lists of locations, of which each is one for a part of the code, count as none.
+Location VariableReader::locationOf(const RawEntry& raw) const {
+  const RawValue& value = raw[Slot::Location];
+  ByteCursor cursor = layout_.cursor(value.at);
+  std::uint64_t length = 0;
+  switch (value.form) {
+    case DW_FORM_exprloc:
+    case DW_FORM_block:
+      length = cursor.leb();
+      break;
+    case DW_FORM_block1:
+      length = cursor.fixed(1);
+      break;
+    case DW_FORM_block2:
+      length = cursor.fixed(2);
+      break;
+    case DW_FORM_block4:
+      length = cursor.fixed(4);
+      break;
+    default:
+      return {};
+  }
+  if (length == 0 || length > cursor.left()) return {};
+  return evaluate({cursor.at(), cursor.at() + length, layout_.bigEndian}, file_, *unit_, layout_.sizes);
+}
+
+VariableReader::Entry VariableReader::open(const MetVariable& met, const RawEntry& raw) {
+  Entry entry{.die = unit_->top.sibling(met.entry), .raw = raw, .completed = {}, .name = {}};
+  if (raw[Slot::Specification].form != 0 || raw[Slot::Origin].form != 0) {
+    entry.completed = descriptions(entry.die);
+    entry.completed.erase(entry.completed.begin());
+  }
+  entry.inFunction = met.scope != ScopeMap::global && scopes_.isInFunction(entry.die);
+  const char* name = text(raw[Slot::Name]);
+  if (name == nullptr) name = firstName(entry.completed);
+  if (name != nullptr) entry.name = name;
+  entry.linkageName = text(raw[Slot::LinkageName]);
+  for (const Die& die : entry.completed) {
+    for (const unsigned each : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name}) {
+      if (entry.linkageName == nullptr) entry.linkageName = die.text(each);
+    }
+  }
+  return entry;
+}
+
+// Whether an attribute says yes: of the entry, or of what it completes.
+bool VariableReader::isSet(const Entry& entry, Slot slot, unsigned name) const {
+  const RawValue& value = entry.raw[slot];
+  if (value.form == DW_FORM_flag_present || (value.form == DW_FORM_flag && *value.at != 0)) return true;
+  return std::any_of(entry.completed.begin(), entry.completed.end(), [name](const Die& die) { return die.flag(name); });
+}
+
+void VariableReader::list(Entry& entry, const Location& location, const ImageSection* section) {
+  if (entry.name.empty() && location.kind == Kind::Memory && listMembers(entry, location, section)) return;
+  if (isLeftOut(entry, location, section)) return;
+  Variable variable;
+  if (section != nullptr) variable.section = section->name;
+  if (section != nullptr) variable.writable = file_.image().isWritable(*section, file_.toExecutable(location.address));
+  variable.threadLocal = location.kind == Kind::ThreadLocal;
+  if (*variable.threadLocal) variable.writable = true;
+  if (location.kind == Kind::Memory) variable.address = file_.toExecutable(location.address);
+  if (location.kind == Kind::ThreadLocal && section != nullptr) variable.address = location.address;
+  describe(entry, location, variable);
+  inventory_.variables.push_back(variable);
+}
+
+// Lists the members of an unnamed union in place of the variable that it is to some compilers. False when `entry` is
+// none.
+bool VariableReader::listMembers(const Entry& entry, const Location& location, const ImageSection* section) {
+  constexpr int deepest = 8;
+  const Die type = typeEntry(entry);
+  const bool isUnnamed = type && type.name() == nullptr &&
+                         (type.tag() == DW_TAG_union_type || (type.tag() == DW_TAG_structure_type && unionDepth_ > 0));
+  if (!isUnnamed || unionDepth_ == deepest) return false;
+  ++unionDepth_;
+  for (const Die& child : type.children()) {
+    if (child.tag() != DW_TAG_member) continue;
+    Entry member{.die = child, .raw = {}, .completed = {child, entry.die}, .inFunction = entry.inFunction, .name = {}};
+    member.completed.insert(member.completed.end(), entry.completed.begin(), entry.completed.end());
+    if (const char* name = child.name()) member.name = name;
+    Location place = location;
+    place.address += child.number(DW_AT_data_member_location).value_or(0);
+    list(member, place, section);
+  }
+  --unionDepth_;
+  return true;
+}
+
+// Whether a variable does not belong in the list; one that the program has in memory is then named in a warning.
+bool VariableReader::isLeftOut(const Entry& entry, const Location& location, const ImageSection* section) {
+  if (entry.raw[Slot::Declaration].form != 0) return true;
+  if (!options_.artificial && isSet(entry, Slot::Artificial, DW_AT_artificial)) return true;
+  if (location.kind == Kind::Computed || location.kind == Kind::Unreadable) {
+    warnings_.add(location.kind == Kind::Computed ? "only the running program can tell the place"
+                                                  : "the place cannot be read from the debugging information",
+                  about(entry));
+    return true;
+  }
+  const bool threadLocal = location.kind == Kind::ThreadLocal;
+  if (entry.name.empty()) {
+    // The constants that some compilers describe like variables: texts in quotes.
+    if (!threadLocal && section != nullptr && !section->writable && entry.linkageName == nullptr) return true;
+    nameless_.push_back({location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0, about(entry)});
+    return true;
+  }
+  // What the linker threw away is said to be at 0, where there may be something else.
+  return location.base == 0 &&
+         !file_.image().mayBeAt(threadLocal ? location.address : file_.toExecutable(location.address), threadLocal,
+                                entry.name, entry.linkageName);
+}
+
+void VariableReader::describe(const Entry& entry, const Location& location, Variable& variable) {
+  const TypeFacts& type = typeOf(entry);
+  variable.type = type.text;
+  variable.endless = type.endless;
+  variable.namedSize = type.namedSize;
+  variable.namedIncomplete = type.namedIncomplete;
+  // The size of the type counts, unless it has an open end: then that of the symbol, which is no better otherwise (some
+  // compilers add a margin to it).
+  if (!type.open) variable.size = type.size;
+  if (!variable.size && variable.address)
+    variable.size =
+        file_.image().symbolSize(*variable.address, location.kind == Kind::ThreadLocal, entry.name, entry.linkageName);
+  if (!variable.size) variable.size = type.size;
+  variable.linkage = entry.inFunction                               ? Linkage::Function
+                     : isSet(entry, Slot::External, DW_AT_external) ? Linkage::External
+                                                                    : Linkage::Internal;
+  const Place place = placeOf(entry);
+  variable.file = place.file;
+  variable.line = place.line;
+  variable.name = fullName(entry, variable);
+}
+
+std::string_view VariableReader::fullName(const Entry& entry, const Variable& variable) {
+  const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
+  std::string scopes = scopes_.ofVariable(outermost, cxx_);
+  const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) ||
+                           ((entry.inFunction || !scopes.empty()) && scopes_.isInNameless(outermost));
+  if (!isUncertain && scopes.empty() && !cxx_) return inventory_.texts.keep(entry.name);
+  if (isUncertain) scopes = scopesBySymbol(entry, variable).value_or(scopes);
+  if (!cxx_) return inventory_.texts.keep(scopes.append(entry.name));
+  return inventory_.texts.keep(scopes + withoutTags(canonicalName(entry.name)) +
+                               templateArguments(entry.name, entry.linkageName));
+}
+
+// The name of the variable whose parts a structured binding names, which the symbol alone has. Empty when it is none.
+std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location& location) {
+  if (!cxx_ || location.kind != Kind::Memory) return {};
+  for (const std::string_view symbol : symbolsOf(entry, file_.toExecutable(location.address), false)) {
+    if (const std::string name = bindingInSymbol(symbol); !name.empty()) return inventory_.texts.intern(name);
+  }
+  return {};
+}
+
+// Scopes that the debugging information does not know: namespaces in DWARF 2, functions that were inlined everywhere
+// (of which some compilers say nothing else), classes whose description is missing.
+std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, const Variable& variable) const {
+  if (!variable.address) return {};
+  for (const std::string_view symbol : symbolsOf(entry, *variable.address, *variable.threadLocal)) {
+    if (auto scopes = scopesInSymbol(symbol, entry.name)) return scopes;
+  }
+  return {};
+}
+
+// The names of the symbols of a variable: that which its entry tells, or those at its address.
+std::vector<std::string_view> VariableReader::symbolsOf(const Entry& entry, std::uint64_t address,
+                                                        bool threadLocal) const {
+  if (entry.linkageName != nullptr) return {entry.linkageName};
+  return file_.image().symbolNames(address, threadLocal);
+}
+
+// A definition says only what differs from the declaration that it completes: often the line, but not the file.
+VariableReader::Place VariableReader::placeOf(const Entry& entry) {
+  Place place;
+  place.line = static_cast<int>(number(entry.raw[Slot::Line]).value_or(0));
+  if (const auto file = number(entry.raw[Slot::File])) place.file = fileOf(unit_->top, *file);
+  for (const Die& die : entry.completed) {
+    if (place.line == 0) place.line = static_cast<int>(die.number(DW_AT_decl_line).value_or(0));
+    const auto file = place.file.empty() ? die.number(DW_AT_decl_file) : std::nullopt;
+    if (file) place.file = fileOf(die.unit(), *file);
+  }
+  if (place.file.empty() || place.line < 0) place.line = 0;
+  return place;
+}
+
+// The file with this number in the list of `unit`, which is that of the skeleton if the unit was split off.
+std::string_view VariableReader::fileOf(const Die& unit, std::uint64_t number) {
+  const auto split = skeletons_.find(unit.id());
+  return files_.name(split != skeletons_.end() ? split->second : unit, number, unit_->skeleton.text(DW_AT_comp_dir));
+}
+
+Die VariableReader::typeEntry(const Entry& entry) {
+  if (entry.raw[Slot::Type].form != 0) return entry.die.reference(DW_AT_type);
+  for (const Die& die : entry.completed) {
+    if (die.has(DW_AT_type)) return die.reference(DW_AT_type);
+  }
+  return {};
+}
+
+const VariableReader::TypeFacts& VariableReader::typeOf(const Entry& entry) {
+  static const TypeFacts none;
+  const Die type = typeEntry(entry);
+  return type ? facts(type) : none;
+}
+
+const VariableReader::TypeFacts& VariableReader::facts(const Die& type) {
+  const auto [known, isNew] = facts_[cxx_ ? 1 : 0].try_emplace(type.id());
+  TypeFacts& result = known->second;
+  if (!isNew) return result;
+  const TypeText& spelled = types_.spell(type, cxx_);
+  result.text = spelled.text;
+  result.endless = spelled.endless;
+  result.size = sizeOfType(type);
+  result.open = hasOpenEnd(type);
+  if (const Die named = namedTypeWithin(type)) {
+    result.namedSize = sizeOfType(named);
+    result.namedIncomplete = named.flag(DW_AT_declaration);
+  }
+  return result;
+}
+
+void VariableReader::noteKnown(const MetVariable& met, const RawEntry& raw) {
+  const Die die = unit_->top.sibling(met.entry);
+  if (die.tag() == DW_TAG_member && raw[Slot::Declaration].form == 0) return;
+  const Entry entry = open(met, raw);
+  if (entry.inFunction || entry.name.empty()) return;
+  const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
+  inventory_.known.push_back(
+      {inventory_.texts.intern(scopes_.ofVariable(outermost, cxx_) + std::string(entry.name)), typeOf(entry).text});
+}
+
+// What a warning calls a variable.
+std::string VariableReader::about(const Entry& entry) {
+  const Place place = placeOf(entry);
+  std::string result(entry.name);
+  const std::string_view type = typeOf(entry).text;
+  if (result.empty()) result = type.empty() ? "one without a type" : "one of type " + std::string(type);
+  if (!place.file.empty()) result += " (" + std::string(place.file) + ":" + std::to_string(place.line) + ")";
+  return result;
+}
+
+const char* VariableReader::text(const RawValue& value) const {
+  if (value.form == 0) return nullptr;
+  Dwarf_Attribute attribute{value.name, value.form, const_cast<unsigned char*>(value.at), unit_->top.raw().cu};
+  return unit_->top.textOf(attribute);
+}
+
+std::optional<std::uint64_t> VariableReader::number(const RawValue& value) const {
+  if (value.form == DW_FORM_implicit_const)
+    return ByteCursor(value.at, layout_.abbreviationsEnd, layout_.bigEndian).signedLeb();
+  if (value.form == DW_FORM_udata) return layout_.cursor(value.at).leb();
+  if (value.form == DW_FORM_sdata) return layout_.cursor(value.at).signedLeb();
+  const int size = formSize(value.form, layout_.sizes);
+  if (size <= 0 || size > 8) return {};
+  return layout_.cursor(value.at).fixed(static_cast<std::size_t>(size));
+}

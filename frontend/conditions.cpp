@@ -1,0 +1,189 @@
+#include "frontend/conditions.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+
+#include "src/userError.h"
+
+namespace {
+
+using Operator = Condition::Operator;
+
+struct OperatorText {
+  std::string_view text;
+  Operator meaning;
+};
+
+// Those of two characters come before those that they begin with.
+constexpr std::array<OperatorText, 7> operators{{{"!=", Operator::NotEqual},
+                                                 {"<=", Operator::LessOrEqual},
+                                                 {">=", Operator::GreaterOrEqual},
+                                                 {"=", Operator::Equal},
+                                                 {"<", Operator::Less},
+                                                 {">", Operator::Greater},
+                                                 {"~", Operator::Matches}}};
+
+// A number as a condition has it: decimal, or hexadecimal after 0x; of bytes also with K or M (1,024 of the one
+// before).
+std::optional<std::uint64_t> parseNumber(std::string_view text, Kind kind) {
+  std::uint64_t factor = 1;
+  if (kind == Kind::Bytes && text.ends_with('K')) factor = 1024;
+  if (kind == Kind::Bytes && text.ends_with('M')) factor = std::uint64_t{1024} * 1024;
+  if (factor > 1) text.remove_suffix(1);
+  const bool isHexadecimal = text.starts_with("0x");
+  if (isHexadecimal) text.remove_prefix(2);
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, isHexadecimal ? 16 : 10);
+  if (error != std::errc() || end != text.data() + text.size() || number > UINT64_MAX / factor) return {};
+  return number * factor;
+}
+
+// Takes an expression apart, from left to right.
+class ConditionParser {
+ public:
+  explicit ConditionParser(std::string_view expression) : left_(expression), whole_(expression) {}
+
+  std::vector<Condition> parse() {
+    std::vector<Condition> conditions;
+    do {
+      const Field<Row>& field = takeField();
+      const Operator comparison = takeOperator();
+      bool quoted = false;
+      const std::string value = takeValue(quoted);
+      conditions.emplace_back(field, comparison, value, quoted);
+    } while (takeComma());
+    return conditions;
+  }
+
+ private:
+  [[noreturn]] void fail(const std::string& what) const {
+    throw UsageError("--where \"" + std::string(whole_) + "\": " + what);
+  }
+
+  void skipBlanks() { left_.remove_prefix(std::min(left_.find_first_not_of(" \t\n"), left_.size())); }
+
+  const Field<Row>& takeField() {
+    skipBlanks();
+    const std::size_t end = std::min(left_.find_first_of(" \t\n=!<>~,\""), left_.size());
+    const std::string_view name = left_.substr(0, end);
+    if (name.empty()) fail("a condition begins with the name of a column, such as size or file");
+    left_.remove_prefix(end);
+    return findField<Row>(variableFields, name);
+  }
+
+  Operator takeOperator() {
+    skipBlanks();
+    for (const OperatorText& candidate : operators) {
+      if (!left_.starts_with(candidate.text)) continue;
+      left_.remove_prefix(candidate.text.size());
+      return candidate.meaning;
+    }
+    fail("the name of a column is followed by one of = != < <= > >= ~");
+  }
+
+  std::string takeValue(bool& quoted) {
+    skipBlanks();
+    quoted = left_.starts_with('"');
+    if (quoted) return takeQuoted();
+    const std::string_view value = left_.substr(0, left_.find(','));
+    left_.remove_prefix(value.size());
+    const std::size_t end = value.find_last_not_of(" \t\n") + 1;
+    if (end == 0) fail("a value is missing; null stands for what is not known, \"\" for an empty text");
+    return std::string(value.substr(0, end));
+  }
+
+  // A backslash stands for itself, as expressions are full of them, unless it comes before a quotation mark.
+  std::string takeQuoted() {
+    std::string value;
+    for (std::size_t at = 1; at < left_.size(); ++at) {
+      if (left_.substr(at).starts_with("\\\"")) {
+        ++at;
+      } else if (left_[at] == '"') {
+        left_.remove_prefix(at + 1);
+        return value;
+      }
+      value += left_[at];
+    }
+    fail("a quotation mark is not closed");
+  }
+
+  bool takeComma() {
+    skipBlanks();
+    if (left_.empty()) return false;
+    if (!left_.starts_with(',')) fail("conditions are joined by commas");
+    left_.remove_prefix(1);
+    return true;
+  }
+
+  std::string_view left_;
+  const std::string_view whole_;
+};
+
+bool fits(Operator comparison, int order) {
+  switch (comparison) {
+    case Operator::Equal:
+      return order == 0;
+    case Operator::NotEqual:
+      return order != 0;
+    case Operator::Less:
+      return order < 0;
+    case Operator::LessOrEqual:
+      return order <= 0;
+    case Operator::Greater:
+      return order > 0;
+    default:
+      return order >= 0;
+  }
+}
+
+}  // namespace
+
+Regex::Regex(const std::string& pattern) {
+  auto compiled = std::make_unique<regex_t>();
+  if (const int error = regcomp(compiled.get(), pattern.c_str(), REG_EXTENDED); error != 0) {
+    char reason[200];
+    regerror(error, compiled.get(), reason, sizeof reason);
+    throw UsageError("\"" + pattern + "\" is not a regular expression: " + reason);
+  }
+  compiled_.reset(compiled.release());
+}
+
+bool Regex::matches(std::string_view text) const {
+  regmatch_t range{0, static_cast<regoff_t>(text.size())};
+  return regexec(compiled_.get(), text.data(), 0, &range, REG_STARTEND) == 0;
+}
+
+Condition::Condition(const Field<Row>& field, Operator comparison, const std::string& value, bool quoted)
+    : field_(&field), comparison_(comparison), null_(!quoted && value == "null"), text_(value) {
+  const bool isEquality = comparison == Operator::Equal || comparison == Operator::NotEqual;
+  if (null_) {
+    require(isEquality, "null compares by = and != only");
+  } else if (field.kind == Kind::Text) {
+    if (comparison == Operator::Matches) regex_.emplace_back(value);
+  } else if (field.kind == Kind::Flag) {
+    require(isEquality && (value == "true" || value == "false"), "it is = or != true, false or null");
+    number_ = value == "true" ? 1 : 0;
+  } else {
+    const std::optional<std::uint64_t> number = parseNumber(value, field.kind);
+    require(comparison != Operator::Matches, "~ compares texts only");
+    require(number.has_value(), "it compares with a number or null");
+    number_ = number.value_or(0);
+  }
+}
+
+void Condition::require(bool fulfilled, const char* otherwise) const {
+  if (fulfilled) return;
+  throw UsageError("--where: column " + std::string(field_->name) + " and value \"" + text_ + "\": " + otherwise);
+}
+
+bool Condition::holds(const Row& row) const {
+  const Value value = field_->get(row);
+  if (null_) return value.known == (comparison_ == Operator::NotEqual);
+  if (!value.known) return false;
+  if (!regex_.empty()) return regex_[0].matches(value.text);
+  return fits(comparison_, compareValues(field_->kind, value, {true, text_, number_}));
+}
+
+std::vector<Condition> parseConditions(std::string_view expression) { return ConditionParser(expression).parse(); }

@@ -1,0 +1,97 @@
+#include "frontend/inputs.h"
+
+#include <elf.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "frontend/jsonInput.h"
+#include "frontend/resultTable.h"
+#include "src/io.h"
+#include "src/userError.h"
+
+namespace {
+
+[[noreturn]] void fail(const std::string& path, const std::string& why) { throw UserError(path + ": " + why); }
+
+std::string readAll(const std::string& path, int fd) {
+  std::string content;
+  constexpr std::size_t blockSize = std::size_t{256} * 1024;
+  for (ssize_t count = 1; count > 0;) {
+    const std::size_t size = content.size();
+    content.resize(size + blockSize);
+    count = readRetrying(fd, content.data() + size, blockSize);
+    if (count < 0) fail(path, std::string("cannot be read: ") + std::strerror(errno));
+    content.resize(size + static_cast<std::size_t>(count));
+  }
+  return content;
+}
+
+bool beginsAsJson(std::string_view text) {
+  const std::size_t start = text.find_first_not_of(" \t\r\n");
+  return start != std::string_view::npos && text[start] == '{';
+}
+
+// What the regular file `fd` begins with.
+std::string startOf(int fd) {
+  std::string start(64, '\0');
+  const ssize_t count = readRetrying(fd, start.data(), start.size());
+  lseek(fd, 0, SEEK_SET);
+  start.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  return start;
+}
+
+// Whether an ELF file that begins with `start` is an object file.
+bool isObjectFile(std::string_view start) {
+  constexpr std::size_t typeOffset = 16;
+  if (!start.starts_with(ELFMAG) || start.size() < typeOffset + 2) return false;
+  const std::size_t lowByte = typeOffset + (start[EI_DATA] == ELFDATA2MSB ? 1 : 0);
+  return start[lowByte] == ET_REL;
+}
+
+// Says what to do about the files that programs are made of.
+void refuseParts(const std::string& path, std::string_view start) {
+  if (start.starts_with("!<arch>\n") || start.starts_with("!<thin>\n")) {
+    fail(path, "is an archive of object files; name a program or shared object that they are linked into");
+  }
+  if (isObjectFile(start)) {
+    fail(path,
+         "is an object file, whose variables have no addresses yet; name a program or shared object that it is "
+         "linked into");
+  }
+}
+
+// A program without a variable gives no line.
+bool isEmptyResult(const std::string& path, const struct stat& status) {
+  return status.st_size == 0 && path.ends_with(".jsonl");
+}
+
+std::vector<Inventory> one(Inventory program) {
+  std::vector<Inventory> programs;
+  programs.push_back(std::move(program));
+  return programs;
+}
+
+}  // namespace
+
+std::vector<Inventory> readInput(const std::string& path, const ReadOptions& options) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) fail(path, std::string("cannot be opened: ") + std::strerror(errno));
+  if (S_ISDIR(status.st_mode)) return one(readResultTable(path));
+  if (!S_ISREG(status.st_mode) && !S_ISFIFO(status.st_mode)) fail(path, "is neither a file, a pipe nor a directory");
+  const UniqueFd file = openFile(path.c_str(), O_RDONLY);
+  if (!file) fail(path, std::string("cannot be opened: ") + std::strerror(errno));
+  if (S_ISFIFO(status.st_mode)) {
+    const std::string content = readAll(path, file.get());
+    if (!content.empty() && !beginsAsJson(content)) fail(path, "what comes from this pipe is not JSON");
+    return parseJson(path, content);
+  }
+  const std::string start = startOf(file.get());
+  if (beginsAsJson(start) || isEmptyResult(path, status)) return parseJson(path, readAll(path, file.get()));
+  refuseParts(path, start);
+  return one(readInventory(path, options));
+}

@@ -1,0 +1,93 @@
+#include "frontend/sums.h"
+
+#include <algorithm>
+#include <unordered_map>
+#include <utility>
+
+namespace {
+
+// Counts bytes, given variables by address. Those of another program, section or block begin a range of their own.
+class ByteCounter {
+ public:
+  // Bytes of `row` that have not been counted yet.
+  std::uint64_t add(const Row& row) {
+    const Variable& variable = *row.variable;
+    const std::uint64_t size = variable.size.value_or(0);
+    if (!variable.address) return size;
+    if (row.program != program_ || variable.section != section_ || *variable.address < begin_) end_ = 0;
+    program_ = row.program;
+    section_ = variable.section;
+    begin_ = *variable.address;
+    const std::uint64_t last = size > UINT64_MAX - begin_ ? UINT64_MAX : begin_ + size;
+    if (last <= end_) return 0;
+    return last - std::max(std::exchange(end_, last), begin_);
+  }
+
+ private:
+  const Inventory* program_ = nullptr;
+  std::string_view section_;
+  std::uint64_t begin_ = 0;
+  std::uint64_t end_ = 0;
+};
+
+Value fieldValue(std::size_t number, const Row& row) { return variableFields[number].get(row); }
+
+}  // namespace
+
+const std::array<Grouping, 5> groupings{{
+    {"file", "File", [](const Row& row) { return fieldValue(8, row); }},
+    {"namespace", "Namespace",
+     [](const Row& row) {
+       return Value{true, namespaceOf(row)};
+     }},
+    {"type", "Type", [](const Row& row) { return fieldValue(2, row); }},
+    {"section", "Section", [](const Row& row) { return fieldValue(4, row); }},
+    {"executable", "Executable", [](const Row& row) { return fieldValue(0, row); }},
+}};
+
+std::vector<Sum> sumsBy(const Grouping& grouping, const std::vector<Row>& rows) {
+  std::vector<Sum> sums;
+  std::vector<ByteCounter> counters;
+  std::unordered_map<std::string_view, std::size_t> numbers;
+  for (const Row& row : rows) {
+    const Value group = grouping.get(row);
+    const auto [at, isNew] = numbers.try_emplace(group.text, sums.size());
+    if (isNew) {
+      sums.push_back({group});
+      counters.emplace_back();
+    }
+    Sum& sum = sums[at->second];
+    ++sum.variables;
+    sum.bytes += counters[at->second].add(row);
+    sum.unsized += row.variable->size ? 0 : 1;
+  }
+  return sums;
+}
+
+std::array<Field<Sum>, 4> sumFields(const Grouping& grouping) {
+  return {{
+      {{grouping.name, grouping.header, Kind::Text, "what the variables have in common"},
+       [](const Sum& sum) { return sum.group; }},
+      {{"variables", "Variables", Kind::Count, "how many they are"},
+       [](const Sum& sum) {
+         return Value{true, {}, sum.variables};
+       }},
+      {{"bytes", "Bytes", Kind::Bytes, "those that several share counted once"},
+       [](const Sum& sum) {
+         return Value{true, {}, sum.bytes};
+       }},
+      {{"unsized", "Unsized", Kind::Count, "how many have no known size"},
+       [](const Sum& sum) {
+         return Value{true, {}, sum.unsized};
+       }},
+  }};
+}
+
+std::string_view namespaceOf(const Row& row) {
+  const std::string_view name = row.variable->name;
+  const std::vector<std::string_view> scopes = scopesOf(name);
+  const std::size_t own = row.variable->linkage == Linkage::Function ? 2 : 1;
+  if (scopes.size() <= own) return "(global)";
+  const std::string_view last = scopes[scopes.size() - own - 1];
+  return name.substr(0, static_cast<std::size_t>(last.data() - name.data()) + last.size());
+}

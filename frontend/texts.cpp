@@ -1,0 +1,155 @@
+#include "frontend/texts.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cwchar>
+#include <numeric>
+#include <utility>
+
+namespace {
+
+constexpr std::string_view ellipsis = "\u2026";
+
+bool isWithin(char32_t code, char32_t first, char32_t last) { return code >= first && code <= last; }
+
+// The length that the first byte of a character announces, 0 for a byte that begins none; `code` gets its bits of it.
+std::size_t announcedLength(unsigned char byte, char32_t& code) {
+  if (byte < 0x80) return code = byte, 1;
+  if (isWithin(byte, 0xc2, 0xdf)) return code = byte & 0x1f, 2;
+  if (isWithin(byte, 0xe0, 0xef)) return code = byte & 0x0f, 3;
+  if (isWithin(byte, 0xf0, 0xf4)) return code = byte & 0x07, 4;
+  return 0;
+}
+
+// Whether `code` is a character for which `length` bytes are the shortest form.
+bool isInShortestForm(char32_t code, std::size_t length) {
+  constexpr char32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
+  return code >= least[length] && code <= 0x10ffff && !isWithin(code, 0xd800, 0xdfff);
+}
+
+void appendEscape(std::string& text, const Character& character) {
+  char escape[12];
+  const char* format = "\\U%08x";
+  if (character.code <= 0xffff) format = "\\u%04x";
+  if (character.code <= 0x7f || !character.valid) format = "\\x%02x";
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  std::snprintf(escape, sizeof escape, format, static_cast<unsigned>(character.code));
+#pragma GCC diagnostic pop
+  text += escape;
+}
+
+std::size_t columnsOf(const Character& character) {
+  const int width = wcwidth(static_cast<wchar_t>(character.code));
+  return width < 0 ? 1 : static_cast<std::size_t>(width);
+}
+
+// The number of changes of one letter that turn one word into the other.
+std::size_t distance(std::string_view from, std::string_view to) {
+  std::vector<std::size_t> costs(to.size() + 1);
+  std::iota(costs.begin(), costs.end(), 0);
+  for (std::size_t i = 0; i < from.size(); ++i) {
+    std::size_t diagonal = std::exchange(costs[0], i + 1);
+    for (std::size_t j = 0; j < to.size(); ++j) {
+      const std::size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
+      diagonal = costs[j + 1];
+      costs[j + 1] = std::min({replaced, diagonal + 1, costs[j] + 1});
+    }
+  }
+  return costs.back();
+}
+
+}  // namespace
+
+Character firstCharacter(std::string_view text) {
+  const auto first = static_cast<unsigned char>(text[0]);
+  const Character invalid{first, 1, false};
+  char32_t code = 0;
+  const std::size_t length = announcedLength(first, code);
+  if (length == 0 || length > text.size()) return invalid;
+  for (std::size_t i = 1; i < length; ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if ((byte & 0xc0) != 0x80) return invalid;
+    code = code << 6 | (byte & 0x3f);
+  }
+  return isInShortestForm(code, length) ? Character{code, length, true} : invalid;
+}
+
+bool isControl(char32_t code) {
+  if (code < 0x20 || isWithin(code, 0x7f, 0x9f)) return true;
+  if (code < 0xad) return false;
+  return code == 0xad || code == 0x61c || isWithin(code, 0x200b, 0x200f) || isWithin(code, 0x2028, 0x202e) ||
+         isWithin(code, 0x2060, 0x206f) || code == 0xfeff || isWithin(code, 0xfff9, 0xfffb) ||
+         isWithin(code, 0xe0000, 0xe0fff);
+}
+
+std::size_t plainLength(std::string_view text) {
+  const auto end = std::find_if(text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; });
+  return static_cast<std::size_t>(end - text.begin());
+}
+
+std::string shownText(std::string_view text) {
+  std::string shown;
+  while (!text.empty()) {
+    const std::size_t plain = plainLength(text);
+    shown += text.substr(0, plain);
+    text.remove_prefix(plain);
+    if (text.empty()) break;
+    const Character character = firstCharacter(text);
+    if (!character.valid || isControl(character.code)) {
+      appendEscape(shown, character);
+    } else {
+      shown += text.substr(0, character.length);
+    }
+    text.remove_prefix(character.length);
+  }
+  return shown;
+}
+
+std::size_t displayWidth(std::string_view text) {
+  std::size_t width = plainLength(text);
+  text.remove_prefix(width);
+  while (!text.empty()) {
+    const Character character = firstCharacter(text);
+    width += columnsOf(character);
+    text.remove_prefix(character.length);
+  }
+  return width;
+}
+
+std::string cutEnd(std::string_view text, std::size_t width) {
+  if (displayWidth(text) <= width) return std::string(text);
+  std::string kept;
+  for (std::size_t used = 0; !text.empty();) {
+    const Character character = firstCharacter(text);
+    used += columnsOf(character);
+    if (used + 1 > width) break;
+    kept += text.substr(0, character.length);
+    text.remove_prefix(character.length);
+  }
+  return kept.append(ellipsis);
+}
+
+std::string cutFront(std::string_view text, std::size_t width) {
+  std::size_t left = displayWidth(text);
+  if (left <= width) return std::string(text);
+  while (!text.empty() && left + 1 > width) {
+    const Character character = firstCharacter(text);
+    left -= columnsOf(character);
+    text.remove_prefix(character.length);
+  }
+  return std::string(ellipsis).append(text);
+}
+
+std::string_view nearestWord(std::string_view word, const std::vector<std::string_view>& known) {
+  constexpr std::size_t farthest = 2;
+  std::string_view nearest;
+  std::size_t least = std::min(farthest, word.size() / 2) + 1;
+  for (const std::string_view candidate : known) {
+    if (const std::size_t changes = distance(word, candidate); changes < least) {
+      least = changes;
+      nearest = candidate;
+    }
+  }
+  return nearest;
+}

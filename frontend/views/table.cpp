@@ -1,0 +1,134 @@
+#include "frontend/views/table.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "frontend/texts.h"
+
+namespace {
+
+bool isText(Kind kind) { return kind == Kind::Text || kind == Kind::Place; }
+bool isRightAligned(Kind kind) { return kind == Kind::Bytes || kind == Kind::Count || kind == Kind::Number; }
+
+// `text` itself where it may be shown as it is, otherwise what is shown, which is kept in `made`.
+std::string_view shown(std::string_view text, std::string& made) {
+  if (plainLength(text) == text.size()) return text;
+  made = shownText(text);
+  return made;
+}
+
+// What a cell says; the text belongs to `value` or is kept in `made`.
+std::string_view cellText(const Value& value, Kind kind, std::string& made) {
+  if (!value.known) return "?";
+  switch (kind) {
+    case Kind::Text:
+      return shown(value.text, made);
+    case Kind::Place:
+      made = shownText(value.text);
+      if (value.number > 0) made.append(":").append(std::to_string(value.number));
+      return made;
+    case Kind::Flag:
+      return value.number != 0 ? "true" : "false";
+    case Kind::Address:
+      return made = hexadecimal(value.number);
+    case Kind::Number:
+      return made = std::to_string(value.number);
+    default:
+      return made = withSeparators(value.number);
+  }
+}
+
+class AlignedTable {
+ public:
+  explicit AlignedTable(const Listing& listing) : listing_(listing), columns_(listing.columns()) {
+    std::string made;
+    for (const Column& column : columns_) widths_.push_back(displayWidth(column.header));
+    for (std::size_t row = 0; row < listing.size(); ++row) {
+      for (std::size_t i = 0; i < columns_.size(); ++i) {
+        const std::string_view text = cellText(listing.value(row, i), columns_[i].kind, made);
+        widths_[i] = std::max(widths_[i], displayWidth(text));
+      }
+    }
+  }
+
+  // Takes columns from the widest text until a line fits.
+  void fit(std::size_t available) {
+    constexpr std::size_t narrowest = 8;
+    available_ = available;
+    cut_ = true;
+    while (std::accumulate(widths_.begin(), widths_.end(), gap * (widths_.size() - 1)) > available) {
+      std::size_t widest = 0;
+      for (std::size_t i = 0; i < widths_.size(); ++i) {
+        if (!isText(columns_[i].kind)) continue;
+        if (!isText(columns_[widest].kind) || widths_[i] > widths_[widest]) widest = i;
+      }
+      if (!isText(columns_[widest].kind) || widths_[widest] <= narrowest) return;
+      --widths_[widest];
+    }
+  }
+
+  // Lets texts beyond a limit stick out, so that a few long ones do not make every line long.
+  void limitPadding() {
+    constexpr std::size_t widest = 80;
+    for (std::size_t& width : widths_) width = std::min(width, widest);
+  }
+
+  void write(bool bold, Output& output) const {
+    std::string line;
+    for (std::size_t i = 0; i < columns_.size(); ++i) appendCell(line, columns_[i].header, i);
+    output.put(bold ? "\033[1m" : "");
+    putLine(line, output);
+    output.put(bold ? "\033[0m\n" : "\n");
+    std::string made;
+    for (std::size_t row = 0; row < listing_.size(); ++row) {
+      line.clear();
+      for (std::size_t i = 0; i < columns_.size(); ++i) {
+        appendCell(line, cellText(listing_.value(row, i), columns_[i].kind, made), i);
+      }
+      putLine(line, output);
+      output.put('\n');
+    }
+  }
+
+ private:
+  static constexpr std::size_t gap = 2;
+
+  void appendCell(std::string& line, std::string_view text, std::size_t column) const {
+    const Kind kind = columns_[column].kind;
+    std::string cut;
+    std::size_t width = displayWidth(text);
+    if (cut_ && width > widths_[column]) {
+      cut = kind == Kind::Place ? cutFront(text, widths_[column]) : cutEnd(text, widths_[column]);
+      text = cut;
+      width = displayWidth(cut);
+    }
+    const std::size_t padding = widths_[column] > width ? widths_[column] - width : 0;
+    if (column > 0) line.append(gap, ' ');
+    if (isRightAligned(kind)) line.append(padding, ' ');
+    line += text;
+    if (!isRightAligned(kind) && column + 1 < columns_.size()) line.append(padding, ' ');
+  }
+
+  void putLine(const std::string& line, Output& output) const {
+    if (!cut_ || line.size() <= available_) return output.put(line);
+    output.put(cutEnd(line, available_));
+  }
+
+  const Listing& listing_;
+  const std::vector<Column>& columns_;
+  std::vector<std::size_t> widths_;
+  std::size_t available_ = 0;
+  bool cut_ = false;
+};
+
+}  // namespace
+
+void writeTable(const Listing& listing, const TableStyle& style, Output& output) {
+  AlignedTable table(listing);
+  if (style.width > 0) {
+    table.fit(style.width);
+  } else {
+    table.limitPadding();
+  }
+  table.write(style.bold, output);
+}

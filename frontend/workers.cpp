@@ -1,0 +1,191 @@
+#include "frontend/workers.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <list>
+#include <new>
+
+#include "frontend/inputs.h"
+#include "frontend/output.h"
+#include "frontend/packed.h"
+#include "src/forkedProcess.h"
+#include "src/io.h"
+#include "src/io.h"
+#include "src/userError.h"
+
+namespace {
+
+// What a worker sends begins with one of these.
+constexpr char resultMark = 'R';
+constexpr char errorMark = 'E';
+
+// What the worker of `path` sends.
+std::string answerFor(const std::string& path, const ReadOptions& options) try {
+  return resultMark + packInventories(readInput(path, options));
+} catch (const std::bad_alloc&) {
+  return errorMark + path + ": there is not enough memory to read it";
+} catch (const UserError& error) {
+  return errorMark + std::string(error.what());
+} catch (const std::exception& error) {
+  return errorMark + path + ": " + error.what();
+}
+
+// Runs in the worker. Returns its exit status.
+int work(const std::string& path, const ReadOptions& options, int out) {
+  const std::string answer = answerFor(path, options);
+  for (std::string_view left = answer; !left.empty();) {
+    const ssize_t count = writeRetrying(out, left.data(), left.size());
+    if (count < 0) return 1;
+    left.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
+
+// How a worker ended that gave no answer.
+std::string reasonOf(int status) {
+  if (!WIFSIGNALED(status)) return "reading it ended with status " + std::to_string(WEXITSTATUS(status));
+  const int number = WTERMSIG(status);
+  std::string reason = "reading it was ended by signal " + std::to_string(number) + " (" + strsignal(number) + ")";
+  if (number == SIGKILL) return reason + "; there may be too little memory";
+  return reason + "; its debugging information may be damaged";
+}
+
+InputResult resultOf(const std::string& path, std::string answer, int status) try {
+  InputResult result;
+  if (status != 0 || answer.empty()) {
+    result.error = path + ": " + reasonOf(status);
+  } else if (answer[0] == errorMark) {
+    result.error = answer.substr(1);
+  } else {
+    result.bytes = std::make_unique<const std::string>(std::move(answer));
+    result.programs = unpackInventories(std::string_view(*result.bytes).substr(1));
+  }
+  return result;
+} catch (const UserError& error) {
+  return {{}, path + ": " + error.what(), nullptr};
+}
+
+void printMessages(const InputResult& result) {
+  if (!result.error.empty()) printMessage(result.error);
+  for (const Inventory& program : result.programs) {
+    for (const std::string& warning : program.warnings) {
+      printMessage(program.executable + ": warning: " + warning);
+    }
+  }
+}
+
+// A process that reads an input, and what has come from it so far.
+struct Worker {
+  std::size_t number;  // of the input
+  UniqueFd from;
+  ForkedProcess process;
+  std::string answer;
+};
+
+class Workers {
+ public:
+  Workers(const std::vector<std::string>& paths, const ReadOptions& options) : paths_(paths), options_(options) {
+    const std::size_t jobs = std::max(1u, options.jobs);
+    atATime_ = std::min(jobs, paths.size());
+    if (atATime_ > 0) options_.jobs = static_cast<unsigned>(std::max<std::size_t>(1, jobs / atATime_));
+    results_.inputs.resize(paths.size());
+    finished_.resize(paths.size());
+  }
+
+  InputResults run() {
+    while (started_ < paths_.size() || !running_.empty()) {
+      while (started_ < paths_.size() && running_.size() < atATime_ && startNext()) continue;
+      awaitSome();
+    }
+    return std::move(results_);
+  }
+
+ private:
+  // False when there is no room for one more process as long as others run.
+  bool startNext() {
+    const std::size_t number = started_;
+    Pipe pipe;
+    ForkedProcess process;
+    if (makePipe(pipe)) {
+      // Results are large; fewer turns are taken with a large pipe. It does as it is, if not.
+      constexpr int pipeSize = 1 << 20;
+      fcntl(pipe.readEnd.get(), F_SETPIPE_SZ, pipeSize);
+      const int out = pipe.writeEnd.get();
+      process = ForkedProcess::start([&] {
+        for (Worker& other : running_) other.from.reset();
+        return work(paths_[number], options_, out);
+      });
+    }
+    if (!process && !running_.empty()) return false;
+    ++started_;
+    if (process) {
+      running_.push_back({number, std::move(pipe.readEnd), std::move(process), {}});
+    } else {
+      finish(number, {{}, paths_[number] + ": no process can be started: " + std::strerror(errno), nullptr});
+    }
+    return true;
+  }
+
+  // Waits until something comes from a worker, and takes it.
+  void awaitSome() {
+    if (running_.empty()) return;
+    std::vector<pollfd> watched;
+    for (const Worker& worker : running_) watched.push_back({worker.from.get(), POLLIN, 0});
+    if (poll(watched.data(), watched.size(), -1) < 0) return;  // interrupted
+    auto worker = running_.begin();
+    for (const pollfd& descriptor : watched) {
+      const auto current = worker++;
+      if (descriptor.revents == 0 || takeFrom(*current)) continue;
+      const int status = current->process.await();
+      finish(current->number, resultOf(paths_[current->number], std::move(current->answer), status));
+      running_.erase(current);
+    }
+  }
+
+  // False when the worker has said everything.
+  bool takeFrom(Worker& worker) {
+    const ssize_t count = readRetrying(worker.from.get(), block_.data(), block_.size());
+    if (count > 0) worker.answer.append(block_.data(), static_cast<std::size_t>(count));
+    return count > 0;
+  }
+
+  // Messages come in the order of the inputs, as soon as those of all inputs before are out.
+  void finish(std::size_t number, InputResult result) {
+    results_.inputs[number] = std::move(result);
+    finished_[number] = true;
+    for (; reported_ < finished_.size() && finished_[reported_]; ++reported_) printMessages(results_.inputs[reported_]);
+  }
+
+  const std::vector<std::string>& paths_;
+  ReadOptions options_;
+  std::size_t atATime_ = 1;
+  std::size_t started_ = 0;
+  std::list<Worker> running_;
+  std::vector<char> block_ = std::vector<char>(std::size_t{256} * 1024);
+  std::vector<bool> finished_;
+  std::size_t reported_ = 0;
+  InputResults results_;
+};
+
+}  // namespace
+
+std::vector<const Inventory*> InputResults::programs() const {
+  std::vector<const Inventory*> programs;
+  for (const InputResult& input : inputs) {
+    for (const Inventory& program : input.programs) programs.push_back(&program);
+  }
+  return programs;
+}
+
+bool InputResults::failed() const {
+  return std::any_of(inputs.begin(), inputs.end(), [](const InputResult& input) { return !input.error.empty(); });
+}
+
+InputResults readInputs(const std::vector<std::string>& paths, const ReadOptions& options) {
+  return Workers(paths, options).run();
+}

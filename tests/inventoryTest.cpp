@@ -1,0 +1,217 @@
+// The reader of debugging information: what it says of programs in all the ways that compilers build them, against what
+// gdb, nm and llvm-dwarfdump say; and what each of its rules is for.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "debuginfo/inventory.h"
+#include "src/userError.h"
+#include "support.h"
+
+namespace {
+
+// A build of two programs in one, the example and the odd one: compilers and flags, and behind a ';' what is done with
+// the program afterwards, in the directory of the sources.
+class Witnessed : public testing::TestWithParam<std::string> {};
+
+// What `readInventory` says of a program: "name|type|size|section|linkage" of each variable, or the error.
+std::vector<std::string> inventoryOf(const std::string& path, const ReadOptions& options = {}) {
+  std::vector<std::string> rows;
+  try {
+    const Inventory inventory = readInventory(path, options);
+    for (const Variable& each : inventory.variables) {
+      constexpr const char* linkages[] = {"external", "internal", "function"};
+      rows.push_back(std::string(each.name) + "|" + std::string(each.type) + "|" +
+                     (each.size ? std::to_string(*each.size) : "null") + "|" + std::string(each.section) + "|" +
+                     linkages[static_cast<int>(each.linkage.value())]);
+    }
+    for (const std::string& each : inventory.warnings) rows.push_back("warning: " + each);
+  } catch (const UserError& error) {
+    rows.push_back(std::string("error: ") + error.what());
+  }
+  return rows;
+}
+
+std::string joined(const std::vector<std::string>& rows) {
+  std::string text;
+  for (const std::string& row : rows) text += row + "\n";
+  return text;
+}
+
+}  // namespace
+
+TEST_P(Witnessed, RowsAreRightAndComplete) {
+  const TempDir directory;
+  const std::string& build = GetParam();
+  const std::size_t end = std::min(build.find(';'), build.size());
+  const std::string witness = "python3 " WITNESS " " INVENTORY_ROWS " ../program ../said";
+  // What the witnesses say is taken before the debugging information is moved about, which confuses gdb 13 at times.
+  const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
+      c=$1; cxx=$2; shift 2; mkdir src; cd src; cp )" EXAMPLES_DIRECTORY "/inventory/*.* " PROGRAMS R"(/tricky.* .
+      $c -w $* -c parts.c -o parts.o; $c -w $* -c tricky.c -o tricky_c.o; $cxx -w $* -c main.cpp -o main.o
+      $cxx -std=c++17 -w $* -c tricky.cpp -o tricky.o; $cxx -w $* main.o tricky.o parts.o tricky_c.o -o ../program)");
+  ASSERT_EQ(built.status, 0) << built.err;
+  const RunResult first = directory.run("cd src; " + witness);
+  EXPECT_EQ(first.status, 0) << first.out << first.err;
+  if (end == build.size()) return;
+  const RunResult moved = directory.run("cd src; set -e" + build.substr(end) + "\n" + witness);
+  EXPECT_EQ(moved.status, 0) << moved.out << moved.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Builds, Witnessed,
+    testing::Values("gcc g++ -O0 -gdwarf-5 -pie", "gcc g++ -O0 -gdwarf-4 -no-pie",
+                    "gcc g++ -O0 -gdwarf-3 -gstrict-dwarf", "gcc g++ -O0 -gdwarf-2 -gstrict-dwarf",
+                    "gcc g++ -O2 -gdwarf-5 -gdwarf64 -no-pie", "gcc g++ -O0 -g -static", "gcc g++ -O2 -g -shared -fPIC",
+                    "gcc g++ -O0 -gdwarf-4 -gz -fdebug-types-section", "gcc g++ -O0 -gdwarf-5 -fdebug-types-section",
+                    "gcc g++ -O2 -g -flto", "gcc g++ -O0 -gdwarf-5 -gsplit-dwarf",
+                    "gcc g++ -O0 -gdwarf-4 -gsplit-dwarf -fdebug-types-section; dwp -e ../program -o ../program.dwp; "
+                    "rm *.dwo",
+                    "gcc g++ -O2 -g -ffunction-sections -fdata-sections -Wl,--gc-sections; "
+                    "objcopy --only-keep-debug ../program ../p.debug; strip ../program; "
+                    "objcopy --add-gnu-debuglink=../p.debug ../program",
+                    "gcc g++ -O1 -g; cd ..; cp program p2; dwz -m shared program p2; cd src",
+                    "gcc g++ -O0 -gdwarf-4; dwz ../program", "clang clang++ -O0 -g", "clang clang++ -O2 -gdwarf-4",
+                    "clang clang++ -O2 -gdwarf-2", "clang clang++ -O1 -g -gsplit-dwarf",
+                    "clang clang++ -O0 -gdwarf-5 -gsplit-dwarf; llvm-dwp -e ../program -o ../program.dwp; rm *.dwo",
+                    "clang clang++ -O0 -gdwarf-4 -gsplit-dwarf -fdebug-types-section; "
+                    "llvm-dwp -e ../program -o ../program.dwp; rm *.dwo"));
+
+// What is particular: commands that build `program` from the source, what is to be found of it, and what is not.
+TEST(Inventory, Rules) {
+  const std::string link = " -nostartfiles -nostdlib -Wl,-emain -fno-pie -no-pie -Wl,--build-id=none ";
+  const struct {
+    std::string source, build;
+    std::vector<std::string> found, absent;
+  } cases[] = {
+      // A section that begins at 0, and what was thrown away, which is said to be there as well.
+      {"const long vectors[2] __attribute__((section(\".vectors\"))) = {1}; int gone = 3, data = 4; "
+       "int main(void) { return data; }",
+       "printf 'SECTIONS { .vectors 0 : { KEEP(*(.vectors)) } .text : { *(.text*) } .data 0x20000 : { *(.data*) } }' "
+       ">ld; gcc -g -fdata-sections -Wl,--gc-sections -T ld" +
+           link + "-x c source -o program",
+       {"vectors|const long [2]|16|.vectors|external", "data|int|4|.data|external"},
+       {"gone"}},
+      // Qualifiers of arrays are those of their elements.
+      {"typedef const char *names_t[3]; const names_t t = {\"a\"}; int main(void) { return t[0][0]; }",
+       "gcc -g -x c source -o program",
+       {"t|const char * const [3]|24|.data.rel.ro|external"},
+       {}},
+      {"static constexpr const char *kinds[3] = {\"a\"}; int main(int n, char **) { return kinds[n] != nullptr; }",
+       "clang++ -g -x c++ source -o program",
+       {"kinds|const char * const [3]|24|.data.rel.ro|internal"},
+       {}},
+      // Functions of which there is no more than the statics.
+      {"static inline __attribute__((always_inline)) int lex(void) { static int state; return ++state; }\n"
+       "namespace n { struct L { static int run(const char *) { static int runs; return ++runs; } }; }\n"
+       "int main() { return lex() + n::L::run(\"\"); }",
+       "clang++ -O2 -g -x c++ source -o program",
+       {"lex::state|int|4|.bss|function", "n::L::run::runs|int|4|.bss|function"},
+       {"warning"}},
+      // Functions whose names dwz took elsewhere.
+      {"namespace n { static int lex(int a) { static int state; return state += a; } } struct P { int x, y; } p;\n"
+       "int main() { return n::lex(p.x); }",
+       "g++ -g -x c++ source -o program; cp program q; dwz -m shared program q",
+       {"n::lex::state|int|4|.bss|function"},
+       {}},
+      // Thread-local ones, and what the compiler made up.
+      {"static thread_local long t[2] = {1}; thread_local int z; const char *f() { return __func__; }\n"
+       "int main() { return t[0] + z + !f(); }",
+       "g++ -g -x c++ source -o program",
+       {"t|long [2]|16|.tdata|internal", "z|int|4|.tbss|external"},
+       {"__func__"}},
+      // Several names at one address; what several units have is one.
+      {"static union { int u; float f; }; inline int shared = 3; inline int g() { static int s; return ++s; }\n"
+       "int use() { return u + shared + g(); }\n#ifdef MAIN\nint main() { return use(); }\n#endif",
+       "g++ -g -O0 -x c++ -DMAIN source -c -o a.o; g++ -g -x c++ -Duse=use2 source -c -o b.o; g++ a.o b.o -o program",
+       {"u|int|4|.bss|internal", "f|float|4|.bss|internal", "shared|int|4|.data|external", "g::s|int|4|.bss|function"},
+       {"warning"}},
+      // Open ends, and types that the unit does not know.
+      {"struct F { int n; char a[]; } f = {1, \"xy\"}; extern struct O o; struct O *p = &o; struct O { long l; } o;\n"
+       "int main(void) { return f.n; }",
+       "gcc -g -x c source -o program",
+       {"f|struct F|7|.data|external", "o|struct O|8|.bss|external", "p|struct O *|8|.data|external"},
+       {}},
+      // What cannot be read, and what is the matter with it.
+      {"#include <stdio.h>\n#include <stdlib.h>\nint v; int main(void) { return printf(\"\"); }",
+       "gcc -g3 -x c source -o program; objcopy --compress-debug-sections=zstd program",
+       {"error: program: its debugging information is compressed by zstd, which libdw cannot read here; objcopy "
+        "--decompress-debug-sections makes a copy without"},
+       {}},
+      {"struct S { int i; } v; int main() { return v.i; }",
+       "g++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section -x c++ -c source -o a.o; g++ a.o -o program",
+       {"warning: the debugging information in a.dwo is missing: the file has a section for each type, which cannot be "
+        "read; compile without -fdebug-types-section, or with -gdwarf-4"},
+       {}},
+      {"int v = 3; int main(void) { return v++; }",
+       "gcc -O2 -g -flto -gsplit-dwarf -w -x c source -c -o a.o; gcc -O2 -g -flto -gsplit-dwarf -w a.o -o program",
+       {"warning: variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; link "
+        "without -gsplit-dwarf"},
+       {}},
+      {"int v; int main(void) { return v; }",
+       "gcc -g -gsplit-dwarf -x c source -c -o a.o; gcc a.o -o program; rm a.dwo",
+       {"warning: the debugging information in a.dwo is missing: the file cannot be found where the compiler left it, "
+        "or "
+        "in program.dwp"},
+       {}},
+  };
+  for (const auto& each : cases) {
+    const TempDir directory;
+    writeFile(directory / "source", each.source + "\n");
+    const RunResult result = directory.run("(set -e; " + each.build + ") >&2; " INVENTORY_ROWS " program");
+    const std::string path = directory / "program";
+    std::string all = joined(inventoryOf(path));
+    for (std::size_t at = 0; (at = all.find(path)) != std::string::npos;) all.replace(at, path.size(), "program");
+    for (const std::string& row : each.found)
+      EXPECT_NE(("\n" + all).find("\n" + row + "\n"), std::string::npos) << row << "\n" << all << result.err;
+    for (const std::string& row : each.absent) EXPECT_EQ(all.find(row), std::string::npos) << all;
+  }
+}
+
+TEST(Inventory, FieldsOfOneVariable) {
+  const TempDir directory;
+  const RunResult built = directory.run(
+      "mkdir -p p/src q; echo 'extern const int *const k; int c; const int *const k = &c;' >p/src/a.c; "
+      "echo 'int main(void) { return 0; }' >q/m.c; cd p; gcc -g -c src/a.c; cd ../q; gcc -g m.c ../p/a.o -o "
+      "../program");
+  ASSERT_EQ(built.status, 0) << built.err;
+  const Inventory inventory = readInventory(directory / "program", {});
+  EXPECT_EQ(inventory.directory, directory.path());
+  EXPECT_EQ(inventory.buildId.size(), 40u);
+  ASSERT_EQ(inventory.variables.size(), 2u);
+  const Variable& k = inventory.variables[0];
+  EXPECT_EQ(k.name, "k");
+  EXPECT_EQ(k.section, ".data.rel.ro");
+  EXPECT_EQ(k.writable, false) << "in a section that is writable until the program has been loaded";
+  EXPECT_EQ(k.threadLocal, false);
+  EXPECT_EQ(k.file, "p/src/a.c");
+  EXPECT_EQ(k.line, 1);
+  EXPECT_EQ(k.namedSize, 4u);
+  EXPECT_EQ(declare(k.type, k.name), "const int * const k");
+  EXPECT_EQ(inventory.variables[1].writable, true);
+  EXPECT_EQ(directory.run("nm program | grep ' k$'").out.substr(12, 4) + "\n",
+            directory.run("printf '%x\n' " + std::to_string(*k.address)).out.substr(0, 5));
+}
+
+// Bytes changed at random, anywhere in programs of several kinds: an error or an inventory, soon.
+TEST(Inventory, DamagedPrograms) {
+  const std::string builds[] = {"gcc -gdwarf-4", "gcc -gdwarf-5 -O2", "clang -g",
+                                "g++ -x c++ -gdwarf-4 -fdebug-types-section"};
+  std::mt19937 random(11);
+  for (const std::string& build : builds) {
+    const TempDir directory;
+    writeFile(directory / "s.c",
+              "struct s { int a[3]; struct s *n; } v; long q(void) { static long k; return ++k; }\n"
+              "char *(*f)(long); int main() { return (int)q() + v.a[1]; }\n");
+    directory.run(build + " -w -nostartfiles -nostdlib -Wl,-emain s.c -o program");
+    const std::string good = readFile(directory / "program");
+    ASSERT_FALSE(good.empty()) << build;
+    for (int round = 0; round < 300; ++round) {
+      std::string bytes = good;
+      for (int i = 0; i < 30; ++i) bytes[random() % bytes.size()] = static_cast<char>(random());
+      std::copy_n(good.begin(), 64, bytes.begin());
+      writeFile(directory / "program", bytes);
+      EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .known = true})) == "?");
+    }
+  }
+}

@@ -1,0 +1,330 @@
+#!/usr/bin/env python3
+"""Compares the inventory of a program, row by row, with what gdb, nm and llvm-dwarfdump say of it.
+
+usage: witness.py INVENTORY_ROWS PROGRAM [SAID]
+
+SAID is a file that keeps what gdb and llvm-dwarfdump say of the program, if it is missing; if it is there, it is used: for
+a program whose debugging information was moved since to where they do not find it. Prints what differs and what is missing; exit status 0 when nothing does. gdb runs this same file to say what it knows.
+"""
+import collections
+import json
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+ROW = 'name type size section writable thread_local linkage file line address named_size'.split()
+
+
+# --- within gdb -------------------------------------------------------------------------------------------------------
+
+def spelled(type_):
+    import gdb
+    texts = []
+    for language in 'c', 'c++':
+        gdb.execute('set language ' + language)
+        texts.append(str(type_))
+    return texts
+
+
+def is_open(type_, depth=0):
+    """Whether objects may be larger than their type."""
+    import gdb
+    type_ = type_.strip_typedefs()
+    if type_.code == gdb.TYPE_CODE_ARRAY: return type_.sizeof == 0
+    if type_.code not in (gdb.TYPE_CODE_STRUCT, gdb.TYPE_CODE_UNION) or depth > 9: return False
+    fields = [field for field in type_.fields() if hasattr(field, 'bitpos')]
+    return any(is_open(field.type, depth + 1) for field in (fields if type_.code == gdb.TYPE_CODE_UNION else fields[-1:]))
+
+
+def address_of(symbol):
+    import gdb
+    if symbol.addr_class != gdb.SYMBOL_LOC_STATIC: return None
+    if symbol.type.code in (gdb.TYPE_CODE_REF, gdb.TYPE_CODE_RVALUE_REF):
+        # gdb follows references; what it shows of the symbol has the place of the reference itself.
+        found = re.search(r'static storage at address (0x[0-9a-f]+)', described(symbol))
+        return int(found[1], 16) if found else None
+    try:
+        value = symbol.value().address
+    except gdb.error:
+        return None
+    return int(value) if value is not None else None
+
+
+def described(symbol):
+    import gdb
+    try:
+        return gdb.execute("info address '%s'" % symbol.name, to_string=True)
+    except gdb.error:
+        return ''
+
+
+def gdb_symbols(hints):
+    """Every variable of the program that gdb can be made to name, by the places and names in `hints`."""
+    import gdb
+    seen = {}
+
+    def take(symbol, in_function):
+        if symbol is None or not symbol.is_variable or symbol.is_argument: return
+        if symbol.addr_class not in (gdb.SYMBOL_LOC_STATIC, gdb.SYMBOL_LOC_COMPUTED): return
+        if symbol.addr_class == gdb.SYMBOL_LOC_COMPUTED and (in_function or symbol.needs_frame): return
+        key = (symbol.name, symbol.symtab.fullname() if symbol.symtab else '', symbol.line, str(symbol.type))
+        address = address_of(symbol)
+        seen.setdefault(key + (address,), (symbol, in_function, address))
+
+    for pc in hints['places']:
+        block = gdb.block_for_pc(pc)
+        while block is not None and not block.is_global:
+            in_function = not block.is_static
+            for symbol in block: take(symbol, in_function)
+            block = block.superblock
+        if block is not None:
+            for symbol in block: take(symbol, False)
+    for name in hints['names']:
+        try:
+            take(gdb.lookup_global_symbol(name), False)
+            for symbol in gdb.lookup_static_symbols(name): take(symbol, False)
+        except gdb.error:
+            pass
+    for symbol, in_function, address in seen.values():
+        yield {'name': symbol.name, 'types': spelled(symbol.type), 'size': symbol.type.sizeof, 'address': address,
+               'file': symbol.symtab.fullname() if symbol.symtab else None, 'line': symbol.line,
+               'in_function': in_function, 'open': is_open(symbol.type), 'incomplete': symbol.type.sizeof == 0 or 'incomplete type' in str(symbol.type)}
+
+
+def run_in_gdb():
+    with open(os.environ['WITNESS_HINTS']) as file: hints = json.load(file)
+    # A line each, for gdb may crash.
+    with open(os.environ['WITNESS_RESULT'], 'w') as file:
+        for fact in gdb_symbols(hints): print(json.dumps(fact), file=file, flush=True)
+
+
+# --- the other tools --------------------------------------------------------------------------------------------------
+
+def output(*command):
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False).stdout.decode(
+        'utf-8', 'replace')
+
+
+def sections(program):
+    """The sections that the program has in memory: name, begin, size, thread-local."""
+    for line in output('readelf', '-SW', program).splitlines():
+        found = re.match(r'\s*\[ *\d+\] (\S+)\s+\S+\s+([0-9a-f]+) [0-9a-f]+ ([0-9a-f]+) \S+\s+(\w*A\w*) ', line)
+        if found: yield found[1], int(found[2], 16), int(found[3], 16), 'T' in found[4]
+
+
+def dwarf_variables(program):
+    """Entries of variables with a plain address: name, address, whether artificial; places in the code; files by names."""
+    entries, places, all_entries = [], set(), {}
+    entry = None
+    text = output('llvm-dwarfdump', '--debug-info', program)
+    for line in text.splitlines():
+        if ' DW_TAG_' in line or line.endswith(' NULL'):
+            found = re.match(r'(0x[0-9a-f]+):\s+DW_TAG_variable', line)
+            entry = all_entries.setdefault(found[1], {'name': None, 'artificial': False}) if found else None
+            continue
+        for low in re.findall(r'DW_AT_low_pc\s+\((0x[0-9a-f]+)\)|\[(0x[0-9a-f]+), 0x', line):
+            places.add(int(low[0] or low[1], 16))
+        if entry is None: continue
+        if 'DW_AT_location' in line:
+            found = re.search(r'\(DW_OP_addr (0x[0-9a-f]+)(?:, DW_OP_plus_uconst (0x[0-9a-f]+))?\)', line)
+            if found:
+                entry['address'] = int(found[1], 16) + int(found[2] or '0', 16)
+                entry['discarded'] = int(found[1], 16) == 0
+                entries.append(entry)
+        found = re.search(r'DW_AT_(?:name|specification|abstract_origin)\s+\((?:0x[0-9a-f]+ )?"(.*)"\)', line)
+        if found and not entry['name']: entry['name'] = found[1]
+        found = re.search(r'DW_AT_(?:specification|abstract_origin)\s+\((0x[0-9a-f]+)', line)
+        if found: entry['completes'] = '0x%08x' % int(found[1], 16)
+        found = re.search(r'DW_AT_decl_file\s+\("(.*)"\)', line)
+        if found: entry['file'] = os.path.normpath(found[1])
+        if 'DW_AT_artificial' in line: entry['artificial'] = True
+    files = collections.defaultdict(list)
+    for entry in all_entries.values():
+        if 'file' in entry: files[re.sub('.*::', '', entry['name'] or '')].append(entry['file'])
+    for entry in entries:
+        other = all_entries.get(entry.get('completes'), {})
+        entry['artificial'] = entry['artificial'] or other.get('artificial', False)
+    return entries, sorted(places), files
+
+
+def symbols(program):
+    """By address: name, size and letter of the symbols of variables."""
+    found = collections.defaultdict(list)
+    for line in output('nm', '-S', '--defined-only', program).splitlines():
+        words = line.split()
+        if len(words) == 4: found[int(words[0], 16)].append((words[3], int(words[1], 16), words[2]))
+    return found
+
+
+def code_places(program):
+    """All addresses in the functions of a small program."""
+    ranges = []
+    for line in output('nm', '-S', '--defined-only', program).splitlines():
+        words = line.split()
+        if len(words) == 4 and words[2] in 'tTwW': ranges.append(range(int(words[0], 16), int(words[0], 16) + int(words[1], 16)))
+    return [place for each in ranges for place in each] if sum(len(each) for each in ranges) < 50000 else []
+
+
+# --- comparing --------------------------------------------------------------------------------------------------------
+
+def bare(text):
+    """Without blanks, and without what gdb 13 cannot spell."""
+    return re.sub(r'\s|\[abi:\w+\]', '', text or '')
+
+
+def last_part(name):
+    """Without scopes and template arguments."""
+    while '<' in name and name != (shorter := re.sub(r'<[^<>]*>', '', name)): name = shorter
+    return name.split('::')[-1]
+
+
+class Comparison:
+    def __init__(self, rows_program, program, said=None):
+        self.program = program
+        done = subprocess.run([rows_program, program, '--artificial'], capture_output=True, check=False)
+        self.warnings = done.stderr.decode('utf-8', 'replace')
+        self.rows = [dict(zip(ROW, line.split('\t'))) for line in done.stdout.decode('utf-8', 'replace').splitlines()]
+        self.by_address = collections.defaultdict(list)
+        self.by_name = collections.defaultdict(list)
+        for row in self.rows:
+            row['found'] = False
+            self.by_name[bare(row['name'])].append(row)
+            if row['thread_local'] == 'false' and row['address'] != 'null':
+                self.by_address[int(row['address'])].append(row)
+        self.sections = list(sections(program))
+        self.symbols = symbols(program)
+        if said and os.path.exists(said):
+            with open(said) as file: self.entries, self.known, self.symbols, self.files = json.load(file)
+            self.symbols = {int(address): each for address, each in self.symbols.items()}
+        else:
+            self.entries, places, self.files = dwarf_variables(program)
+            self.known = self.ask_gdb(sorted(set(places) | set(code_places(program))))
+        if said:
+            with open(said, 'w') as file: json.dump([self.entries, self.known, self.symbols, self.files], file)
+        self.faults = 0
+        if done.returncode != 0: self.fault('cannot be read: ' + self.warnings)
+
+    def fault(self, text):
+        self.faults += 1
+        if self.faults <= 40: print('%s: %s' % (self.program, text))
+
+    def in_memory(self, address):
+        return any(begin <= address < begin + size and not threads for _, begin, size, threads in self.sections)
+
+    def check_sections(self):
+        for row in self.rows:
+            if row['address'] == 'null': continue
+            size, threads = int(row['size']) if row['size'] != 'null' else 0, row['thread_local'] == 'true'
+            begins = [begin for _, begin, _, local in self.sections if local]
+            address = int(row['address']) + (min(begins) if threads else 0)
+            fits = [name for name, begin, length, local in self.sections
+                    if local == threads and begin <= address and address + size <= begin + length]
+            if row['section'] not in fits:
+                self.fault('%s of %s bytes at %x is not in %s' % (row['name'], row['size'], address, row['section']))
+
+    def check_entries(self):
+        for entry in self.entries:
+            address, name = entry['address'], entry['name']
+            if entry['artificial'] or entry['discarded'] or not self.in_memory(address): continue
+            own = bare(re.sub(r'^.*::', '', name or ''))
+            if name is None or any(self.is_of_entry(row, own) for row in self.by_address[address]): continue
+            if bare(name) in bare(self.warnings): continue
+            self.fault('missing: %s at %x' % (name, address))
+
+    @staticmethod
+    def is_of_entry(row, own):
+        """Whether `own`, a name without scopes or that of a symbol, is the row's."""
+        last = bare(last_part(row['name']))
+        return bare(row['name']).endswith(own) or own == last or (own.startswith('_Z') and '%d%s' % (len(last), last) in own)
+
+    def check_symbols(self):
+        found = self.symbols
+        for row in self.rows:
+            row['symbol_sizes'] = {size for _, size, _ in found.get(int(row['address']), [])} \
+                if row['address'] != 'null' else set()
+        for row in self.rows:
+            own = row['name'].split('::')[-1]
+            same = [size for name, size, _ in found.get(int(row['address']), [])
+                    if name == own or name.startswith(own + '.')] if row['address'] != 'null' else []
+            if same and row['size'] != 'null' and int(row['size']) > max(same):
+                self.fault('%s: size %s, nm says %s' % (row['name'], row['size'], same))
+            if row['thread_local'] == 'true' and '::' not in row['name'] and not same and found:
+                self.fault('%s: thread-local at %s, which nm does not say' % (row['name'], row['address']))
+
+    def ask_gdb(self, places):
+        with tempfile.TemporaryDirectory() as directory:
+            hints, result = directory + '/hints', directory + '/result'
+            names = {row['name'] for row in self.rows} | {entry['name'] for entry in self.entries if entry['name']}
+            with open(hints, 'w') as file: json.dump({'places': places, 'names': sorted(names)}, file)
+            environment = dict(os.environ, WITNESS_HINTS=hints, WITNESS_RESULT=result, DEBUGINFOD_URLS='')
+            done = subprocess.run(['gdb', '-nx', '-batch', '-x', os.path.abspath(__file__), self.program],
+                                  env=environment, capture_output=True, check=False)
+            if done.returncode != 0: print(self.program + ': gdb failed: ' + done.stderr.decode()[:200])
+            with open(result) as file: return [json.loads(line) for line in file]
+
+    def check_gdb(self):
+        for fact in self.known:
+            threads = fact['address'] is None
+            if threads:
+                candidates = [row for row in self.by_name[bare(fact['name'])] if row['thread_local'] == 'true']
+                if not candidates: continue
+            elif fact['address'] == 0 or not self.in_memory(fact['address']):
+                continue
+            else:
+                candidates = [row for row in self.by_address[fact['address']] if self.is_named(row, fact)]
+            if not candidates and fact['name'] not in self.warnings:
+                self.fault('missing: %s, which gdb has at %x' % (fact['name'], fact['address'] or 0))
+            differences = [self.differences(row, fact, self.by_address[fact['address']]) for row in candidates]
+            if candidates and min(differences, key=len): self.fault(min(differences, key=len))
+            for row in candidates: row['found'] = True
+
+    @staticmethod
+    def is_named(row, fact):
+        name, theirs = bare(row['name']), bare(fact['name'])
+        # Of what has no external name gdb does not know the scopes in DWARF 2, and at times not otherwise.
+        short = row['linkage'] != 'external'
+        return name == theirs or (short and name.endswith('::' + theirs))
+
+    def files_of(self, row, fact):
+        """The files by gdb, and by llvm-dwarfdump: with link-time optimisation gdb 13 looks the number up in another list."""
+        own = last_part(row['name'])
+        return {os.path.normpath(fact['file'])} | set(self.files.get(own, []))
+
+    def differences(self, row, fact, beside=()):
+        said = []
+        # Of an unnamed union gdb may take one member for another.
+        types = {row['type']} | {each['type'] for each in beside if each['size'] != row['size'] or each is not row}
+        if row['type'] != 'null' and not {bare(text) for text in types} & {bare(text) for text in fact['types']}:
+            said.append('type %s, gdb %s' % (row['type'], fact['types']))
+        if row['size'] != 'null' and int(row['size']) != fact['size'] and not fact['incomplete'] and \
+           not ((fact['open'] or '::*' in row['type']) and int(row['size']) in row['symbol_sizes']):
+            said.append('size %s, gdb %s' % (row['size'], fact['size']))
+        if row['file'] != 'null' and fact['file'] and not fact['file'].endswith('>') and \
+           os.path.normpath(row['file']) not in self.files_of(row, fact):
+            said.append('file %s, gdb %s' % (row['file'], fact['file']))
+        if int(row['line']) not in (0, fact['line']): said.append('line %s, gdb %s' % (row['line'], fact['line']))
+        return row['name'] + ': ' + '; '.join(said) if said else ''
+
+    def run(self):
+        self.check_sections()
+        self.check_entries()
+        self.check_symbols()
+        self.check_gdb()
+        unseen = [row['name'] for row in self.rows if not row['found']]
+        nothing = sum(row[key] == 'null' for row in self.rows for key in ('type', 'size', 'file'))
+        print('%s: %d rows, %d entries, %d by gdb, %d rows not seen by gdb, %d fields unknown, %d faults' %
+              (self.program, len(self.rows), len(self.entries), len(self.known), len(unseen), nothing, self.faults))
+        if unseen and 'VERBOSE' in os.environ: print('not seen by gdb: ' + ', '.join(unseen[:100]))
+        if self.warnings: print(self.warnings, end='')
+        return 1 if self.faults else 0
+
+
+if __name__ == '__main__':
+    if 'WITNESS_RESULT' in os.environ:
+        run_in_gdb()
+    elif len(sys.argv) not in (3, 4):
+        sys.exit(__doc__)
+    else:
+        sys.exit(Comparison(*sys.argv[1:]).run())
