@@ -54,6 +54,8 @@ class TextPool {
   ~TextPool();
   TextPool(TextPool&&) noexcept;
   TextPool& operator=(TextPool&&) noexcept;
+  TextPool(const TextPool&) = delete;
+  TextPool& operator=(const TextPool&) = delete;
 
   /// The pool's copy of `text`; equal ones are held once.
   std::string_view intern(std::string_view text);
