@@ -82,7 +82,7 @@ struct Inventory {
 struct ReadOptions {
   bool artificial = false;  ///< also variables that the compiler made up, such as __func__
   bool known = false;       ///< also Inventory::known
-  unsigned jobs = 1;        ///< processes that share the reading of one large program
+  unsigned jobs = 1;        ///< processes that may share the reading of one program; one is used so far
 };
 
 /// Reads the variables of the executable or shared object `path`. Throws UserError when it cannot be read or has no
