@@ -100,7 +100,7 @@ void AbbreviationTable::readAttributes(ByteCursor& cursor, unsigned tag, Abbrevi
     if (name == 0 && form == 0) break;
     const unsigned char* constant = cursor.at();
     if (form == DW_FORM_implicit_const) cursor.signedLeb();
-    attributes_.push_back({name, form, slotOf(name), constant});
+    attributes_.push_back({name, form, slotOf(name), static_cast<std::int16_t>(formSize(form, sizes_)), constant});
     located = located || name == DW_AT_location;
     declaration = declaration || name == DW_AT_declaration;
     addStep(form, bytes);
@@ -110,9 +110,23 @@ void AbbreviationTable::readAttributes(ByteCursor& cursor, unsigned tag, Abbrevi
   entry.endStep = static_cast<std::uint32_t>(steps_.size());
   entry.kind = kindOf(tag, located);
   const bool declaredFunction = tag == DW_TAG_subprogram && declaration;
-  const bool hasSibling = std::any_of(attributes_.begin() + entry.firstAttribute, attributes_.end(),
-                                      [](const auto& each) { return each.slot == Slot::Sibling; });
-  entry.childless = hasSibling && entry.hasChildren && (declaredFunction || isClosed(tag));
+  if (entry.hasChildren && (declaredFunction || isClosed(tag))) noteSibling(entry);
+}
+
+void AbbreviationTable::noteSibling(Abbreviation& entry) const {
+  std::uint32_t bytes = 0;
+  for (std::uint32_t i = entry.firstAttribute; i != entry.endAttribute; ++i) {
+    const AbbreviatedAttribute& attribute = attributes_[i];
+    if (attribute.size < 0) return;
+    if (attribute.slot == Slot::Sibling) {
+      const bool isInUnit = attribute.form == DW_FORM_ref1 || attribute.form == DW_FORM_ref2 ||
+                            attribute.form == DW_FORM_ref4 || attribute.form == DW_FORM_ref8;
+      entry.siblingForm = isInUnit ? attribute.form : 0;
+      entry.siblingAt = bytes;
+      return;
+    }
+    bytes += static_cast<std::uint32_t>(attribute.size);
+  }
 }
 
 void AbbreviationTable::addStep(unsigned form, std::uint32_t& bytes) {
@@ -135,7 +149,7 @@ RawEntry AbbreviationTable::read(const Abbreviation& entry, ByteCursor& cursor) 
     std::uint16_t form = attribute.form;
     for (int depth = 0; form == DW_FORM_indirect && depth < 4; ++depth) form = static_cast<std::uint16_t>(cursor.leb());
     const unsigned char* at = form == DW_FORM_implicit_const ? attribute.constant : cursor.at();
-    const int size = formSize(form, sizes_);
+    const int size = form == attribute.form ? attribute.size : formSize(form, sizes_);
     if (size >= 0)
       cursor.skip(static_cast<std::uint64_t>(size));
     else

@@ -35,6 +35,7 @@ struct AbbreviatedAttribute {
   std::uint16_t name = 0;
   std::uint16_t form = 0;
   Slot slot = Slot::None;
+  std::int16_t size = -1;                   ///< bytes of the value; -1 when it tells its length itself
   const unsigned char* constant = nullptr;  ///< the value, if it stands here for all entries
 };
 
@@ -51,8 +52,11 @@ enum class EntryKind : std::uint8_t {
 struct Abbreviation {
   EntryKind kind = EntryKind::Other;
   bool hasChildren = false;
-  bool childless = false;  ///< what is within cannot hold a variable or scope, and may be passed over
   bool known = false;
+  /// If what is within cannot hold a variable or scope: the bytes of attributes before that which tells the sibling,
+  /// and its form. Form 0: there is none, or it is not at a fixed place.
+  std::uint16_t siblingForm = 0;
+  std::uint32_t siblingAt = 0;
   std::uint32_t firstAttribute = 0, endAttribute = 0;
   std::uint32_t firstStep = 0, endStep = 0;
 };
@@ -103,6 +107,7 @@ class AbbreviationTable {
   };
 
   void readAttributes(ByteCursor& cursor, unsigned tag, Abbreviation& entry);
+  void noteSibling(Abbreviation& entry) const;
   void addStep(unsigned form, std::uint32_t& bytes);
   void skipValue(unsigned form, ByteCursor& cursor) const;
 

@@ -68,10 +68,15 @@ class Canonicalizer {
         const std::size_t begin = at;
         while (at < name.size() && isWordChar(name[at])) ++at;
         takeWord(name.substr(begin, at - begin));
-      } else if (name[at] == '\'') {
-        const std::size_t end = endOfLiteral(name, at);
-        takeLiteral(name.substr(at, end - at));
+      } else if (const std::size_t end = endOfAddress(name, at); end != at) {
+        // "(& name)" in g++'s words
+        takeMark('&');
+        result_ += canonicalName(name.substr(at + 3, end - at - 4));
         at = end;
+      } else if (name[at] == '\'') {
+        const std::size_t after = endOfLiteral(name, at);
+        takeLiteral(name.substr(at, after - at));
+        at = after;
       } else {
         takeMark(name[at++]);
       }
@@ -82,8 +87,8 @@ class Canonicalizer {
 
  private:
   struct Bracket {
-    char open;
-    bool atStart = true;     // of an argument
+    bool isList;             // of arguments or parameters
+    bool atStart = true;     // of one of these
     std::string qualifiers;  // found there, to be put behind the argument's first type
   };
 
@@ -106,16 +111,23 @@ class Canonicalizer {
     if (!brackets_.empty()) brackets_.back().atStart = false;
   }
 
-  bool inTemplate() const { return !brackets_.empty() && brackets_.back().open == '<'; }
+  // The position behind the address of something that begins at `at`; `at` when none does.
+  static std::size_t endOfAddress(std::string_view name, std::size_t at) {
+    const std::size_t end = name.substr(at).starts_with("(& ") ? name.find(')', at) : std::string_view::npos;
+    return end == std::string_view::npos ? at : end + 1;
+  }
+
+  bool inList() const { return !brackets_.empty() && brackets_.back().isList; }
 
   void takeWord(std::string_view word) {
     if (integer_.take(word)) {
       blankAfterInteger_ = false;
-    } else if (inTemplate() && brackets_.back().atStart && (word == "const" || word == "volatile")) {
+    } else if (inList() && brackets_.back().atStart && (word == "const" || word == "volatile")) {
       brackets_.back().qualifiers.append(" ").append(word);
       return;
     } else {
       endInteger();
+      if (inList() && result_.ends_with('*') && (word == "const" || word == "volatile")) result_ += ' ';
       // The suffix of a number: "4UL" is shown as "4ul".
       const bool number = std::isdigit(static_cast<unsigned char>(word[0])) != 0;
       for (const char c : word) result_ += number ? static_cast<char>(std::tolower(static_cast<unsigned char>(c))) : c;
@@ -128,22 +140,29 @@ class Canonicalizer {
       blankAfterInteger_ = true;
       return;
     }
-    if (c == ' ' && inTemplate() && brackets_.back().atStart) {
+    if (c == ' ' && inList() && brackets_.back().atStart) {
       if (brackets_.back().qualifiers.empty()) result_ += c;
       return;
     }
-    const bool endsType = c == '*' || c == '&' || c == ',' || c == '>';
+    const bool opensDeclarator = c == '(' && inList() && !brackets_.back().atStart;
+    const bool endsType = c == '*' || c == '&' || c == ',' || c == '>' || c == ')' || opensDeclarator;
     if (endsType) blankAfterInteger_ = false;
     endInteger();
-    if (endsType && inTemplate()) {
-      while (result_.ends_with(' ')) result_.pop_back();
-      result_ += std::exchange(brackets_.back().qualifiers, "");
-    }
+    if (endsType && inList()) endType();
+    if (opensDeclarator && !result_.ends_with(')') && !result_.ends_with('*')) result_ += ' ';
+    if (c == '(' && result_.ends_with("* ")) result_.pop_back();
     if (c == '>' && result_.ends_with('>') && !result_.ends_with("->")) result_ += ' ';
+    if (c == '[' && !brackets_.empty() && !result_.ends_with(' ') && !result_.ends_with(']')) result_ += ' ';
+    if (c == '<' || c == '(') brackets_.push_back({.isList = c == '<' || result_.ends_with(')'), .qualifiers = {}});
     result_ += c;
-    if (c == '<' || c == '(') brackets_.push_back({.open = c, .qualifiers = {}});
     if ((c == '>' || c == ')') && !brackets_.empty()) brackets_.pop_back();
     if (c == ',' && !brackets_.empty()) brackets_.back().atStart = true;
+  }
+
+  // Puts the qualifiers that stood before a type behind it.
+  void endType() {
+    while (result_.ends_with(' ')) result_.pop_back();
+    result_ += std::exchange(brackets_.back().qualifiers, "");
   }
 
   void endInteger() {
@@ -159,6 +178,26 @@ class Canonicalizer {
   bool blankAfterInteger_ = false;
   std::vector<Bracket> brackets_;
 };
+
+// Whether what is in the bracket that opens at `at` is part of a declarator, "(*)" or "(T::*)", or of a name.
+bool isDeclarator(std::string_view name, std::size_t at) {
+  const std::string_view within = name.substr(at + 1, name.find(')', at) - at - 1);
+  return within.starts_with('*') || within.starts_with('&') || within.ends_with("::*") ||
+         within == "anonymous namespace";
+}
+
+// gdb leaves names as they are which it cannot parse: with 128-bit integers, empty lists of arguments, and functions
+// that are arguments themselves, "F<int(char)>".
+bool isParsedByGdb(std::string_view name) {
+  if (name.find("__int128") != std::string_view::npos || name.find("<>") != std::string_view::npos) return false;
+  for (std::size_t at = name.find('<'); at < name.size(); ++at) {
+    if (name[at] != '(') continue;
+    const std::size_t before = name.find_last_not_of(' ', at - 1);
+    const bool followsType = isWordChar(name[before]) || name[before] == '>';
+    if (followsType && !isDeclarator(name, at)) return false;
+  }
+  return true;
+}
 
 // What the symbol `name` stands for; empty when it is not mangled.
 std::string demangled(const char* name) {
@@ -186,8 +225,7 @@ std::string_view functionName(std::string_view text) {
 std::string canonicalName(std::string_view name) {
   // Most are one word, none of which can be an integer type.
   if (std::all_of(name.begin(), name.end(), isWordChar) && !IntegerWords().take(name)) return std::string(name);
-  // gdb leaves these as they are.
-  if (name.find("__int128") != std::string_view::npos) return std::string(name);
+  if (!isParsedByGdb(name)) return std::string(name);
   return Canonicalizer().rewrite(name);
 }
 

@@ -69,7 +69,7 @@ std::string unreadableCompression(Elf* elf, std::string_view name) {
     const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
     const std::string method = unreadableCompression(elf.get(), ".debug_info");
     if (method.empty()) continue;
-    throw UserError(place + ": its debugging information is compressed by " + method +
+    throw UserError(std::string(place).append(": its debugging information is compressed by ").append(method) +
                     ", which libdw cannot read here; objcopy --decompress-debug-sections makes a copy without");
   }
   throw UserError(

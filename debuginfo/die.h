@@ -15,6 +15,9 @@ std::string dwarfError();
 /// Finds what is in other files, where libdw does not find it by itself.
 class OtherFiles {
  public:
+  OtherFiles() = default;
+  OtherFiles(const OtherFiles&) = delete;
+  OtherFiles& operator=(const OtherFiles&) = delete;
   virtual ~OtherFiles() = default;
   /// The type whose signature `reference` holds; its addr is null when there is none.
   virtual Dwarf_Die type(const Dwarf_Attribute& reference) const = 0;

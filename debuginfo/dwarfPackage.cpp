@@ -118,7 +118,7 @@ bool DwarfPackage::cutSections(Elf* elf, const Contributions& parts) {
 }
 
 // The debugging information of one unit; null when libdw cannot read it.
-Dwarf* DwarfPackage::open(const Contributions& parts) {
+Dwarf* DwarfPackage::openView(const Contributions& parts) {
   View view{openElf(), {nullptr, dwarf_end}};
   if (!view.elf || !cutSections(view.elf.get(), parts)) return nullptr;
   view.dwarf.reset(dwarf_begin_elf(view.elf.get(), DWARF_C_READ, nullptr));
@@ -131,7 +131,7 @@ Dwarf_Die DwarfPackage::unit(std::uint64_t id) {
   Dwarf_Die top{};
   Dwarf_CU* unit = nullptr;
   const auto found = units_.find(id);
-  Dwarf* dwarf = found != units_.end() ? open(found->second) : nullptr;
+  Dwarf* dwarf = found != units_.end() ? openView(found->second) : nullptr;
   if (dwarf == nullptr || dwarf_get_units(dwarf, nullptr, &unit, nullptr, nullptr, &top, nullptr) != 0)
     return Dwarf_Die{};
   return top;
@@ -146,6 +146,6 @@ Dwarf_Die DwarfPackage::type(const Dwarf_Attribute& reference) {
   const auto found = signature ? types_.find(*signature) : types_.end();
   if (found == types_.end()) return {};
   const auto [known, isNew] = knownTypes_.try_emplace(*signature);
-  if (isNew) known->second = onlyType(open(found->second));
+  if (isNew) known->second = onlyType(openView(found->second));
   return known->second;
 }

@@ -47,7 +47,7 @@ class DwarfPackage {
   ElfOwner openElf() const;
   static Index readIndex(Elf* elf, std::string_view name);
   static bool cutSections(Elf* elf, const Contributions& parts);
-  Dwarf* open(const Contributions& parts);
+  Dwarf* openView(const Contributions& parts);
 
   UniqueFd file_;
   Index units_;

@@ -52,8 +52,12 @@ class TextPool {
  public:
   TextPool();
   ~TextPool();
+  TextPool(const TextPool&) = delete;
+  TextPool& operator=(const TextPool&) = delete;
   TextPool(TextPool&&) noexcept;
   TextPool& operator=(TextPool&&) noexcept;
+  TextPool(const TextPool&) = delete;
+  TextPool& operator=(const TextPool&) = delete;
 
   /// The pool's copy of `text`; equal ones are held once.
   std::string_view intern(std::string_view text);
@@ -80,7 +84,7 @@ struct Inventory {
 struct ReadOptions {
   bool artificial = false;  ///< also variables that the compiler made up, such as __func__
   bool known = false;       ///< also Inventory::known
-  unsigned jobs = 1;        ///< processes that share the reading of one large program
+  unsigned jobs = 1;        ///< processes that may share the reading of one program; one is used so far
 };
 
 /// Reads the variables of the executable or shared object `path`. Throws UserError when it cannot be read or has no

@@ -203,7 +203,7 @@ struct TypeNames::Builder {
     // A type whose unit cannot be found has a name that is not known.
     if (name == nullptr && type.has(DW_AT_signature)) damaged = true;
     if (name == nullptr) return "{...}";
-    const std::string canonical = canonicalName(name);
+    std::string canonical = canonicalName(name);
     if (!cxx) return canonical;
     // The definition of a class in another unit knows its scope, a declaration here may too.
     return scopes.ofType(chain.back()) + canonical;

@@ -8,17 +8,13 @@ namespace {
 
 constexpr std::size_t deepestNesting = 512;  // of entries; more is damage
 
-// Where the sibling of an entry begins, by its attributes, which `cursor` is moved behind; null when they do not say.
-const unsigned char* siblingOf(const UnitLayout& unit, const AbbreviationTable& table, const Abbreviation& abbreviation,
-                               ByteCursor& cursor) {
-  const RawValue sibling = table.read(abbreviation, cursor)[Slot::Sibling];
-  if (cursor.failed() || sibling.form == 0) return nullptr;
-  ByteCursor value = unit.cursor(sibling.at);
-  const int size = formSize(sibling.form, unit.sizes);
-  const std::uint64_t offset = size > 0 ? value.fixed(static_cast<std::size_t>(size)) : value.leb();
+// Where the sibling of an entry begins whose attributes begin at `cursor`; null when they do not say.
+const unsigned char* siblingOf(const UnitLayout& unit, const Abbreviation& abbreviation, ByteCursor cursor) {
+  cursor.skip(abbreviation.siblingAt);
+  const std::uint64_t offset = cursor.fixed(static_cast<std::size_t>(formSize(abbreviation.siblingForm, unit.sizes)));
   const auto all = static_cast<std::uint64_t>(unit.end - unit.header);
   // One that stands before would go in circles.
-  return offset < all && unit.header + offset > cursor.at() ? unit.header + offset : nullptr;
+  return !cursor.failed() && offset < all && unit.header + offset > cursor.at() ? unit.header + offset : nullptr;
 }
 
 }  // namespace
@@ -79,9 +75,8 @@ void UnitScan::run(const UnitLayout& unit, const AbbreviationTable& table, ScanF
 // Goes on to the children of `entry`, or, if these cannot be of interest, to its sibling.
 void UnitScan::enter(const UnitLayout& unit, const AbbreviationTable& table, const Abbreviation& abbreviation,
                      const unsigned char* entry, ByteCursor& cursor) {
-  if (abbreviation.childless) {
-    ByteCursor attributes = cursor;
-    if (const unsigned char* sibling = siblingOf(unit, table, abbreviation, attributes)) {
+  if (abbreviation.siblingForm != 0) {
+    if (const unsigned char* sibling = siblingOf(unit, abbreviation, cursor)) {
       cursor.skip(static_cast<std::uint64_t>(sibling - cursor.at()));
       return;
     }

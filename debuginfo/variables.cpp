@@ -101,7 +101,7 @@ void VariableReader::readVariable(const MetVariable& met) {
     section = file_.image().findThreadLocal(location.address);
     if (section == nullptr && location.base == 0) return;
   }
-  Entry entry = open(met, raw);
+  Entry entry = entryOf(met, raw);
   if (entry.name.empty()) entry.name = nameBySymbol(entry, location);
   list(entry, location, section);
 }
@@ -132,7 +132,7 @@ Location VariableReader::locationOf(const RawEntry& raw) const {
   return evaluate({cursor.at(), cursor.at() + length, layout_.bigEndian}, file_, *unit_, layout_.sizes);
 }
 
-VariableReader::Entry VariableReader::open(const MetVariable& met, const RawEntry& raw) {
+VariableReader::Entry VariableReader::entryOf(const MetVariable& met, const RawEntry& raw) {
   Entry entry{.die = unit_->top.sibling(met.entry), .raw = raw, .completed = {}, .name = {}};
   if (raw[Slot::Specification].form != 0 || raw[Slot::Origin].form != 0) {
     entry.completed = descriptions(entry.die);
@@ -330,7 +330,7 @@ const VariableReader::TypeFacts& VariableReader::facts(const Die& type) {
 void VariableReader::noteKnown(const MetVariable& met, const RawEntry& raw) {
   const Die die = unit_->top.sibling(met.entry);
   if (die.tag() == DW_TAG_member && raw[Slot::Declaration].form == 0) return;
-  const Entry entry = open(met, raw);
+  const Entry entry = entryOf(met, raw);
   if (entry.inFunction || entry.name.empty()) return;
   const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
   inventory_.known.push_back(

@@ -55,7 +55,7 @@ class VariableReader {
   void noteDirectory(const Unit& unit);
   void readVariable(const MetVariable& met);
   Location locationOf(const RawEntry& raw) const;
-  Entry open(const MetVariable& met, const RawEntry& raw);
+  Entry entryOf(const MetVariable& met, const RawEntry& raw);
   bool isSet(const Entry& entry, Slot slot, unsigned name) const;
   void list(Entry& entry, const Location& location, const ImageSection* section);
   bool listMembers(const Entry& entry, const Location& location, const ImageSection* section);

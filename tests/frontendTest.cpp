@@ -42,6 +42,17 @@ TEST_F(FrontEnd, NamesAsGdbSpellsThem) {
       {"int A::*", "int A::*", "int A::*"},
       {"C<L'a', '\\x41'>", "C<L'a', '\\x41'>", "C<L'a', '\\x41'>"},
       {"C<'>', '\\'', (char)':'>", "C<(char)'>', (char)'\\'', (char)':'>", "C<(char)'>', (char)'\\'', (char)':'>"},
+      {"P<const S, F<S(long unsigned int)> >", "P<const S, F<S(long unsigned int)> >",
+       "P<const S, F<S(long unsigned int)> >"},
+      {"P<const S, int (S::*)(const S &, long unsigned int)>", "P<S const, int (S::*)(S const&, unsigned long)>",
+       "P<S const, int (S::*)(S const&, unsigned long)>"},
+      {"P<const int (&)(const S&, ...)>", "P<int const (&)(S const&, ...)>", "P<int const (&)(S const&, ...)>"},
+      {"P<int (* (*)(const S&))[4], int[3]>", "P<int (*(*)(S const&)) [4], int [3]>",
+       "P<int (*(*)(S const&)) [4], int [3]>"},
+      {"W<(& n::nv), const S *const volatile *>", "W<&n::nv, S const* const volatile*>",
+       "W<&nv, S const* const volatile*>"},
+      {"V<const S, V<> >", "V<const S, V<> >", "V<const S, V<> >"},
+      {"f[abi:cxx11]", "f[abi:cxx11]", "f[abi:cxx11]"},
       {"::::<<(>", "::::<<(>", "<<(>"},
   };
   for (const auto& [name, canonical, plain] : cases) {
