@@ -15,7 +15,6 @@
 #include "frontend/packed.h"
 #include "src/forkedProcess.h"
 #include "src/io.h"
-#include "src/io.h"
 #include "src/userError.h"
 
 namespace {
