@@ -56,8 +56,6 @@ class TextPool {
   TextPool& operator=(const TextPool&) = delete;
   TextPool(TextPool&&) noexcept;
   TextPool& operator=(TextPool&&) noexcept;
-  TextPool(const TextPool&) = delete;
-  TextPool& operator=(const TextPool&) = delete;
 
   /// The pool's copy of `text`; equal ones are held once.
   std::string_view intern(std::string_view text);
