@@ -208,7 +208,7 @@ bool VariableReader::isLeftOut(const Entry& entry, const Location& location, con
   if (entry.name.empty()) {
     // The constants that some compilers describe like variables: texts in quotes.
     if (!threadLocal && section != nullptr && !section->writable && entry.linkageName == nullptr) return true;
-    nameless_.push_back({location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0, about(entry)});
+    nameless_.emplace_back(location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0, about(entry));
     return true;
   }
   // What the linker threw away is said to be at 0, where there may be something else.
