@@ -44,7 +44,7 @@ TEST_P(Witnessed, RowsAreRightAndComplete) {
   const TempDir directory;
   const std::string& build = GetParam();
   const std::size_t end = std::min(build.find(';'), build.size());
-  const std::string witness = "python3 " WITNESS " " INVENTORY_ROWS " ../program ../said";
+  const std::string witness = "/usr/bin/python3 " WITNESS " " INVENTORY_ROWS " ../program ../said";
   // What the witnesses say is taken before the debugging information is moved about, which confuses gdb 13 at times.
   const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
       c=$1; cxx=$2; shift 2; mkdir src; cd src; cp )" EXAMPLES_DIRECTORY "/inventory/*.* " PROGRAMS R"(/tricky.* .

@@ -185,7 +185,7 @@ TEST_F(List, Descriptions) {
       done
     done
     for column in $(cat columns); do grep -qE "^\.BR? .*\b$column\b" manual || echo $column is missing in the manual; done
-    python3 -c '
+    /usr/bin/python3 -c '
 import json, jsonschema, sys
 schema = json.load(open(sys.argv[1]))
 jsonschema.Draft202012Validator.check_schema(schema)
