@@ -5,6 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
+. bench/common.sh
 require_packages "${build_packages[@]}" libbenchmark-dev time
 export LC_ALL=C
 sizes=("$@")
@@ -16,11 +17,6 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
-seconds() { # of a command whose output is dropped
-  local start=$EPOCHREALTIME
-  "$@" >/dev/null 2>&1
-  awk -v a="$start" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.3f\n", b - a }'
-}
 row() { # what, ours, bare
   awk -v w="$1" -v o="$2" -v b="$3" 'BEGIN { printf "| %-54s | %9.3f | %9.3f | %6.2f |\n", w, o, b, o / b }'
 }
@@ -29,14 +25,7 @@ row() { # what, ours, bare
 generate() {
   local count=$1 directory=$work/$1
   mkdir -p "$directory"
-  awk -v n="$count" 'BEGIN {
-    split("int;unsigned long;char *;double;struct point", type, ";")
-    print "struct point { int x, y; };"
-    for (i = 0; i < n; ++i) printf "%s%s variable_%d%s;\n", i % 3 ? "" : "static ", type[i % 5 + 1], i, i % 7 ? "" : "[4]"
-    print "void *use(int i) { switch (i) {"
-    for (i = 0; i < n; i += 3) printf "case %d: return &variable_%d;\n", i, i
-    print "} return 0; }\nint main(void) { return use(1) != 0; }" }' >"$directory/program.c"
-  gcc -g -O0 -fno-pie -no-pie -w "$directory/program.c" -o "$directory/program"
+  generate_program "$count" "$directory/program"
   nm -S "$directory/program" | awk '$4 ~ /^variable_/ { sub(/^0+/, "", $1); print "0" $1, $2, $4 }' |
     sort >"$directory/objdump.1"
   awk 'NR == FNR { address[$3] = substr($1, 2); next }

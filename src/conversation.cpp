@@ -124,7 +124,7 @@ void Conversation::take(const Unit& unit, Deadline now, const Sink& sink) {
 
 // What belongs to no request pays a debt, or shows that the tool writes more than it should.
 void Conversation::takeStray(const Unit& unit) {
-  const LineKind kind = rules_.kindOf != nullptr ? rules_.kindOf(unit.text) : LineKind::Other;
+  const LineKind kind = kindOf(unit.text);
   const bool repays = (unit.prompt || kind == LineKind::Reply) && owed_ > 0;
   if (repays) {
     --owed_;
@@ -138,7 +138,7 @@ void Conversation::takeStray(const Unit& unit) {
 
 void Conversation::takeTrailing(const Unit& unit, const Sink& sink) {
   takeStray(unit);
-  if (rules_.kindOf != nullptr && replies_ == 1 && rules_.kindOf(unit.text) == LineKind::Reply) sink(unit.text);
+  if (replies_ == 1 && kindOf(unit.text) == LineKind::Reply) sink(unit.text);
   if (++trailing_ == mostTrailing) phase_ = Phase::Idle;
 }
 
@@ -155,7 +155,7 @@ void Conversation::takePrompt(std::string_view before, Deadline now) {
 }
 
 void Conversation::takeLine(std::string_view line, Deadline now, const Sink& sink) {
-  const LineKind kind = rules_.kindOf != nullptr ? rules_.kindOf(line) : LineKind::Other;
+  const LineKind kind = kindOf(line);
   if (kind == LineKind::Reply) return takeReply(line, now, sink);
   if (rules_.kindOf != nullptr) {
     passedOver_ = passedOver_ || kind == LineKind::Other;

@@ -111,6 +111,9 @@ class Conversation {
   void finish(Deadline now);
   void giveUp(Deadline now);
   bool listens() const;
+  LineKind kindOf(std::string_view line) const {
+    return rules_.kindOf != nullptr ? rules_.kindOf(line) : LineKind::Other;
+  }
   bool isPassedOver() const { return passedOver_ && owed_ == 0; }
   Deadline endOfWait(const LineBuffer& text) const;
 

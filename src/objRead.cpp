@@ -146,12 +146,14 @@ void fillIndex(const string& directory, IndexTable& table) {
 }
 
 IndexTable& crtMap() {
-  const char* dbenv = std::getenv("DB");
-  const string directory = dbenv != nullptr ? dbenv : "./";
-  static IndexTable btTable('w', (directory + "/vifa.dat").c_str());
-  static const bool filled = (fillIndex(directory, btTable), true);
-  static_cast<void>(filled);
-  return btTable;
+  static IndexTable& filled = []() -> IndexTable& {
+    const char* dbenv = std::getenv("DB");
+    const string directory = dbenv != nullptr ? dbenv : "./";
+    static IndexTable btTable('w', (directory + "/vifa.dat").c_str());
+    fillIndex(directory, btTable);
+    return btTable;
+  }();
+  return filled;
 }
 
 // ---- The debugger

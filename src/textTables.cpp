@@ -22,7 +22,7 @@ void closeTable(FILE* file, int errorNumber) {
   if (std::fclose(file) == EOF) exitUnclosed(errorNumber, errno);
 }
 
-// The text that sizes.tbl is searched for: the type up to its first '*', trimmed; the word "static " does not count.
+// The text that sizes.tbl is searched for: the type, already cut and trimmed, without the word "static ".
 std::string_view soughtName(const std::string& trimmedType) {
   constexpr std::string_view storageClass = "static ";
   std::string_view name = trimmedType;
