@@ -1,4 +1,4 @@
-#include "outputFiles.h"
+#include "frontend/outputFiles.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,8 +8,8 @@
 #include <cstring>
 #include <filesystem>
 
-#include "io.h"
-#include "userError.h"
+#include "src/io.h"
+#include "src/userError.h"
 
 namespace {
 
@@ -27,7 +27,7 @@ void makeDirectory(const std::string& path) {
   if (error) throw UserError(path + ": cannot be made a directory: " + error.message());
 }
 
-OutputFiles::OutputFiles(std::string directory) : directory_(std::move(directory)) {
+OutputFiles::OutputFiles() {
   sigset_t ending;
   sigemptyset(&ending);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, number);
@@ -35,24 +35,25 @@ OutputFiles::OutputFiles(std::string directory) : directory_(std::move(directory
 }
 
 OutputFiles::~OutputFiles() {
-  for (const std::string& name : names_) unlink(beside(directory_ + "/" + name).c_str());
+  for (const std::string& path : paths_) unlink(beside(path).c_str());
   sigprocmask(SIG_SETMASK, &signalsBefore_, nullptr);
 }
 
-void OutputFiles::write(const std::string& name, const std::string& content) {
-  const std::string path = directory_ + "/" + name;
+void OutputFiles::write(const std::string& path, std::string_view content) {
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  if (exists(status) && !is_regular_file(status)) throw UserError(path + ": is not a regular file");
   UniqueFd file = openFile(beside(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC);
   if (!file) fail(path, "cannot be written");
-  names_.push_back(name);
+  paths_.push_back(path);
   const bool written = writeAt(file.get(), content.data(), content.size(), 0);
   // Some file systems find out only here that there is no room.
   if (!written || !file.close()) fail(path, "cannot be written");
 }
 
 void OutputFiles::commit() {
-  for (const std::string& name : names_) {
-    const std::string path = directory_ + "/" + name;
+  for (const std::string& path : paths_) {
     if (std::rename(beside(path).c_str(), path.c_str()) != 0) fail(path, "cannot be put in place");
   }
-  names_.clear();
+  paths_.clear();
 }

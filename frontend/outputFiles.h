@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Makes the directory `path`, and those above it, if they are missing. Throws UserError when that fails.
@@ -11,21 +12,20 @@ void makeDirectory(const std::string& path);
 
 class OutputFiles {
  public:
-  /// Files will appear in `directory`, which exists.
-  explicit OutputFiles(std::string directory);
+  OutputFiles();
   /// Removes what was written but not put in place.
   ~OutputFiles();
   OutputFiles(const OutputFiles&) = delete;
   OutputFiles& operator=(const OutputFiles&) = delete;
 
-  /// Writes the file `name` beside its place. Throws UserError when that fails, a full disk included.
-  void write(const std::string& name, const std::string& content);
+  /// Writes the file `path` next to its place. Throws UserError when that fails, a full disk included, and when
+  /// something else than a regular file has that name.
+  void write(const std::string& path, std::string_view content);
 
   /// Puts all that was written in place. Throws UserError when that fails.
   void commit();
 
  private:
-  std::string directory_;
-  std::vector<std::string> names_;
+  std::vector<std::string> paths_;
   sigset_t signalsBefore_{};
 };

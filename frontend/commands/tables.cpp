@@ -3,7 +3,8 @@
 
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
-#include "frontend/tableMaker.h"
+#include "frontend/outputFiles.h"
+#include "suite/tableMaker.h"
 
 namespace {
 
@@ -18,26 +19,32 @@ void warn(const TablesOptions& options, const std::string& what) {
   printMessage(options.executable + ": warning: " + what);
 }
 
-void warnOfAll(const TablesOptions& options, const TableSummary& summary) {
-  for (const std::string& warning : summary.warnings) warn(options, warning);
-  if (summary.leftOut > 0) {
+void warnOfAll(const TablesOptions& options, const SuiteTables& tables) {
+  for (const std::string& warning : tables.warnings) warn(options, warning);
+  if (tables.leftOut > 0) {
     warn(options,
-         std::to_string(summary.leftOut) +
+         std::to_string(tables.leftOut) +
              " variables left out: the tables cannot hold them, or they have no type, and gdb would answer wrongly");
   }
-  if (summary.sharing > 0) {
-    warn(options, std::to_string(summary.sharing) + " variables left out: they share the address of another");
+  if (tables.sharing > 0) {
+    warn(options, std::to_string(tables.sharing) + " variables left out: they share the address of another");
   }
 }
 
 int makeAll(const TablesOptions& options) {
   const std::string directory = options.directory.empty() ? options.executable + ".vym" : options.directory;
-  const TableSummary summary = makeTables(options.executable, directory, options.qualified);
-  warnOfAll(options, summary);
+  const SuiteTables tables = makeTables(options.executable, options.qualified);
+  makeDirectory(directory);
+  OutputFiles files;
+  files.write(directory + "/objdump.1", tables.list);
+  files.write(directory + "/objdump.txt", tables.declarationText);
+  files.write(directory + "/sizes.tbl", tables.sizeText);
+  files.commit();
+  warnOfAll(options, tables);
   if (options.quiet) return 0;
   Output output;
-  output.put(directory + ": " + std::to_string(summary.variables) + " variables, " +
-             std::to_string(summary.declarations) + " declarations, " + std::to_string(summary.sizes) +
+  output.put(directory + ": " + std::to_string(tables.variables) + " variables, " +
+             std::to_string(tables.declarations) + " declarations, " + std::to_string(tables.sizes) +
              " sizes of types\n");
   output.flush();
   return 0;

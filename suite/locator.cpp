@@ -1,4 +1,4 @@
-#include "locator.h"
+#include "suite/locator.h"
 
 #include <algorithm>
 #include <cstdlib>

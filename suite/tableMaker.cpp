@@ -1,4 +1,4 @@
-#include "tableMaker.h"
+#include "suite/tableMaker.h"
 
 #include <algorithm>
 #include <charconv>
@@ -9,10 +9,8 @@
 #include <unordered_map>
 
 #include "debuginfo/inventory.h"
-#include "io.h"
 #include "objRead.h"
-#include "outputFiles.h"
-#include "userError.h"
+#include "src/io.h"
 #include "util.h"
 
 namespace {
@@ -98,27 +96,25 @@ class TableMaker {
  public:
   TableMaker(const Inventory& inventory, bool qualified) : inventory_(inventory), qualified_(qualified) {}
 
-  void make() {
+  SuiteTables make() {
     const Variable* last = nullptr;
     for (const Variable& variable : inventory_.variables) {
       if (!variable.address || variable.threadLocal.value_or(false)) continue;
       // Type and place are looked up by the address, so there is one of each: the first with a size.
       const bool sharing = last != nullptr && last->address == variable.address;
       if (sharing && (variable.size == 0 || last->size != 0)) {
-        if (variable.size != 0) ++summary.sharing;
+        if (variable.size != 0) ++tables_.sharing;
         continue;
       }
       if (last != nullptr && !sharing) add(*last);
       last = &variable;
     }
     if (last != nullptr) add(*last);
-    sizes.finish();
-    summary.sizes = sizes.lines();
+    sizes_.finish();
+    tables_.sizeText = sizes_.text();
+    tables_.sizes = sizes_.lines();
+    return std::move(tables_);
   }
-
-  std::string list, declarations;
-  SizeTable sizes;
-  TableSummary summary;
 
  private:
   void add(const Variable& variable) {
@@ -132,11 +128,11 @@ class TableMaker {
     // Of what has no type gdb says that it is an int, and with an endless one it would not come to an end.
     if (!fits || variable.type.empty() ||
         (!addDeclaration(variable, parts.back()) && wouldBeMistaken(name, variable.type))) {
-      ++summary.leftOut;
+      ++tables_.leftOut;
       return;
     }
-    list += line + name + "\n";
-    ++summary.variables;
+    tables_.list += line + name + "\n";
+    ++tables_.variables;
   }
 
   // Whether the debugger, asked for `name` because the tables lack the variable, might answer with the type of another:
@@ -163,16 +159,16 @@ class TableMaker {
   // Writes the declaration and notes the sizes that will be asked for. False when the index could not hold it.
   bool addDeclaration(const Variable& variable, std::string_view name) {
     const std::string plain = withoutScopes(variable.type);
-    sizes.add(soughtName(plain), variable.namedSize, variable.namedIncomplete);
-    sizes.add(soughtName(variable.type), variable.namedSize, variable.namedIncomplete);
+    sizes_.add(soughtName(plain), variable.namedSize, variable.namedIncomplete);
+    sizes_.add(soughtName(variable.type), variable.namedSize, variable.namedIncomplete);
     const std::string own = tableName(std::string(name)).substr(0, name.find('<'));
     const bool internal = variable.linkage != Linkage::External;
     const std::string declaration = (internal ? "static " : "") +
                                     declare(qualified_ ? variable.type : std::string_view(plain), own) + " /* 0x" +
                                     hexadecimal(*variable.address) + " */;";
     if (!isHeld(declaration, *variable.address, own)) return false;
-    declarations += declaration + "\n";
-    ++summary.declarations;
+    tables_.declarationText += declaration + "\n";
+    ++tables_.declarations;
     return true;
   }
 
@@ -186,6 +182,8 @@ class TableMaker {
            item.DataField.getVarName() == own;
   }
 
+  SuiteTables tables_;
+  SizeTable sizes_;
   const Inventory& inventory_;
   std::unordered_multimap<std::string, const NamedType*> known_;  // by the last component of the name
   const bool qualified_;
@@ -193,16 +191,9 @@ class TableMaker {
 
 }  // namespace
 
-TableSummary makeTables(const std::string& executable, const std::string& directory, bool qualified) {
-  const Inventory inventory = readInventory(executable, {.artificial = false, .known = true});
-  TableMaker maker(inventory, qualified);
-  maker.make();
-  maker.summary.warnings = inventory.warnings;
-  makeDirectory(directory);
-  OutputFiles output(directory);
-  output.write("objdump.1", maker.list);
-  output.write("objdump.txt", maker.declarations);
-  output.write("sizes.tbl", maker.sizes.text());
-  output.commit();
-  return maker.summary;
+SuiteTables makeTables(const std::string& executable, bool qualified) {
+  Inventory inventory = readInventory(executable, {.artificial = false, .known = true});
+  SuiteTables tables = TableMaker(inventory, qualified).make();
+  tables.warnings = std::move(inventory.warnings);
+  return tables;
 }

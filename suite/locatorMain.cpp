@@ -6,7 +6,7 @@
 #include <cstring>
 #include <exception>
 
-#include "locator.h"
+#include "suite/locator.h"
 
 int main(int argc, char** argv) {
   if (argc != 3 || std::strcmp(argv[1], "-e") != 0) {
