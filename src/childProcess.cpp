@@ -14,6 +14,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <utility>
 
 namespace {
 
@@ -25,6 +27,7 @@ timespec timeUntil(Deadline deadline) {
   return {left / std::chrono::seconds(1), (left % std::chrono::seconds(1)).count()};
 }
 
+// The status pipe of a child is closed by its exec, or gets a byte before it.
 [[noreturn]] void failInChild(const std::string& what, int statusPipe) {
   const std::string message = "ERROR: " + what + ": " + std::strerror(errno) + ".\n";
   writeRetrying(STDERR_FILENO, message.data(), message.size());
@@ -41,13 +44,13 @@ void closeOtherDescriptors() {
 
 // What the child does between fork and exec. The process has one thread, so the child may call what it likes; it
 // must only leave by exec or _exit, so that nothing inherited from the parent is flushed or destroyed twice.
-[[noreturn]] void runChild(const SpawnRequest& request, const sigset_t& mask, int statusPipe) {
-  const auto redirect = [&](int from, int to, const char* name) {
-    if (dup2(from, to) < 0) failInChild(std::string("unable to dup to ") + name, statusPipe);
+[[noreturn]] void runChild(const SpawnRequest& request, const Spawned& pipes, int statusPipe, const sigset_t& mask) {
+  const auto redirect = [statusPipe](const UniqueFd& from, int to, const char* name) {
+    if (dup2(from.get(), to) < 0) failInChild(std::string("unable to dup to ") + name, statusPipe);
   };
-  redirect(request.standardInput, STDIN_FILENO, "stdin");
-  redirect(request.standardOutputAndError, STDOUT_FILENO, "stdout");
-  redirect(request.standardOutputAndError, STDERR_FILENO, "stderr");
+  redirect(pipes.input.readEnd, STDIN_FILENO, "stdin");
+  redirect(pipes.output.writeEnd, STDOUT_FILENO, "stdout");
+  redirect(pipes.output.writeEnd, STDERR_FILENO, "stderr");
   writeRetrying(STDOUT_FILENO, request.firstOutput.data(), request.firstOutput.size());
   // A debugger that asks a network service for debugging information would hang or answer for another program.
   unsetenv("DEBUGINFOD_URLS");
@@ -55,12 +58,16 @@ void closeOtherDescriptors() {
   signal(SIGXFSZ, SIG_DFL);
   closeOtherDescriptors();
   std::vector<char*> arguments;
-  arguments.reserve(request.argv.size() + 1);
   for (const std::string& word : request.argv) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   execvp(arguments[0], arguments.data());
-  failInChild("Cannot exec " + request.messageName, statusPipe);
+  failInChild(std::string("Cannot exec ") + request.names.lower, statusPipe);
+}
+
+Spawned reportFailure(const std::string& what) {
+  std::fprintf(stderr, "ERROR: unable to %s: %s.\n", what.c_str(), std::strerror(errno));
+  return {};
 }
 
 }  // namespace
@@ -75,7 +82,7 @@ bool ChildState::stillRuns() {
 
 // See proc(5) on /proc/[pid]/syscall: "running", or the number of the system call in which the process is blocked, and
 // its arguments. One that waits for input reads it, or waits for descriptors or for other threads.
-bool ChildState::works() const {
+bool ChildState::isBusy() const {
   constexpr long waits[] = {SYS_ppoll, SYS_pselect6, SYS_epoll_pwait, SYS_futex,
 #ifdef SYS_poll
                             SYS_poll,  SYS_select,   SYS_epoll_wait
@@ -143,21 +150,28 @@ pid_t forkBound(int deathSignal) {
   return 0;
 }
 
-int spawn(const SpawnRequest& request, Pipe status, ChildState& state, bool& executed) {
+Spawned spawn(const SpawnRequest& request, ChildState& state) {
+  Spawned child;
+  Pipe status;
+  const std::string upper = request.names.upper;
+  if (!makePipe(child.input)) return reportFailure("open pipe to " + upper);
+  if (!makePipe(child.output) || !makePipe(status)) return reportFailure("open pipe from " + upper);
   const SigchldBlocked blocked;
   // An end of input ends a child that reads; SIGKILL also one that is busy or mute when this process is killed.
-  const pid_t pid = forkBound(SIGKILL);
-  if (pid < 0) return errno;
-  if (pid == 0) runChild(request, blocked.previous(), status.writeEnd.get());
+  child.pid = forkBound(SIGKILL);
+  if (child.pid < 0) return reportFailure("fork process");
+  if (child.pid == 0) runChild(request, child, status.writeEnd.get(), blocked.previous());
   status.writeEnd.reset();
-  state.pid_ = pid;
-  // An end without a byte: the exec worked, or the child was killed before it, which SIGCHLD will tell. A byte: it
-  // failed.
+  child.output.writeEnd.reset();
+  setNonBlocking(child.input.writeEnd.get());
+  setNonBlocking(child.output.readEnd.get());
+  // The end of the status pipe may also mean that the child was killed before its exec, which SIGCHLD will tell.
   char failed = 0;
-  executed = readRetrying(status.readEnd.get(), &failed, 1) == 0;
-  state.active_ = executed ? 1 : 0;
-  if (executed) return 0;
-  ::kill(pid, SIGKILL);
-  waitpid(pid, nullptr, 0);
-  return 0;
+  child.executed = readRetrying(status.readEnd.get(), &failed, 1) == 0;
+  state.pid_ = child.pid;
+  state.active_ = child.executed ? 1 : 0;
+  if (child.executed) return child;
+  ::kill(child.pid, SIGKILL);
+  waitpid(child.pid, nullptr, 0);
+  return child;
 }

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <csignal>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "io.h"
 
 struct SpawnRequest;
+struct Spawned;
 
 /// What is known of the latest child of one kind. Objects have to live for the whole program, as the signal handler
 /// reaches them at any time.
@@ -31,9 +33,9 @@ class ChildState {
   /// Collects the child if it has ended, whatever handler owns SIGCHLD. Returns whether it still runs.
   bool stillRuns();
 
-  /// Whether the child is at work, rather than waiting for input: it computes, sleeps, or waits for a child. False
-  /// also when the system does not tell.
-  bool works() const;
+  /// Whether the child is seen to do something else than wait for input: it computes, writes, sleeps, or waits for a
+  /// child of its own. False also when the system does not tell.
+  bool isBusy() const;
 
   /// Waits until the child is collected, at most until `deadline`.
   void awaitEnd(Deadline deadline);
@@ -47,7 +49,7 @@ class ChildState {
 
  private:
   friend void collectChildren();
-  friend int spawn(const SpawnRequest& request, Pipe status, ChildState& state, bool& executed);
+  friend Spawned spawn(const SpawnRequest& request, ChildState& state);
 
   volatile std::sig_atomic_t active_ = 0;
   std::atomic<pid_t> pid_{0};
@@ -87,18 +89,30 @@ WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* c
 /// fork(2), with a child that gets `deathSignal` when this process ends, however it ends.
 pid_t forkBound(int deathSignal);
 
-/// What to run, and with which ends of pipes.
-struct SpawnRequest {
-  std::vector<std::string> argv;    ///< program (looked up on the search path) and its arguments
-  std::string firstOutput;          ///< text the child writes to its standard output before the exec
-  std::string messageName;          ///< the program's name in the message that exec has failed
-  int standardInput = -1;           ///< becomes descriptor 0
-  int standardOutputAndError = -1;  ///< becomes descriptors 1 and 2
+/// The names of a tool as they stand in messages.
+struct ToolNames {
+  const char* upper;  ///< "A2L" or "GDB"
+  const char* lower;  ///< "a2l" or "gdb"
 };
 
-/// Starts a child with the three standard descriptors alone, without DEBUGINFOD_URLS in its environment, and told
-/// to die with this process. Returns as soon as the exec has succeeded or failed, which the child reports through
-/// `status`, a fresh pipe. On success `state` names the running child, and `executed` is true. A child that could not
-/// redirect its streams or exec has been collected on return and is not active; its message is in the pipe. Returns 0,
-/// or the errno of a failed fork (`state` is then unchanged).
-int spawn(const SpawnRequest& request, Pipe status, ChildState& state, bool& executed);
+/// What to run.
+struct SpawnRequest {
+  const ToolNames& names;
+  std::vector<std::string> argv;      ///< program, looked up on the search path, and its arguments
+  std::string_view firstOutput = "";  ///< text the child writes to its standard output before the exec
+};
+
+/// A child with pipes on its standard streams. The ends here do not block. The read end of its input is held here too,
+/// so that writing to a child that has gone is no error and raises no SIGPIPE.
+struct Spawned {
+  pid_t pid = -1;
+  bool executed = false;  ///< it runs the program; if not, it has been collected, and its message is in the pipe
+  Pipe input;
+  Pipe output;  ///< from its standard output and error; the read end alone, none when the start has failed
+};
+
+/// Starts a child with the three standard descriptors alone, without DEBUGINFOD_URLS in its environment, and told to
+/// die with this process. Returns as soon as the exec has succeeded or failed; `state` then names the child, and is
+/// active if it has succeeded. When a pipe or the fork fails, a message says so on standard error, and `state` is
+/// unchanged.
+Spawned spawn(const SpawnRequest& request, ChildState& state);

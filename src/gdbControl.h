@@ -2,6 +2,9 @@
 // The type query keeps one GDBControl for the whole process.
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -31,9 +34,9 @@ class GDBControl {
   GDBControl& operator=(const GDBControl&) = delete;
 
   /// Installs the SIGCHLD handler, starts gdb and waits for its first prompt. A gdb that does not know the option
-  /// --dbx is started once more without it. Returns 0, or -1 after a message on standard error when a pipe or the
-  /// fork fails or nothing at all arrives. When gdb cannot be executed, or ends before its prompt, the result is 0
-  /// and the session is not active.
+  /// --dbx is started once more without it. Returns 0; -1 after a message on standard error when a pipe or the fork
+  /// fails or nothing at all arrives; -1 without a message when the time of all waits in vain is used up. When gdb
+  /// cannot be executed, or ends before its prompt, the result is 0 and the session is not active.
   int startGDB();
 
   /// Asks gdb to quit and waits until it is gone, at most `endPatience`. Does nothing when it is gone already.
@@ -42,11 +45,11 @@ class GDBControl {
   /// As the operations of A2LControl; an exchange of convGDB also ends with a piece that holds gdb's prompt, which is
   /// not part of the list.
   ssize_t sendGDB(const char* str);
-  int haveGDB(int fd, int tmout) { return session.have(fd, tmout); }
-  int readGDB(char* buf, std::size_t len) { return session.readPiece(buf, len); }
+  int haveGDB(int fd, int tmout) { return session_.have(fd, tmout); }
+  int readGDB(char* buf, std::size_t len) { return session_.readPiece(buf, len); }
   response* convGDB(unsigned int timeout, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
   static void free_response(response* rp) { releasePieces(rp); }
-  int isGdbActive() const { return child.active(); }
+  int isGdbActive() const { return child_.active(); }
   static void childhandler(int sig);
 
   /// An exchange that is paired with its own answer: sends `command`, which ends in a newline and asks for `subject`,
@@ -56,10 +59,8 @@ class GDBControl {
   Answer queryGDB(const std::string& command, std::string_view subject, const Conversation::Sink& useLine);
 
  private:
-  static const ToolNames names;
-  static ChildState child;
-  static bool refusesDbx;  // learnt at the first start
-  const std::string exename;
-  ToolSession session;
-  Conversation conversation;
+  static ChildState child_;
+  static bool refusesDbx_;  // learnt at the first start
+  const std::string exename_;
+  ToolSession session_;
 };

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace {
 
@@ -82,21 +83,21 @@ LineReader::LineReader(const char* path) : fd_(openFile(path, O_RDONLY)) {}
 
 bool LineReader::next(std::string_view& line) {
   char block[64 * 1024];
-  for (;;) {
-    const LineBuffer::Found found = text_.next(line);
-    if (found == LineBuffer::Found::Line) return true;
-    if (found == LineBuffer::Found::Overlong) {
-      text_.clear();
-      atEnd_ = true;
+  while (!atEnd_) {
+    if (const auto found = text_.next()) {
+      line = *found;
+      if (line.size() <= maxLength) return true;
+      text_.drop(text_.text().size());
+      break;
     }
-    if (atEnd_) break;
     const ssize_t count = readRetrying(fd_.get(), block, sizeof block);
     atEnd_ = count <= 0;
     failed_ = count < 0;
     if (count > 0) text_.append({block, static_cast<std::size_t>(count)});
   }
   // A last line without a newline.
+  atEnd_ = true;
   line = text_.text();
   text_.drop(line.size());
-  return !line.empty();
+  return !line.empty() && line.size() <= maxLength;
 }

@@ -58,7 +58,7 @@ class LineReader {
 
  private:
   UniqueFd fd_;
-  LineBuffer text_{maxLength};
+  LineBuffer text_{maxLength + 1};
   bool atEnd_ = false;
   bool failed_ = false;
 };
