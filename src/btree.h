@@ -3,13 +3,13 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <type_traits>
+#include <vector>
 
 #include "tableFile.h"
 
@@ -38,6 +38,7 @@ class BTTableClass {
   /// `Mode` 'w' creates the table `FileName`, empty, in place of any old file, which it locks as long as it lives; 'r'
   /// opens an existing one for Retrieve (a file shorter than its header is an empty table). Does not return on failure.
   BTTableClass(char Mode, const char* FileName) : DataFile(Mode, FileName, sizeof(Node)), OpenMode(Mode) {
+    Slots.reserve(mostSlots);  // they are never moved
     if (OpenMode == 'r') {
       ReadHeader();
     } else if (!WriteHeader()) {
@@ -49,29 +50,23 @@ class BTTableClass {
   ~BTTableClass() {
     // A table that failed keeps the header of an empty one, so that nobody takes it for finished.
     if (OpenMode != 'w' || DataFile.failed()) return;
-    const Slot* failed = WriteChanged();
-    if (failed != nullptr || !WriteHeader())
-      DataFile.report(failed != nullptr ? failed->number : 0, {"cannot be written", errno});
+    std::int32_t failed = WriteChanged();
+    if (failed == NilPtr && !WriteHeader()) failed = 0;
+    if (failed != NilPtr) DataFile.report(failed, {"cannot be written", errno});
   }
   BTTableClass(const BTTableClass&) = delete;
   BTTableClass& operator=(const BTTableClass&) = delete;
 
   /// Adds `Item`. False, with nothing changed, when its key is present already.
   bool Insert(const ItemType& Item) {
-    bool MoveUp = false;
-    ItemType NewItem;
-    std::int32_t NewRight = NilPtr;
-    try {
-      PushDown(Item, Root, 0, MoveUp, NewItem, NewRight);
-    } catch (const char*) {
-      return false;
-    }
-    if (MoveUp) {
+    Risen risen;
+    if (!PushDown(Item, Root, 0, risen)) return false;
+    if (risen.any) {
       Node& top = Append();
       top.Count = 1;
-      top.Key[0] = NewItem;
+      top.Key[0] = risen.Item;
       top.Branch[0] = Root;
-      top.Branch[1] = NewRight;
+      top.Branch[1] = risen.Right;
       Root = NumNodes;
     }
     ++NumItems;
@@ -96,7 +91,8 @@ class BTTableClass {
 
   /// Writes every node that has changed to the file.
   void Flush() {
-    if (const Slot* failed = WriteChanged()) DataFile.fail(failed->number, {"cannot be written", errno});
+    const std::int32_t failed = WriteChanged();
+    if (failed != NilPtr) DataFile.fail(failed, {"cannot be written", errno});
   }
 
   /// Whether the table holds no item.
@@ -134,14 +130,20 @@ class BTTableClass {
   // More levels than any tree of 2^31 nodes has; a path that is longer is a cycle.
   static constexpr int mostLevels = 32;
   static constexpr TableFile::Problem endlessPath{"damaged: on a path that does not end"};
-  static constexpr const char* duplicateMessage = "Error: attempt to put a duplicate into B-tree";
 
-  // A node in memory. The one not used for longest makes room for another.
+  // A node in memory. The least recently used one makes room for another.
   struct Slot {
     std::int32_t number = NilPtr;
     std::uint64_t lastUse = 0;
     bool changed = false;  // since it was read or written
     Node node;
+  };
+
+  // What an insertion into a subtree leaves to be put into the node above it.
+  struct Risen {
+    bool any = false;
+    ItemType Item;
+    std::int32_t Right = NilPtr;  // the node with the keys after it
   };
 
   // What a subtree turned out to hold.
@@ -174,52 +176,47 @@ class BTTableClass {
     ++Current.Count;
   }
 
-  // Splits the full node `CurrentRoot`, into which `CurrentItem` belongs at position `Location` + 1: of the twelve
-  // items the five lowest stay, the sixth moves up as `NewItem`, and the six highest go to the new node `NewRight`. The
-  // incoming item is a copy, as callers pass the same object in and out.
-  void Split(ItemType CurrentItem, std::int32_t CurrentRight, std::int32_t CurrentRoot, int Location, ItemType& NewItem,
-             std::int32_t& NewRight) {
-    const bool toLeft = Location < MinKeys;
+  // Puts what has risen into the full node `Number` at position `At`: of the twelve items the five lowest stay, the
+  // sixth rises in its turn, and the six highest go to a new node.
+  void Split(std::int32_t Number, int At, Risen& risen) {
+    const bool toLeft = At <= MinKeys;
     const int Median = toLeft ? MinKeys : MinKeys + 1;
     Node& right = Append();
-    Node& left = LoadToChange(CurrentRoot);
+    Node& left = LoadToChange(Number);
     std::copy(left.Key + Median, left.Key + MaxKeys, right.Key);
     std::copy(left.Branch + Median + 1, left.Branch + MaxKeysPlusOne, right.Branch + 1);
     right.Count = MaxKeys - Median;
     left.Count = Median;
-    AddItem(CurrentItem, CurrentRight, toLeft ? left : right, toLeft ? Location + 1 : Location - Median + 1);
+    AddItem(risen.Item, risen.Right, toLeft ? left : right, toLeft ? At : At - Median);
     --left.Count;
-    NewItem = left.Key[left.Count];
     right.Branch[0] = left.Branch[left.Count + 1];
+    risen.Item = left.Key[left.Count];
+    risen.Right = NumNodes;
     std::fill(left.Key + left.Count, left.Key + MaxKeys, ItemType{});
     std::fill(left.Branch + left.Count + 1, left.Branch + MaxKeysPlusOne, 0);
-    NewRight = NumNodes;
   }
 
-  // Inserts `CurrentItem` below node `CurrentRoot`. `MoveUp` tells that `NewItem`, with `NewRight` on its right, has to
-  // go into the node above. A key that is present is found before anything is changed.
-  void PushDown(const ItemType& CurrentItem, std::int32_t CurrentRoot, int Level, bool& MoveUp, ItemType& NewItem,
-                std::int32_t& NewRight) {
-    if (CurrentRoot == NilPtr) {
-      MoveUp = true;
-      NewItem = CurrentItem;
-      NewRight = NilPtr;
-      return;
+  // Inserts `Item` below node `Number`. False, with nothing changed, when its key is present: it is found on the way
+  // down.
+  bool PushDown(const ItemType& Item, std::int32_t Number, int Level, Risen& risen) {
+    if (Number == NilPtr) {
+      risen = {true, Item, NilPtr};
+      return true;
     }
-    if (Level == mostLevels) DataFile.fail(CurrentRoot, endlessPath);
+    if (Level == mostLevels) DataFile.fail(Number, endlessPath);
     int Location = 0;
-    const Node& onTheWay = Load(CurrentRoot).node;
-    if (SearchNode(onTheWay, CurrentItem.KeyField, Location))
-      throw duplicateMessage;  // NOLINT(misc-throw-by-value-catch-by-reference): Insert's own signal
-    PushDown(CurrentItem, onTheWay.Branch[Location + 1], Level + 1, MoveUp, NewItem, NewRight);
-    if (!MoveUp) return;
-    Node& current = LoadToChange(CurrentRoot);
+    const Node& onTheWay = Load(Number).node;
+    if (SearchNode(onTheWay, Item.KeyField, Location)) return false;
+    if (!PushDown(Item, onTheWay.Branch[Location + 1], Level + 1, risen)) return false;
+    if (!risen.any) return true;
+    Node& current = LoadToChange(Number);
     if (current.Count == MaxKeys) {
-      Split(NewItem, NewRight, CurrentRoot, Location, NewItem, NewRight);
-      return;
+      Split(Number, Location + 1, risen);
+    } else {
+      AddItem(risen.Item, risen.Right, current, Location + 1);
+      risen.any = false;
     }
-    MoveUp = false;
-    AddItem(NewItem, NewRight, current, Location + 1);
+    return true;
   }
 
   // What makes a node unfit to be used; no text: nothing.
@@ -239,25 +236,12 @@ class BTTableClass {
     return {};
   }
 
-  Slot* Find(std::int32_t Number) {
-    for (const auto& slot : Slots) {
-      if (slot == nullptr || slot->number != Number) continue;
-      slot->lastUse = ++Uses;
-      return slot.get();
-    }
-    return nullptr;
-  }
-
-  // A slot for node `Number`, which is not in memory. The node that made room for it is written if it has changed. The
+  // A slot for node `Number`, which is not in memory. The node that makes room for it is written if it has changed. The
   // content is left for the caller to overwrite.
   Slot& MakeRoom(std::int32_t Number) {
-    std::unique_ptr<Slot>* oldest = Slots.data();
-    for (auto& slot : Slots) {
-      if (slot == nullptr || (*oldest != nullptr && slot->lastUse < (*oldest)->lastUse)) oldest = &slot;
-      if (slot == nullptr) break;
-    }
-    if (*oldest == nullptr) *oldest = std::make_unique<Slot>();
-    Slot& slot = **oldest;
+    if (Slots.size() < mostSlots) Slots.emplace_back();
+    Slot& slot = *std::min_element(Slots.begin(), Slots.end(),
+                                   [](const Slot& a, const Slot& b) { return a.lastUse < b.lastUse; });
     if (!Write(slot)) DataFile.fail(slot.number, {"cannot be written", errno});
     slot.number = Number;
     slot.lastUse = ++Uses;
@@ -271,17 +255,19 @@ class BTTableClass {
     return true;
   }
 
-  // Writes all nodes that have changed. Null, or the slot of one that cannot be written, with errno set.
-  const Slot* WriteChanged() {
-    for (const auto& slot : Slots) {
-      if (slot != nullptr && !Write(*slot)) return slot.get();
-    }
-    return nullptr;
+  // Writes all nodes that have changed. Returns the number of one that cannot be written, with errno set, or NilPtr.
+  std::int32_t WriteChanged() {
+    const auto failed = std::find_if(Slots.begin(), Slots.end(), [this](Slot& slot) { return !Write(slot); });
+    return failed == Slots.end() ? NilPtr : failed->number;
   }
 
   // The node, from memory or the file; null, with the problem, when it cannot be had.
   Slot* TryLoad(std::int32_t Number, TableFile::Problem& problem) {
-    if (Slot* known = Find(Number)) return known;
+    const auto known = std::find_if(Slots.begin(), Slots.end(), [=](const Slot& one) { return one.number == Number; });
+    if (known != Slots.end()) {
+      known->lastUse = ++Uses;
+      return &*known;
+    }
     Slot& slot = MakeRoom(Number);
     if (DataFile.tryRead(Number, &slot.node)) {
       problem = Defect(slot.node);
@@ -383,6 +369,6 @@ class BTTableClass {
 
   std::int32_t Root = NilPtr;
   std::int32_t NumNodes = 0;
-  std::array<std::unique_ptr<Slot>, mostSlots> Slots;
+  std::vector<Slot> Slots;
   std::uint64_t Uses = 0;
 };

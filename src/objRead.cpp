@@ -7,18 +7,11 @@
 #include <functional>
 #include <vector>
 
-#include "diagnostics.h"
 #include "gdbControl.h"
 #include "io.h"
 
 using std::string;
 using std::string_view;
-
-void Error(const char* msg) {
-  std::fprintf(stderr, "%s\n", msg);
-  std::fflush(stderr);
-  std::exit(1);
-}
 
 // ---- The records of the index
 

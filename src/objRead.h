@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "btree.h"
+#include "diagnostics.h"
 #include "gdbAnswer.h"
 #include "typeText.h"
 

@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <thread>
 
 #include "deadline.h"
+#include "diagnostics.h"
 #include "io.h"
 
 namespace {

@@ -8,10 +8,6 @@
 
 #include "uniqueFd.h"
 
-/// The fatal-error routine of the index: writes `msg` and a newline to standard error and ends the program with exit
-/// status 1.
-[[noreturn]] void Error(const char* msg);
-
 class TableFile {
  public:
   /// What is wrong with a record.
