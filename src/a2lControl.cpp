@@ -2,7 +2,6 @@
 
 #include <csignal>
 #include <cstdarg>
-#include <vector>
 
 #include "typeText.h"
 #include "util.h"
@@ -36,10 +35,11 @@ LineKind kindOfReply(std::string_view line) {
 
 std::optional<SourceLocation> locationIn(std::string_view line) {
   if (line.starts_with("??")) return std::nullopt;
-  std::vector<std::string> pieces;
-  split(std::string(untilNul(line)), ":", pieces);
-  if (pieces.size() < 2) return std::nullopt;
-  return SourceLocation{pieces[0], saturatingInt(pieces[1].c_str(), 10)};
+  line = untilNul(line);
+  const std::string file(takeWord(line, ":"));
+  const std::string number(takeWord(line, ":"));
+  if (number.empty()) return std::nullopt;
+  return SourceLocation{file, saturatingInt(number.c_str(), 10)};
 }
 
 A2LControl::A2LControl(const char* exe, Clock::duration replyWait)
@@ -66,7 +66,7 @@ reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
   return pieces;
 }
 
-void A2LControl::childhandler(int) { collectChildren(); }
+void A2LControl::childhandler(int) { ChildState::collectAll(); }
 
 SourceLocation A2LControl::locate(const char* address) {
   const std::string request = std::string(address) + '\n';

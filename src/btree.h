@@ -151,7 +151,6 @@ class BTTableClass {
     std::int64_t items = 0;
     std::int64_t nodes = 0;
     int leafLevel = -1;
-    bool anyKey = false;
     KeyFieldType lastKey{};
   };
 
@@ -346,11 +345,11 @@ class BTTableClass {
       if (!leaf && !CheckSubtree(current.Branch[j], Level + 1, survey)) return false;
       if (j == current.Count) break;
       const KeyFieldType& key = current.Key[j].KeyField;
-      if (survey.anyKey && Compare(survey.lastKey, key) >= 0) return Violation(Number, {"damaged: keys out of order"});
+      if (survey.items > 0 && Compare(survey.lastKey, key) >= 0)
+        return Violation(Number, {"damaged: keys out of order"});
       std::memcpy(survey.lastKey, key, sizeof key);
-      survey.anyKey = true;
+      ++survey.items;
     }
-    survey.items += current.Count;
     return true;
   }
 

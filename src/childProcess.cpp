@@ -35,6 +35,26 @@ timespec timeUntil(Deadline deadline) {
   _exit(255);
 }
 
+// Keeps SIGCHLD from being delivered while it lives, except within `waitFor`. So nothing can happen between looking at
+// a ChildState and acting, or going to sleep, on what was seen.
+class SigchldBlocked {
+ public:
+  SigchldBlocked() {
+    sigset_t sigchld;
+    sigemptyset(&sigchld);
+    sigaddset(&sigchld, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &sigchld, &previous_);
+  }
+  ~SigchldBlocked() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
+  SigchldBlocked(const SigchldBlocked&) = delete;
+  SigchldBlocked& operator=(const SigchldBlocked&) = delete;
+
+  const sigset_t& previous() const { return previous_; }
+
+ private:
+  sigset_t previous_;
+};
+
 // This program's own descriptors are close-on-exec already; these are for those it was given by its parent.
 void closeOtherDescriptors() {
   if (close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0) return;
@@ -74,6 +94,33 @@ Spawned reportFailure(const std::string& what) {
 
 ChildState::ChildState() : nextKnown_(knownStates.load()) { knownStates = this; }
 
+Spawned ChildState::spawn(const SpawnRequest& request) {
+  occupyStandardDescriptors();  // so that no end of a pipe takes the place of one
+  Spawned child;
+  Pipe status;
+  const std::string upper = request.names.upper;
+  if (!makePipe(child.input)) return reportFailure("open pipe to " + upper);
+  if (!makePipe(child.output) || !makePipe(status)) return reportFailure("open pipe from " + upper);
+  const SigchldBlocked blocked;
+  // An end of input ends a child that reads; SIGKILL also one that is busy or mute when this process is killed.
+  child.pid = forkBound(SIGKILL);
+  if (child.pid < 0) return reportFailure("fork process");
+  if (child.pid == 0) runChild(request, child, status.writeEnd.get(), blocked.previous());
+  status.writeEnd.reset();
+  child.output.writeEnd.reset();
+  setNonBlocking(child.input.writeEnd.get());
+  setNonBlocking(child.output.readEnd.get());
+  // The end of the status pipe may also mean that the child was killed before its exec, which SIGCHLD will tell.
+  char failed = 0;
+  child.executed = readRetrying(status.readEnd.get(), &failed, 1) == 0;
+  pid_ = child.pid;
+  active_ = child.executed ? 1 : 0;
+  if (child.executed) return child;
+  ::kill(child.pid, SIGKILL);
+  waitpid(child.pid, nullptr, 0);
+  return child;
+}
+
 bool ChildState::stillRuns() {
   const SigchldBlocked blocked;
   if (active_ && waitpid(pid_, nullptr, WNOHANG) != 0) active_ = 0;
@@ -100,7 +147,7 @@ bool ChildState::isBusy() const {
 }
 
 void ChildState::awaitEnd(Deadline deadline) {
-  while (stillRuns() && waitOnce(-1, 0, deadline, this) == WaitResult::Interrupted) continue;
+  if (stillRuns()) waitFor(-1, 0, deadline, this);
 }
 
 void ChildState::kill(Deadline deadline) {
@@ -111,7 +158,7 @@ void ChildState::kill(Deadline deadline) {
   active_ = 0;
 }
 
-void collectChildren() {
+void ChildState::collectAll() {
   const int savedErrno = errno;
   for (pid_t pid = waitpid(-1, nullptr, WNOHANG); pid > 0; pid = waitpid(-1, nullptr, WNOHANG)) {
     for (ChildState* state = knownStates; state != nullptr; state = state->nextKnown_) {
@@ -121,24 +168,19 @@ void collectChildren() {
   errno = savedErrno;
 }
 
-SigchldBlocked::SigchldBlocked() {
-  sigset_t sigchld;
-  sigemptyset(&sigchld);
-  sigaddset(&sigchld, SIGCHLD);
-  sigprocmask(SIG_BLOCK, &sigchld, &previous_);
-}
-
-WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* child) {
+WaitResult waitFor(int fd, short events, Deadline deadline, const ChildState* child) {
   const SigchldBlocked blocked;
-  const bool noSleep = child != nullptr && !child->active();
-  const timespec left = noSleep ? timespec{0, 0} : timeUntil(deadline);
   sigset_t waitMask = blocked.previous();
   sigdelset(&waitMask, SIGCHLD);
   pollfd watched{fd, events, 0};
-  const int count = ppoll(&watched, 1, &left, &waitMask);
-  if (count > 0) return (watched.revents & POLLNVAL) != 0 ? WaitResult::Failed : WaitResult::Ready;
-  if (count == 0) return WaitResult::TimedOut;
-  return errno == EINTR ? WaitResult::Interrupted : WaitResult::Failed;
+  for (;;) {
+    const bool gone = child != nullptr && !child->active();
+    const timespec left = timeUntil(gone ? Deadline() : deadline);
+    const int count = ppoll(&watched, 1, &left, &waitMask);
+    if (count > 0) return (watched.revents & POLLNVAL) != 0 ? WaitResult::Failed : WaitResult::Ready;
+    if (count < 0 && errno != EINTR) return WaitResult::Failed;
+    if (count == 0 || child == nullptr) return WaitResult::TimedOut;
+  }
 }
 
 pid_t forkBound(int deathSignal) {
@@ -148,30 +190,4 @@ pid_t forkBound(int deathSignal) {
   prctl(PR_SET_PDEATHSIG, deathSignal);
   if (getppid() != parent) _exit(255);
   return 0;
-}
-
-Spawned spawn(const SpawnRequest& request, ChildState& state) {
-  Spawned child;
-  Pipe status;
-  const std::string upper = request.names.upper;
-  if (!makePipe(child.input)) return reportFailure("open pipe to " + upper);
-  if (!makePipe(child.output) || !makePipe(status)) return reportFailure("open pipe from " + upper);
-  const SigchldBlocked blocked;
-  // An end of input ends a child that reads; SIGKILL also one that is busy or mute when this process is killed.
-  child.pid = forkBound(SIGKILL);
-  if (child.pid < 0) return reportFailure("fork process");
-  if (child.pid == 0) runChild(request, child, status.writeEnd.get(), blocked.previous());
-  status.writeEnd.reset();
-  child.output.writeEnd.reset();
-  setNonBlocking(child.input.writeEnd.get());
-  setNonBlocking(child.output.readEnd.get());
-  // The end of the status pipe may also mean that the child was killed before its exec, which SIGCHLD will tell.
-  char failed = 0;
-  child.executed = readRetrying(status.readEnd.get(), &failed, 1) == 0;
-  state.pid_ = child.pid;
-  state.active_ = child.executed ? 1 : 0;
-  if (child.executed) return child;
-  ::kill(child.pid, SIGKILL);
-  waitpid(child.pid, nullptr, 0);
-  return child;
 }

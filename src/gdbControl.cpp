@@ -63,7 +63,7 @@ response* GDBControl::convGDB(unsigned int timeout, const char* fmt, ...) {
   return pieces;
 }
 
-void GDBControl::childhandler(int) { collectChildren(); }
+void GDBControl::childhandler(int) { ChildState::collectAll(); }
 
 GDBControl::Answer GDBControl::queryGDB(const std::string& command, std::string_view subject,
                                         const Conversation::Sink& useLine) {

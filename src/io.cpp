@@ -28,15 +28,6 @@ bool inFull(Byte* at, std::size_t size, off_t offset, Call call) {
   return true;
 }
 
-// Moves a descriptor out of the range of the standard streams. False with errno set when none is free.
-bool moveAboveStandard(UniqueFd& fd) {
-  if (fd.get() > STDERR_FILENO) return true;
-  UniqueFd moved(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-  if (!moved) return false;
-  fd = std::move(moved);
-  return true;
-}
-
 }  // namespace
 
 UniqueFd openFile(const char* path, int flags, mode_t mode) {
@@ -64,7 +55,7 @@ bool makePipe(Pipe& pipe) {
   if (pipe2(ends, O_CLOEXEC) != 0) return false;
   pipe.readEnd.reset(ends[0]);
   pipe.writeEnd.reset(ends[1]);
-  return moveAboveStandard(pipe.readEnd) && moveAboveStandard(pipe.writeEnd);
+  return true;
 }
 
 void setNonBlocking(int fd) {

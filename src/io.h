@@ -29,8 +29,7 @@ struct Pipe {
   UniqueFd writeEnd;
 };
 
-/// Makes a pipe whose ends are close-on-exec and never take the numbers 0 to 2, so that moving them onto a
-/// child's standard descriptors cannot overwrite one of them. False on failure, with errno set.
+/// Makes a pipe whose ends are close-on-exec. False on failure, with errno set.
 bool makePipe(Pipe& pipe);
 
 /// Adds O_NONBLOCK to the status flags of `fd`; failures are ignored, as on the ends of a fresh pipe there are none.

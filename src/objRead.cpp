@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <vector>
 
 #include "gdbControl.h"
 #include "io.h"
@@ -50,15 +49,7 @@ namespace {
 
 constexpr const char* blanks = " \t";
 
-// Takes the next word off the front of `text`; empty when there is none.
-string_view takeWord(string_view& text, const char* separators) {
-  text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
-  const string_view word = text.substr(0, text.find_first_of(separators));
-  text.remove_prefix(word.size());
-  return word;
-}
-
-// The address text of a declaration line: the hexadecimal digits behind "0x" and the zeros after it in the line's last
+// The address text of a declaration line: the hexadecimal digits after "0x" and the zeros after it in the line's last
 // comment. Empty when the line has none.
 string_view addressInComment(string_view line) {
   if (line.size() < 10 || !line.ends_with("*/;")) return {};
@@ -139,14 +130,11 @@ void fillIndex(const string& directory, IndexTable& table) {
 }
 
 IndexTable& crtMap() {
-  static IndexTable& filled = []() -> IndexTable& {
-    const char* dbenv = std::getenv("DB");
-    const string directory = dbenv != nullptr ? dbenv : "./";
-    static IndexTable btTable('w', (directory + "/vifa.dat").c_str());
-    fillIndex(directory, btTable);
-    return btTable;
-  }();
-  return filled;
+  const char* dbenv = std::getenv("DB");
+  const string directory = dbenv != nullptr ? dbenv : "./";
+  static IndexTable btTable('w', (directory + "/vifa.dat").c_str());
+  fillIndex(directory, btTable);
+  return btTable;
 }
 
 // ---- The debugger

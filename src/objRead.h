@@ -69,9 +69,8 @@ bool itemFromDeclaration(std::string_view line, const TMAP& listed, ItemType& it
 /// table then holds what was read of `objdump.txt` before.
 void fillIndex(const std::string& directory, IndexTable& table);
 
-/// Builds the index on the first call unless it is built, in the directory that the environment variable DB names
-/// (default "./"), and returns it, open until the program ends. A `vifa.dat` that cannot be created ends the program
-/// through Error.
+/// Builds the index in the directory that the environment variable DB names (default "./"), and returns it, open until
+/// the program ends. To be called once. A `vifa.dat` that cannot be created ends the program through Error.
 IndexTable& crtMap();
 
 /// Asks gdb for the type of the variable `vname` in the executable that the environment variable EXEFILE names. True

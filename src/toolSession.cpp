@@ -43,7 +43,7 @@ int ToolSession::start(const std::vector<std::string>& argv, std::string_view fi
   wasHeard_ = false;
   stateTells_ = true;
   conversation_.start();
-  tool_ = spawn({names_, argv, firstOutput}, child_);
+  tool_ = child_.spawn({names_, argv, firstOutput});
   return canBeHeard() ? 0 : -1;
 }
 
@@ -62,7 +62,7 @@ bool ToolSession::sendUnsent(Deadline deadline) {
   while (!unsent_.empty()) {
     const int fd = tool_.input.writeEnd.get();
     const ssize_t count = writeRetrying(fd, unsent_.data(), unsent_.size());
-    if (count < 0 && (errno != EAGAIN || waitFor(fd, POLLOUT, deadline) != WaitResult::Ready)) return false;
+    if (count < 0 && (errno != EAGAIN || waitFor(fd, POLLOUT, deadline, &child_) != WaitResult::Ready)) return false;
     unsent_.erase(0, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   }
   return true;
@@ -72,7 +72,7 @@ int ToolSession::have(int fd, int seconds) const {
   if (fd < 0 || seconds < 0) return 0;
   if (fd == tool_.output.readEnd.get() && conversation_.holdsText()) return 1;
   const Deadline deadline = exchangeDeadline(static_cast<unsigned int>(seconds));
-  return waitOnce(fd, POLLIN, deadline, nullptr) == WaitResult::Ready ? 1 : 0;
+  return waitFor(fd, POLLIN, deadline, nullptr) == WaitResult::Ready ? 1 : 0;
 }
 
 int ToolSession::readPiece(char* buffer, std::size_t size) {
@@ -160,7 +160,7 @@ ToolSession::Ending ToolSession::listen() {
 // Waits for output until `deadline` and reads a block of it.
 ToolSession::Ending ToolSession::readBefore(Deadline deadline) {
   arrived_ = {};
-  const WaitResult waited = waitFor(tool_.output.readEnd.get(), POLLIN, deadline);
+  const WaitResult waited = waitFor(tool_.output.readEnd.get(), POLLIN, deadline, &child_);
   if (waited == WaitResult::Failed) return Ending::Error;
   // Whoever still holds the pipe open, nothing comes from a child that is gone.
   if (waited == WaitResult::TimedOut) return child_.active() ? Ending::None : Ending::Output;
@@ -181,15 +181,8 @@ void ToolSession::dropTextAtHand() {
     if (finished) return;
     // One that never reads its input itself, such as a script around the tool, always seems to be busy.
     if (Clock::now() - begin > finishPatience) stateTells_ = false;
-    waitFor(tool_.output.readEnd.get(), POLLIN, Clock::now() + pieceEndPause);
+    waitFor(tool_.output.readEnd.get(), POLLIN, Clock::now() + pieceEndPause, &child_);
   }
-}
-
-// Waits until the deadline however many signals come.
-WaitResult ToolSession::waitFor(int fd, short events, Deadline deadline) const {
-  WaitResult result = WaitResult::Interrupted;
-  while (result == WaitResult::Interrupted) result = waitOnce(fd, events, deadline, &child_);
-  return result;
 }
 
 // Reads one block. Returns its size; 0 at the end of the output, -1 on an error.

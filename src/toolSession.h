@@ -39,8 +39,8 @@ class ToolSession {
   ToolSession(const ToolNames& names, ChildState& child, const ConversationRules& rules)
       : names_(names), child_(child), conversation_(rules) {}
 
-  /// Starts a child as `spawn` does, after closing the descriptors of an earlier start. Returns 0, or -1 after a
-  /// message on standard error when a pipe or the fork fails.
+  /// Starts a child as ChildState::spawn does, after closing the descriptors of an earlier start. Returns 0, or -1
+  /// after a message on standard error when a pipe or the fork fails.
   int start(const std::vector<std::string>& argv, std::string_view firstOutput);
 
   /// Whether the child that this object started is believed to run and can still be heard.
@@ -94,7 +94,6 @@ class ToolSession {
   Ending listen();
   Ending readBefore(Deadline deadline);
   void dropTextAtHand();
-  WaitResult waitFor(int fd, short events, Deadline deadline) const;
   ssize_t readBlock();
   void noteEnd();
   void report(Ending ending, bool verbose) const;
