@@ -33,13 +33,13 @@ LineKind kindOfReply(std::string_view line) {
   return text.starts_with("??") || text.find(':') != text.npos ? LineKind::Reply : LineKind::Other;
 }
 
-std::optional<SourceLocation> locationIn(std::string_view line) {
-  if (line.starts_with("??")) return std::nullopt;
+SourceLocation locationIn(std::string_view line) {
+  if (line.starts_with("??")) return {};
   line = untilNul(line);
   const std::string file(takeWord(line, ":"));
   const std::string number(takeWord(line, ":"));
-  if (number.empty()) return std::nullopt;
-  return SourceLocation{file, saturatingInt(number.c_str(), 10)};
+  if (number.empty()) return {};
+  return {file, saturatingInt(number.c_str(), 10)};
 }
 
 A2LControl::A2LControl(const char* exe, Clock::duration replyWait)
@@ -71,9 +71,9 @@ void A2LControl::childhandler(int) { ChildState::collectAll(); }
 SourceLocation A2LControl::locate(const char* address) {
   const std::string request = std::string(address) + '\n';
   const auto replies = static_cast<unsigned>((request.size() + charactersAtATime - 1) / charactersAtATime);
-  std::optional<SourceLocation> location;
+  SourceLocation location;
   session_.exchange(request, {.replies = replies}, [&location](std::string_view line) {
-    if (!location) location = locationIn(line);
+    if (location.file.empty()) location = locationIn(line);
   });
-  return location.value_or(SourceLocation{});
+  return location;
 }

@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -22,9 +21,9 @@ struct SourceLocation {
 LineKind kindOfReply(std::string_view line);
 
 /// The place that `line`, a reply, names: the first two pieces around ':', the second read as atoi does (blanks and a
-/// sign before the digits, anything after them; 0 without digits). Nothing when it begins with "??" or has fewer than
+/// sign before the digits, anything after them; 0 without digits). Empty when it begins with "??" or has fewer than
 /// two pieces.
-std::optional<SourceLocation> locationIn(std::string_view line);
+SourceLocation locationIn(std::string_view line);
 
 class A2LControl {
  public:

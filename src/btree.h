@@ -3,7 +3,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -39,20 +38,16 @@ class BTTableClass {
   /// opens an existing one for Retrieve (a file shorter than its header is an empty table). Does not return on failure.
   BTTableClass(char Mode, const char* FileName) : DataFile(Mode, FileName, sizeof(Node)), OpenMode(Mode) {
     Slots.reserve(mostSlots);  // they are never moved
-    if (OpenMode == 'r') {
-      ReadHeader();
-    } else if (!WriteHeader()) {
-      DataFile.fail(0, {"cannot be written", errno});
-    }
+    DataFile.exitOn(OpenMode == 'r' ? ReadHeader() : WriteHeader());
   }
 
   /// In mode 'w' completes the file by writing its header; a failure is reported on standard error.
   ~BTTableClass() {
     // A table that failed keeps the header of an empty one, so that nobody takes it for finished.
     if (OpenMode != 'w' || DataFile.failed()) return;
-    std::int32_t failed = WriteChanged();
-    if (failed == NilPtr && !WriteHeader()) failed = 0;
-    if (failed != NilPtr) DataFile.report(failed, {"cannot be written", errno});
+    Problem problem = WriteChanged();
+    if (!problem) problem = WriteHeader();
+    if (problem) DataFile.report(problem);
   }
   BTTableClass(const BTTableClass&) = delete;
   BTTableClass& operator=(const BTTableClass&) = delete;
@@ -77,8 +72,7 @@ class BTTableClass {
   bool Retrieve(const KeyFieldType& SearchKey, ItemType& Item) {
     std::int32_t number = Root;
     for (int level = 0; number != NilPtr; ++level) {
-      if (level == mostLevels) DataFile.fail(number, endlessPath);
-      const Node& current = Load(number).node;
+      const Node& current = Load(number, level).node;
       int Location = 0;
       if (SearchNode(current, SearchKey, Location)) {
         Item = current.Key[Location];
@@ -90,10 +84,7 @@ class BTTableClass {
   }
 
   /// Writes every node that has changed to the file.
-  void Flush() {
-    const std::int32_t failed = WriteChanged();
-    if (failed != NilPtr) DataFile.fail(failed, {"cannot be written", errno});
-  }
+  void Flush() { DataFile.exitOn(WriteChanged()); }
 
   /// Whether the table holds no item.
   bool Empty() const { return Root == NilPtr; }
@@ -109,10 +100,10 @@ class BTTableClass {
     if (OpenMode == 'w') Flush();
     Survey survey;
     if (Root != NilPtr && !CheckSubtree(Root, 0, survey)) return false;
-    if (survey.items != NumItems) return Violation(0, {"wrong number of items"});
-    if (survey.nodes != NumNodes) return Violation(0, {"wrong number of nodes"});
+    if (survey.items != NumItems) return DataFile.report({0, "wrong number of items"});
+    if (survey.nodes != NumNodes) return DataFile.report({0, "wrong number of nodes"});
     const std::int64_t length = (static_cast<std::int64_t>(NumNodes) + 1) * static_cast<std::int64_t>(sizeof(Node));
-    return DataFile.size() == length || Violation(0, {"wrong length of the file"});
+    return DataFile.size() == length || DataFile.report({0, "wrong length of the file"});
   }
 
  protected:
@@ -122,6 +113,7 @@ class BTTableClass {
 
  private:
   using Node = NodeType<ItemType>;
+  using Problem = TableFile::Problem;
   static_assert(std::is_trivially_copyable_v<Node> && std::is_standard_layout_v<Node>);
 
   // Nodes in memory at most. With nodes of 28,116 bytes these are 900,000 bytes, whatever the size of the tree; many
@@ -129,7 +121,6 @@ class BTTableClass {
   static constexpr std::size_t mostSlots = 32;
   // More levels than any tree of 2^31 nodes has; a path that is longer is a cycle.
   static constexpr int mostLevels = 32;
-  static constexpr TableFile::Problem endlessPath{"damaged: on a path that does not end"};
 
   // A node in memory. The least recently used one makes room for another.
   struct Slot {
@@ -181,7 +172,7 @@ class BTTableClass {
     const bool toLeft = At <= MinKeys;
     const int Median = toLeft ? MinKeys : MinKeys + 1;
     Node& right = Append();
-    Node& left = LoadToChange(Number);
+    Node& left = LoadToChange(Number, 0);
     std::copy(left.Key + Median, left.Key + MaxKeys, right.Key);
     std::copy(left.Branch + Median + 1, left.Branch + MaxKeysPlusOne, right.Branch + 1);
     right.Count = MaxKeys - Median;
@@ -202,13 +193,12 @@ class BTTableClass {
       risen = {true, Item, NilPtr};
       return true;
     }
-    if (Level == mostLevels) DataFile.fail(Number, endlessPath);
     int Location = 0;
-    const Node& onTheWay = Load(Number).node;
+    const Node& onTheWay = Load(Number, Level).node;
     if (SearchNode(onTheWay, Item.KeyField, Location)) return false;
     if (!PushDown(Item, onTheWay.Branch[Location + 1], Level + 1, risen)) return false;
     if (!risen.any) return true;
-    Node& current = LoadToChange(Number);
+    Node& current = LoadToChange(Number, Level);
     if (current.Count == MaxKeys) {
       Split(Number, Location + 1, risen);
     } else {
@@ -218,18 +208,19 @@ class BTTableClass {
     return true;
   }
 
-  // What makes a node unfit to be used; no text: nothing.
-  TableFile::Problem Defect(const Node& Current) const {
-    if (Current.Count < 1 || Current.Count > MaxKeys) return {"damaged: its number of items"};
+  // What makes a node from the file unfit to be used.
+  Problem Defect(std::int32_t Number, const Node& Current) const {
+    if (Current.Count < 1 || Current.Count > MaxKeys) return {Number, "damaged: its number of items"};
     for (int j = 0; j <= Current.Count; ++j) {
       const std::int32_t branch = Current.Branch[j];
-      if (branch != NilPtr && (branch < 1 || branch > NumNodes)) return {"damaged: a branch to no node"};
+      if (branch != NilPtr && (branch < 1 || branch > NumNodes)) return {Number, "damaged: a branch to no node"};
     }
     for (int i = 0; i < Current.Count; ++i) {
       const ItemType& item = Current.Key[i];
-      if (std::memchr(item.KeyField, 0, sizeof item.KeyField) == nullptr) return {"damaged: a key without an end"};
+      if (std::memchr(item.KeyField, 0, sizeof item.KeyField) == nullptr)
+        return {Number, "damaged: a key without an end"};
       if constexpr (requires { item.isWhole(); }) {
-        if (!item.isWhole()) return {"damaged: a text without an end"};
+        if (!item.isWhole()) return {Number, "damaged: a text without an end"};
       }
     }
     return {};
@@ -241,60 +232,55 @@ class BTTableClass {
     if (Slots.size() < mostSlots) Slots.emplace_back();
     Slot& slot = *std::min_element(Slots.begin(), Slots.end(),
                                    [](const Slot& a, const Slot& b) { return a.lastUse < b.lastUse; });
-    if (!Write(slot)) DataFile.fail(slot.number, {"cannot be written", errno});
+    DataFile.exitOn(Write(slot));
     slot.number = Number;
     slot.lastUse = ++Uses;
     return slot;
   }
 
-  // Writes a node that has changed. False on failure, with errno set.
-  bool Write(Slot& slot) {
-    if (slot.changed && !DataFile.tryWrite(slot.number, &slot.node)) return false;
-    slot.changed = false;
-    return true;
+  // Writes a node that has changed.
+  Problem Write(Slot& slot) {
+    const Problem problem = slot.changed ? DataFile.write(slot.number, &slot.node) : Problem();
+    slot.changed = static_cast<bool>(problem);
+    return problem;
   }
 
-  // Writes all nodes that have changed. Returns the number of one that cannot be written, with errno set, or NilPtr.
-  std::int32_t WriteChanged() {
-    const auto failed = std::find_if(Slots.begin(), Slots.end(), [this](Slot& slot) { return !Write(slot); });
-    return failed == Slots.end() ? NilPtr : failed->number;
+  // Writes all nodes that have changed, up to the first problem.
+  Problem WriteChanged() {
+    Problem problem;
+    for (auto slot = Slots.begin(); slot != Slots.end() && !problem; ++slot) problem = Write(*slot);
+    return problem;
   }
 
-  // The node, from memory or the file; null, with the problem, when it cannot be had.
-  Slot* TryLoad(std::int32_t Number, TableFile::Problem& problem) {
+  // Sets `found` to the slot of a node, which is read unless it is in memory.
+  Problem Find(std::int32_t Number, int Level, Slot*& found) {
+    if (Level == mostLevels) return {Number, "damaged: on a path that does not end"};
     const auto known = std::find_if(Slots.begin(), Slots.end(), [=](const Slot& one) { return one.number == Number; });
-    if (known != Slots.end()) {
-      known->lastUse = ++Uses;
-      return &*known;
-    }
-    Slot& slot = MakeRoom(Number);
-    if (DataFile.tryRead(Number, &slot.node)) {
-      problem = Defect(slot.node);
-    } else {
-      problem = {errno != 0 ? "cannot be read" : "cannot be read whole", errno};
-    }
-    if (problem.text == nullptr) return &slot;
-    slot.number = NilPtr;
-    return nullptr;
+    found = known != Slots.end() ? &*known : &MakeRoom(Number);
+    found->lastUse = ++Uses;
+    if (known != Slots.end()) return {};
+    Problem problem = DataFile.read(Number, &found->node);
+    if (!problem) problem = Defect(Number, found->node);
+    if (problem) found->number = NilPtr;
+    return problem;
   }
 
   // Valid until as many other nodes as there are slots have been used.
-  Slot& Load(std::int32_t Number) {
-    TableFile::Problem problem;
-    Slot* slot = TryLoad(Number, problem);
-    if (slot == nullptr) DataFile.fail(Number, problem);
-    return *slot;
+  Slot& Load(std::int32_t Number, int Level) {
+    Slot* found = nullptr;
+    DataFile.exitOn(Find(Number, Level, found));
+    return *found;
   }
 
-  Node& LoadToChange(std::int32_t Number) {
-    Slot& slot = Load(Number);
+  Node& LoadToChange(std::int32_t Number, int Level) {
+    Slot& slot = Load(Number, Level);
     slot.changed = true;
     return slot.node;
   }
 
   // A new, zeroed node, number `NumNodes`, for the caller to fill.
   Node& Append() {
-    if (NumNodes == INT32_MAX) DataFile.fail(NumNodes, {"is the last possible node"});
+    if (NumNodes == INT32_MAX) DataFile.exitOn({NumNodes, "is the last possible node"});
     Slot& slot = MakeRoom(NumNodes + 1);
     ++NumNodes;
     std::memset(static_cast<void*>(&slot.node), 0, sizeof slot.node);
@@ -303,50 +289,43 @@ class BTTableClass {
   }
 
   // The header has the shape of a node, with its three numbers in the first branches.
-  void ReadHeader() {
+  Problem ReadHeader() {
     const auto header = std::make_unique<Node>();
-    const bool whole = DataFile.tryRead(0, header.get());
-    if (!whole && errno != 0) DataFile.fail(0, {"cannot be read", errno});
-    if (!whole) return;
+    // A file without a header is an empty table.
+    if (const Problem problem = DataFile.read(0, header.get())) return problem.errorNumber != 0 ? problem : Problem();
     NumItems = header->Branch[0];
     NumNodes = header->Branch[1];
     Root = header->Branch[2];
-    const bool empty = Root == NilPtr && NumItems == 0 && NumNodes == 0;
-    if (!empty && (Root < 1 || Root > NumNodes || NumItems < 1)) DataFile.fail(0, {"damaged header"});
+    if (Root == NilPtr && NumItems == 0 && NumNodes == 0) return {};
+    return Root >= 1 && Root <= NumNodes && NumItems >= 1 ? Problem() : Problem{0, "damaged header"};
   }
 
-  bool WriteHeader() {
+  Problem WriteHeader() {
     const auto header = std::make_unique<Node>();
     header->Branch[0] = NumItems;
     header->Branch[1] = NumNodes;
     header->Branch[2] = Root;
-    return DataFile.tryWrite(0, header.get());
-  }
-
-  bool Violation(std::int32_t Number, const TableFile::Problem& problem) {
-    DataFile.report(Number, problem);
-    return false;
+    return DataFile.write(0, header.get());
   }
 
   // Walks the subtree in key order: keys that ascend over the whole walk also lie within the bounds of their branches.
   bool CheckSubtree(std::int32_t Number, int Level, Survey& survey) {
-    if (Level == mostLevels || ++survey.nodes > NumNodes) return Violation(Number, {"damaged: reached twice"});
-    TableFile::Problem problem;
-    const Slot* found = TryLoad(Number, problem);
-    if (found == nullptr) return Violation(Number, problem);
+    if (++survey.nodes > NumNodes) return DataFile.report({Number, "damaged: reached twice"});
+    Slot* found = nullptr;
+    if (const Problem problem = Find(Number, Level, found)) return DataFile.report(problem);
     const auto copy = std::make_unique<Node>(found->node);  // its slot may be reused further down
     const Node& current = *copy;
-    if (Number != Root && current.Count < MinKeys) return Violation(Number, {"damaged: too few items"});
+    if (Number != Root && current.Count < MinKeys) return DataFile.report({Number, "damaged: too few items"});
     const bool leaf = current.Branch[0] == NilPtr;
     if (leaf && survey.leafLevel < 0) survey.leafLevel = Level;
-    if (leaf && survey.leafLevel != Level) return Violation(Number, {"damaged: a leaf at another depth"});
+    if (leaf && survey.leafLevel != Level) return DataFile.report({Number, "damaged: a leaf at another depth"});
     for (int j = 0; j <= current.Count; ++j) {
-      if ((current.Branch[j] == NilPtr) != leaf) return Violation(Number, {"damaged: some branches missing"});
+      if ((current.Branch[j] == NilPtr) != leaf) return DataFile.report({Number, "damaged: some branches missing"});
       if (!leaf && !CheckSubtree(current.Branch[j], Level + 1, survey)) return false;
       if (j == current.Count) break;
       const KeyFieldType& key = current.Key[j].KeyField;
       if (survey.items > 0 && Compare(survey.lastKey, key) >= 0)
-        return Violation(Number, {"damaged: keys out of order"});
+        return DataFile.report({Number, "damaged: keys out of order"});
       std::memcpy(survey.lastKey, key, sizeof key);
       ++survey.items;
     }
@@ -355,8 +334,7 @@ class BTTableClass {
 
   void DumpSubtree(std::int32_t Number, int Level) {
     if (Number == NilPtr) return;
-    if (Level == mostLevels) DataFile.fail(Number, endlessPath);
-    const auto copy = std::make_unique<Node>(Load(Number).node);
+    const auto copy = std::make_unique<Node>(Load(Number, Level).node);
     for (int j = 0; j <= copy->Count; ++j) {
       DumpSubtree(copy->Branch[j], Level + 1);
       if (j == copy->Count) continue;

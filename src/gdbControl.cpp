@@ -65,10 +65,12 @@ response* GDBControl::convGDB(unsigned int timeout, const char* fmt, ...) {
 
 void GDBControl::childhandler(int) { ChildState::collectAll(); }
 
-GDBControl::Answer GDBControl::queryGDB(const std::string& command, std::string_view subject,
-                                        const Conversation::Sink& useLine) {
+bool GDBControl::queryGDB(const std::string& command, std::string_view subject, const Conversation::Sink& useLine) {
   const Conversation& conversation = session_.conversation();
-  if (!session_.isRunning() || conversation.left() == Clock::duration::zero()) return Answer::Partial;
-  if (session_.exchange(command, {.subject = subject}, useLine)) return Answer::Whole;
-  return conversation.heard() || child_.active() ? Answer::Partial : Answer::Died;
+  for (int attempt = 0; attempt < 2 && conversation.left() > Clock::duration::zero(); ++attempt) {
+    if (isGdbActive() == 0 && startGDB() != 0) break;
+    if (session_.exchange(command, {.subject = subject}, useLine)) return true;
+    if (conversation.heard() || isGdbActive() != 0) break;
+  }
+  return false;
 }

@@ -20,13 +20,6 @@ class GDBControl {
   /// All waits in vain together take at most this many times the silence of a query.
   static constexpr int maxTimeouts = 6;
 
-  /// How an exchange of queryGDB ended.
-  enum class Answer {
-    Whole,    ///< with a prompt
-    Partial,  ///< with silence, or never begun
-    Died      ///< with the end of gdb, before the first byte of the answer
-  };
-
   /// `exe`: path of the executable to debug; `queryWait`: longest silence within an answer of queryGDB. Starts nothing.
   explicit GDBControl(const char* exe, Clock::duration queryWait = std::chrono::seconds(queryPatience));
   ~GDBControl() { endGDB(); }
@@ -54,9 +47,11 @@ class GDBControl {
 
   /// An exchange that is paired with its own answer: sends `command`, which ends in a newline and asks for `subject`,
   /// and hands each line of the answer, newline removed and pauses within it joined, to `useLine`, up to the prompt.
-  /// Gives up after `queryWait` of silence, and asks nothing more after `maxTimeouts` times that in all. Answers to
-  /// earlier questions are recognised by their prompts, or by what gdb says that it answers, and dropped.
-  Answer queryGDB(const std::string& command, std::string_view subject, const Conversation::Sink& useLine);
+  /// Starts gdb if it is not active, and once more when it ends before the first byte of the answer. Gives up after
+  /// `queryWait` of silence, and asks nothing more after `maxTimeouts` times that in all. Answers to earlier questions
+  /// are recognised by their prompts, or by what gdb says that it answers, and dropped. Returns whether the answer
+  /// ended with a prompt.
+  bool queryGDB(const std::string& command, std::string_view subject, const Conversation::Sink& useLine);
 
  private:
   static ChildState child_;

@@ -39,7 +39,8 @@ bool DataFieldType::setVarName(const char* t) {
   return stored;
 }
 
-bool DataFieldType::isWhole() const {
+bool ItemType::isWhole() const {
+  const auto& [type, name] = DataField;
   return std::memchr(type, 0, sizeof type) != nullptr && std::memchr(name, 0, sizeof name) != nullptr;
 }
 
@@ -163,11 +164,7 @@ bool getDataTypeFromGDB(const string& vname, string& dtype) {
   const string command = "info var " + lvname + "\n";
   if (command.size() >= ToolSession::textSize || !isOneLine(vname)) return false;
   AnswerReader answer(vname, dtype);
-  // Asked once more when gdb ends before it answers.
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    if (gctl.isGdbActive() == 0) gctl.startGDB();
-    if (gctl.queryGDB(command, lvname, std::ref(answer)) != GDBControl::Answer::Died) break;
-  }
+  gctl.queryGDB(command, lvname, std::ref(answer));
   return answer.found();
 }
 

@@ -30,9 +30,6 @@ struct DataFieldType {
   /// Stores `t` as the name text. False when it has more than 499 characters, with the same consequences.
   bool setVarName(const char* t);
 
-  /// Whether both texts have an end, as they must when they come from a file.
-  bool isWhole() const;
-
   char type[2000]{};  ///< data type
   char name[500]{};   ///< name
 };
@@ -42,8 +39,8 @@ struct ItemType {
   KeyFieldType KeyField{};
   DataFieldType DataField;
 
-  /// Whether all texts have an end.
-  bool isWhole() const { return DataField.isWhole(); }
+  /// Whether the texts of `DataField` have an end, as they must when they come from a file.
+  bool isWhole() const;
 };
 
 static_assert(sizeof(ItemType) == KFMaxPlus1 + 2000 + 500);

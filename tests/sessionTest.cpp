@@ -41,9 +41,9 @@ std::string locate(A2LControl& session, const std::string& address) {
 // The lines of the answer, "|" after each; "?" when it does not come whole.
 std::string ask(GDBControl& session, const std::string& command) {
   std::string answer;
-  const auto how =
+  const bool whole =
       session.queryGDB(command + "\n", command, [&](std::string_view line) { answer += std::string(line) + "|"; });
-  return how == GDBControl::Answer::Whole ? answer : "?";
+  return whole ? answer : "?";
 }
 
 // What `work`, which has to end in time, writes to standard error.
