@@ -256,9 +256,12 @@ class BTTableClass {
   Problem Find(std::int32_t Number, int Level, Slot*& found) {
     if (Level == mostLevels) return {Number, "damaged: on a path that does not end"};
     const auto known = std::find_if(Slots.begin(), Slots.end(), [=](const Slot& one) { return one.number == Number; });
-    found = known != Slots.end() ? &*known : &MakeRoom(Number);
-    found->lastUse = ++Uses;
-    if (known != Slots.end()) return {};
+    if (known != Slots.end()) {
+      known->lastUse = ++Uses;
+      found = &*known;
+      return {};
+    }
+    found = &MakeRoom(Number);
     Problem problem = DataFile.read(Number, &found->node);
     if (!problem) problem = Defect(Number, found->node);
     if (problem) found->number = NilPtr;
