@@ -52,7 +52,7 @@ int A2LControl::startA2L() {
 }
 
 void A2LControl::endA2L() {
-  if (!session_.wasHeard()) session_.awaitEnd(Clock::now() + goodbyePatience);
+  if (session_.conversation().heard() == 0) session_.awaitEnd(Clock::now() + goodbyePatience);
   child_.kill(Clock::now() + killPatience);
 }
 

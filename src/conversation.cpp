@@ -34,22 +34,18 @@ void Conversation::await(const Request& request, Sink sink, Deadline now) {
   longestPiece_ = request.longestPiece;
   due_ = request.replies;
   said_ = Said::Nothing;
-  heard_ = false;
 }
 
 void Conversation::fail(Deadline begin, Deadline now) {
   charge(now - begin);
   mute_ = true;
   phase_ = Phase::GivenUp;
-  heard_ = false;
 }
 
 std::optional<Deadline> Conversation::hear(std::string_view bytes, Deadline now) {
   text_.append(bytes);
-  if (!bytes.empty()) {
-    lastText_ = now;
-    heard_ = true;
-  }
+  heard_ += bytes.size();
+  if (!bytes.empty()) lastText_ = now;
   while (waits()) {
     const auto unit = nextUnit(now);
     if (!unit) break;

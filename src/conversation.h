@@ -80,8 +80,8 @@ class Conversation {
   bool complete() const { return phase_ >= Phase::Further; }
   /// Whether a tool that is at work may still write something that belongs to that reply.
   bool mayGoOn() const { return complete() && toListen_ > 0; }
-  /// Whether any text arrived during the latest wait.
-  bool heard() const { return heard_; }
+  /// Bytes that arrived while something was awaited of this child.
+  std::size_t heard() const { return heard_; }
   /// Whether text is at hand.
   bool holdsText() const { return !text_.text().empty(); }
 
@@ -133,9 +133,9 @@ class Conversation {
   std::size_t longestPiece_ = 0;
   unsigned due_ = 0;  // replies, or lines that follow one, that are still awaited
   Said said_ = Said::Nothing;
-  bool heard_ = false;
 
   // The text that has arrived.
+  std::size_t heard_ = 0;  // see above
   LineBuffer text_;
   bool stale_ = false;  // its first line began before the request
 };

@@ -1,6 +1,7 @@
 #include "gdbAnswer.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <vector>
 
 #include "typeText.h"

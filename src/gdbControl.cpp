@@ -36,7 +36,7 @@ int GDBControl::startGDB() {
     again = namesDbx && !refusesDbx_ && !prompted && child_.active() == 0;
     refusesDbx_ = refusesDbx_ || again;
   }
-  if (session_.wasHeard()) return 0;
+  if (session_.conversation().heard() > 0) return 0;
   std::fprintf(stderr, "ERROR! Gdb did not start in %u seconds...\n", startPatience);
   return -1;
 }
@@ -69,8 +69,9 @@ bool GDBControl::queryGDB(const std::string& command, std::string_view subject, 
   const Conversation& conversation = session_.conversation();
   for (int attempt = 0; attempt < 2 && conversation.left() > Clock::duration::zero(); ++attempt) {
     if (isGdbActive() == 0 && startGDB() != 0) break;
+    const std::size_t heard = conversation.heard();
     if (session_.exchange(command, {.subject = subject}, useLine)) return true;
-    if (conversation.heard() || isGdbActive() != 0) break;
+    if (conversation.heard() > heard || isGdbActive() != 0) break;
   }
   return false;
 }

@@ -2,6 +2,7 @@
 // files by way of the disk table vifa.dat, and by the debugger for variables that these files lack.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>

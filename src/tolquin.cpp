@@ -2,6 +2,7 @@
 #include "tolquin.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <string>
 #include <unordered_map>

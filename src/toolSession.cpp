@@ -40,7 +40,6 @@ void releasePieces(reply* list) {
 int ToolSession::start(const std::vector<std::string>& argv, std::string_view firstOutput) {
   tool_ = {};  // closes what an earlier child had
   unsent_.clear();
-  wasHeard_ = false;
   stateTells_ = true;
   conversation_.start();
   tool_ = child_.spawn({names_, argv, firstOutput});
@@ -189,7 +188,6 @@ void ToolSession::dropTextAtHand() {
 ssize_t ToolSession::readBlock() {
   const ssize_t count = readRetrying(tool_.output.readEnd.get(), block_.data(), block_.size());
   arrived_ = {block_.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
-  wasHeard_ = wasHeard_ || count > 0;
   return count;
 }
 

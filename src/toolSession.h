@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdarg>
 #include <cstddef>
 #include <string>
@@ -45,9 +46,6 @@ class ToolSession {
 
   /// Whether the child that this object started is believed to run and can still be heard.
   bool isRunning() const { return child_.active() && child_.pid() == tool_.pid && canBeHeard(); }
-
-  /// Whether the child of the latest start has written anything that was read.
-  bool wasHeard() const { return wasHeard_; }
 
   /// How the conversation stands.
   const Conversation& conversation() const { return conversation_; }
@@ -101,8 +99,7 @@ class ToolSession {
   const ToolNames& names_;
   ChildState& child_;
   Conversation conversation_;
-  Spawned tool_;  // the child of the latest start
-  bool wasHeard_ = false;
+  Spawned tool_;            // the child of the latest start
   bool stateTells_ = true;  // whether it can be seen that the child is busy
   std::string unsent_;
   std::vector<char> block_ = std::vector<char>(std::size_t{64} * 1024);

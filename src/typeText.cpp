@@ -1,6 +1,7 @@
 #include "typeText.h"
 
 #include <algorithm>
+#include <cstddef>
 
 using std::string;
 
