@@ -24,8 +24,8 @@ struct ToolNames {
 /// What to run.
 struct SpawnRequest {
   const ToolNames& names;
-  std::vector<std::string> argv;      ///< program, looked up on the search path, and its arguments
-  std::string_view firstOutput = "";  ///< text the child writes to its standard output before the exec
+  std::vector<std::string> argv;  ///< program, looked up on the search path, and its arguments
+  std::string_view firstOutput;   ///< text the child writes to its standard output before the exec
 };
 
 /// A child with pipes on its standard streams. The ends here do not block. The read end of its input is held here too,
