@@ -11,6 +11,8 @@ report=docs/performance.md
   echo "Each row is a ratio of one run on the same input; medians of several rounds. The machine is noisy: figures vary by a"
   echo "tenth, those of a bare exchange left to the scheduler by a factor of three."
   echo
+  echo "## The core: tolquin.exe"
+  echo
   bench/run.sh
   echo
   cat bench/notes.md

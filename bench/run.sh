@@ -43,7 +43,7 @@ printf '| %-54s | %9s | %9s | %6s |\n| --- | ---: | ---: | ---: |\n' "ours : nex
 BENCH_DIRECTORY=$work "$bin/tableBench" --benchmark_format=csv --benchmark_repetitions=5 \
   --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true 2>/dev/null >"$work/table"
 table_median() { grep "^\"$1/.*_median" "$work/table" | cut -d, -f"${2:-3}"; }
-row "100000 items: inserts : writing the same file's records" "$(table_median inserts)" "$(table_median bareWrites)"
+row "100000 items: inserts : writing its records" "$(table_median inserts)" "$(table_median bareWrites)"
 row "100000 items: index build : inserts alone" "$(table_median indexBuild)" "$(table_median inserts)"
 alone "memory of the table, KiB" "$(table_median insertsAndLookups 11 | cut -d. -f1)"
 
