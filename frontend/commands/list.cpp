@@ -1,8 +1,6 @@
 // The variables of programs, as a table or as data.
-#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -35,14 +33,6 @@ struct ListOptions {
   bool explainColumns = false;
   ReadOptions reading;
 };
-
-// Columns that standard output has for a line; 0: any number.
-std::size_t lineWidth() {
-  const char* set = std::getenv("COLUMNS");
-  if (const long columns = set != nullptr ? std::atol(set) : 0; columns > 0) return static_cast<std::size_t>(columns);
-  winsize size{};
-  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
-}
 
 std::vector<Field<Row>> fieldsNamed(std::string_view list) {
   std::vector<Field<Row>> chosen;
@@ -120,8 +110,7 @@ class List {
   }
 
   void showTable(const Listing& listing, std::size_t all) {
-    const bool bold = forTerminal_ && std::getenv("NO_COLOR") == nullptr;
-    if (all > 0) writeTable(listing, {lineWidth(), bold}, output_);
+    if (all > 0) writeTable(listing, styleOfOutput(), output_);
     writeSummary({programs_, listing.size(), all, selection_.isWhole(), waste_}, rows_, output_);
   }
 

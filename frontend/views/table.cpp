@@ -1,6 +1,10 @@
 #include "frontend/views/table.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <numeric>
 
 #include "frontend/texts.h"
@@ -8,7 +12,9 @@
 namespace {
 
 bool isText(Kind kind) { return kind == Kind::Text || kind == Kind::Place; }
-bool isRightAligned(Kind kind) { return kind == Kind::Bytes || kind == Kind::Count || kind == Kind::Number; }
+bool isRightAligned(Kind kind) {
+  return kind == Kind::Bytes || kind == Kind::Count || kind == Kind::Number || kind == Kind::Delta;
+}
 
 // `text` itself where it may be shown as it is, otherwise what is shown, which is kept in `made`.
 std::string_view shown(std::string_view text, std::string& made) {
@@ -22,6 +28,7 @@ std::string_view cellText(const Value& value, Kind kind, std::string& made) {
   if (!value.known) return "?";
   switch (kind) {
     case Kind::Text:
+    case Kind::Delta:
       return shown(value.text, made);
     case Kind::Place:
       made = shownText(value.text);
@@ -121,7 +128,17 @@ class AlignedTable {
   bool cut_ = false;
 };
 
+// Columns that standard output has for a line; 0: any number.
+std::size_t lineWidth() {
+  const char* set = std::getenv("COLUMNS");
+  if (const long columns = set != nullptr ? std::atol(set) : 0; columns > 0) return static_cast<std::size_t>(columns);
+  winsize size{};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
 }  // namespace
+
+TableStyle styleOfOutput() { return {lineWidth(), isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr}; }
 
 void writeTable(const Listing& listing, const TableStyle& style, Output& output) {
   AlignedTable table(listing);
