@@ -4,7 +4,6 @@
 #include <array>
 #include <functional>
 #include <optional>
-#include <unordered_map>
 #include <unordered_set>
 
 namespace {
@@ -43,7 +42,7 @@ struct Single {
 using KeyOf = Key (*)(const Single& single, TextPool& made);
 
 // The strictest first.
-const std::array<KeyOf, 5> keys{{
+const std::array<KeyOf, 5> steps{{
     [](const Single& single, TextPool&) {
       const Variable& v = *single.variable;
       return Key{single.program, v.name, v.file, v.type, v.size, v.section};
@@ -62,38 +61,6 @@ const std::array<KeyOf, 5> keys{{
       return Key{single.program, single.variable->name, {}, made.intern(withoutBounds(single.variable->type))};
     },
 }};
-
-// Variables that wait for a partner; those of equal keys leave in the order in which they came.
-class Waiting {
- public:
-  explicit Waiting(std::size_t count) : next_(count, noRow) { queues_.reserve(count); }
-
-  // `place` is less than the count.
-  void add(const Key& key, std::size_t place) {
-    const auto [at, isNew] = queues_.try_emplace(key, Queue{place, place});
-    if (isNew) return;
-    Queue& queue = at->second;
-    (queue.first == noRow ? queue.first : next_[queue.last]) = place;
-    queue.last = place;
-  }
-
-  // noRow: there is none.
-  std::size_t take(const Key& key) {
-    const auto at = queues_.find(key);
-    if (at == queues_.end() || at->second.first == noRow) return noRow;
-    const std::size_t place = at->second.first;
-    at->second.first = next_[place];
-    return place;
-  }
-
- private:
-  struct Queue {
-    std::size_t first;
-    std::size_t last;
-  };
-  std::unordered_map<Key, Queue, KeyHash> queues_;
-  std::vector<std::size_t> next_;
-};
 
 // The programs of `rows`, in their order.
 std::vector<const Inventory*> programsOf(const std::vector<Row>& rows) {
@@ -141,18 +108,99 @@ std::vector<Single> singlesOf(const std::vector<Row>& rows, const std::vector<co
   return singles;
 }
 
+// A variable and the hash of its key.
+struct Hashed {
+  std::size_t hash;
+  std::size_t place;  // among the singles
+};
+
+// Those of equal hashes together and in their order.
+std::vector<Hashed> hashesOf(const std::vector<Key>& keys) {
+  std::vector<Hashed> hashes;
+  hashes.reserve(keys.size());
+  for (const Key& key : keys) hashes.push_back({KeyHash()(key), hashes.size()});
+  std::sort(hashes.begin(), hashes.end(),
+            [](const Hashed& a, const Hashed& b) { return a.hash != b.hash ? a.hash < b.hash : a.place < b.place; });
+  return hashes;
+}
+
+// The end of the range of equal hashes that begins at `begin`.
+std::size_t rangeEnd(const std::vector<Hashed>& hashes, std::size_t begin) {
+  std::size_t end = begin + 1;
+  while (end < hashes.size() && hashes[end].hash == hashes[begin].hash) ++end;
+  return end;
+}
+
+// One step of the matching. Its tables are sorted, not hashed, as every step looks at all that is left.
+class Step {
+ public:
+  Step(KeyOf keyOf, const std::vector<Single>& before, const std::vector<Single>& after)
+      : keysBefore_(keysOf(keyOf, before)),
+        keysAfter_(keysOf(keyOf, after)),
+        hashesBefore_(hashesOf(keysBefore_)),
+        hashesAfter_(hashesOf(keysAfter_)),
+        partners_(before.size(), noRow) {}
+
+  // For each of `before` the place of its partner, or noRow.
+  const std::vector<std::size_t>& run() {
+    std::size_t i = 0;
+    std::size_t j = 0;
+    while (i < hashesBefore_.size() && j < hashesAfter_.size()) {
+      if (hashesBefore_[i].hash < hashesAfter_[j].hash) {
+        ++i;
+      } else if (hashesBefore_[i].hash > hashesAfter_[j].hash) {
+        ++j;
+      } else {
+        const std::size_t endBefore = rangeEnd(hashesBefore_, i);
+        const std::size_t endAfter = rangeEnd(hashesAfter_, j);
+        pairRange(i, endBefore, j, endAfter);
+        i = endBefore;
+        j = endAfter;
+      }
+    }
+    return partners_;
+  }
+
+ private:
+  std::vector<Key> keysOf(KeyOf keyOf, const std::vector<Single>& singles) {
+    std::vector<Key> keys;
+    keys.reserve(singles.size());
+    for (const Single& single : singles) keys.push_back(keyOf(single, made_));
+    return keys;
+  }
+
+  // All in the range have the same hash, and but for a collision the same key: the first that is left fits.
+  void pairRange(std::size_t begin, std::size_t end, std::size_t beginAfter, std::size_t endAfter) {
+    const auto isPaired = [this](std::size_t i) { return partners_[hashesBefore_[i].place] != noRow; };
+    for (std::size_t j = beginAfter; j < endAfter; ++j) {
+      while (begin < end && isPaired(begin)) ++begin;
+      const std::size_t place = hashesAfter_[j].place;
+      std::size_t i = begin;
+      while (i < end && (isPaired(i) || keysBefore_[hashesBefore_[i].place] != keysAfter_[place])) ++i;
+      if (i < end) partners_[hashesBefore_[i].place] = place;
+    }
+  }
+
+  TextPool made_;
+  std::vector<Key> keysBefore_;
+  std::vector<Key> keysAfter_;
+  std::vector<Hashed> hashesBefore_;
+  std::vector<Hashed> hashesAfter_;
+  std::vector<std::size_t> partners_;
+};
+
 // Pairs those of both sides that have `keyOf` in common; only the others stay.
 void pairBy(KeyOf keyOf, std::vector<Single>& before, std::vector<Single>& after, std::vector<std::size_t>& partners) {
-  TextPool made;
-  Waiting waiting(before.size());
-  for (std::size_t i = 0; i < before.size(); ++i) waiting.add(keyOf(before[i], made), i);
-  std::erase_if(after, [&](const Single& single) {
-    const std::size_t place = waiting.take(keyOf(single, made));
-    if (place == noRow) return false;
-    partners[before[place].number] = single.number;
-    return true;
-  });
+  if (before.empty() || after.empty()) return;
+  Step step(keyOf, before, after);
+  const std::vector<std::size_t>& places = step.run();
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    if (places[i] == noRow) continue;
+    partners[before[i].number] = after[places[i]].number;
+    after[places[i]].variable = nullptr;
+  }
   std::erase_if(before, [&partners](const Single& single) { return partners[single.number] != noRow; });
+  std::erase_if(after, [](const Single& single) { return single.variable == nullptr; });
 }
 
 }  // namespace
@@ -168,7 +216,7 @@ std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::ve
   std::vector<Single> singlesBefore = singlesOf(before, programsBefore, telling);
   std::vector<Single> singlesAfter = singlesOf(after, programsAfter, telling);
   std::vector<std::size_t> partners(before.size(), noRow);
-  for (const KeyOf keyOf : keys) pairBy(keyOf, singlesBefore, singlesAfter, partners);
+  for (const KeyOf keyOf : steps) pairBy(keyOf, singlesBefore, singlesAfter, partners);
   return partners;
 }
 
