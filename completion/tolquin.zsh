@@ -26,6 +26,23 @@ _tolquin_list() {
     '*:input:_files'
 }
 
+_tolquin_diff() {
+  _arguments -s -S : \
+    '--format=[how to write it]:format:(table json markdown github)' \
+    '-n[show at most so many changes]:number:' \
+    '--moves[also variables that only moved to another section]' \
+    '--where=[only variables that fulfil conditions]:conditions:' \
+    '--mutable[only variables that are or were writable or thread-local]' \
+    '--artificial[also variables that the compiler made up]' \
+    '--fail-on-growth=[fail if they take so many more bytes]:bytes or percentage:' \
+    '--all[count the bytes of all variables for that]' \
+    '--fail-on-new-writable[fail if a variable is newly writable]' \
+    '(-j --jobs)'{-j,--jobs=}'[inputs to read at a time]:number:' \
+    '(- *)'{-h,--help}'[show help]' \
+    ':old build:_files' \
+    ':new build:_files'
+}
+
 _tolquin_tables() {
   _arguments -s -S : \
     '(-o --output)'{-o,--output=}'[directory for the tables]:directory:_files -/' \
@@ -37,8 +54,9 @@ _tolquin_tables() {
 
 _tolquin() {
   local -a commands
-  commands=('list:list the variables of programs' 'tables:make the tables that tolquin.exe reads')
-  if [[ $words[2] == (list|tables) ]] && (( CURRENT > 2 )); then
+  commands=('list:list the variables of programs' 'diff:show what changed between two builds'
+    'tables:make the tables that tolquin.exe reads')
+  if [[ $words[2] == (list|diff|tables) ]] && (( CURRENT > 2 )); then
     local command=$words[2]
     words=($words[1] ${words[3,-1]})
     (( CURRENT-- ))
