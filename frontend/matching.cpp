@@ -38,29 +38,59 @@ struct Single {
   std::string_view program;  // what tells its program from others
 };
 
-// Made texts go into the pool.
-using KeyOf = Key (*)(const Single& single, TextPool& made);
+// Makes keys. A field that one of the builds does not tell of any variable is empty in all of them.
+class KeyMaker {
+ public:
+  KeyMaker(const std::vector<Single>& before, const std::vector<Single>& after) {
+    const auto isTold = [&](const auto& has) {
+      return std::any_of(before.begin(), before.end(), has) && std::any_of(after.begin(), after.end(), has);
+    };
+    files_ = isTold([](const Single& single) { return !single.variable->file.empty(); });
+    types_ = isTold([](const Single& single) { return !single.variable->type.empty(); });
+    sizes_ = isTold([](const Single& single) { return single.variable->size.has_value(); });
+    sections_ = isTold([](const Single& single) { return !single.variable->section.empty(); });
+  }
+
+  Key all(const Single& single) {
+    Key key = allButSection(single);
+    if (sections_) key.section = single.variable->section;
+    return key;
+  }
+  Key allButSection(const Single& single) {
+    Key key = file(single);
+    if (types_) key.type = single.variable->type;
+    if (sizes_) key.size = single.variable->size;
+    return key;
+  }
+  Key file(const Single& single) {
+    Key key{single.program, single.variable->name};
+    if (files_) key.file = single.variable->file;
+    return key;
+  }
+  Key type(const Single& single) {
+    Key key{single.program, single.variable->name};
+    if (types_) key.type = single.variable->type;
+    return key;
+  }
+  Key typeWithoutBounds(const Single& single) {
+    Key key = type(single);
+    key.type = made_.intern(withoutBounds(key.type));
+    return key;
+  }
+
+ private:
+  bool files_;
+  bool types_;
+  bool sizes_;
+  bool sections_;
+  TextPool made_;
+};
+
+using KeyOf = Key (KeyMaker::*)(const Single& single);
 
 // The strictest first.
-const std::array<KeyOf, 5> steps{{
-    [](const Single& single, TextPool&) {
-      const Variable& v = *single.variable;
-      return Key{single.program, v.name, v.file, v.type, v.size, v.section};
-    },
-    [](const Single& single, TextPool&) {
-      const Variable& v = *single.variable;
-      return Key{single.program, v.name, v.file, v.type, v.size};
-    },
-    [](const Single& single, TextPool&) {
-      return Key{single.program, single.variable->name, single.variable->file};
-    },
-    [](const Single& single, TextPool&) {
-      return Key{single.program, single.variable->name, {}, single.variable->type};
-    },
-    [](const Single& single, TextPool& made) {
-      return Key{single.program, single.variable->name, {}, made.intern(withoutBounds(single.variable->type))};
-    },
-}};
+constexpr std::array<KeyOf, 5> steps{&KeyMaker::all, &KeyMaker::allButSection, &KeyMaker::file, &KeyMaker::type,
+                                     &KeyMaker::typeWithoutBounds};
 
 // The programs of `rows`, in their order.
 std::vector<const Inventory*> programsOf(const std::vector<Row>& rows) {
@@ -134,9 +164,9 @@ std::size_t rangeEnd(const std::vector<Hashed>& hashes, std::size_t begin) {
 // One step of the matching. Its tables are sorted, not hashed, as every step looks at all that is left.
 class Step {
  public:
-  Step(KeyOf keyOf, const std::vector<Single>& before, const std::vector<Single>& after)
-      : keysBefore_(keysOf(keyOf, before)),
-        keysAfter_(keysOf(keyOf, after)),
+  Step(const std::vector<Key>& before, const std::vector<Key>& after)
+      : keysBefore_(before),
+        keysAfter_(after),
         hashesBefore_(hashesOf(keysBefore_)),
         hashesAfter_(hashesOf(keysAfter_)),
         partners_(before.size(), noRow) {}
@@ -162,13 +192,6 @@ class Step {
   }
 
  private:
-  std::vector<Key> keysOf(KeyOf keyOf, const std::vector<Single>& singles) {
-    std::vector<Key> keys;
-    keys.reserve(singles.size());
-    for (const Single& single : singles) keys.push_back(keyOf(single, made_));
-    return keys;
-  }
-
   // All in the range have the same hash, and but for a collision the same key: the first that is left fits.
   void pairRange(std::size_t begin, std::size_t end, std::size_t beginAfter, std::size_t endAfter) {
     const auto isPaired = [this](std::size_t i) { return partners_[hashesBefore_[i].place] != noRow; };
@@ -181,18 +204,27 @@ class Step {
     }
   }
 
-  TextPool made_;
-  std::vector<Key> keysBefore_;
-  std::vector<Key> keysAfter_;
+  const std::vector<Key>& keysBefore_;
+  const std::vector<Key>& keysAfter_;
   std::vector<Hashed> hashesBefore_;
   std::vector<Hashed> hashesAfter_;
   std::vector<std::size_t> partners_;
 };
 
+std::vector<Key> keysOf(KeyOf keyOf, const std::vector<Single>& singles, KeyMaker& maker) {
+  std::vector<Key> keys;
+  keys.reserve(singles.size());
+  for (const Single& single : singles) keys.push_back((maker.*keyOf)(single));
+  return keys;
+}
+
 // Pairs those of both sides that have `keyOf` in common; only the others stay.
-void pairBy(KeyOf keyOf, std::vector<Single>& before, std::vector<Single>& after, std::vector<std::size_t>& partners) {
+void pairBy(KeyOf keyOf, KeyMaker& maker, std::vector<Single>& before, std::vector<Single>& after,
+            std::vector<std::size_t>& partners) {
   if (before.empty() || after.empty()) return;
-  Step step(keyOf, before, after);
+  const std::vector<Key> keysBefore = keysOf(keyOf, before, maker);
+  const std::vector<Key> keysAfter = keysOf(keyOf, after, maker);
+  Step step(keysBefore, keysAfter);
   const std::vector<std::size_t>& places = step.run();
   for (std::size_t i = 0; i < places.size(); ++i) {
     if (places[i] == noRow) continue;
@@ -216,7 +248,8 @@ std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::ve
   std::vector<Single> singlesBefore = singlesOf(before, programsBefore, telling);
   std::vector<Single> singlesAfter = singlesOf(after, programsAfter, telling);
   std::vector<std::size_t> partners(before.size(), noRow);
-  for (const KeyOf keyOf : steps) pairBy(keyOf, singlesBefore, singlesAfter, partners);
+  KeyMaker maker(singlesBefore, singlesAfter);
+  for (const KeyOf keyOf : steps) pairBy(keyOf, maker, singlesBefore, singlesAfter, partners);
   return partners;
 }
 

@@ -58,7 +58,8 @@ std::vector<Sum> sumsBy(const Grouping& grouping, const std::vector<Row>& rows) 
     }
     Sum& sum = sums[at->second];
     ++sum.variables;
-    sum.bytes += counters[at->second].add(row);
+    const std::uint64_t bytes = counters[at->second].add(row);
+    sum.bytes = bytes > UINT64_MAX - sum.bytes ? UINT64_MAX : sum.bytes + bytes;
     sum.unsized += row.variable->size ? 0 : 1;
   }
   return sums;

@@ -60,6 +60,10 @@ class Diff {
     for (const Inventory& program : results.inputs[0].programs) report_.before.push_back(&program);
     for (const Inventory& program : results.inputs[1].programs) report_.after.push_back(&program);
     report_.comparison = compare(report_.before, report_.after, selection_);
+    const Comparison& comparison = report_.comparison;
+    if (comparison.before.variables + comparison.after.variables == 0 && !selection_.isWhole()) {
+      printMessage("no variable is selected");
+    }
     if (needsWritable()) warnOfUndecided();
     show();
     return passesLimit() ? limitPassed : 0;

@@ -46,7 +46,7 @@ std::string cell(const Value& value, const Column& column) {
 }
 
 std::string headerOf(const std::vector<Field<ShownChange>>& fields) {
-  std::string header = "\n|";
+  std::string header = "|";
   std::string rule = "|";
   for (const Column& column : fields) {
     const bool isNumber = column.kind == Kind::Delta || column.kind == Kind::Bytes;
@@ -70,7 +70,8 @@ std::string headingOf(const ChangeReport& report) {
     heading += " of " + code(path.substr(path.rfind('/') + 1));
   }
   const std::string counts = countsOf(report);
-  return heading + ": " + (counts.empty() ? "no change" : counts) + "\n\n" + bytesOf(report.comparison) + "\n";
+  return heading + ": " + (counts.empty() ? "no change" : counts) + "\n\n" + bytesOf(report.comparison) + "\n\n" +
+         notesOf(report, "\n\n");
 }
 
 }  // namespace
@@ -78,7 +79,6 @@ std::string headingOf(const ChangeReport& report) {
 void writeChangeMarkdown(const ChangeReport& report, std::size_t rows, Output& output) {
   const std::vector<Field<ShownChange>> fields = changeFields(report);
   std::string text = headingOf(report);
-  if (const std::string unsized = unsizedOf(report.comparison); !unsized.empty()) text += "\n" + unsized + "\n";
   std::size_t count = 0;
   for (const Change& change : report.comparison.changes) {
     if (count == rows) break;

@@ -10,12 +10,7 @@ std::string sentences(const ChangeReport& report) {
   if (comparison.changes.size() < report.all) {
     text += "; " + withSeparators(comparison.changes.size()) + " of " + counted(report.all, "row") + " shown";
   }
-  text += "\n" + bytesOf(comparison) + "\n";
-  if (const std::string unsized = unsizedOf(comparison); !unsized.empty()) text += unsized + "\n";
-  if (const std::size_t moved = comparison.count(ChangeClass::Moved); report.hasMovesHidden && moved > 0) {
-    text += counted(moved, "variable") + " moved to another section (--moves shows them)\n";
-  }
-  return text;
+  return text + "\n" + bytesOf(comparison) + "\n" + notesOf(report, "\n");
 }
 
 }  // namespace

@@ -85,8 +85,17 @@ std::string bytesOf(const Comparison& comparison) {
          fromTo(before.mutableBytes, after.mutableBytes, "");
 }
 
-std::string unsizedOf(const Comparison& comparison) {
-  if (comparison.before.unsized == 0 && comparison.after.unsized == 0) return "";
-  return "Not counted, because a size is not known: " + counted(comparison.before.unsized, "variable") + " before, " +
-         counted(comparison.after.unsized, "variable") + " now.";
+std::string notesOf(const ChangeReport& report, std::string_view end) {
+  const Comparison& comparison = report.comparison;
+  std::string notes;
+  if (comparison.before.unsized > 0 || comparison.after.unsized > 0) {
+    notes += "Not counted, because a size is not known: " + counted(comparison.before.unsized, "variable") +
+             " before, " + counted(comparison.after.unsized, "variable") + " now";
+    notes += end;
+  }
+  if (const std::size_t moved = comparison.count(ChangeClass::Moved); report.hasMovesHidden && moved > 0) {
+    notes += counted(moved, "variable") + " moved to another section (`--moves` shows them)";
+    notes += end;
+  }
+  return notes;
 }

@@ -55,5 +55,5 @@ std::string countsOf(const ChangeReport& report);
 /// "16 → 48 bytes (+32), writable or thread-local 8 → 8 (0)": what all variables take.
 std::string bytesOf(const Comparison& comparison);
 
-/// What bytesOf leaves out, as a sentence; empty: nothing.
-std::string unsizedOf(const Comparison& comparison);
+/// What bytesOf leaves out, and how many moves are hidden: lines, each with `end`; empty: neither.
+std::string notesOf(const ChangeReport& report, std::string_view end);
