@@ -75,6 +75,7 @@ Action parse(CLI::App& app, std::vector<std::string> words) {
       "Examples:\n"
       "  tolquin ./prog                      the variables of a program, the largest first\n"
       "  tolquin list --mutable --by file ./prog\n"
+      "  tolquin diff old/prog new/prog      what changed between two builds\n"
       "  tolquin list --help                 what can be selected and how it can be written\n"
       "See also the manual page.");
   addListCommand(app, action);

@@ -1,6 +1,6 @@
 // What the front end reads beside programs: the first character of the input chooses JSON, a condition, or what a
-// worker sends. Whatever was read can be written, is the same when it is read again, and compares to
-// no change with itself.
+// worker sends. Whatever was read can be written, is the same when it is read again, and has not changed
+// compared with itself.
 #include <cstdint>
 #include <string>
 

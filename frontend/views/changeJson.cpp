@@ -15,13 +15,13 @@ void putPrograms(std::string_view key, const std::vector<const Inventory*>& prog
 
 void putTotal(std::string_view key, const Total& total, Output& output) {
   output.put(key);
-  output.put("{\"variables\": ");
+  output.put(R"({"variables": )");
   output.putNumber(total.variables);
-  output.put(", \"bytes\": ");
+  output.put(R"(, "bytes": )");
   output.putNumber(total.bytes);
-  output.put(", \"mutable_bytes\": ");
+  output.put(R"(, "mutable_bytes": )");
   output.putNumber(total.mutableBytes);
-  output.put(", \"unsized\": ");
+  output.put(R"(, "unsized": )");
   output.putNumber(total.unsized);
   output.put('}');
 }
@@ -36,14 +36,14 @@ void putDelta(std::string_view key, const std::optional<Delta>& delta, Output& o
 void putTotals(const Comparison& comparison, Output& output) {
   const Total& before = comparison.before;
   const Total& after = comparison.after;
-  putTotal("\"total\": {\"old\": ", before, output);
-  putTotal(", \"new\": ", after, output);
+  putTotal(R"("total": {"old": )", before, output);
+  putTotal(R"(, "new": )", after, output);
   putDelta(",\n\"delta\": ", deltaOf(before.bytes, after.bytes), output);
-  putDelta(", \"mutable_delta\": ", deltaOf(before.mutableBytes, after.mutableBytes), output);
+  putDelta(R"(, "mutable_delta": )", deltaOf(before.mutableBytes, after.mutableBytes), output);
   for (std::size_t i = 0; i < changeClassNames.size(); ++i) {
-    output.put(", \"");
+    output.put(R"(, ")");
     output.put(changeClassNames[i]);
-    output.put("\": ");
+    output.put(R"(": )");
     output.putNumber(comparison.counts[i]);
   }
   output.put('}');
@@ -56,20 +56,20 @@ void putVariable(std::string_view key, const std::optional<Row>& row, Output& ou
 }
 
 void putChange(const Change& change, Output& output) {
-  output.put("{\"class\": \"");
+  output.put(R"({"class": ")");
   output.put(change.className());
-  putDelta("\", \"delta\": ", change.delta, output);
-  putVariable(", \"old\": ", change.before, output);
-  putVariable(", \"new\": ", change.after, output);
+  putDelta(R"(", "delta": )", change.delta, output);
+  putVariable(R"(, "old": )", change.before, output);
+  putVariable(R"(, "new": )", change.after, output);
   output.put('}');
 }
 
 }  // namespace
 
 void writeChangeJson(const ChangeReport& report, Output& output) {
-  output.put("{\"schema\": 1, ");
-  putPrograms("\"old\": [", report.before, output);
-  putPrograms(", \"new\": [", report.after, output);
+  output.put(R"({"schema": 1, )");
+  putPrograms(R"("old": [)", report.before, output);
+  putPrograms(R"(, "new": [)", report.after, output);
   output.put(",\n");
   putTotals(report.comparison, output);
   output.put(",\n\"changes\": [");
