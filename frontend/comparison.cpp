@@ -130,9 +130,7 @@ class Comparer {
 
   void sortChanges() {
     const auto key = [](const Change& change) {
-      const Variable& variable = *change.latest().variable;
-      return std::tuple(!change.delta, ~(change.delta ? change.delta->bytes : 0), change.kind, variable.name,
-                        variable.file, variable.line);
+      return std::tuple(!change.delta, ~(change.delta ? change.delta->bytes : 0), change.kind);
     };
     std::stable_sort(result_.changes.begin(), result_.changes.end(),
                      [&key](const Change& a, const Change& b) { return key(a) < key(b); });

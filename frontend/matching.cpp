@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <functional>
 #include <optional>
 #include <unordered_set>
@@ -144,14 +145,25 @@ struct Hashed {
   std::size_t place;  // among the singles
 };
 
-// Those of equal hashes together and in their order.
 std::vector<Hashed> hashesOf(const std::vector<Key>& keys) {
   std::vector<Hashed> hashes;
   hashes.reserve(keys.size());
   for (const Key& key : keys) hashes.push_back({KeyHash()(key), hashes.size()});
+  return hashes;
+}
+
+// Removes from `hashes` most that are not among `others`, so that they need not be sorted.
+void removeStrangers(std::vector<Hashed>& hashes, const std::vector<Hashed>& others) {
+  const std::size_t bits = std::bit_ceil(16 * others.size() + 1);
+  std::vector<bool> seen(bits);
+  for (const Hashed& other : others) seen[other.hash % bits] = true;
+  std::erase_if(hashes, [&](const Hashed& own) { return !seen[own.hash % bits]; });
+}
+
+// Puts those of equal hashes together and in their order.
+void sortHashes(std::vector<Hashed>& hashes) {
   std::sort(hashes.begin(), hashes.end(),
             [](const Hashed& a, const Hashed& b) { return a.hash != b.hash ? a.hash < b.hash : a.place < b.place; });
-  return hashes;
 }
 
 // The end of the range of equal hashes that begins at `begin`.
@@ -169,7 +181,12 @@ class Step {
         keysAfter_(after),
         hashesBefore_(hashesOf(keysBefore_)),
         hashesAfter_(hashesOf(keysAfter_)),
-        partners_(before.size(), noRow) {}
+        partners_(before.size(), noRow) {
+    removeStrangers(hashesBefore_, hashesAfter_);
+    removeStrangers(hashesAfter_, hashesBefore_);
+    sortHashes(hashesBefore_);
+    sortHashes(hashesAfter_);
+  }
 
   // For each of `before` the place of its partner, or noRow.
   const std::vector<std::size_t>& run() {
