@@ -59,7 +59,8 @@ struct Total {
 };
 
 struct Comparison {
-  std::vector<Change> changes;                                ///< the largest first, those of unknown size last
+  /// The largest first, those of unknown size last; equal ones by class, then in the order of the variables.
+  std::vector<Change> changes;
   std::array<std::size_t, changeClassNames.size()> counts{};  ///< of each class
   Total before;
   Total after;
