@@ -377,9 +377,10 @@ END
     chmod +x bin/gh; : >earlier
     git init --quiet server; cd server; git config uploadpack.allowAnySHA1InWant true
     git config user.email a@b; git config user.name a
-    echo 'int old; int main(void) { return old; }' >prog.c; printf 'prog: prog.c\n\tgcc $(CFLAGS) -o $@ $<\n' >Makefile
+    mkdir src; echo 'int old; int main(void) { return old; }' >src/prog.c
+    printf 'prog: src/prog.c\n\tcd src; gcc $(CFLAGS) -o ../$@ prog.c\n' >Makefile
     git add .; git commit --quiet -m 1; branch=$(git branch --show-current)
-    git checkout --quiet -b topic; echo 'int fresh[3];' >>prog.c; git commit --quiet -a -m 2
+    git checkout --quiet -b topic; echo 'int fresh[3];' >>src/prog.c; git commit --quiet -a -m 2
     git checkout --quiet $branch; git merge --quiet --no-ff -m 3 topic; sha=$(git rev-parse HEAD); git reset --quiet --hard HEAD^
     cd ..; /usr/bin/python3 steps.py >environment; . ./environment
     export PATH=$PWD/bin:$PATH RUNNER_TEMP=$PWD/temp GITHUB_WORKSPACE=$PWD/work GITHUB_STEP_SUMMARY=$PWD/summary
@@ -388,8 +389,8 @@ END
     echo 5 >../earlier; bash -e ../Comment
     status=0; bash -e ../Check || status=$?; echo $status; diff ../summary ../temp/comment.md; tail -n 2 ../summary)");
   EXPECT_EQ(result.out,
-            "gcc -g -O2 -o prog prog.c\ngcc -g -O2 -o prog prog.c\n"
-            "::warning file=prog.c,line=2,title=Variable added::fresh, int [3]: 12 bytes in .bss\n"
+            "cd src; gcc -g -O2 -o ../prog prog.c\ncd src; gcc -g -O2 -o ../prog prog.c\n"
+            "::warning file=src/prog.c,line=2,title=Variable added::fresh, int [3]: 12 bytes in .bss\n"
             "Change  Delta  Size  Section  Name   Type     Place\n"
             "added     +12    12  .bss     fresh  int [3]  prog.c:2\n\n"
             "1 added\n4 → 16 bytes (+12), writable or thread-local 4 → 16 (+12)\n3\n"
