@@ -72,6 +72,8 @@ struct Inventory {
   std::string executable;             ///< as it was named when it was read
   std::string buildId;                ///< hexadecimal; empty: none
   std::string directory;              ///< in which its units were compiled; empty: none in common
+  /// When the program's file was last modified, in seconds since 1970; not known of a result that is read again.
+  std::optional<std::int64_t> modified;
   std::vector<Section> sections;      ///< in the order of the file
   std::vector<Variable> variables;    ///< by address, thread-local ones last
   std::vector<NamedType> known;       ///< if asked for: all that a debugger may find by a name, with repetitions

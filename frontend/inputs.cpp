@@ -93,5 +93,7 @@ std::vector<Inventory> readInput(const std::string& path, const ReadOptions& opt
   const std::string start = startOf(file.get());
   if (beginsAsJson(start) || isEmptyResult(path, status)) return parseJson(path, readAll(path, file.get()));
   refuseParts(path, start);
-  return one(readInventory(path, options));
+  Inventory program = readInventory(path, options);
+  program.modified = status.st_mtime;
+  return one(std::move(program));
 }

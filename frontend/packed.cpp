@@ -170,6 +170,8 @@ std::string packInventories(const std::vector<Inventory>& programs) {
     packer.text(program.executable);
     packer.text(program.buildId);
     packer.text(program.directory);
+    packer.number(program.modified.has_value() ? 1 : 0);
+    packer.number(static_cast<std::uint64_t>(program.modified.value_or(0)));
     packer.number(program.sections.size());
     for (const Section& section : program.sections) {
       packer.text(section.name);
@@ -190,6 +192,9 @@ std::vector<Inventory> unpackInventories(std::string_view bytes) try {
     program.executable = unpacker.text();
     program.buildId = unpacker.text();
     program.directory = unpacker.text();
+    const bool isModificationKnown = unpacker.number() != 0;
+    const auto modified = static_cast<std::int64_t>(unpacker.number());
+    if (isModificationKnown) program.modified = modified;
     for (std::uint64_t left = unpacker.number(); left > 0; --left) {
       Section& section = program.sections.emplace_back();
       section.name = unpacker.text();

@@ -106,6 +106,16 @@ std::string shownText(std::string_view text) {
   return shown;
 }
 
+std::string validText(std::string_view text) {
+  std::string valid;
+  while (!text.empty()) {
+    const Character character = firstCharacter(text);
+    valid += character.valid && character.code != 0 ? text.substr(0, character.length) : "\ufffd";
+    text.remove_prefix(character.length);
+  }
+  return valid;
+}
+
 std::size_t displayWidth(std::string_view text) {
   std::size_t width = plainLength(text);
   text.remove_prefix(width);

@@ -1,9 +1,9 @@
 # Shared by the scripts at the root; to be sourced from there.
 
 # What the build needs, and the programs that tolquin runs.
-build_packages=(g++ cmake make pkg-config libdw-dev libcli11-dev libcsv-dev nlohmann-json3-dev binutils gdb)
+build_packages=(g++ cmake make pkg-config libdw-dev libcli11-dev libcsv-dev nlohmann-json3-dev libsqlite3-dev binutils gdb)
 # What the tests need beside that.
-test_packages=(libgtest-dev clang llvm dwz procps strace python3-jsonschema)
+test_packages=(libgtest-dev clang llvm dwz procps strace python3-jsonschema sqlite3)
 
 # Makes sure that the named Debian packages are there: installs the missing ones as root, otherwise says which to install.
 require_packages() {
