@@ -65,6 +65,11 @@ void Statement::bind(int parameter, std::string_view text) {
         sqlite3_bind_text64(statement_.get(), parameter, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8));
 }
 
+void Statement::bindCopy(int parameter, std::string_view text) {
+  check(connection_, path_,
+        sqlite3_bind_text64(statement_.get(), parameter, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
+}
+
 void Statement::bind(int parameter, std::int64_t number) { sqlite3_bind_int64(statement_.get(), parameter, number); }
 
 void Statement::bind(int parameter, double number) { sqlite3_bind_double(statement_.get(), parameter, number); }
@@ -90,6 +95,9 @@ std::int64_t Statement::takeNumber() {
 }
 
 Database::Database(const std::string& path, Mode mode) : path_(path) {
+  // One thread at a time uses the library, and nobody asks how much memory it takes.
+  sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
+  sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (mode == Mode::New ? SQLITE_OPEN_CREATE : 0);
   sqlite3* connection = nullptr;
   // An absolute path is that of a file, whatever its name.

@@ -15,6 +15,8 @@ class Statement {
 
   /// Sets a parameter. A text has to live until the statement has been run.
   void bind(int parameter, std::string_view text);
+  /// Sets a parameter to a copy of `text`.
+  void bindCopy(int parameter, std::string_view text);
   void bind(int parameter, std::int64_t number);
   void bind(int parameter, double number);
   void bindNull(int parameter);
