@@ -104,6 +104,7 @@ Database::Database(const std::string& path, Mode mode) : path_(path) {
   const int code = sqlite3_open_v2(std::filesystem::absolute(path).c_str(), &connection, flags, nullptr);
   connection_.reset(connection);  // also when it could not be opened
   check(connection, path, code);
+  if (sqlite3_db_readonly(connection, "main") == 1) throw UserError(path + ": is read-only");
   sqlite3_busy_handler(connection, waitForOthers, nullptr);
   letSignalsInterrupt(connection);
 }

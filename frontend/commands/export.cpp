@@ -8,12 +8,7 @@
 #include "frontend/workers.h"
 #include "src/userError.h"
 
-#include <chrono>
-#include <ctime>
-#include <cstdio>
 namespace {
-struct T { std::chrono::steady_clock::time_point a=std::chrono::steady_clock::now(); void operator()(const char*w){auto b=std::chrono::steady_clock::now(); fprintf(stderr,"%s %.1f ms, cpu %.1f\n",w,std::chrono::duration<double,std::milli>(b-a).count(), 1e3*(double)std::clock()/CLOCKS_PER_SEC); a=b;} };
-
 
 struct ExportOptions {
   Choice choice;
@@ -21,18 +16,15 @@ struct ExportOptions {
 };
 
 int exportTo(const ExportOptions& options) {
-  T t;
   const Selection selection = selectionOf(options.choice);
   checkDatabase(options.database);
   const InputResults results = readInputs(options.choice.inputs, options.choice.reading);
-  t("read");
   const std::vector<const Inventory*> programs = results.programs();
   if (programs.empty()) return 1;
   std::vector<Row> rows = selectRows(programs, selection);
   if (selection.duplicates) keepDuplicates(rows);
   if (rows.empty() && !selection.isWhole()) printMessage("no variable is selected");
   writeDatabase(options.database, programs, rows);
-  t("write");
   return results.failed() ? 1 : 0;
 }
 
