@@ -64,6 +64,12 @@ std::vector<Sum> sumsBy(const Grouping& grouping, const std::vector<Row>& rows) 
   return sums;
 }
 
+Sum sumOf(const std::vector<Row>& rows) {
+  static constexpr Grouping everything{"", "", [](const Row&) { return Value{}; }};
+  const std::vector<Sum> sums = sumsBy(everything, rows);
+  return sums.empty() ? Sum{} : sums[0];
+}
+
 std::array<Field<Sum>, 4> sumFields(const Grouping& grouping) {
   return {{
       {{grouping.name, grouping.header, Kind::Text, "what the variables have in common"},

@@ -87,6 +87,7 @@ bool LineReader::next(std::string_view& line) {
     if (found == LineBuffer::Found::Line) return true;
     if (found == LineBuffer::Found::Overlong) {
       text_.clear();
+      overlong_ = true;
       atEnd_ = true;
     }
     if (atEnd_) break;

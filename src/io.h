@@ -51,6 +51,8 @@ class LineReader {
   bool isOpen() const { return static_cast<bool>(fd_); }
   /// Whether reading ended with an error rather than at the end of the file.
   bool failed() const { return failed_; }
+  /// Whether it ended with an overlong line.
+  bool metOverlong() const { return overlong_; }
 
   /// Delivers the next line without its newline; the text stays valid until the next call. A last line without a
   /// newline counts. False at the end of the file, at a read error, and at an overlong line.
@@ -61,4 +63,5 @@ class LineReader {
   LineBuffer text_{maxLength};
   bool atEnd_ = false;
   bool failed_ = false;
+  bool overlong_ = false;
 };

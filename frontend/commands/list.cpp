@@ -6,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+#include "frontend/budgets.h"
 #include "frontend/commands/choice.h"
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
@@ -20,6 +21,7 @@
 namespace {
 
 constexpr std::string_view tableFormat = "table";
+constexpr int limitPassed = 3;
 
 struct ListOptions {
   Choice choice;
@@ -27,6 +29,7 @@ struct ListOptions {
   std::string columns;
   std::string sort;
   std::string by;
+  std::optional<std::string> check;
   std::optional<std::int64_t> rows;
   bool explainColumns = false;
 };
@@ -50,7 +53,9 @@ class List {
  public:
   explicit List(const ListOptions& options)
       : options_(options), forTerminal_(isatty(STDOUT_FILENO) != 0), selection_(selectionOf(options.choice)) {
-    if (options.by.empty()) {
+    if (options.check) {
+      budgets_ = readBudgets(*options.check);
+    } else if (options.by.empty()) {
       if (!options.columns.empty()) fields_ = fieldsNamed(options.columns);
       keys_ = parseSortKeys<Row>(variableFields, options.sort.empty() ? defaultSort() : options.sort);
     } else {
@@ -68,7 +73,8 @@ class List {
     // A document is whole without a program too, a table is not worth its header.
     if (!programs_.empty() || options_.format == "json") show();
     output_.flush();
-    return results.failed() ? 1 : 0;
+    if (results.failed()) return 1;
+    return isOverBudget_ ? limitPassed : 0;
   }
 
  private:
@@ -78,6 +84,7 @@ class List {
     rows_ = selectRows(programs_, selection_);
     if (selection_.duplicates) waste_ = keepDuplicates(rows_);
     if (rows_.empty() && !selection_.isWhole()) printMessage("no variable is selected");
+    if (options_.check) return showCheck();
     if (grouping_ != nullptr) return showSums();
     std::vector<Row> sorted = rows_;
     sortRecords(sorted, keys_);
@@ -90,11 +97,21 @@ class List {
     showRecords(sums, sumFields_, "sums");
   }
 
+  void showCheck() {
+    CheckResult result = checkBudgets(budgets_, *options_.check, programs_, rows_);
+    for (const std::string& note : result.notes) printMessage(note);
+    isOverBudget_ = !result.excesses.empty();
+    const bool isExecutableShown = options_.format != tableFormat || isAmongOthers();
+    showRecords<Excess>(result.excesses, {excessFields.begin() + (isExecutableShown ? 0 : 1), excessFields.end()},
+                        "exceeded");
+  }
+
+  bool isAmongOthers() const { return options_.choice.inputs.size() > 1 || programs_.size() > 1; }
+
   std::vector<Field<Row>> defaultFields() const {
     if (options_.format != tableFormat) return {variableFields.begin(), variableFields.end()};
-    const bool isAmongOthers = options_.choice.inputs.size() > 1 || programs_.size() > 1;
     std::vector<Field<Row>> fields =
-        fieldsNamed(isAmongOthers ? "executable,size,section,name,type" : "size,section,name,type");
+        fieldsNamed(isAmongOthers() ? "executable,size,section,name,type" : "size,section,name,type");
     fields.push_back(placeField);
     return fields;
   }
@@ -115,7 +132,14 @@ class List {
   void showTable(const Listing& listing, std::size_t all) {
     const bool bold = forTerminal_ && std::getenv("NO_COLOR") == nullptr;
     if (all > 0) writeTable(listing, {lineWidth(), bold}, output_);
+    if (options_.check) return writeCheckSummary(all);
     writeSummary({programs_, listing.size(), all, selection_.isWhole(), waste_}, rows_, output_);
+  }
+
+  void writeCheckSummary(std::size_t excesses) {
+    output_.put((excesses > 0 ? "\n" : "") + counted(budgets_.size(), "budget") + ", " +
+                counted(programs_.size(), "executable") + ": " + (excesses > 0 ? withSeparators(excesses) : "none") +
+                " over the limit\n");
   }
 
   const ListOptions& options_;
@@ -126,6 +150,8 @@ class List {
   const Grouping* grouping_ = nullptr;
   std::vector<Field<Sum>> sumFields_;
   std::vector<SortKey<Sum>> sumKeys_;
+  std::vector<Budget> budgets_;
+  bool isOverBudget_ = false;
   std::vector<const Inventory*> programs_;
   std::vector<Row> rows_;
   Waste waste_;
@@ -171,7 +197,22 @@ void addViewOptions(CLI::App& command, ListOptions& options) {
       ->check(CLI::Range(std::int64_t{0}, std::int64_t{UINT32_MAX}))
       ->type_name("N");
   command.add_option("--by", options.by, "Sums instead of variables")->check(CLI::IsMember(groupingNames()));
+  command.add_option("--check", options.check, "Budgets (see below) to hold the variables against; shows what is over")
+      ->type_name("FILE");
   command.add_flag("--list-columns", options.explainColumns, "Show the names of all columns and what they hold");
+}
+
+void refuseContradictions(const ListOptions& options) {
+  if (!options.by.empty() && !options.columns.empty()) throw UsageError("--by and --columns exclude each other");
+  if (!options.check) return;
+  const std::pair<bool, const char*> others[] = {{!options.by.empty(), "--by"},
+                                                 {!options.columns.empty(), "--columns"},
+                                                 {!options.sort.empty(), "--sort"},
+                                                 {options.rows.has_value(), "-n"},
+                                                 {options.choice.duplicates, "--duplicates"}};
+  for (const auto& [isGiven, name] : others) {
+    if (isGiven) throw UsageError(std::string("--check and ") + name + " exclude each other");
+  }
 }
 
 std::string helpText() {
@@ -181,13 +222,19 @@ std::string helpText() {
          "expression, as for grep -E. A value is a number (of bytes also with K or M), true,\n"
          "false, null (not known), or a text, which stands in \"\" if it holds a comma. What is\n"
          "not known compares with null only.\n\n"
+         "A line of a file of budgets is a pattern of files as in .gitignore, a section (or *:\n"
+         "all that the program may change) and a limit in bytes, also with K or M. Each program\n"
+         "has to keep each budget; # begins a comment:\n"
+         "  src/net/** .bss 64K\n\n"
          "Examples:\n"
          "  tolquin list ./prog\n"
          "  tolquin list --mutable --where 'file ~ ^src/net/, size >= 4K' ./prog\n"
          "  tolquin list --by file -n 20 build/bin/*\n"
          "  tolquin list --format csv --columns name,type,size,file,line ./prog >prog.csv\n"
-         "  tolquin list --format json ./prog | jq '.variables[] | select(.section == \".bss\")'\n\n"
-         "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong use.";
+         "  tolquin list --format json ./prog | jq '.variables[] | select(.section == \".bss\")'\n"
+         "  tolquin list --check budgets.txt ./prog\n\n"
+         "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong\n"
+         "use; 3 when a program is over a budget.";
 }
 
 }  // namespace
@@ -205,7 +252,7 @@ void addListCommand(CLI::App& app, Action& action) {
       return;
     }
     requireInput(options->choice);
-    if (!options->by.empty() && !options->columns.empty()) throw UsageError("--by and --columns exclude each other");
+    refuseContradictions(*options);
     action = [options] { return List(*options).run(); };
   });
 }
