@@ -23,17 +23,19 @@ _tolquin() {
     --by) mapfile -t COMPREPLY < <(compgen -W "file namespace type section executable" -- "$word"); return ;;
     --sort | --columns) _tolquin_list "$word" "$("$1" list --list-columns 2>/dev/null | cut -f1)"; return ;;
     --where | -n | -j | --jobs) return ;;
+    --check | --sqlite) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
     -o | --output) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
   esac
   if [[ $word == -* ]]; then
-    local options="--format --columns --sort -n --list-columns --where --mutable --duplicates --artificial --by --jobs --help"
+    local options="--format --columns --sort -n --list-columns --where --mutable --duplicates --artificial --by --check --jobs --help"
+    if [ "$command" = export ]; then options="--sqlite --where --mutable --duplicates --artificial --jobs --help"; fi
     if [ "$command" = tables ]; then options="--output --qualified --quiet --help"; fi
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
     return
   fi
   mapfile -t COMPREPLY < <(compgen -f -- "$word")
   if [ "$COMP_CWORD" -eq 1 ]; then
-    mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W "list tables" -- "$word")
+    mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W "list export tables" -- "$word")
   fi
 }
 complete -o filenames -F _tolquin tolquin

@@ -21,6 +21,19 @@ _tolquin_list() {
     '--duplicates[only variables of one definition at several addresses]' \
     '--artificial[also variables that the compiler made up]' \
     '--by=[sums instead of variables]:grouping:(file namespace type section executable)' \
+    '--check=[budgets to hold the variables against]:file:_files' \
+    '(-j --jobs)'{-j,--jobs=}'[inputs to read at a time]:number:' \
+    '(- *)'{-h,--help}'[show help]' \
+    '*:input:_files'
+}
+
+_tolquin_export() {
+  _arguments -s -S : \
+    '--sqlite=[database to write]:database:_files' \
+    '--where=[only variables that fulfil conditions]:conditions:' \
+    '--mutable[only variables that are writable or thread-local]' \
+    '--duplicates[only variables of one definition at several addresses]' \
+    '--artificial[also variables that the compiler made up]' \
     '(-j --jobs)'{-j,--jobs=}'[inputs to read at a time]:number:' \
     '(- *)'{-h,--help}'[show help]' \
     '*:input:_files'
@@ -37,8 +50,8 @@ _tolquin_tables() {
 
 _tolquin() {
   local -a commands
-  commands=('list:list the variables of programs' 'tables:make the tables that tolquin.exe reads')
-  if [[ $words[2] == (list|tables) ]] && (( CURRENT > 2 )); then
+  commands=('list:list the variables of programs' 'export:put them into a database' 'tables:make the tables that tolquin.exe reads')
+  if [[ $words[2] == (list|export|tables) ]] && (( CURRENT > 2 )); then
     local command=$words[2]
     words=($words[1] ${words[3,-1]})
     (( CURRENT-- ))

@@ -34,6 +34,11 @@ void check(sqlite3* connection, const std::string& path, int code) {
   if (code != SQLITE_OK) throw UserError(path + ": " + reasonOf(connection, code));
 }
 
+bool fileExists(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::exists(path, error);
+}
+
 // Whether to wait once more for a database that others use, after `times` times.
 int waitForOthers(void*, int times) {
   constexpr int pauseMilliseconds = 50;
@@ -94,7 +99,7 @@ std::int64_t Statement::takeNumber() {
   return number;
 }
 
-Database::Database(const std::string& path, Mode mode) : path_(path) {
+Database::Database(const std::string& path, Mode mode) : path_(path), isMadeHere_(!fileExists(path)) {
   // One thread at a time uses the library, and nobody asks how much memory it takes.
   sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
   sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
@@ -109,11 +114,25 @@ Database::Database(const std::string& path, Mode mode) : path_(path) {
   letSignalsInterrupt(connection);
 }
 
+Database::~Database() {
+  connection_.reset();
+  std::error_code error;
+  if (!isMadeHere_ || std::filesystem::file_size(path_, error) != 0 || error) return;
+  std::filesystem::remove(std::filesystem::canonical(path_, error), error);
+}
+
 void Database::begin() {
-  execute("BEGIN IMMEDIATE");
+  const int code = sqlite3_exec(connection_.get(), "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
+  // Others have something in mind with the file.
+  if (code == SQLITE_BUSY) isMadeHere_ = false;
+  check(connection_.get(), path_, code);
+}
+
+void Database::commit() {
   int moved = 0;
   sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
   if (moved != 0) throw UserError(path_ + ": has been removed or replaced by another program; try again");
+  execute("COMMIT");
 }
 
 void Database::execute(const char* sql) {

@@ -38,7 +38,8 @@ class Statement {
   std::unique_ptr<sqlite3_stmt, Finalize> statement_;
 };
 
-/// A connection to a database. A transaction that has not been committed is rolled back at its end.
+/// A connection to a database. A transaction that has not been committed is rolled back at its end, and a file that was
+/// made for it removed.
 class Database {
  public:
   enum class Mode { Existing, New };
@@ -47,19 +48,18 @@ class Database {
   Database(const std::string& path, Mode mode);
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
-  ~Database() = default;
+  ~Database();
 
-  /// Begins a transaction that may write; waits some seconds for others to end theirs. Throws UserError, also when the
-  /// file has been removed or replaced meanwhile.
+  /// Begins a transaction that may write; waits some seconds for others to end theirs. Throws UserError.
   void begin();
+  /// Makes the transaction permanent. Throws UserError, also when the file has been removed or replaced meanwhile.
+  void commit();
   /// Runs the statements in `sql`, whose results are dropped. Throws UserError.
   void execute(const char* sql);
   /// `sql` made ready for being run. Throws UserError.
   Statement prepare(std::string_view sql) { return {connection_.get(), path_, sql}; }
   /// The number that `sql` has for its result. Throws UserError.
   std::int64_t number(std::string_view sql) { return prepare(sql).takeNumber(); }
-  /// The file, without symbolic links.
-  std::string file() const { return sqlite3_db_filename(connection_.get(), "main"); }
 
  private:
   struct Close {
@@ -67,5 +67,6 @@ class Database {
   };
 
   const std::string path_;
+  bool isMadeHere_;
   std::unique_ptr<sqlite3, Close> connection_;
 };

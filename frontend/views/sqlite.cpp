@@ -1,9 +1,6 @@
 #include "frontend/views/sqlite.h"
 
-#include <unistd.h>
-
 #include <filesystem>
-#include <optional>
 #include <unordered_map>
 
 #include "frontend/database.h"
@@ -276,21 +273,6 @@ bool isNewOrEmpty(const std::string& path) {
   return !exists(status) || (is_regular_file(status) && std::filesystem::file_size(path, error) == 0);
 }
 
-// Removes a database that was new, unless all went well, while nobody else can be writing to it.
-class Removal {
- public:
-  explicit Removal(std::string file) : file_(std::move(file)) {}
-  Removal(const Removal&) = delete;
-  Removal& operator=(const Removal&) = delete;
-  ~Removal() {
-    if (!file_.empty()) unlink(file_.c_str());
-  }
-  void cancel() { file_.clear(); }
-
- private:
-  std::string file_;
-};
-
 }  // namespace
 
 void checkDatabase(const std::string& path) {
@@ -312,11 +294,7 @@ void writeDatabase(const std::string& path, const std::vector<const Inventory*>&
   Database database(path, Database::Mode::New);
   database.execute("PRAGMA page_size = 8192");  // of a new database; the larger, the fewer writes
   database.begin();
-  std::optional<Removal> removal;
-  if (checkOwner(database, path)) {
-    removal.emplace(database.file());
-    database.execute(schema);
-  }
+  if (checkOwner(database, path)) database.execute(schema);
   {
     InventoryWriter writer(database);
     const Row* next = rows.data();
@@ -328,6 +306,5 @@ void writeDatabase(const std::string& path, const std::vector<const Inventory*>&
     }
     writer.removeUnused();
   }
-  database.execute("COMMIT");
-  if (removal) removal->cancel();
+  database.commit();
 }
