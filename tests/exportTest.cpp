@@ -110,7 +110,8 @@ TEST_F(Export, Repeated) {
   exportAll("rows.jsonl prog odd.jsonl");
   const std::string before = ask(".dump");
   exportAll("prog rows.jsonl ./prog");
-  exportAll("$PWD/../$(basename $PWD)/prog");
+  directory.run("mkdir -p deep/er; ln -s deep/er link");
+  exportAll("$PWD/../$(basename $PWD)/./link/../../prog");
   EXPECT_EQ(ask(".dump"), before);
   build("short");
   exportAll("prog");

@@ -142,9 +142,19 @@ std::string insertionOf(std::ptrdiff_t count) {
 // The path by which the program named `executable` is known, from wherever it is read.
 std::string absolutePath(const std::string& executable) {
   std::error_code error;
-  const std::filesystem::path path = std::filesystem::absolute(executable, error);
-  if (error) throw UserError(executable + ": the current directory is not known: " + error.message());
-  return path.lexically_normal();
+  std::filesystem::path path;
+  for (const std::filesystem::path& part : std::filesystem::absolute(executable, error)) {
+    if (part == "..") {
+      // What is above a symbolic link is above what the link stands for.
+      std::error_code missing;
+      if (std::filesystem::is_symlink(path, missing)) path = std::filesystem::weakly_canonical(path, missing);
+      path = path.parent_path();
+    } else if (part != ".") {
+      path /= part;
+    }
+  }
+  if (error) throw UserError(executable + ": its absolute path is not known: " + error.message());
+  return path;
 }
 
 // Writes into a transaction that has begun.
