@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <unordered_map>
 
 #include "frontend/conditions.h"
@@ -47,21 +48,36 @@ Budget budgetOf(const std::vector<std::string>& words, std::size_t line) {
 
 std::string place(const std::string& path, std::size_t line) { return path + ":" + std::to_string(line) + ": "; }
 
+// The directory that holds the file `path`, with a '/' at its end.
+std::string directoryOf(const std::string& path) {
+  std::error_code error;
+  std::string directory = std::filesystem::canonical(path, error).parent_path().string();
+  if (!directory.ends_with('/')) directory += '/';
+  return directory;
+}
+
 // Whether a budget's pattern stands for a file; each file is compared once.
 class FileMatcher {
  public:
-  explicit FileMatcher(const Budget& budget) : pattern_(budget.files) {}
+  // Files in `directory` are compared by their names in it.
+  FileMatcher(const Budget& budget, const std::string& directory) : pattern_(budget.files), directory_(directory) {}
 
   // `file` is empty when it is not known.
   bool matches(std::string_view file) {
     if (file.empty() || pattern_.isEverything()) return pattern_.isEverything();
     const auto [at, isNew] = known_.try_emplace(file, false);
-    if (isNew) at->second = pattern_.matches(file);
+    if (isNew) at->second = matchesAnew(file);
     return at->second;
   }
 
  private:
+  bool matchesAnew(std::string_view file) const {
+    if (pattern_.matches(file)) return true;
+    return file.starts_with(directory_) && pattern_.matches(file.substr(directory_.size()));
+  }
+
   const PathPattern& pattern_;
+  const std::string& directory_;
   std::unordered_map<std::string_view, bool> known_;
 };
 
@@ -72,7 +88,7 @@ bool isOfSection(const Budget& budget, const Variable& variable) {
 // Holds all programs against one budget.
 class BudgetCheck {
  public:
-  explicit BudgetCheck(const Budget& budget) : budget_(budget), files_(budget) {}
+  BudgetCheck(const Budget& budget, const std::string& directory) : budget_(budget), files_(budget, directory) {}
 
   // The bytes of those among `rows`, all of one program, that the budget is about.
   std::uint64_t bytesOf(const std::vector<Row>& rows) {
@@ -179,7 +195,9 @@ std::vector<Budget> readBudgets(const std::string& path) {
 CheckResult checkBudgets(const std::vector<Budget>& budgets, const std::string& path,
                          const std::vector<const Inventory*>& programs, const std::vector<Row>& rows) {
   CheckResult result;
-  std::vector<BudgetCheck> checks(budgets.begin(), budgets.end());
+  const std::string directory = directoryOf(path);
+  std::vector<BudgetCheck> checks;
+  for (const Budget& budget : budgets) checks.emplace_back(budget, directory);
   const std::vector<std::vector<Row>> parts = rowsOfEach(programs, rows);
   for (std::size_t program = 0; program < programs.size(); ++program) {
     for (std::size_t i = 0; i < budgets.size(); ++i) {
