@@ -40,5 +40,6 @@ struct CheckResult {
 
 /// Holds the variables `rows` of `programs`, in their order, against `budgets` from the file `path`. Each program has
 /// to keep each budget by itself.
+/// A file that is absolute fits also as it is seen from the directory of `path`.
 CheckResult checkBudgets(const std::vector<Budget>& budgets, const std::string& path,
                          const std::vector<const Inventory*>& programs, const std::vector<Row>& rows);

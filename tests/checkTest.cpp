@@ -103,6 +103,11 @@ TEST_F(Check, Counting) {
     EXPECT_EQ(result.err, notes) << budgets;
     EXPECT_EQ(check(budgets).status, over.empty() ? 0 : 3) << budgets;
   }
+  // Files are seen from the directory of the budgets, too.
+  writeFile(directory / "a.jsonl",
+            R"({"name": "a", "size": 1, "section": ".bss", "file": ")" + directory / "src/a.c" + "\"}");
+  EXPECT_EQ(check("/src/*.c .bss 0", "a.jsonl").status, 3);
+  EXPECT_EQ(check("src/*.h .bss 0", "a.jsonl").status, 0);
   EXPECT_EQ(check("src/ .bss 100", "rows.jsonl --where 'name = a, executable = net'").status, 0);
 }
 
