@@ -2,8 +2,10 @@
 
 # What the build needs, and the programs that tolquin runs.
 build_packages=(g++ cmake make pkg-config libdw-dev libcli11-dev libcsv-dev nlohmann-json3-dev libsqlite3-dev binutils gdb)
-# What the tests need beside that.
+# What the tests need as well.
 test_packages=(libgtest-dev clang llvm dwz procps strace python3-jsonschema sqlite3)
+# What .ci/run checks with as well.
+check_packages=(clang-format clang-tidy mandoc lintian)
 
 # Makes sure that the named Debian packages are there: installs the missing ones as root, otherwise says which to install.
 require_packages() {

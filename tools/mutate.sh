@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Says which small faults the tests would not find: applies one-line changes to the product's sources, drawn at random with a fixed
+# seed, one at a time, in a copy of the tree, and runs the tests on each. Prints every change that survives, and the rate of those
+# found. A change that the compiler refuses does not count.
+# usage: tools/mutate.sh [number of changes [seed [folder...]]]      default: 300 1 src debuginfo suite frontend
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. tools/requirements.sh
+require_packages "${build_packages[@]}" "${test_packages[@]}" rsync
+number=${1:-300} seed=${2:-1}
+[ $# -le 2 ] && folders=(src debuginfo suite frontend) || folders=("${@:3}")
+
+tree=build/mutants/tree results=build/mutants/results
+mkdir -p "$tree"
+git ls-files -z | rsync -a --from0 --files-from=- . "$tree"
+build() { cmake --build "$tree/build" -j "$(nproc)" >build/mutants/log 2>&1; }
+cmake -S "$tree" -B "$tree/build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-O1 -DBUILD_TESTING=ON >/dev/null
+build || { tail build/mutants/log >&2; exit 1; }
+
+# Whether a test fails, or does not end, in the tree as it is.
+found() {
+  ! timeout -k 10 600 ctest --test-dir "$tree/build" -j "$(nproc)" --timeout 60 --stop-on-failure >build/mutants/log 2>&1 </dev/null
+}
+if found; then
+  echo "the tests fail without any change" >&2
+  exit 1
+fi
+
+: >"$results"
+git ls-files "${folders[@]}" | grep -E '\.(cpp|h)$' | xargs python3 tools/mutants.py "$seed" "$number" >build/mutants/list
+while IFS=$'\t' read -r file line what new; do
+  awk -v line="$line" -v new="${new//\\/\\\\}" 'NR == line { print new; next } { print }' "$file" >"$tree/$file"
+  if ! build; then
+    outcome=refused
+  elif found; then
+    outcome=found
+  else
+    outcome=survives
+    printf '%s:%s: %s\n  %s\n' "$file" "$line" "$what" "$new"
+  fi
+  printf '%s\t%s:%s\t%s\t%s\n' "$outcome" "$file" "$line" "$what" "$new" >>"$results"
+  cp "$file" "$tree/$file"
+done <build/mutants/list
+
+awk -F '\t' '{ count[$1]++ } END {
+  tested = count["found"] + count["survives"]
+  printf "%d changes, %d refused by the compiler; of %d the tests found %d, %.0f %%\n",
+    NR, count["refused"], tested, count["found"], tested ? 100 * count["found"] / tested : 0
+}' "$results"
