@@ -302,7 +302,8 @@ void writeDatabase(const std::string& path, const std::vector<const Inventory*>&
                    const std::vector<Row>& rows) {
   const EndingSignals signals;
   Database database(path, Database::Mode::New);
-  database.execute("PRAGMA page_size = 8192");  // of a new database; the larger, the fewer writes
+  // Larger pages (of a new database) and a larger cache than usual: fewer writes and waits for the disk.
+  database.execute("PRAGMA page_size = 8192; PRAGMA cache_size = -16000");
   database.begin();
   if (checkOwner(database, path)) database.execute(schema);
   {
