@@ -121,7 +121,7 @@ class Dictionary {
   Statement find_;
   Statement insert_;
   std::unordered_map<std::string_view, std::int64_t> numbers_;
-  std::string_view last_{};  // neighbours often have the same
+  std::string_view last_{};  // neighbors often have the same
   std::int64_t lastNumber_ = 0;
 };
 
@@ -172,9 +172,10 @@ class InventoryWriter {
     std::int64_t id = executable_ * idsOfExecutable;
     const std::int64_t endId = id + idsOfExecutable;
     replaced_ = replaced_ || runOnIds("SELECT 1 FROM variable WHERE id >= ? AND id < ?", id, endId) > 0;
-    // What is the same as before stays as it is: the file changes where the program has.
-    for (; end - begin >= rowsAtATime; begin += rowsAtATime, id += rowsAtATime)
+    // They take the places of those of before; what is left of these goes.
+    for (; end - begin >= rowsAtATime; begin += rowsAtATime, id += rowsAtATime) {
       insert(insertMany_, begin, rowsAtATime, id);
+    }
     if (const std::ptrdiff_t left = end - begin; left > 0) {
       Statement insertRest = database_.prepare(insertionOf(left));
       insert(insertRest, begin, left, id);
