@@ -69,9 +69,9 @@ class TextPool {
 
 /// The variables of one executable.
 struct Inventory {
-  std::string executable;             ///< as it was named when it was read
-  std::string buildId;                ///< hexadecimal; empty: none
-  std::string directory;              ///< in which its units were compiled; empty: none in common
+  std::string executable;  ///< as it was named when it was read
+  std::string buildId;     ///< hexadecimal; empty: none
+  std::string directory;   ///< in which its units were compiled; empty: none in common
   /// When the program's file was last modified, in seconds since 1970; not known of a result that is read again.
   std::optional<std::int64_t> modified;
   std::vector<Section> sections;      ///< in the order of the file
