@@ -141,7 +141,7 @@ TEST_F(Export, Repeated) {
 // there, unless the export was killed: then the next one succeeds.
 TEST_F(Export, Interrupted) {
   if (directory.run("strace -o /dev/null true").status != 0) GTEST_SKIP() << "strace does not work here";
-  writeFile(directory / "many.awk", R"(BEGIN { for (i = 0; i < 20000; ++i)
+  writeFile(directory / "many.awk", R"(BEGIN { for (i = 0; i < 6000; ++i)
     printf "{\"executable\": \"/m\", \"name\": \"v%d\", \"type\": \"T%d\", \"size\": %d}\n", i, i % 999, i * factor })");
   directory.run("awk -v factor=1 -f many.awk >one.jsonl; awk -v factor=2 -f many.awk >two.jsonl; " TOLQUIN
                 " export --sqlite two.db two.jsonl");
@@ -150,10 +150,10 @@ TEST_F(Export, Interrupted) {
   const std::string after = state("two.db");
   ASSERT_NE(before, after);
   int undone = 0;
-  for (const std::string call : {"pwrite64 1 2 9 70 250", "fdatasync 1 2 3 4", "unlink 1"}) {
+  for (const std::string call : {"pwrite64 1 2 9 60", "fdatasync 1 2 3", "unlink 1"}) {
     const std::vector<std::string> words = splitAt(call, ' ');
     for (std::size_t i = 1; i < words.size(); ++i) {
-      for (const std::string event : {"signal=KILL", "signal=INT", "error=EIO", "error=ENOSPC"}) {
+      for (const std::string event : {"signal=KILL", "signal=INT", "error=ENOSPC"}) {
         std::string about = words[0];
         about.append(" ").append(words[i]).append(" ").append(event);
         std::string command = "ASAN_OPTIONS=detect_leaks=0 strace -qq -o /dev/null -e trace=" + words[0];
@@ -174,7 +174,7 @@ TEST_F(Export, Interrupted) {
       }
     }
   }
-  EXPECT_GT(undone, 15);
+  EXPECT_GT(undone, 9);
   const RunResult full = directory.run("ulimit -f 100; for d in all new; do " TOLQUIN
                                        " export --sqlite $d.db two.jsonl; echo $?; done; ls *.db* | xargs");
   EXPECT_EQ(full.out, "1\n1\nall.db two.db\n") << full.err;
