@@ -197,6 +197,7 @@ CheckResult checkBudgets(const std::vector<Budget>& budgets, const std::string& 
   CheckResult result;
   const std::string directory = directoryOf(path);
   std::vector<BudgetCheck> checks;
+  checks.reserve(budgets.size());
   for (const Budget& budget : budgets) checks.emplace_back(budget, directory);
   const std::vector<std::vector<Row>> parts = rowsOfEach(programs, rows);
   for (std::size_t program = 0; program < programs.size(); ++program) {
