@@ -1,7 +1,7 @@
 # Shared by the scripts at the root; to be sourced from there.
 
 # What the build needs, and the programs that tolquin runs.
-build_packages=(g++ cmake make pkg-config libdw-dev libcli11-dev libcsv-dev nlohmann-json3-dev binutils gdb)
+build_packages=(g++ cmake make pkg-config libdw-dev libcli11-dev libcsv-dev nlohmann-json3-dev zlib1g-dev binutils gdb)
 # What the tests need as well.
 test_packages=(libgtest-dev clang llvm dwz procps strace python3-jsonschema)
 # What .ci/run checks with as well.

@@ -4,12 +4,11 @@
 
 #include <cstdlib>
 #include <memory>
-#include <thread>
 #include <utility>
 
+#include "frontend/commands/choice.h"
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
-#include "frontend/selection.h"
 #include "frontend/sums.h"
 #include "frontend/views/csv.h"
 #include "frontend/views/json.h"
@@ -23,17 +22,13 @@ namespace {
 constexpr std::string_view tableFormat = "table";
 
 struct ListOptions {
-  std::vector<std::string> inputs;
+  Choice choice;
   std::string format{tableFormat};
   std::string columns;
   std::string sort;
-  std::string where;
   std::string by;
   std::optional<std::int64_t> rows;
-  bool mutableOnly = false;
-  bool duplicates = false;
   bool explainColumns = false;
-  ReadOptions reading;
 };
 
 // Columns that standard output has for a line; 0: any number.
@@ -53,10 +48,8 @@ std::vector<Field<Row>> fieldsNamed(std::string_view list) {
 // All that can be wrong with the options is found before anything is read.
 class List {
  public:
-  explicit List(const ListOptions& options) : options_(options), forTerminal_(isatty(STDOUT_FILENO) != 0) {
-    if (!options.where.empty()) selection_.conditions = parseConditions(options.where);
-    selection_.mutableOnly = options.mutableOnly;
-    selection_.duplicates = options.duplicates;
+  explicit List(const ListOptions& options)
+      : options_(options), forTerminal_(isatty(STDOUT_FILENO) != 0), selection_(selectionOf(options.choice)) {
     if (options.by.empty()) {
       if (!options.columns.empty()) fields_ = fieldsNamed(options.columns);
       keys_ = parseSortKeys<Row>(variableFields, options.sort.empty() ? defaultSort() : options.sort);
@@ -70,7 +63,7 @@ class List {
   }
 
   int run() {
-    const InputResults results = readInputs(options_.inputs, options_.reading);
+    const InputResults results = readInputs(options_.choice.inputs, options_.choice.reading);
     programs_ = results.programs();
     // A document is whole without a program too, a table is not worth its header.
     if (!programs_.empty() || options_.format == "json") show();
@@ -79,7 +72,7 @@ class List {
   }
 
  private:
-  const char* defaultSort() const { return options_.duplicates ? "-size,name,file,line" : "-size"; }
+  const char* defaultSort() const { return options_.choice.duplicates ? "-size,name,file,line" : "-size"; }
 
   void show() {
     rows_ = selectRows(programs_, selection_);
@@ -99,7 +92,7 @@ class List {
 
   std::vector<Field<Row>> defaultFields() const {
     if (options_.format != tableFormat) return {variableFields.begin(), variableFields.end()};
-    const bool isAmongOthers = options_.inputs.size() > 1 || programs_.size() > 1;
+    const bool isAmongOthers = options_.choice.inputs.size() > 1 || programs_.size() > 1;
     std::vector<Field<Row>> fields =
         fieldsNamed(isAmongOthers ? "executable,size,section,name,type" : "size,section,name,type");
     fields.push_back(placeField);
@@ -165,17 +158,6 @@ std::vector<std::string> groupingNames() {
   return names;
 }
 
-void addChoiceOptions(CLI::App& command, ListOptions& options) {
-  command.add_option("--where", options.where, "Only variables that fulfil conditions (see below)")
-      ->type_name("CONDITION,...");
-  command.add_flag("--mutable", options.mutableOnly, "Only variables that are writable or thread-local");
-  command.add_flag("--duplicates", options.duplicates,
-                   "Only variables of the same name, type, file and line at several addresses");
-  command.add_flag("--artificial", options.reading.artificial,
-                   "Also variables that the compiler made up, such as __func__");
-  command.add_option("--by", options.by, "Sums instead of variables")->check(CLI::IsMember(groupingNames()));
-}
-
 void addViewOptions(CLI::App& command, ListOptions& options) {
   command.add_option("--format", options.format, "How to write it")
       ->check(CLI::IsMember({"table", "csv", "tsv", "json", "jsonl"}))
@@ -188,6 +170,7 @@ void addViewOptions(CLI::App& command, ListOptions& options) {
   command.add_option("-n", options.rows, "Show at most N rows")
       ->check(CLI::Range(std::int64_t{0}, std::int64_t{UINT32_MAX}))
       ->type_name("N");
+  command.add_option("--by", options.by, "Sums instead of variables")->check(CLI::IsMember(groupingNames()));
   command.add_flag("--list-columns", options.explainColumns, "Show the names of all columns and what they hold");
 }
 
@@ -212,23 +195,16 @@ std::string helpText() {
 void addListCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<ListOptions>();
   CLI::App* command = app.add_subcommand("list", "List the variables of programs; the word list may be left out");
-  command->add_option("INPUT", options->inputs,
-                      "Executables or shared objects compiled with -g, results that list\nwrote as JSON or JSON "
-                      "lines, directories with a result of tolquin.exe");
   addViewOptions(*command, *options);
-  addChoiceOptions(*command, *options);
-  options->reading.jobs = std::max(1u, std::thread::hardware_concurrency());
-  command->add_option("-j,--jobs", options->reading.jobs, "Inputs to read at a time")
-      ->check(CLI::Range(1u, 4096u))
-      ->type_name("N")
-      ->capture_default_str();
+  addSelectionOptions(*command, options->choice);
+  addInputOptions(*command, options->choice);
   command->footer(helpText());
   command->callback([options, &action] {
     if (options->explainColumns) {
       action = explainColumns;
       return;
     }
-    if (options->inputs.empty()) throw UsageError("an input is missing: an executable, for instance");
+    requireInput(options->choice);
     if (!options->by.empty() && !options->columns.empty()) throw UsageError("--by and --columns exclude each other");
     action = [options] { return List(*options).run(); };
   });
