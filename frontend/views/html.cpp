@@ -60,38 +60,34 @@ void sortValues(CodedColumn& column, Kind kind) {
   for (std::uint32_t& code : column.codes) code = codeOf[code];
 }
 
-CodedColumn codeColumn(const Field<Row>& field, const std::vector<Row>& rows) {
+CodedColumn codeColumn(Kind kind, const std::vector<Value>& values) {
   CodedColumn column;
-  column.codes.reserve(rows.size());
+  column.codes.reserve(values.size());
   std::unordered_map<Value, std::uint32_t, ValueHash, SameValue> codes;
-  for (const Row& row : rows) {
-    const Value value = field.get(row);
+  for (const Value& value : values) {
     const auto next = static_cast<std::uint32_t>(column.values.size() + 1);
     const std::uint32_t code = value.known ? codes.try_emplace(value, next).first->second : 0;
     if (code == next) column.values.push_back(value);
     column.codes.push_back(code);
   }
-  sortValues(column, field.kind);
+  sortValues(column, kind);
   return column;
 }
 
-// Texts are separated by newlines, as none holds one once it may be shown; numbers are differences from the one before.
-std::string dictionaryBytes(const CodedColumn& column, Kind kind) {
-  std::string bytes;
+// A line for each value: of a number, its difference from the one before. No text holds a newline once it may be shown.
+std::string dictionaryText(const CodedColumn& column, Kind kind) {
+  std::string text;
   std::uint64_t before = 0;
   for (const Value& value : column.values) {
-    if (kind == Kind::Text) {
-      bytes.append(shownText(value.text)).append("\n");
-    } else {
-      appendNumber(bytes, value.number - std::exchange(before, value.number));
-    }
+    const std::uint64_t step = value.number - std::exchange(before, value.number);
+    text.append(kind == Kind::Text ? shownText(value.text) : std::to_string(step)).append("\n");
   }
-  return bytes;
+  return text;
 }
 
-void appendColumn(std::string& bytes, const Field<Row>& field, const std::vector<Row>& rows) {
-  const CodedColumn column = codeColumn(field, rows);
-  const std::string dictionary = dictionaryBytes(column, field.kind);
+void appendColumn(std::string& bytes, Kind kind, const std::vector<Value>& values) {
+  const CodedColumn column = codeColumn(kind, values);
+  const std::string dictionary = dictionaryText(column, kind);
   appendNumber(bytes, dictionary.size());
   bytes += dictionary;
   std::uint32_t before = 0;
@@ -99,6 +95,33 @@ void appendColumn(std::string& bytes, const Field<Row>& field, const std::vector
     const std::int64_t step = static_cast<std::int64_t>(code) - std::exchange(before, code);
     appendNumber(bytes, step < 0 ? static_cast<std::uint64_t>(-step) * 2 - 1 : static_cast<std::uint64_t>(step) * 2);
   }
+}
+
+// Where each row begins when all are laid out one after the other and only those that share bytes overlap. So the page
+// can count bytes of any part of the rows once, as sumsBy does.
+std::vector<Value> layOut(const std::vector<Row>& rows) {
+  std::vector<Value> begins;
+  const Variable* before = nullptr;  // with an address
+  const Inventory* program = nullptr;
+  std::uint64_t limit = 0;  // address at which the bytes of those before end
+  std::uint64_t begin = 0;
+  std::uint64_t end = 0;
+  for (const Row& row : rows) {
+    const Variable& variable = *row.variable;
+    const std::uint64_t size = variable.size.value_or(0);
+    const bool isNext = before != nullptr && program == row.program && before->section == variable.section &&
+                        variable.address && *variable.address >= *before->address;
+    const bool overlaps = isNext && *variable.address < limit;
+    begin = overlaps ? begin + (*variable.address - *before->address) : end;
+    begins.push_back({true, {}, begin});
+    end = std::max(end, begin + size);
+    before = variable.address ? &variable : nullptr;
+    program = row.program;
+    if (before == nullptr) continue;
+    const std::uint64_t last = size > UINT64_MAX - *before->address ? UINT64_MAX : *before->address + size;
+    limit = overlaps ? std::max(limit, last) : last;
+  }
+  return begins;
 }
 
 // The fields of a variable, and what else they are grouped by.
@@ -216,7 +239,12 @@ std::string makePage(const std::vector<const Inventory*>& programs, const std::v
   std::string bytes;
   appendNumber(bytes, head.size());
   bytes += head;
-  for (const Field<Row>& field : fields) appendColumn(bytes, field, rows);
+  std::vector<Value> values(rows.size());
+  for (const Field<Row>& field : fields) {
+    std::transform(rows.begin(), rows.end(), values.begin(), field.get);
+    appendColumn(bytes, field.kind, values);
+  }
+  appendColumn(bytes, Kind::Number, layOut(rows));
   const std::size_t title = reportTemplate.find(titleMark);
   const std::size_t data = reportTemplate.find(dataMark, title);
   std::string page(reportTemplate.substr(0, title));
