@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
+#include <bit>
 #include <nlohmann/json.hpp>
 #include <numeric>
-#include <unordered_map>
+#include <utility>
 
 #include "frontend/sums.h"
 #include "frontend/texts.h"
@@ -28,14 +28,12 @@ void appendNumber(std::string& bytes, std::uint64_t number) {
   bytes += static_cast<char>(number);
 }
 
-struct ValueHash {
-  std::size_t operator()(const Value& value) const {
-    return std::hash<std::string_view>()(value.text) ^ std::hash<std::uint64_t>()(value.number);
-  }
-};
-struct SameValue {
-  bool operator()(const Value& a, const Value& b) const { return a.number == b.number && a.text == b.text; }
-};
+bool isSame(const Value& a, const Value& b) { return a.number == b.number && a.text == b.text; }
+
+std::size_t hashOf(const Value& value) {
+  constexpr std::uint64_t spread = 0x9e3779b97f4a7c15;  // 2^64 divided by the golden ratio
+  return (std::hash<std::string_view>()(value.text) + value.number) * spread;
+}
 
 // A column as a dictionary: its known values, each once and in ascending order, and for each row the number of its value
 // among them, from 1; 0 when it is not known.
@@ -45,11 +43,12 @@ struct CodedColumn {
 };
 
 void sortValues(CodedColumn& column, Kind kind) {
+  const auto isLess = [kind](const Value& a, const Value& b) { return compareValues(kind, a, b) < 0; };
+  if (std::is_sorted(column.values.begin(), column.values.end(), isLess)) return;
   std::vector<std::uint32_t> order(column.values.size());
   std::iota(order.begin(), order.end(), 0);
-  std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
-    return compareValues(kind, column.values[a], column.values[b]) < 0;
-  });
+  std::sort(order.begin(), order.end(),
+            [&](std::uint32_t a, std::uint32_t b) { return isLess(column.values[a], column.values[b]); });
   std::vector<Value> sorted;
   std::vector<std::uint32_t> codeOf(order.size() + 1);
   for (const std::uint32_t old : order) {
@@ -60,16 +59,39 @@ void sortValues(CodedColumn& column, Kind kind) {
   for (std::uint32_t& code : column.codes) code = codeOf[code];
 }
 
+// Gives each value the number of its place in a growing list of different ones. A hash table without nodes: those of
+// std::unordered_map take longer than all the rest.
+class Coder {
+ public:
+  explicit Coder(std::size_t most) : slots_(std::bit_ceil(2 * most + 1)) {}
+
+  std::uint32_t codeOf(const Value& value) {
+    const std::size_t mask = slots_.size() - 1;
+    const std::size_t width = static_cast<std::size_t>(std::popcount(mask));
+    std::size_t at = width == 0 ? 0 : hashOf(value) >> (64 - width);
+    while (slots_[at] != 0 && !isSame(values[slots_[at] - 1], value)) at = (at + 1) & mask;
+    if (slots_[at] == 0) {
+      values.push_back(value);
+      slots_[at] = static_cast<std::uint32_t>(values.size());
+    }
+    return slots_[at];
+  }
+
+  std::vector<Value> values;
+
+ private:
+  std::vector<std::uint32_t> slots_;
+};
+
 CodedColumn codeColumn(Kind kind, const std::vector<Value>& values) {
+  Coder coder(values.size());
   CodedColumn column;
   column.codes.reserve(values.size());
-  std::unordered_map<Value, std::uint32_t, ValueHash, SameValue> codes;
-  for (const Value& value : values) {
-    const auto next = static_cast<std::uint32_t>(column.values.size() + 1);
-    const std::uint32_t code = value.known ? codes.try_emplace(value, next).first->second : 0;
-    if (code == next) column.values.push_back(value);
-    column.codes.push_back(code);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const bool isRepeated = i > 0 && values[i].known && values[i - 1].known && isSame(values[i], values[i - 1]);
+    column.codes.push_back(isRepeated ? column.codes.back() : values[i].known ? coder.codeOf(values[i]) : 0);
   }
+  column.values = std::move(coder.values);
   sortValues(column, kind);
   return column;
 }
@@ -80,7 +102,15 @@ std::string dictionaryText(const CodedColumn& column, Kind kind) {
   std::uint64_t before = 0;
   for (const Value& value : column.values) {
     const std::uint64_t step = value.number - std::exchange(before, value.number);
-    text.append(kind == Kind::Text ? shownText(value.text) : std::to_string(step)).append("\n");
+    const bool isPlain = plainLength(value.text) == value.text.size();
+    if (kind != Kind::Text) {
+      text += std::to_string(step);
+    } else if (isPlain) {
+      text += value.text;
+    } else {
+      text += shownText(value.text);
+    }
+    text += '\n';
   }
   return text;
 }
