@@ -44,8 +44,9 @@ bool isOfList(const std::string& word) {
 [[noreturn]] void refuseCommand(const std::string& word) {
   if (const std::string text = formerCommand(word); !text.empty()) throw UsageError(text);
   const std::string_view near = nearestWord(word, commands);
-  throw UsageError("there is neither a command nor a file called \"" + word + "\"" +
-                   (near.empty() ? "; the commands are list, report and tables" : "; did you mean " + std::string(near) + "?"));
+  throw UsageError(
+      "there is neither a command nor a file called \"" + word + "\"" +
+      (near.empty() ? "; the commands are list, report and tables" : "; did you mean " + std::string(near) + "?"));
 }
 
 // The command line with its command spelled out.

@@ -7,6 +7,9 @@ test_packages=(libgtest-dev clang llvm dwz procps strace python3-jsonschema)
 # What .ci/run checks with as well.
 check_packages=(clang-format clang-tidy mandoc)
 
+# With these the page of `tolquin report` is tested too.
+page_packages=(chromium chromium-driver python3-selenium)
+
 # Makes sure that the named Debian packages are there: installs the missing ones as root, otherwise says which to install.
 require_packages() {
   local missing=() package

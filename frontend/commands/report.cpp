@@ -71,9 +71,10 @@ void addReportCommand(CLI::App& app, Action& action) {
       ->required();
   command->add_option("--title", options->page.title, "Title of the page; default: the name of the program")
       ->type_name("TEXT");
-  command->add_option("--source-url", options->page.sourceUrl,
-                      "Make places links to this address (http, https or vscode), in which\n{file} and {line} stand "
-                      "for the place")
+  command
+      ->add_option("--source-url", options->page.sourceUrl,
+                   "Make places links to this address (http, https or vscode), in which\n{file} and {line} stand "
+                   "for the place")
       ->type_name("URL");
   addSelectionOptions(*command, options->choice);
   addInputOptions(*command, options->choice);

@@ -35,8 +35,8 @@ std::size_t hashOf(const Value& value) {
   return (std::hash<std::string_view>()(value.text) + value.number) * spread;
 }
 
-// A column as a dictionary: its known values, each once and in ascending order, and for each row the number of its value
-// among them, from 1; 0 when it is not known.
+// A column as a dictionary: its known values, each once and in ascending order, and for each row the number of its
+// value among them, from 1; 0 when it is not known.
 struct CodedColumn {
   std::vector<Value> values;
   std::vector<std::uint32_t> codes;
@@ -160,8 +160,8 @@ std::vector<Field<Row>> pageFields() {
   for (const Grouping& grouping : groupings) {
     const auto isSame = [&](const Field<Row>& field) { return field.name == grouping.name; };
     if (std::any_of(fields.begin(), fields.end(), isSame)) continue;
-    fields.push_back({{grouping.name, grouping.header, Kind::Text, "scopes around the name, functions left out"},
-                      grouping.get});
+    fields.push_back(
+        {{grouping.name, grouping.header, Kind::Text, "scopes around the name, functions left out"}, grouping.get});
   }
   return fields;
 }
@@ -185,17 +185,15 @@ Json programDescription(const Inventory& program) {
 // All but the values themselves.
 std::string description(const std::vector<const Inventory*>& programs, const std::vector<Field<Row>>& fields,
                         std::size_t rows, const PageOptions& options) {
-  Json page{{"title", shownText(options.title)}, {"rows", rows},       {"whole", options.isWhole},
+  Json page{{"title", shownText(options.title)}, {"rows", rows},           {"whole", options.isWhole},
             {"source", options.sourceUrl},       {"notes", Json::array()}, {"programs", Json::array()},
             {"groupings", Json::array()},        {"fields", Json::array()}};
   for (const std::string& note : options.notes) page["notes"].push_back(shownText(note));
   for (const Inventory* program : programs) page["programs"].push_back(programDescription(*program));
   for (const Grouping& grouping : groupings) page["groupings"].push_back(grouping.name);
   for (const Field<Row>& field : fields) {
-    page["fields"].push_back({{"name", field.name},
-                              {"header", field.header},
-                              {"kind", nameOf(field.kind)},
-                              {"meaning", field.meaning}});
+    page["fields"].push_back(
+        {{"name", field.name}, {"header", field.header}, {"kind", nameOf(field.kind)}, {"meaning", field.meaning}});
   }
   return page.dump();
 }
@@ -215,7 +213,8 @@ void appendBase64(std::string& text, std::string_view bytes) {
   constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(3, bytes.size()))) {
     std::uint32_t bits = 0;
-    for (std::size_t i = 0; i < 3; ++i) bits = bits << 8 | (i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0);
+    for (std::size_t i = 0; i < 3; ++i)
+      bits = bits << 8 | (i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0);
     for (std::size_t i = 0; i < 4; ++i) text += i <= bytes.size() ? digits[bits >> (18 - 6 * i) & 0x3f] : '=';
   }
 }
@@ -254,12 +253,13 @@ bool hasOtherBraces(std::string url) {
 
 void checkSourceUrl(std::string_view url) {
   const std::string_view path = afterHost(url);
-  const bool isAddress = !path.empty() && path.find_first_of("/?#") == 0 &&
-                         std::all_of(url.begin(), url.end(), isAddressCharacter);
+  const bool isAddress =
+      !path.empty() && path.find_first_of("/?#") == 0 && std::all_of(url.begin(), url.end(), isAddressCharacter);
   if (isAddress && path.find("{file}") != std::string_view::npos && !hasOtherBraces(std::string(url))) return;
-  throw UsageError("--source-url \"" + std::string(url) +
-                   "\" is not an address that begins with http://, https:// or vscode:// and a host and has {file}, and "
-                   "perhaps {line}, after them, such as https://example.org/prog/blob/main/{file}#L{line}");
+  throw UsageError(
+      "--source-url \"" + std::string(url) +
+      "\" is not an address that begins with http://, https:// or vscode:// and a host and has {file}, and "
+      "perhaps {line}, after them, such as https://example.org/prog/blob/main/{file}#L{line}");
 }
 
 std::string makePage(const std::vector<const Inventory*>& programs, const std::vector<Row>& rows,

@@ -15,8 +15,8 @@ struct PageOptions {
   bool isWhole = true;             ///< whether all variables of the programs are on it
 };
 
-/// Throws UsageError unless `url` is an address of http, https or vscode with {file}, and perhaps {line}, after its host:
-/// a file's name must not decide which machine is asked.
+/// Throws UsageError unless `url` is an address of http, https or vscode with {file}, and perhaps {line}, after its
+/// host: a file's name must not decide which machine is asked.
 void checkSourceUrl(std::string_view url);
 
 /// The page with `rows`, which are variables of `programs` in their order: frontend/report.html with the data in it.
