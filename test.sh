@@ -7,6 +7,6 @@ cd "$(dirname "$0")"
 require_packages "${build_packages[@]}" "${test_packages[@]}"
 preset=${1:-release}
 build_preset "$preset" -DBUILD_TESTING=ON
-command -v chromium chromedriver >/dev/null ||
-  echo "NOTE: the page of tolquin report is not tested without a browser: ${page_packages[*]}" >&2
+dpkg-query -W "${page_packages[@]}" >/dev/null 2>&1 ||
+  echo "The page of tolquin report is not tested: that takes ${page_packages[*]}." >&2
 ctest --preset "$preset" -j "$(nproc)"

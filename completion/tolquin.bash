@@ -22,18 +22,21 @@ _tolquin() {
     --format) mapfile -t COMPREPLY < <(compgen -W "table csv tsv json jsonl" -- "$word"); return ;;
     --by) mapfile -t COMPREPLY < <(compgen -W "file namespace type section executable" -- "$word"); return ;;
     --sort | --columns) _tolquin_list "$word" "$("$1" list --list-columns 2>/dev/null | cut -f1)"; return ;;
-    --where | -n | -j | --jobs) return ;;
-    -o | --output) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
+    --where | -n | -j | --jobs | --title | --source-url) return ;;
+    -o | --output) [ "$command" = tables ] && mapfile -t COMPREPLY < <(compgen -d -- "$word") && return ;;
   esac
   if [[ $word == -* ]]; then
     local options="--format --columns --sort -n --list-columns --where --mutable --duplicates --artificial --by --jobs --help"
-    if [ "$command" = tables ]; then options="--output --qualified --quiet --help"; fi
+    case $command in
+      report) options="--output --title --source-url --where --mutable --duplicates --artificial --jobs --help" ;;
+      tables) options="--output --qualified --quiet --help" ;;
+    esac
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
     return
   fi
   mapfile -t COMPREPLY < <(compgen -f -- "$word")
   if [ "$COMP_CWORD" -eq 1 ]; then
-    mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W "list tables" -- "$word")
+    mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W "list report tables" -- "$word")
   fi
 }
 complete -o filenames -F _tolquin tolquin

@@ -26,6 +26,20 @@ _tolquin_list() {
     '*:input:_files'
 }
 
+_tolquin_report() {
+  _arguments -s -S : \
+    '(-o --output)'{-o,--output=}'[the page]:file:_files' \
+    '--title=[title of the page]:title:' \
+    '--source-url=[address with {file} and {line} that places lead to]:address:' \
+    '--where=[only variables that fulfil conditions]:conditions:' \
+    '--mutable[only variables that are writable or thread-local]' \
+    '--duplicates[only variables of one definition at several addresses]' \
+    '--artificial[also variables that the compiler made up]' \
+    '(-j --jobs)'{-j,--jobs=}'[inputs to read at a time]:number:' \
+    '(- *)'{-h,--help}'[show help]' \
+    '*:input:_files'
+}
+
 _tolquin_tables() {
   _arguments -s -S : \
     '(-o --output)'{-o,--output=}'[directory for the tables]:directory:_files -/' \
@@ -37,8 +51,8 @@ _tolquin_tables() {
 
 _tolquin() {
   local -a commands
-  commands=('list:list the variables of programs' 'tables:make the tables that tolquin.exe reads')
-  if [[ $words[2] == (list|tables) ]] && (( CURRENT > 2 )); then
+  commands=('list:list the variables of programs' 'report:make a page to look at' 'tables:make the tables that tolquin.exe reads')
+  if [[ $words[2] == (list|report|tables) ]] && (( CURRENT > 2 )); then
     local command=$words[2]
     words=($words[1] ${words[3,-1]})
     (( CURRENT-- ))
