@@ -63,13 +63,12 @@ void sortValues(CodedColumn& column, Kind kind) {
 // std::unordered_map take longer than all the rest.
 class Coder {
  public:
-  explicit Coder(std::size_t most) : slots_(std::bit_ceil(2 * most + 1)) {}
+  explicit Coder(std::size_t most)
+      : slots_(std::bit_ceil(2 * most + 2)), shift_(64 - std::countr_zero(slots_.size())) {}
 
   std::uint32_t codeOf(const Value& value) {
-    const std::size_t mask = slots_.size() - 1;
-    const std::size_t width = static_cast<std::size_t>(std::popcount(mask));
-    std::size_t at = width == 0 ? 0 : hashOf(value) >> (64 - width);
-    while (slots_[at] != 0 && !isSame(values[slots_[at] - 1], value)) at = (at + 1) & mask;
+    std::size_t at = hashOf(value) >> shift_;
+    while (slots_[at] != 0 && !isSame(values[slots_[at] - 1], value)) at = (at + 1) % slots_.size();
     if (slots_[at] == 0) {
       values.push_back(value);
       slots_[at] = static_cast<std::uint32_t>(values.size());
@@ -81,6 +80,7 @@ class Coder {
 
  private:
   std::vector<std::uint32_t> slots_;
+  int shift_;
 };
 
 CodedColumn codeColumn(Kind kind, const std::vector<Value>& values) {
