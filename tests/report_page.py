@@ -281,6 +281,22 @@ class Page(unittest.TestCase):
             self.open(report(self.directory, "links.html", "--source-url", template, source))
             self.assertEqual(hrefs(), expected)
 
+    def test_shared_bytes_count_once(self):
+        spans = [("a1", 0, 8), ("a2", 0, 8), ("b1", 4, 8), ("b2", 6, 2), ("a3", 12, 4), ("c1", 2**64 - 99, 4), ("c2", 2**64 - 98, 8)]
+        source = os.path.join(self.directory, "shared.jsonl")
+        with open(source, "w", encoding="utf-8") as file:
+            for section in (".bss", ".data"):
+                for name, begin, size in spans:
+                    row = {"executable": "p", "name": name, "section": section, "address": hex(begin), "size": size}
+                    file.write(json.dumps(row) + "\n")
+        self.open(report(self.directory, "shared.html", source))
+        for word in ("", "a", "b", "c", "2", "a2", "1", "c2"):
+            sums = subprocess.run([TOLQUIN, "list", "--by", "section", "--format", "json", "--where", f"name ~ {word}" if word
+                                   else "size > 0", source], check=True, capture_output=True)
+            total = sum(row["bytes"] for row in json.loads(sums.stdout)["sums"])
+            self.search(word)
+            self.wait(lambda: self.text("#status").endswith(f" {total} bytes"))
+
     def test_several_programs_print_and_damage(self):
         os.symlink("prog", os.path.join(self.directory, "other"))
         both = report(self.directory, "both.html", self.program, os.path.join(self.directory, "other"))
