@@ -213,7 +213,7 @@ TEST_F(List, WrongUseAndBadInput) {
   } cases[] = {
       {"", 2, "an input is missing"},
       {"lst prog", 2, "neither a command nor a file called \"lst\"; did you mean list?"},
-      {"xyz", 2, "the commands are list and tables"},
+      {"xyz", 2, "the commands are list, "},
       {"scan prog", 2, "`tolquin list EXECUTABLE...`"},
       {"show vym", 2, "`tolquin list DIR`"},
       {"list", 2, "an input is missing"},
