@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <numeric>
 #include <tuple>
-#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "debuginfo/debugFile.h"
-#include "debuginfo/variables.h"
+#include "debuginfo/findings.h"
+#include "debuginfo/sharedReading.h"
 
 namespace {
 
@@ -59,6 +60,34 @@ void shortenFiles(Inventory& inventory) {
   }
 }
 
+// Of the units that cannot be found, a few are named.
+void warnOfMissing(const std::vector<std::string>& missing, std::vector<std::string>& warnings) {
+  constexpr std::size_t most = 3;
+  for (std::size_t i = 0; i < missing.size() && i < most; ++i) warnings.push_back(missing[i]);
+  if (missing.size() > most)
+    warnings.push_back(std::to_string(missing.size() - most) + " more .dwo files cannot be used either");
+}
+
+// What has no name is named in a warning, unless another variable has its place: a member of an unnamed union.
+void warnOfNameless(Findings& found) {
+  if (found.nameless.empty()) return;
+  std::unordered_set<std::uint64_t> addresses;
+  for (const Variable& variable : found.variables) addresses.insert(variable.address.value_or(0));
+  for (const auto& [address, what] : found.nameless) {
+    if (!addresses.contains(address)) found.warnings.add("without a name", what);
+  }
+}
+
+// Moves what was found in all units to `inventory`.
+void complete(Findings found, Inventory& inventory) {
+  warnOfMissing(found.missing, inventory.warnings);
+  warnOfNameless(found);
+  for (const std::string& each : found.warnings.sentences()) inventory.warnings.push_back(each);
+  inventory.directory = found.directory.path();
+  inventory.variables = std::move(found.variables);
+  inventory.known = std::move(found.known);
+}
+
 }  // namespace
 
 Inventory readInventory(const std::string& path, const ReadOptions& options) {
@@ -68,10 +97,8 @@ Inventory readInventory(const std::string& path, const ReadOptions& options) {
   inventory.buildId = file.image().buildId();
   for (const ImageSection& section : file.image().sections())
     inventory.sections.push_back({section.name, section.size});
-  VariableReader reader(file, options, inventory);
-  file.forEachUnit([&reader](const Unit& unit) { reader.read(unit); }, inventory.warnings);
-  for (const std::string& each : reader.finish().sentences()) inventory.warnings.push_back(each);
-  inventory.directory = reader.directory();
+  const std::vector<ListedUnit> units = file.units(inventory.warnings);
+  complete(readUnits(file, units, options, inventory.texts), inventory);
   sortAndUnite(inventory.variables);
   shortenFiles(inventory);
   // The sections' names are those of the file, which is closed now.

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <unordered_set>
 
 #include "debuginfo/cxxNames.h"
 #include "debuginfo/typeSizes.h"
@@ -28,12 +27,8 @@ bool isBrokenSplit(const Unit& unit) {
 
 }  // namespace
 
-VariableReader::VariableReader(const DebugFile& file, const ReadOptions& options, Inventory& inventory)
-    : file_(file),
-      options_(options),
-      inventory_(inventory),
-      types_(scopes_, inventory.texts),
-      files_(scopes_.layouts(), inventory.texts) {}
+VariableReader::VariableReader(const DebugFile& file, const ReadOptions& options, TextPool& texts)
+    : file_(file), options_(options), texts_(texts), types_(scopes_, texts), files_(scopes_.layouts(), texts) {}
 
 void VariableReader::read(const Unit& unit) {
   unit_ = &unit;
@@ -42,47 +37,29 @@ void VariableReader::read(const Unit& unit) {
   const bool isType = unit.top.tag() == DW_TAG_type_unit;
   if (isType && !options_.known) return;  // no variable has its place there
   if (isBrokenSplit(unit)) {
-    return warnings_.append(
+    return found_.warnings.append(
         {"variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; "
          "link without -gsplit-dwarf"});
   }
   const auto layout = scopes_.layouts().of(unit.top.raw());
   const char* name = unit.top.text(DW_AT_name);
   if (!layout)
-    return warnings_.append({std::string("the header of a unit is damaged: ") + (name != nullptr ? name : "")});
+    return found_.warnings.append({std::string("the header of a unit is damaged: ") + (name != nullptr ? name : "")});
   layout_ = *layout;
   Dwarf_Die top = unit.top.raw();
   cxx_ = !isLanguageC(dwarf_srclang(&top));
   const UnitScan& scan = scopes_.enter(layout_, unit.top, options_.known ? ScanFor::Declared : ScanFor::Located);
   for (const MetVariable& met : scan.variables) readVariable(met);
   if (scan.damaged)
-    warnings_.append({std::string("the debugging information is damaged, so variables may be missing: of ") +
-                      (name != nullptr ? name : "a unit without a name")});
-}
-
-// What has no name is named in a warning, unless another variable has its place: a member of an unnamed union.
-const Warnings& VariableReader::finish() {
-  std::unordered_set<std::uint64_t> addresses;
-  if (!nameless_.empty()) {
-    for (const Variable& variable : inventory_.variables) addresses.insert(variable.address.value_or(0));
-  }
-  for (const auto& [address, what] : nameless_) {
-    if (!addresses.contains(address)) warnings_.add("without a name", what);
-  }
-  nameless_.clear();
-  return warnings_;
+    found_.warnings.append({std::string("the debugging information is damaged, so variables may be missing: of ") +
+                            (name != nullptr ? name : "a unit without a name")});
 }
 
 void VariableReader::noteDirectory(const Unit& unit) {
   const char* directory = unit.skeleton.text(DW_AT_comp_dir);
   const int tag = unit.top.tag();
   if (tag != DW_TAG_compile_unit || directory == nullptr || *directory != '/') return;
-  std::string path = directory;
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  if (!hasDirectory_) directory_ = path;
-  hasDirectory_ = true;
-  path += '/';
-  while (!directory_.empty() && !path.starts_with(directory_ + "/")) directory_.erase(directory_.rfind('/'));
+  found_.directory.add(directory);
 }
 
 void VariableReader::readVariable(const MetVariable& met) {
@@ -169,7 +146,7 @@ void VariableReader::list(Entry& entry, const Location& location, const ImageSec
   if (location.kind == Kind::Memory) variable.address = file_.toExecutable(location.address);
   if (location.kind == Kind::ThreadLocal && section != nullptr) variable.address = location.address;
   describe(entry, location, variable);
-  inventory_.variables.push_back(variable);
+  found_.variables.push_back(variable);
 }
 
 // Lists the members of an unnamed union in place of the variable that it is to some compilers. False when `entry` is
@@ -199,16 +176,17 @@ bool VariableReader::isLeftOut(const Entry& entry, const Location& location, con
   if (entry.raw[Slot::Declaration].form != 0) return true;
   if (!options_.artificial && isSet(entry, Slot::Artificial, DW_AT_artificial)) return true;
   if (location.kind == Kind::Computed || location.kind == Kind::Unreadable) {
-    warnings_.add(location.kind == Kind::Computed ? "only the running program can tell the place"
-                                                  : "the place cannot be read from the debugging information",
-                  about(entry));
+    found_.warnings.add(location.kind == Kind::Computed ? "only the running program can tell the place"
+                                                        : "the place cannot be read from the debugging information",
+                        about(entry));
     return true;
   }
   const bool threadLocal = location.kind == Kind::ThreadLocal;
   if (entry.name.empty()) {
     // The constants that some compilers describe like variables: texts in quotes.
     if (!threadLocal && section != nullptr && !section->writable && entry.linkageName == nullptr) return true;
-    nameless_.emplace_back(location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0, about(entry));
+    found_.nameless.emplace_back(location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0,
+                                 about(entry));
     return true;
   }
   // What the linker threw away is said to be at 0, where there may be something else.
@@ -244,18 +222,18 @@ std::string_view VariableReader::fullName(const Entry& entry, const Variable& va
   std::string scopes = scopes_.ofVariable(outermost, cxx_);
   const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) ||
                            ((entry.inFunction || !scopes.empty()) && scopes_.isInNameless(outermost));
-  if (!isUncertain && scopes.empty() && !cxx_) return inventory_.texts.keep(entry.name);
+  if (!isUncertain && scopes.empty() && !cxx_) return texts_.keep(entry.name);
   if (isUncertain) scopes = scopesBySymbol(entry, variable).value_or(scopes);
-  if (!cxx_) return inventory_.texts.keep(scopes.append(entry.name));
-  return inventory_.texts.keep(scopes + withoutTags(canonicalName(entry.name)) +
-                               templateArguments(entry.name, entry.linkageName));
+  if (!cxx_) return texts_.keep(scopes.append(entry.name));
+  return texts_.keep(scopes + withoutTags(canonicalName(entry.name)) +
+                     templateArguments(entry.name, entry.linkageName));
 }
 
 // The name of the variable whose parts a structured binding names, which the symbol alone has. Empty when it is none.
 std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location& location) {
   if (!cxx_ || location.kind != Kind::Memory) return {};
   for (const std::string_view symbol : symbolsOf(entry, file_.toExecutable(location.address), false)) {
-    if (const std::string name = bindingInSymbol(symbol); !name.empty()) return inventory_.texts.intern(name);
+    if (const std::string name = bindingInSymbol(symbol); !name.empty()) return texts_.intern(name);
   }
   return {};
 }
@@ -333,8 +311,8 @@ void VariableReader::noteKnown(const MetVariable& met, const RawEntry& raw) {
   const Entry entry = entryOf(met, raw);
   if (entry.inFunction || entry.name.empty()) return;
   const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
-  inventory_.known.push_back(
-      {inventory_.texts.intern(scopes_.ofVariable(outermost, cxx_) + std::string(entry.name)), typeOf(entry).text});
+  found_.known.push_back(
+      {texts_.intern(scopes_.ofVariable(outermost, cxx_) + std::string(entry.name)), typeOf(entry).text});
 }
 
 // What a warning calls a variable.

@@ -10,23 +10,21 @@
 #include <vector>
 
 #include "debuginfo/debugFile.h"
+#include "debuginfo/findings.h"
 #include "debuginfo/inventory.h"
 #include "debuginfo/location.h"
 #include "debuginfo/scopes.h"
 #include "debuginfo/sourceFiles.h"
 #include "debuginfo/typeNames.h"
-#include "debuginfo/warnings.h"
 
 class VariableReader {
  public:
-  /// Adds to `inventory`.
-  VariableReader(const DebugFile& file, const ReadOptions& options, Inventory& inventory);
+  /// Keeps texts in `texts`.
+  VariableReader(const DebugFile& file, const ReadOptions& options, TextPool& texts);
 
   void read(const Unit& unit);
-  /// Where all units read so far were compiled; empty when they have no directory in common.
-  const std::string& directory() const { return directory_; }
-  /// What is missing, when all units have been read.
-  const Warnings& finish();
+  /// What was found in the units read since the last call.
+  Findings take() { return std::exchange(found_, {}); }
 
  private:
   struct TypeFacts {
@@ -78,14 +76,11 @@ class VariableReader {
 
   const DebugFile& file_;
   const ReadOptions options_;
-  Inventory& inventory_;
+  TextPool& texts_;
+  Findings found_;
   Scopes scopes_;
   TypeNames types_;
   SourceFiles files_;
-  Warnings warnings_;
-  std::vector<std::pair<std::uint64_t, std::string>> nameless_;  // addresses, and what to call them
-  std::string directory_;
-  bool hasDirectory_ = false;
 
   // Of the unit that is being read.
   const Unit* unit_ = nullptr;

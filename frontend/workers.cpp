@@ -36,13 +36,7 @@ std::string answerFor(const std::string& path, const ReadOptions& options) try {
 
 // Runs in the worker. Returns its exit status.
 int work(const std::string& path, const ReadOptions& options, int out) {
-  const std::string answer = answerFor(path, options);
-  for (std::string_view left = answer; !left.empty();) {
-    const ssize_t count = writeRetrying(out, left.data(), left.size());
-    if (count < 0) return 1;
-    left.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return 0;
+  return writeAll(out, answerFor(path, options)) ? 0 : 1;
 }
 
 // How a worker ended that gave no answer.

@@ -50,6 +50,27 @@ ssize_t writeRetrying(int fd, const void* data, std::size_t size) {
   return retrying([&] { return write(fd, data, size); });
 }
 
+bool writeAll(int fd, std::string_view data) {
+  while (!data.empty()) {
+    const ssize_t count = writeRetrying(fd, data.data(), data.size());
+    if (count < 0) return false;
+    data.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+bool readAll(int fd, std::string& content) {
+  constexpr std::size_t blockSize = std::size_t{256} * 1024;
+  for (ssize_t count = 1; count > 0;) {
+    const std::size_t size = content.size();
+    content.resize(size + blockSize);
+    count = readRetrying(fd, content.data() + size, blockSize);
+    content.resize(size + static_cast<std::size_t>(count > 0 ? count : 0));
+    if (count < 0) return false;
+  }
+  return true;
+}
+
 bool readAt(int fd, void* buffer, std::size_t size, off_t offset) {
   return inFull(static_cast<char*>(buffer), size, offset, [fd](auto... part) { return pread(fd, part...); });
 }

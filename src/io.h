@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 #include "lineBuffer.h"
@@ -16,6 +17,12 @@ UniqueFd openFile(const char* path, int flags, mode_t mode = 0666);
 /// read(2) and write(2), repeated while a signal interrupts them. Results and errno are those of the calls.
 ssize_t readRetrying(int fd, void* buffer, std::size_t size);
 ssize_t writeRetrying(int fd, const void* data, std::size_t size);
+
+/// Writes all of `data`. False on an error; errno tells which.
+bool writeAll(int fd, std::string_view data);
+
+/// Adds to `content` what can be read until the end. False on an error; errno tells which.
+bool readAll(int fd, std::string& content);
 
 /// Reads exactly `size` bytes at byte `offset`. False when the file ends before (errno is then 0) or on an error.
 bool readAt(int fd, void* buffer, std::size_t size, off_t offset);
