@@ -107,8 +107,9 @@ class SharedReading {
       for (Helper& other : helpers_) other.from.reset();
       return help(pipe.writeEnd.get());
     });
-    if (process) helpers_.push_back({std::move(pipe.readEnd), std::move(process)});
-    return static_cast<bool>(process);
+    if (!process) return false;
+    helpers_.push_back({std::move(pipe.readEnd), std::move(process)});
+    return true;
   }
 
   // Runs in a helper. Returns its exit status.
