@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "debuginfo/byteCursor.h"
+#include "debuginfo/passedPages.h"
 #include "src/io.h"
 #include "src/userError.h"
 
@@ -113,8 +114,10 @@ bool listUnits(Dwarf* dwarf, std::vector<ListedUnit>& listed) {
   std::uint8_t type = 0;
   std::uint64_t last = 0;
   ListedUnit next{};
+  PassedPages pages;
   int result = 0;
   while ((result = dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &next.top, nullptr)) == 0) {
+    pages.at(next.top.addr);
     next.isSkeleton = type == DW_UT_skeleton;
     // Where a unit ends is known when the next begins, if that is in the same section.
     const std::uint64_t offset = dwarf_dieoffset(&next.top);

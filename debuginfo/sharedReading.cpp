@@ -5,6 +5,7 @@
 #include <list>
 #include <span>
 
+#include "debuginfo/passedPages.h"
 #include "debuginfo/variables.h"
 #include "src/forkedProcess.h"
 #include "src/io.h"
@@ -41,9 +42,10 @@ std::vector<Range> cut(Range units, std::size_t count) {
   return ranges;
 }
 
-Findings readRange(const DebugFile& file, Range units, VariableReader& reader) {
+Findings readRange(const DebugFile& file, Range units, VariableReader& reader, PassedPages& pages) {
   std::vector<std::string> missing;
   for (const ListedUnit& listed : units) {
+    pages.at(listed.top.addr);
     if (const std::optional<Unit> unit = file.find(listed, missing)) reader.read(*unit);
   }
   Findings found = reader.take();
@@ -85,11 +87,11 @@ class SharedReading {
   // `processes`: how many share the work, this one included.
   Findings run(std::size_t processes) {
     while (helpers_.size() + 1 < processes && startHelper()) continue;
-    while (const auto number = queue_.take()) parts_.at(*number) = readRange(file_, ranges_[*number], reader_);
+    while (const auto number = queue_.take()) parts_.at(*number) = readRange(file_, ranges_[*number], reader_, pages_);
     for (Helper& helper : helpers_) takeFrom(helper);
     Findings all;
     for (std::size_t i = 0; i < ranges_.size(); ++i)
-      all.append(parts_[i] ? std::move(*parts_[i]) : readRange(file_, ranges_[i], reader_));
+      all.append(parts_[i] ? std::move(*parts_[i]) : readRange(file_, ranges_[i], reader_, pages_));
     return all;
   }
 
@@ -116,7 +118,7 @@ class SharedReading {
   int help(int out) {
     std::vector<std::pair<std::size_t, Findings>> parts;
     while (const auto number = queue_.take())
-      parts.emplace_back(*number, readRange(file_, ranges_.at(*number), reader_));
+      parts.emplace_back(*number, readRange(file_, ranges_.at(*number), reader_, pages_));
     return writeAll(out, packFindings(parts)) ? 0 : 1;
   }
 
@@ -132,6 +134,7 @@ class SharedReading {
   const DebugFile& file_;
   const std::vector<Range> ranges_;
   VariableReader reader_;
+  PassedPages pages_;
   TextPool& texts_;
   const RangeQueue queue_;
   std::list<Helper> helpers_;
@@ -155,5 +158,6 @@ Findings readUnits(const DebugFile& file, const std::vector<ListedUnit>& units, 
     return SharedReading(file, cut(units, count), options, texts).run(processes);
   }
   VariableReader reader(file, options, texts);
-  return readRange(file, units, reader);
+  PassedPages pages;
+  return readRange(file, units, reader, pages);
 }
