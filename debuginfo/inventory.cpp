@@ -1,8 +1,6 @@
 #include "debuginfo/inventory.h"
 
 #include <algorithm>
-#include <numeric>
-#include <tuple>
 #include <unordered_set>
 #include <utility>
 
@@ -14,9 +12,23 @@ namespace {
 
 // Where a variable belongs in the order of the inventory: by address, thread-local ones last, and those whose address
 // is not known behind them.
-std::tuple<bool, bool, std::uint64_t> placeInOrder(const Variable& variable) {
-  return {!variable.address.has_value(), variable.threadLocal.value_or(false), variable.address.value_or(0)};
-}
+struct Position {
+  std::uint64_t address;
+  std::uint32_t number;  // in the order in which they were read
+  std::uint32_t group;
+
+  Position(const Variable& variable, std::size_t at)
+      : address(variable.address.value_or(0)),
+        number(static_cast<std::uint32_t>(at)),
+        group(!variable.address                      ? 2U
+              : variable.threadLocal.value_or(false) ? 1U
+                                                     : 0U) {}
+  bool isSamePlace(const Position& other) const { return group == other.group && address == other.address; }
+  bool operator<(const Position& other) const {
+    if (group != other.group) return group < other.group;
+    return address != other.address ? address < other.address : number < other.number;
+  }
+};
 
 std::size_t knownFields(const Variable& variable) {
   return std::size_t{!variable.type.empty()} + std::size_t{variable.size.has_value()} +
@@ -28,19 +40,25 @@ bool isSame(const Variable& a, const Variable& b) {
   return a.name == b.name && a.linkage == b.linkage && (a.type == b.type || a.type.empty() || b.type.empty());
 }
 
+std::vector<Position> sortedPositions(const std::vector<Variable>& variables) {
+  std::vector<Position> positions;
+  positions.reserve(variables.size());
+  for (std::size_t i = 0; i < variables.size(); ++i) positions.emplace_back(variables[i], i);
+  std::sort(positions.begin(), positions.end());
+  return positions;
+}
+
 // Sorts the variables; of what several units describe alike, the best description stays.
 void sortAndUnite(std::vector<Variable>& variables) {
-  std::vector<std::uint32_t> order(variables.size());
-  std::iota(order.begin(), order.end(), 0);
-  std::sort(order.begin(), order.end(), [&variables](std::uint32_t a, std::uint32_t b) {
-    return std::pair(placeInOrder(variables[a]), a) < std::pair(placeInOrder(variables[b]), b);
-  });
   std::vector<Variable> sorted;
   sorted.reserve(variables.size());
   std::size_t atAddress = 0;  // where those at the address of the latest begin
-  for (const std::uint32_t each : order) {
-    const Variable& variable = variables[each];
-    if (sorted.empty() || placeInOrder(sorted.back()) != placeInOrder(variable)) atAddress = sorted.size();
+  const Position* latest = nullptr;
+  const std::vector<Position> positions = sortedPositions(variables);
+  for (const Position& position : positions) {
+    const Variable& variable = variables[position.number];
+    if (latest == nullptr || !latest->isSamePlace(position)) atAddress = sorted.size();
+    latest = &position;
     const auto same = std::find_if(sorted.begin() + static_cast<std::ptrdiff_t>(atAddress), sorted.end(),
                                    [&variable](const Variable& other) { return isSame(variable, other); });
     if (same == sorted.end() || !variable.address)
@@ -57,6 +75,19 @@ void shortenFiles(Inventory& inventory) {
   const std::string begin = inventory.directory + "/";
   for (Variable& variable : inventory.variables) {
     if (variable.file.starts_with(begin)) variable.file.remove_prefix(begin.size());
+  }
+}
+
+// The names of sections are so far those of the file.
+void keepSectionNames(Inventory& inventory) {
+  std::string_view latest;
+  std::string_view kept;
+  for (Variable& variable : inventory.variables) {
+    if (variable.section.data() != latest.data()) {
+      latest = variable.section;
+      kept = inventory.texts.intern(latest);
+    }
+    variable.section = kept;
   }
 }
 
@@ -101,7 +132,6 @@ Inventory readInventory(const std::string& path, const ReadOptions& options) {
   complete(readUnits(file, units, options, inventory.texts), inventory);
   sortAndUnite(inventory.variables);
   shortenFiles(inventory);
-  // The sections' names are those of the file, which is closed now.
-  for (Variable& variable : inventory.variables) variable.section = inventory.texts.intern(variable.section);
+  keepSectionNames(inventory);
   return inventory;
 }

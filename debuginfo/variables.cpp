@@ -46,6 +46,9 @@ void VariableReader::read(const Unit& unit) {
   if (!layout)
     return found_.warnings.append({std::string("the header of a unit is damaged: ") + (name != nullptr ? name : "")});
   layout_ = *layout;
+  names_ = &scopes_.layouts().sections(unit.top.raw().cu).texts;
+  typesInUnit_.clear();
+  filesOfUnit_.clear();
   Dwarf_Die top = unit.top.raw();
   cxx_ = !isLanguageC(dwarf_srclang(&top));
   const UnitScan& scan = scopes_.enter(layout_, unit.top, options_.known ? ScanFor::Declared : ScanFor::Located);
@@ -106,6 +109,11 @@ Location VariableReader::locationOf(const RawEntry& raw) const {
       return {};
   }
   if (length == 0 || length > cursor.left()) return {};
+  if (length == 1 + layout_.sizes.address && *cursor.at() == DW_OP_addr) {
+    cursor.skip(1);
+    const std::uint64_t address = cursor.fixed(layout_.sizes.address);
+    return {Kind::Memory, address, address};
+  }
   return evaluate({cursor.at(), cursor.at() + length, layout_.bigEndian}, file_, *unit_, layout_.sizes);
 }
 
@@ -259,7 +267,7 @@ std::vector<std::string_view> VariableReader::symbolsOf(const Entry& entry, std:
 VariableReader::Place VariableReader::placeOf(const Entry& entry) {
   Place place;
   place.line = static_cast<int>(number(entry.raw[Slot::Line]).value_or(0));
-  if (const auto file = number(entry.raw[Slot::File])) place.file = fileOf(unit_->top, *file);
+  if (const auto file = number(entry.raw[Slot::File])) place.file = ownFile(*file);
   for (const Die& die : entry.completed) {
     if (place.line == 0) place.line = static_cast<int>(die.number(DW_AT_decl_line).value_or(0));
     const auto file = place.file.empty() ? die.number(DW_AT_decl_file) : std::nullopt;
@@ -267,6 +275,13 @@ VariableReader::Place VariableReader::placeOf(const Entry& entry) {
   }
   if (place.file.empty() || place.line < 0) place.line = 0;
   return place;
+}
+
+// The file with this number in the list of the unit that is being read.
+std::string_view VariableReader::ownFile(std::uint64_t number) {
+  const auto [known, isNew] = filesOfUnit_.try_emplace(number);
+  if (isNew) known->second = fileOf(unit_->top, number);
+  return known->second;
 }
 
 // The file with this number in the list of `unit`, which is that of the skeleton if the unit was split off.
@@ -283,10 +298,17 @@ Die VariableReader::typeEntry(const Entry& entry) {
   return {};
 }
 
+// Most variables name an entry of their own unit, which is known by its place.
 const VariableReader::TypeFacts& VariableReader::typeOf(const Entry& entry) {
   static const TypeFacts none;
+  const RawValue& value = entry.raw[Slot::Type];
+  const bool isInUnit = value.form == DW_FORM_ref4 && value.at != nullptr;
+  const TypeFacts*& known = typesInUnit_[isInUnit ? layout_.cursor(value.at).fixed(4) : 0];
+  if (isInUnit && known != nullptr) return *known;
   const Die type = typeEntry(entry);
-  return type ? facts(type) : none;
+  const TypeFacts& found = type ? facts(type) : none;
+  if (isInUnit) known = &found;
+  return found;
 }
 
 const VariableReader::TypeFacts& VariableReader::facts(const Die& type) {
@@ -327,6 +349,12 @@ std::string VariableReader::about(const Entry& entry) {
 
 const char* VariableReader::text(const RawValue& value) const {
   if (value.form == 0) return nullptr;
+  if (value.form == DW_FORM_strp) {
+    ByteCursor cursor(names_->begin(), names_->end(), false);
+    cursor.skip(layout_.cursor(value.at).fixed(layout_.sizes.offset));
+    const char* found = cursor.text();
+    return cursor.failed() ? nullptr : found;
+  }
   Dwarf_Attribute attribute{value.name, value.form, const_cast<unsigned char*>(value.at), unit_->top.raw().cu};
   return unit_->top.textOf(attribute);
 }

@@ -65,6 +65,7 @@ class VariableReader {
   std::vector<std::string_view> symbolsOf(const Entry& entry, std::uint64_t address, bool threadLocal) const;
   void noteKnown(const MetVariable& met, const RawEntry& raw);
   Place placeOf(const Entry& entry);
+  std::string_view ownFile(std::uint64_t number);
   std::string_view fileOf(const Die& die, std::uint64_t number);
   static Die typeEntry(const Entry& entry);
   const TypeFacts& typeOf(const Entry& entry);
@@ -85,6 +86,9 @@ class VariableReader {
   // Of the unit that is being read.
   const Unit* unit_ = nullptr;
   UnitLayout layout_;
+  const SectionBytes* names_ = nullptr;                              // the section of texts
+  std::unordered_map<std::uint64_t, const TypeFacts*> typesInUnit_;  // by offset
+  std::unordered_map<std::uint64_t, std::string_view> filesOfUnit_;  // by number
   bool cxx_ = false;
   int unionDepth_ = 0;                                   // of unnamed unions within each other
   std::unordered_map<const void*, TypeFacts> facts_[2];  // by the entry of the type, in C and in C++

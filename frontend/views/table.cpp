@@ -1,6 +1,7 @@
 #include "frontend/views/table.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <numeric>
 
 #include "frontend/texts.h"
@@ -24,7 +25,10 @@ std::string_view cellText(const Value& value, Kind kind, std::string& made) {
     case Kind::Text:
       return shown(value.text, made);
     case Kind::Place:
-      made = shownText(value.text);
+      if (plainLength(value.text) == value.text.size())
+        made = value.text;
+      else
+        made = shownText(value.text);
       if (value.number > 0) made.append(":").append(std::to_string(value.number));
       return made;
     case Kind::Flag:
@@ -43,10 +47,12 @@ class AlignedTable {
   explicit AlignedTable(const Listing& listing) : listing_(listing), columns_(listing.columns()) {
     std::string made;
     for (const Column& column : columns_) widths_.push_back(displayWidth(column.header));
+    cellWidths_.reserve(listing.size() * columns_.size());
     for (std::size_t row = 0; row < listing.size(); ++row) {
       for (std::size_t i = 0; i < columns_.size(); ++i) {
-        const std::string_view text = cellText(listing.value(row, i), columns_[i].kind, made);
-        widths_[i] = std::max(widths_[i], displayWidth(text));
+        const std::size_t width = displayWidth(cellText(listing.value(row, i), columns_[i].kind, made));
+        cellWidths_.push_back(static_cast<std::uint32_t>(width));
+        widths_[i] = std::max(widths_[i], width);
       }
     }
   }
@@ -75,7 +81,8 @@ class AlignedTable {
 
   void write(bool bold, Output& output) const {
     std::string line;
-    for (std::size_t i = 0; i < columns_.size(); ++i) appendCell(line, columns_[i].header, i);
+    for (std::size_t i = 0; i < columns_.size(); ++i)
+      appendCell(line, columns_[i].header, displayWidth(columns_[i].header), i);
     output.put(bold ? "\033[1m" : "");
     putLine(line, output);
     output.put(bold ? "\033[0m\n" : "\n");
@@ -83,7 +90,8 @@ class AlignedTable {
     for (std::size_t row = 0; row < listing_.size(); ++row) {
       line.clear();
       for (std::size_t i = 0; i < columns_.size(); ++i) {
-        appendCell(line, cellText(listing_.value(row, i), columns_[i].kind, made), i);
+        const std::string_view text = cellText(listing_.value(row, i), columns_[i].kind, made);
+        appendCell(line, text, cellWidths_[row * columns_.size() + i], i);
       }
       putLine(line, output);
       output.put('\n');
@@ -93,10 +101,10 @@ class AlignedTable {
  private:
   static constexpr std::size_t gap = 2;
 
-  void appendCell(std::string& line, std::string_view text, std::size_t column) const {
+  // `width`: of `text`, in columns of the terminal.
+  void appendCell(std::string& line, std::string_view text, std::size_t width, std::size_t column) const {
     const Kind kind = columns_[column].kind;
     std::string cut;
-    std::size_t width = displayWidth(text);
     if (cut_ && width > widths_[column]) {
       cut = kind == Kind::Place ? cutFront(text, widths_[column]) : cutEnd(text, widths_[column]);
       text = cut;
@@ -117,6 +125,7 @@ class AlignedTable {
   const Listing& listing_;
   const std::vector<Column>& columns_;
   std::vector<std::size_t> widths_;
+  std::vector<std::uint32_t> cellWidths_;  // of all rows
   std::size_t available_ = 0;
   bool cut_ = false;
 };
