@@ -48,25 +48,42 @@ std::vector<Position> sortedPositions(const std::vector<Variable>& variables) {
   return positions;
 }
 
+// Puts the variable with the number `positions[i].number` in the place i. Where large lists are concerned, a second one
+// would cost more time than the order.
+void arrange(std::vector<Variable>& variables, std::vector<Position>& positions) {
+  for (std::size_t start = 0; start < positions.size(); ++start) {
+    if (positions[start].number == start) continue;
+    const Variable first = variables[start];
+    std::size_t at = start;
+    for (std::size_t from = positions[at].number; from != start; from = positions[at].number) {
+      variables[at] = variables[from];
+      positions[at].number = static_cast<std::uint32_t>(at);
+      at = from;
+    }
+    variables[at] = first;
+    positions[at].number = static_cast<std::uint32_t>(at);
+  }
+}
+
 // Sorts the variables; of what several units describe alike, the best description stays.
 void sortAndUnite(std::vector<Variable>& variables) {
-  std::vector<Variable> sorted;
-  sorted.reserve(variables.size());
-  std::size_t atAddress = 0;  // where those at the address of the latest begin
+  std::vector<Position> positions = sortedPositions(variables);
+  arrange(variables, positions);
+  auto end = variables.begin();  // of those that stay
+  auto atAddress = end;          // where those at the address of the latest begin
   const Position* latest = nullptr;
-  const std::vector<Position> positions = sortedPositions(variables);
-  for (const Position& position : positions) {
-    const Variable& variable = variables[position.number];
-    if (latest == nullptr || !latest->isSamePlace(position)) atAddress = sorted.size();
-    latest = &position;
-    const auto same = std::find_if(sorted.begin() + static_cast<std::ptrdiff_t>(atAddress), sorted.end(),
-                                   [&variable](const Variable& other) { return isSame(variable, other); });
-    if (same == sorted.end() || !variable.address)
-      sorted.push_back(variable);
+  for (std::size_t i = 0; i < variables.size(); ++i) {
+    const Variable& variable = variables[i];
+    if (latest == nullptr || !latest->isSamePlace(positions[i])) atAddress = end;
+    latest = &positions[i];
+    const auto same =
+        std::find_if(atAddress, end, [&variable](const Variable& other) { return isSame(variable, other); });
+    if (same == end || !variable.address)
+      *end++ = variable;
     else if (knownFields(variable) > knownFields(*same))
       *same = variable;
   }
-  variables = std::move(sorted);
+  variables.erase(end, variables.end());
 }
 
 // Names the files within `inventory.directory` from there.

@@ -59,6 +59,23 @@ std::uint8_t knownBits(const Variable& variable) {
                                    (variable.endless ? isEndless : 0));
 }
 
+Record recordOf(const Variable& variable, TextNumbers& numbers) {
+  Record record{};
+  record.size = variable.size.value_or(0);
+  record.address = variable.address.value_or(0);
+  record.namedSize = variable.namedSize.value_or(0);
+  record.name = numbers.add(variable.name);  // hardly ever the same
+  record.type = numbers.numberOf(variable.type);
+  record.section = numbers.numberOf(variable.section);
+  record.file = numbers.numberOf(variable.file);
+  record.line = variable.line;
+  record.linkage = static_cast<std::uint8_t>(variable.linkage ? static_cast<int>(*variable.linkage) + 1 : 0);
+  record.writable = packFlag(variable.writable);
+  record.threadLocal = packFlag(variable.threadLocal);
+  record.known = knownBits(variable);
+  return record;
+}
+
 // The number `index` of the items whose bytes are `bytes`, which need not be aligned.
 template <typename Item>
 Item item(std::string_view bytes, std::size_t index) {
@@ -107,32 +124,24 @@ void Packer::text(std::string_view text) {
 
 void Packer::variables(const std::vector<Variable>& variables) {
   TextNumbers numbers;
+  numbers.texts.reserve(variables.size() + variables.size() / 4);
   std::vector<Record> records;
   records.reserve(variables.size());
-  for (const Variable& variable : variables) {
-    Record& record = records.emplace_back();
-    record.size = variable.size.value_or(0);
-    record.address = variable.address.value_or(0);
-    record.namedSize = variable.namedSize.value_or(0);
-    record.name = numbers.add(variable.name);  // hardly ever the same
-    record.type = numbers.numberOf(variable.type);
-    record.section = numbers.numberOf(variable.section);
-    record.file = numbers.numberOf(variable.file);
-    record.line = variable.line;
-    record.linkage = static_cast<std::uint8_t>(variable.linkage ? static_cast<int>(*variable.linkage) + 1 : 0);
-    record.writable = packFlag(variable.writable);
-    record.threadLocal = packFlag(variable.threadLocal);
-    record.known = knownBits(variable);
-  }
+  for (const Variable& variable : variables) records.push_back(recordOf(variable, numbers));
   std::vector<std::uint32_t> lengths;
-  std::string texts;
+  lengths.reserve(numbers.texts.size());
+  std::uint64_t all = 0;
   for (const std::string_view text : numbers.texts) {
     lengths.push_back(static_cast<std::uint32_t>(text.size()));
-    texts += text;
+    all += text.size();
   }
+  constexpr std::size_t numbersBetween = 3 * sizeof(std::uint64_t);
+  bytes_.reserve(bytes_.size() + numbersBetween + all + lengths.size() * sizeof lengths[0] +
+                 records.size() * sizeof records[0]);
   number(lengths.size());
   raw(lengths.data(), lengths.size());
-  text(texts);
+  number(all);
+  for (const std::string_view text : numbers.texts) bytes_ += text;
   number(records.size());
   raw(records.data(), records.size());
 }

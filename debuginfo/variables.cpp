@@ -18,6 +18,12 @@ bool isLanguageC(int language) {
   return std::find(languagesOfC.begin(), languagesOfC.end(), language) != languagesOfC.end();
 }
 
+// Makes room for `count` more, which memory is touched only for as many as there will be.
+void reserveMore(std::vector<Variable>& variables, std::size_t count) {
+  const std::size_t wanted = variables.size() + count;
+  if (wanted > variables.capacity()) variables.reserve(std::max(wanted, 2 * variables.capacity()));
+}
+
 // Whether the references of a unit that was split off lead nowhere, as those which gcc writes when it optimises at link
 // time do.
 bool isBrokenSplit(const Unit& unit) {
@@ -52,6 +58,7 @@ void VariableReader::read(const Unit& unit) {
   Dwarf_Die top = unit.top.raw();
   cxx_ = !isLanguageC(dwarf_srclang(&top));
   const UnitScan& scan = scopes_.enter(layout_, unit.top, options_.known ? ScanFor::Declared : ScanFor::Located);
+  reserveMore(found_.variables, scan.variables.size());
   for (const MetVariable& met : scan.variables) readVariable(met);
   if (scan.damaged)
     found_.warnings.append({std::string("the debugging information is damaged, so variables may be missing: of ") +
