@@ -18,7 +18,7 @@ using Range = std::span<const ListedUnit>;
 
 // Numbers of ranges are sent as bytes.
 constexpr std::size_t mostRanges = UCHAR_MAX + 1;
-constexpr std::size_t rangesOfProcess = 16;  // so that all are busy until the end
+constexpr std::size_t rangesOfProcess = 64;  // so that all are busy until the end
 
 std::uint64_t costOf(Range units) {
   std::uint64_t cost = 0;
@@ -143,7 +143,7 @@ class SharedReading {
 
 // By how many processes it pays to read `units`.
 std::size_t processesFor(Range units, const ReadOptions& options) {
-  if (options.known) return 1;
+  if (options.known) return 1;  // that is not sent
   const std::uint64_t most = costOf(units) / std::max<std::uint64_t>(1, options.bytesOfProcess);
   return std::clamp<std::uint64_t>(std::min<std::uint64_t>(options.jobs, most), 1, mostRanges);
 }
