@@ -42,6 +42,22 @@ std::string_view cellText(const Value& value, Kind kind, std::string& made) {
   }
 }
 
+std::size_t digitsOf(std::uint64_t number) {
+  std::size_t digits = 1;
+  for (; number >= 10; number /= 10) ++digits;
+  return digits;
+}
+
+// The width of what a cell says, for most cells without making a text of it.
+std::size_t cellWidth(const Value& value, Kind kind, std::string& made) {
+  const bool isNumber = kind == Kind::Bytes || kind == Kind::Count;
+  if (value.known && isNumber) return digitsOf(value.number) + (digitsOf(value.number) - 1) / 3;
+  const bool isPlain = value.known && isText(kind) && plainLength(value.text) == value.text.size();
+  if (!isPlain) return displayWidth(cellText(value, kind, made));
+  const bool hasLine = kind == Kind::Place && value.number > 0;
+  return value.text.size() + (hasLine ? 1 + digitsOf(value.number) : 0);
+}
+
 class AlignedTable {
  public:
   explicit AlignedTable(const Listing& listing) : listing_(listing), columns_(listing.columns()) {
@@ -50,7 +66,7 @@ class AlignedTable {
     cellWidths_.reserve(listing.size() * columns_.size());
     for (std::size_t row = 0; row < listing.size(); ++row) {
       for (std::size_t i = 0; i < columns_.size(); ++i) {
-        const std::size_t width = displayWidth(cellText(listing.value(row, i), columns_[i].kind, made));
+        const std::size_t width = cellWidth(listing.value(row, i), columns_[i].kind, made);
         cellWidths_.push_back(static_cast<std::uint32_t>(width));
         widths_[i] = std::max(widths_[i], width);
       }
