@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Runs commands in turn, round after round, and prints a line for each: medians of the seconds it took and of the processor
-seconds, its peak memory in kB (that of the largest process), and the median over all rounds of what the first command took
+seconds, its peak memory in kB (that of the largest process, but never less than this script takes,
+about 14,000), and the median over all rounds of what the first command took
 compared with it. A command that cannot be found gives a line of dashes.
 usage: compare.py ROUNDS COMMAND...      MEASURE_WITH: what is put before each command, such as "chrt -f 50"
 """
