@@ -28,7 +28,11 @@ done
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b + 0 > 0) printf "%.3g", a / b; else printf "-" }'; }
 megabytes() { awk -v kb="$1" 'BEGIN { printf "%.0f", kb / 1024 }'; }
 # Megabytes of .debug_info.
-information() { readelf -SW "$1" | sed -n 's/^ *\[ *[0-9]*\] \.debug_info *//p' | awk '{ printf "%.1f", strtonum("0x" $4) / 1e6 }'; }
+information() {
+  local size
+  size=$(readelf -SW "$1" | sed -n 's/^ *\[ *[0-9]*\] \.debug_info *//p' | awk '{ print $4 }')
+  awk -v bytes="$((16#$size))" 'BEGIN { printf "%.1f", bytes / 1e6 }'
+}
 
 # The tests of this project $2 times over, in $1.
 link_large() {
@@ -68,7 +72,7 @@ large_programs() {
   local seconds memory lines size gdb
   echo '| program | `.debug_info`, MB | `list -j1`, s | MB/s | `-j2` : `-j1` | `-j1` : bare walk | `-j1` : gdb | `list -j1`, MB |'
   echo '| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: |'
-  link_large "$work/tests" 7
+  link_large "$work/tests" 5
   for program in "$work/tests" "${large[@]}"; do
     mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin list -j1 $program" "$tolquin list -j2 $program" "$walk $program")
     # Once, as it takes half a minute. An empty MEASURE_WITH is no argument.
@@ -98,7 +102,8 @@ small_programs() {
 
 # A program of 100,000 variables, of which one has grown.
 commands() {
-  local name arguments seconds memory
+  local name arguments seconds memory lines
+  [ -e "$work/100000" ] || generate_program 100000 "$work/100000"
   sed '0,/variable_77\[4\]/s//variable_77[8]/' "$work/100000.c" >"$work/later.c"
   gcc -g -O0 -fno-pie -no-pie -w "$work/later.c" -o "$work/later"
   echo '| command, 100,000 variables | s | : `list` | MB |'
