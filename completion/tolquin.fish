@@ -22,7 +22,7 @@ complete -c tolquin -n $not_tables -l mutable -d 'Only variables that are writab
 complete -c tolquin -n $not_tables -l duplicates -d 'Only variables of one definition at several addresses'
 complete -c tolquin -n $not_tables -l artificial -d 'Also variables that the compiler made up'
 complete -c tolquin -n $not_tables -l by -x -a 'file namespace type section executable' -d 'Sums instead of variables'
-complete -c tolquin -n $not_tables -s j -l jobs -x -d 'Processes that read'
+complete -c tolquin -n $not_tables -s j -l jobs -x -d 'Inputs to read at a time'
 complete -c tolquin -n '__fish_seen_subcommand_from tables' -s o -l output -r -d 'Directory for the tables'
 complete -c tolquin -n '__fish_seen_subcommand_from tables' -l qualified -d 'Leave scoped declarations to the debugger'
 complete -c tolquin -n '__fish_seen_subcommand_from tables' -l quiet -d 'Print no summary'

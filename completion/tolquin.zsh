@@ -21,7 +21,7 @@ _tolquin_list() {
     '--duplicates[only variables of one definition at several addresses]' \
     '--artificial[also variables that the compiler made up]' \
     '--by=[sums instead of variables]:grouping:(file namespace type section executable)' \
-    '(-j --jobs)'{-j,--jobs=}'[processes that read]:number:' \
+    '(-j --jobs)'{-j,--jobs=}'[inputs to read at a time]:number:' \
     '(- *)'{-h,--help}'[show help]' \
     '*:input:_files'
 }

@@ -218,9 +218,7 @@ void addListCommand(CLI::App& app, Action& action) {
   addViewOptions(*command, *options);
   addChoiceOptions(*command, *options);
   options->reading.jobs = std::max(1u, std::thread::hardware_concurrency());
-  command
-      ->add_option("-j,--jobs", options->reading.jobs,
-                   "Processes that read: several inputs at a time, or parts of a large one")
+  command->add_option("-j,--jobs", options->reading.jobs, "Inputs to read at a time")
       ->check(CLI::Range(1u, 4096u))
       ->type_name("N")
       ->capture_default_str();
