@@ -72,7 +72,7 @@ large_programs() {
   local seconds memory lines size gdb
   echo '| program | `.debug_info`, MB | `list -j1`, s | MB/s | `-j2` : `-j1` | `-j1` : bare walk | `-j1` : gdb | `list -j1`, MB |'
   echo '| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: |'
-  link_large "$work/tests" 5
+  link_large "$work/tests" 7
   for program in "$work/tests" "${large[@]}"; do
     mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin list -j1 $program" "$tolquin list -j2 $program" "$walk $program")
     # Once, as it takes half a minute. An empty MEASURE_WITH is no argument.
