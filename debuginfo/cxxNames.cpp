@@ -318,6 +318,14 @@ std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_v
   return result.empty() ? std::nullopt : std::optional(result);
 }
 
+std::string variableOfSymbol(std::string_view symbol) {
+  // Tables and the like that compilers make up, and what is within functions.
+  for (const std::string_view other : {"_ZT", "_ZG", "_ZZ"}) {
+    if (symbol.starts_with(other)) return "";
+  }
+  return symbol.starts_with("_Z") ? withoutTags(canonicalName(demangled(std::string(symbol).c_str()))) : "";
+}
+
 std::string bindingInSymbol(std::string_view symbol) {
   const std::size_t begin = symbol.starts_with("_Z") ? symbol.find("DC") : std::string_view::npos;
   if (begin == std::string_view::npos) return "";

@@ -21,6 +21,8 @@ class Scopes {
   const std::string& ofType(const Die& entry);
   /// Whether `entry` stands within a function.
   bool isInFunction(const Die& entry);
+  /// The same of what stands within `scope` of the unit that was entered.
+  bool isInFunction(ScopeMap::Id scope) const { return current_.scopes[scope].inFunction; }
   /// Whether one of the functions or classes around `entry` has a name that is not known.
   bool isInNameless(const Die& entry) { return named(entry).inNameless; }
 

@@ -62,6 +62,7 @@ void VariableReader::read(const Unit& unit) {
 
 // What has no name is named in a warning, unless another variable has its place: a member of an unnamed union.
 const Warnings& VariableReader::finish() {
+  unplaced_.list(file_.image(), inventory_);
   std::unordered_set<std::uint64_t> addresses;
   if (!nameless_.empty()) {
     for (const Variable& variable : inventory_.variables) addresses.insert(variable.address.value_or(0));
@@ -89,9 +90,9 @@ void VariableReader::readVariable(const MetVariable& met) {
   ByteCursor cursor = layout_.cursor(met.attributes);
   const RawEntry raw = scopes_.abbreviations().read(*met.abbreviation, cursor);
   if (options_.known) noteKnown(met, raw);
-  if (met.abbreviation->kind != EntryKind::Located) return;
+  if (met.abbreviation->kind == EntryKind::Declared) return;
   Location location = locationOf(raw);
-  if (location.kind == Kind::None) return;
+  if (location.kind == Kind::None) return noteUnplaced(met, raw);
   if (location.kind == Kind::ThreadLocal) location.address = file_.image().threadLocalOffset(location.address);
   const ImageSection* section = nullptr;
   if (location.kind == Kind::Memory || location.kind == Kind::Scattered) {
@@ -103,7 +104,23 @@ void VariableReader::readVariable(const MetVariable& met) {
   }
   Entry entry = entryOf(met, raw);
   if (entry.name.empty()) entry.name = nameBySymbol(entry, location);
+  // Without a symbol it may as well be a copy of another variable.
+  if (location.isNarrowed &&
+      !file_.image().hasNameAt(file_.toExecutable(location.address), false, entry.name, entry.linkageName))
+    return;
   list(entry, location, section);
+}
+
+// Keeps what is defined outside functions although it has no place: the symbols may know one.
+void VariableReader::noteUnplaced(const MetVariable& met, const RawEntry& raw) {
+  if (raw[Slot::Declaration].form != 0 || scopes_.isInFunction(met.scope)) return;
+  const Entry entry = entryOf(met, raw);
+  if (entry.name.empty() || (!options_.artificial && isSet(entry, Slot::Artificial, DW_AT_artificial))) return;
+  Variable variable;
+  describe(entry, {}, variable);
+  const char* unit = unit_->top.text(DW_AT_name);
+  unplaced_.add(variable, entry.linkageName != nullptr ? entry.linkageName : "", unit != nullptr ? unit : "",
+                typeOf(entry).open);
 }
 
 // The location of an entry; lists of locations, of which each is one for a part of the code, count as none.
@@ -225,11 +242,11 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
   variable.namedIncomplete = type.namedIncomplete;
   // The size of the type counts, unless it has an open end: then that of the symbol, which is no better otherwise (some
   // compilers add a margin to it).
-  if (!type.open) variable.size = type.size;
+  if (!type.open && !location.isNarrowed) variable.size = type.size;
   if (!variable.size && variable.address)
     variable.size =
         file_.image().symbolSize(*variable.address, location.kind == Kind::ThreadLocal, entry.name, entry.linkageName);
-  if (!variable.size) variable.size = type.size;
+  if (!variable.size && !location.isNarrowed) variable.size = type.size;
   variable.linkage = entry.inFunction                               ? Linkage::Function
                      : isSet(entry, Slot::External, DW_AT_external) ? Linkage::External
                                                                     : Linkage::Internal;

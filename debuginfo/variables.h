@@ -15,6 +15,7 @@
 #include "debuginfo/scopes.h"
 #include "debuginfo/sourceFiles.h"
 #include "debuginfo/typeNames.h"
+#include "debuginfo/unplaced.h"
 #include "debuginfo/warnings.h"
 
 class VariableReader {
@@ -58,6 +59,7 @@ class VariableReader {
   Entry entryOf(const MetVariable& met, const RawEntry& raw);
   bool isSet(const Entry& entry, Slot slot, unsigned name) const;
   void list(Entry& entry, const Location& location, const ImageSection* section);
+  void noteUnplaced(const MetVariable& met, const RawEntry& raw);
   bool listMembers(const Entry& entry, const Location& location, const ImageSection* section);
   bool isLeftOut(const Entry& entry, const Location& location, const ImageSection* section);
   void describe(const Entry& entry, const Location& location, Variable& variable);
@@ -83,6 +85,7 @@ class VariableReader {
   TypeNames types_;
   SourceFiles files_;
   Warnings warnings_;
+  UnplacedVariables unplaced_;
   std::vector<std::pair<std::uint64_t, std::string>> nameless_;  // addresses, and what to call them
   std::string directory_;
   bool hasDirectory_ = false;

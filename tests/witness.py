@@ -114,15 +114,27 @@ def sections(program):
         if found: yield found[1], int(found[2], 16), int(found[3], 16), 'T' in found[4]
 
 
-def dwarf_variables(program):
-    """Entries of variables with a plain address: name, address, whether artificial; places in the code; files by names."""
-    entries, places, all_entries = [], set(), {}
+def debugging_files(program):
+    """The file that holds the debugging information of the program, and the one that dwz moved a part of it to."""
+    found = program
+    if not re.search(r'\.debug_info\b', output('readelf', '-SW', program)):
+        build_id = re.search('Build ID: (..)(.*)', output('readelf', '-n', program))
+        link = re.search(r'\] +(\S+)', output('readelf', '-p', '.gnu_debuglink', program))
+        places = ['/usr/lib/debug/.build-id/%s/%s.debug' % build_id.groups()] if build_id else []
+        if link: places.append(os.path.join(os.path.dirname(program), link[1]))
+        found = next((place for place in places if os.path.exists(place)), program)
+    shared = re.search(r'\] +(\S+)', output('readelf', '-p', '.gnu_debugaltlink', found))
+    return [found] + ([os.path.join(os.path.dirname(found), shared[1])] if shared else [])
+
+
+def dwarf_entries(path, number, entries, places):
+    """Adds the variables in one file, the `number`th, to `entries`, and places in the code to `places`."""
     entry = None
-    text = output('llvm-dwarfdump', '--debug-info', program)
-    for line in text.splitlines():
+    for line in output('llvm-dwarfdump', '--debug-info', path).splitlines():
         if ' DW_TAG_' in line or line.endswith(' NULL'):
-            found = re.match(r'(0x[0-9a-f]+):\s+DW_TAG_variable', line)
-            entry = all_entries.setdefault(found[1], {'name': None, 'artificial': False}) if found else None
+            found = re.match(r'(0x[0-9a-f]+):\s+DW_TAG_(?:variable|member)\b', line)
+            entry = None
+            if found: entry = entries[number, int(found[1], 16)] = {'name': None, 'artificial': False}
             continue
         for low in re.findall(r'DW_AT_low_pc\s+\((0x[0-9a-f]+)\)|\[(0x[0-9a-f]+), 0x', line):
             places.add(int(low[0] or low[1], 16))
@@ -132,27 +144,34 @@ def dwarf_variables(program):
             if found:
                 entry['address'] = int(found[1], 16) + int(found[2] or '0', 16)
                 entry['discarded'] = int(found[1], 16) == 0
-                entries.append(entry)
         found = re.search(r'DW_AT_(?:name|specification|abstract_origin)\s+\((?:0x[0-9a-f]+ )?"(.*)"\)', line)
         if found and not entry['name']: entry['name'] = found[1]
-        found = re.search(r'DW_AT_(?:specification|abstract_origin)\s+\((0x[0-9a-f]+)', line)
-        if found: entry['completes'] = '0x%08x' % int(found[1], 16)
+        found = re.search(r'DW_AT_(?:specification|abstract_origin)\s+\((<alt )?(0x[0-9a-f]+)', line)
+        if found: entry['completes'] = (1 if found[1] else number, int(found[2], 16))
         found = re.search(r'DW_AT_decl_file\s+\("(.*)"\)', line)
         if found: entry['file'] = os.path.normpath(found[1])
         if 'DW_AT_artificial' in line: entry['artificial'] = True
-    files = collections.defaultdict(list)
-    for entry in all_entries.values():
-        if 'file' in entry: files[re.sub('.*::', '', entry['name'] or '')].append(entry['file'])
-    for entry in entries:
-        other = all_entries.get(entry.get('completes'), {})
-        entry['artificial'] = entry['artificial'] or other.get('artificial', False)
-    return entries, sorted(places), files
+
+
+def dwarf_variables(program):
+    """Entries of variables with a plain address: name, address, whether artificial; places in the code; files by names."""
+    entries, places = {}, set()
+    for number, path in enumerate(debugging_files(program)): dwarf_entries(path, number, entries, places)
+    for entry in entries.values():
+        other = entry
+        while 'completes' in other and (other := entries.get(other['completes'])):
+            entry['artificial'] = entry['artificial'] or other['artificial']
+            entry['name'] = entry['name'] or other['name']
+            if 'file' in other: entry.setdefault('file', other['file'])
+    located = [{key: value for key, value in entry.items() if key != 'completes'}
+               for entry in entries.values() if 'address' in entry]
+    return located, sorted(places)
 
 
 def symbols(program):
     """By address: name, size and letter of the symbols of variables."""
     found = collections.defaultdict(list)
-    for line in output('nm', '-S', '--defined-only', program).splitlines():
+    for line in output('nm', '-S', '--defined-only', debugging_files(program)[0]).splitlines():
         words = line.split()
         if len(words) == 4: found[int(words[0], 16)].append((words[3], int(words[1], 16), words[2]))
     return found
@@ -196,19 +215,22 @@ class Comparison:
         self.sections = list(sections(program))
         self.symbols = symbols(program)
         if said and os.path.exists(said):
-            with open(said) as file: self.entries, self.known, self.symbols, self.files = json.load(file)
+            with open(said) as file: self.entries, self.known, self.symbols = json.load(file)
             self.symbols = {int(address): each for address, each in self.symbols.items()}
         else:
-            self.entries, places, self.files = dwarf_variables(program)
+            self.entries, places = dwarf_variables(program)
             self.known = self.ask_gdb(sorted(set(places) | set(code_places(program))))
         if said:
-            with open(said, 'w') as file: json.dump([self.entries, self.known, self.symbols, self.files], file)
+            with open(said, 'w') as file: json.dump([self.entries, self.known, self.symbols], file)
+        self.files = collections.defaultdict(set)
+        for entry in self.entries:
+            if 'file' in entry: self.files[entry['address']].add(entry['file'])
         self.faults = 0
         if done.returncode != 0: self.fault('cannot be read: ' + self.warnings)
 
     def fault(self, text):
         self.faults += 1
-        if self.faults <= 40: print('%s: %s' % (self.program, text))
+        if self.faults <= int(os.environ.get('FAULTS', 40)): print('%s: %s' % (self.program, text))
 
     def in_memory(self, address):
         return any(begin <= address < begin + size and not threads for _, begin, size, threads in self.sections)
@@ -288,9 +310,8 @@ class Comparison:
         return name == theirs or (short and name.endswith('::' + theirs))
 
     def files_of(self, row, fact):
-        """The files by gdb, and by llvm-dwarfdump: with link-time optimisation gdb 13 looks the number up in another list."""
-        own = last_part(row['name'])
-        return {os.path.normpath(fact['file'])} | set(self.files.get(own, []))
+        """By llvm-dwarfdump, if it knows the address: gdb 13 looks numbers up in the list of another unit at times."""
+        return self.files.get(int(row['address']) if row['address'] != 'null' else None) or {os.path.normpath(fact['file'])}
 
     def differences(self, row, fact, beside=()):
         said = []
