@@ -127,9 +127,23 @@ def debugging_files(program):
     return [found] + ([os.path.join(os.path.dirname(found), shared[1])] if shared else [])
 
 
+def address_lists(path):
+    """The lists of addresses that units refer to by number, by where they begin in their section."""
+    lists, end = {}, 0
+    for line in output('llvm-dwarfdump', '--debug-addr', path).splitlines():
+        found = re.match(r'Address table header: length = (0x[0-9a-f]+), format = DWARF(32|64)', line)
+        if found:
+            header = 4 if found[2] == '32' else 12
+            lists[end + header + 4] = addresses = []
+            end += header + int(found[1], 16)
+        if re.match('0x[0-9a-f]+$', line) and lists: addresses.append(int(line, 16))
+    return lists
+
+
 def dwarf_entries(path, number, entries, places):
     """Adds the variables in one file, the `number`th, to `entries`, and places in the code to `places`."""
-    entry = None
+    lists = address_lists(path)
+    entry, addresses = None, []
     for line in output('llvm-dwarfdump', '--debug-info', path).splitlines():
         if ' DW_TAG_' in line or line.endswith(' NULL'):
             found = re.match(r'(0x[0-9a-f]+):\s+DW_TAG_(?:variable|member)\b', line)
@@ -138,8 +152,13 @@ def dwarf_entries(path, number, entries, places):
             continue
         for low in re.findall(r'DW_AT_low_pc\s+\((0x[0-9a-f]+)\)|\[(0x[0-9a-f]+), 0x', line):
             places.add(int(low[0] or low[1], 16))
+        found = re.search(r'DW_AT_addr_base\s+\((0x[0-9a-f]+)', line)
+        if found: addresses = lists.get(int(found[1], 16), [])
         if entry is None: continue
         if 'DW_AT_location' in line:
+            for index in re.findall('DW_OP_addrx (0x[0-9a-f]+)', line):
+                if int(index, 16) < len(addresses):
+                    line = line.replace('DW_OP_addrx ' + index, 'DW_OP_addr 0x%x' % addresses[int(index, 16)])
             found = re.search(r'\(DW_OP_addr (0x[0-9a-f]+)(?:, DW_OP_plus_uconst (0x[0-9a-f]+))?\)', line)
             if found:
                 entry['address'] = int(found[1], 16) + int(found[2] or '0', 16)
@@ -270,7 +289,11 @@ class Comparison:
             own = row['name'].split('::')[-1]
             same = [size for name, size, _ in found.get(int(row['address']), [])
                     if name == own or name.startswith(own + '.')] if row['address'] != 'null' else []
-            if same and row['size'] != 'null' and int(row['size']) > max(same):
+            # What was split into pieces has a symbol for each.
+            pieces = [size for at, names in found.items() if row['address'] != 'null' and row['size'] != 'null' and
+                      0 <= at - int(row['address']) < int(row['size'])
+                      for name, size, _ in names if re.fullmatch(re.escape(own) + r'\.\d+', name)] if same else []
+            if same and row['size'] != 'null' and int(row['size']) > max(max(same), sum(pieces)):
                 self.fault('%s: size %s, nm says %s' % (row['name'], row['size'], same))
             if row['thread_local'] == 'true' and '::' not in row['name'] and not same and found:
                 self.fault('%s: thread-local at %s, which nm does not say' % (row['name'], row['address']))
