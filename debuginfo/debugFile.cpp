@@ -86,10 +86,15 @@ std::string dwoName(const Die& skeleton) {
   return "a .dwo file without a name";
 }
 
+// Where the compiler left that file.
+std::string dwoPath(const Die& skeleton) {
+  const char* directory = skeleton.text(DW_AT_comp_dir);
+  return fs::path(directory != nullptr ? directory : "") / dwoName(skeleton);
+}
+
 // Why a .dwo file that is there cannot be used; empty when it is not there.
 std::string dwoFault(const Die& skeleton) {
-  const char* directory = skeleton.text(DW_AT_comp_dir);
-  const fs::path path = fs::path(directory != nullptr ? directory : "") / dwoName(skeleton);
+  const std::string path = dwoPath(skeleton);
   const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);
   if (!file) return "";
   const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
@@ -101,8 +106,8 @@ std::string dwoFault(const Die& skeleton) {
   if (!method.empty() && method == "zstd")
     return "is compressed by zstd, which libdw cannot read here; objcopy --decompress-debug-sections changes that";
   if (sections > 1)
-    return "has a section for each type, which cannot be read; compile without -fdebug-types-section, or with "
-           "-gdwarf-4";
+    return "has a section for each type, which cannot be read when it is compressed; compile without -gz, or without "
+           "-fdebug-types-section";
   return "is not the one that belongs to this program: it was compiled again since, or is damaged";
 }
 
@@ -191,6 +196,7 @@ bool DebugFile::useUnits(Dwarf* dwarf, const std::function<void(const Unit&)>& u
     if (type != DW_UT_skeleton) {
       useUnit({skeleton, skeleton});
     } else if (split.addr != nullptr) {
+      splitOff_.try_emplace(dwarf_cu_getdwarf(split.cu), dwoPath(skeleton));
       useUnit({Die(split, this), skeleton});
     } else {
       const std::string fault = dwoFault(skeleton);
@@ -210,13 +216,25 @@ Dwarf_Die DebugFile::packedUnit(const Die& skeleton) const {
   for (const auto& package : packages_) {
     if (unit.addr == nullptr) unit = package->unit(id);
   }
+  if (unit.addr == nullptr) unit = splitFile(dwoPath(skeleton)).unit(id);
   return unit;
+}
+
+DwarfPackage& DebugFile::splitFile(const std::string& path) const {
+  return splitFiles_.try_emplace(path, path).first->second;
 }
 
 Dwarf_Die DebugFile::type(const Dwarf_Attribute& reference) const {
   Dwarf_Die type{};
   for (const auto& package : packages_) {
     if (type.addr == nullptr) type = package->type(reference);
+  }
+  const auto known = splitOff_.find(dwarf_cu_getdwarf(reference.cu));
+  if (type.addr == nullptr && known != splitOff_.end()) {
+    const std::string path = known->second;
+    type = splitFile(path).type(reference);
+    // Its types refer to others of the same file.
+    if (type.addr != nullptr) splitOff_.try_emplace(dwarf_cu_getdwarf(type.cu), path);
   }
   return type;
 }

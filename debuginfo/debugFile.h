@@ -7,9 +7,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "debuginfo/die.h"
@@ -53,6 +55,7 @@ class DebugFile : public OtherFiles {
   void openPackages(const std::string& path, Dwfl_Module* module);
   bool useUnits(Dwarf* dwarf, const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& missing) const;
   Dwarf_Die packedUnit(const Die& skeleton) const;
+  DwarfPackage& splitFile(const std::string& path) const;
 
   std::string path_;
   UniqueFd sharedFile_;
@@ -63,7 +66,9 @@ class DebugFile : public OtherFiles {
   std::unique_ptr<Dwfl, void (*)(Dwfl*)> session_;
   Dwarf* dwarf_ = nullptr;
   std::optional<ProgramImage> image_;
-  SectionBytes addresses_;                               // the lists that units refer to by number
-  std::vector<std::unique_ptr<DwarfPackage>> packages_;  // of all places where one may be
+  SectionBytes addresses_;                                    // the lists that units refer to by number
+  std::vector<std::unique_ptr<DwarfPackage>> packages_;       // of all places where one may be
+  mutable std::map<std::string, DwarfPackage> splitFiles_;    // .dwo files that libdw does not read alone, by path
+  mutable std::unordered_map<Dwarf*, std::string> splitOff_;  // the .dwo files that units were read from
   std::uint64_t bias_ = 0;
 };

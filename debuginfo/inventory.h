@@ -18,7 +18,9 @@ enum class Linkage {
 
 /// One variable. Its texts belong to the Inventory that it is part of. An empty text is not known.
 struct Variable {
-  std::string_view name;              ///< with all scopes, as gdb spells them; never empty
+  std::string_view name;  ///< with all scopes, as gdb spells them; never empty
+  /// Length of that part of `name` which are namespaces, without "::" behind it; 0: it is in none. Empty: not known.
+  std::optional<std::uint32_t> namespaceLength;
   std::string_view type;              ///< as C or C++ declares it: "const double [2][3]", "int (*)(char)"
   std::optional<std::uint64_t> size;  ///< bytes
   std::string_view section;           ///< name of the section that holds it: ".bss"
@@ -97,5 +99,5 @@ std::string declare(std::string_view type, std::string_view name);
 std::string withoutScopes(std::string_view name);
 
 /// Takes the text of a name apart at the "::" that stand between its scopes, outermost first: those within template
-/// arguments and brackets are none.
+/// arguments and brackets are none, and the marks in names of operators open no brackets.
 std::vector<std::string_view> scopesOf(std::string_view name);

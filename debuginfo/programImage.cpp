@@ -8,7 +8,8 @@
 
 namespace {
 
-// Whether `symbol` is what compilers call the variable `name`: also with a suffix (".0"), behind the name of its function
+// Whether `symbol` is what compilers call the variable `name`: also with a suffix (".0"), behind the name of its
+// function
 // ("f.name"), or mangled.
 bool isNameOf(std::string_view symbol, std::string_view name, const char* linkageName) {
   if (linkageName != nullptr && symbol == linkageName) return true;

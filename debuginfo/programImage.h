@@ -26,8 +26,8 @@ struct ImageSymbol {
   std::uint64_t size = 0;
   const char* name = nullptr;
   bool threadLocal = false;
-  bool isLocal = false;          ///< not known to other units
-  const char* unit = nullptr;    ///< if local: the source file that it is of, without directory; may be null
+  bool isLocal = false;        ///< not known to other units
+  const char* unit = nullptr;  ///< if local: the source file that it is of, without directory; may be null
 };
 
 class ProgramImage {

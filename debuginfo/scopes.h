@@ -17,6 +17,8 @@ class Scopes {
   /// What stands before the name of the variable `entry`: "ns::Class::function::". In C (not `cxx`) only functions are
   /// scopes of variables.
   const std::string& ofVariable(const Die& entry, bool cxx);
+  /// The length of the namespaces at the beginning of that in C++.
+  std::uint32_t namespacesOf(const Die& entry) { return named(entry).namespaces; }
   /// What stands before the name of the type `entry` in C++: "ns::Class::". Scopes end at functions.
   const std::string& ofType(const Die& entry);
   /// Whether `entry` stands within a function.

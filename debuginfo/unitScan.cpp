@@ -61,8 +61,7 @@ void UnitScan::run(const UnitLayout& unit, const AbbreviationTable& table, ScanF
     }
     const ScopeMap::Id scope = open_.empty() ? ScopeMap::global : open_.back();
     scopes.change(entry, scope);
-    if (isWanted(abbreviation->kind, purpose, scope))
-      variables.push_back({entry, cursor.at(), abbreviation, scope});
+    if (isWanted(abbreviation->kind, purpose, scope)) variables.push_back({entry, cursor.at(), abbreviation, scope});
     if (abbreviation->hasChildren)
       enter(unit, table, *abbreviation, entry, cursor);
     else

@@ -18,12 +18,13 @@ class ScopeMap {
     Id parent = global;
     EntryKind kind = EntryKind::Other;
     const unsigned char* entry = nullptr;
-    bool isNamed = false;       // whether the rest is filled in
-    bool inFunction = false;    // it is one or is within one; known from the beginning
-    bool inNameless = false;    // of these functions or classes one has a name that is not known
-    std::string forVariables;   // what stands before the names of variables, "ns::f::"
-    std::string forVariablesC;  // the same in C, where functions alone are scopes
-    std::string forTypes;       // before those of types: scopes end at functions
+    bool isNamed = false;          // whether the rest is filled in
+    bool inFunction = false;       // it is one or is within one; known from the beginning
+    bool inNameless = false;       // of these functions or classes one has a name that is not known
+    std::uint32_t namespaces = 0;  // of `forVariables`, the bytes that are namespaces, without "::" behind them
+    std::string forVariables;      // what stands before the names of variables, "ns::f::"
+    std::string forVariablesC;     // the same in C, where functions alone are scopes
+    std::string forTypes;          // before those of types: scopes end at functions
   };
 
   ScopeMap() { clear(); }
@@ -64,7 +65,7 @@ struct UnitScan {
   /// Those with a location, and what is defined outside functions without one; for ScanFor::Declared, all, and static
   /// members.
   std::vector<MetVariable> variables;
-  bool damaged = false;                ///< the pass ended early
+  bool damaged = false;  ///< the pass ended early
 
   /// Passes over `unit`, whose abbreviations are `table`, in place of what was here before.
   void run(const UnitLayout& unit, const AbbreviationTable& table, ScanFor purpose);

@@ -25,8 +25,7 @@ void keepCommon(Variable& facts, const Variable& other) {
 }
 
 bool place(const ProgramImage& image, const ImageSymbol& symbol, Variable& variable) {
-  const ImageSection* section =
-      symbol.threadLocal ? image.findThreadLocal(symbol.address) : image.find(symbol.address);
+  const ImageSection* section = symbol.threadLocal ? image.findThreadLocal(symbol.address) : image.find(symbol.address);
   if (section == nullptr) return false;
   variable.address = symbol.address;
   variable.size = symbol.size;
@@ -68,14 +67,13 @@ void UnplacedVariables::list(const ProgramImage& image, Inventory& inventory) {
     std::optional<Variable> facts;
     for (const Candidate& each : *candidates) {
       const bool fits = (each.variable.linkage == Linkage::External || symbol.isLocal) &&
-                        (!isSource(symbol.unit) || each.unit == symbol.unit) &&
+                        (!isSource(symbol.unit) || each.unit.empty() || each.unit == symbol.unit) &&
                         (each.isOpen || each.variable.size.value_or(symbol.size) == symbol.size);
       if (!fits) continue;
       if (facts) keepCommon(*facts, each.variable);
       if (!facts) facts = each.variable;
     }
-    if (facts && listed.emplace(symbol.threadLocal, symbol.address, facts->name).second &&
-        place(image, symbol, *facts))
+    if (facts && listed.emplace(symbol.threadLocal, symbol.address, facts->name).second && place(image, symbol, *facts))
       inventory.variables.push_back(*facts);
   }
 }

@@ -256,11 +256,13 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
   variable.name = fullName(entry, variable);
 }
 
-std::string_view VariableReader::fullName(const Entry& entry, const Variable& variable) {
+std::string_view VariableReader::fullName(const Entry& entry, Variable& variable) {
   const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
   std::string scopes = scopes_.ofVariable(outermost, cxx_);
   const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) ||
                            ((entry.inFunction || !scopes.empty()) && scopes_.isInNameless(outermost));
+  if (!cxx_) variable.namespaceLength = 0;
+  if (cxx_ && !isUncertain) variable.namespaceLength = scopes_.namespacesOf(outermost);
   if (!isUncertain && scopes.empty() && !cxx_) return inventory_.texts.keep(entry.name);
   if (isUncertain) scopes = scopesBySymbol(entry, variable).value_or(scopes);
   if (!cxx_) return inventory_.texts.keep(scopes.append(entry.name));

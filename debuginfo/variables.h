@@ -63,7 +63,7 @@ class VariableReader {
   bool listMembers(const Entry& entry, const Location& location, const ImageSection* section);
   bool isLeftOut(const Entry& entry, const Location& location, const ImageSection* section);
   void describe(const Entry& entry, const Location& location, Variable& variable);
-  std::string_view fullName(const Entry& entry, const Variable& variable);
+  std::string_view fullName(const Entry& entry, Variable& variable);
   std::string_view nameBySymbol(const Entry& entry, const Location& location);
   std::optional<std::string> scopesBySymbol(const Entry& entry, const Variable& variable) const;
   std::vector<std::string_view> symbolsOf(const Entry& entry, std::uint64_t address, bool threadLocal) const;

@@ -13,12 +13,14 @@ struct Record {
   std::uint64_t size, address;
   std::uint32_t name, type, section, file;
   std::int32_t line;
+  std::uint32_t namespaceLength;
   std::uint8_t linkage;  // 0: not known
   std::uint8_t writable, threadLocal;
   std::uint8_t known;  // bits: whether size and address are
 };
 constexpr std::uint8_t sizeKnown = 1;
 constexpr std::uint8_t addressKnown = 2;
+constexpr std::uint32_t namespaceUnknown = ~std::uint32_t{0};
 
 std::uint8_t packFlag(const std::optional<bool>& flag) { return flag ? (*flag ? 2 : 1) : 0; }
 std::optional<bool> unpackFlag(std::uint8_t packed) {
@@ -78,6 +80,7 @@ void Packer::variables(const std::vector<Variable>& variables) {
     record.section = numbers.numberOf(variable.section);
     record.file = numbers.numberOf(variable.file);
     record.line = variable.line;
+    record.namespaceLength = variable.namespaceLength.value_or(namespaceUnknown);
     record.linkage = static_cast<std::uint8_t>(variable.linkage ? static_cast<int>(*variable.linkage) + 1 : 0);
     record.writable = packFlag(variable.writable);
     record.threadLocal = packFlag(variable.threadLocal);
@@ -135,6 +138,7 @@ Variable unpackVariable(const Record& record, const std::vector<std::string_view
   variable.section = texts.at(record.section);
   variable.file = texts.at(record.file);
   variable.line = record.line;
+  if (record.namespaceLength != namespaceUnknown) variable.namespaceLength = record.namespaceLength;
   if ((record.known & sizeKnown) != 0) variable.size = record.size;
   if ((record.known & addressKnown) != 0) variable.address = record.address;
   variable.writable = unpackFlag(record.writable);

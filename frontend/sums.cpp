@@ -85,6 +85,7 @@ std::array<Field<Sum>, 4> sumFields(const Grouping& grouping) {
 
 std::string_view namespaceOf(const Row& row) {
   const std::string_view name = row.variable->name;
+  if (const auto length = row.variable->namespaceLength) return *length > 0 ? name.substr(0, *length) : "(global)";
   const std::vector<std::string_view> scopes = scopesOf(name);
   const std::size_t own = row.variable->linkage == Linkage::Function ? 2 : 1;
   if (scopes.size() <= own) return "(global)";

@@ -63,8 +63,11 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values("gcc g++ -O0 -gdwarf-5 -pie", "gcc g++ -O0 -gdwarf-4 -no-pie",
                     "gcc g++ -O0 -gdwarf-3 -gstrict-dwarf", "gcc g++ -O0 -gdwarf-2 -gstrict-dwarf",
                     "gcc g++ -O2 -gdwarf-5 -gdwarf64 -no-pie", "gcc g++ -O0 -g -static", "gcc g++ -O2 -g -shared -fPIC",
-                    "gcc g++ -O0 -gdwarf-4 -gz -fdebug-types-section", "gcc g++ -O0 -gdwarf-5 -fdebug-types-section",
-                    "gcc g++ -O2 -g -flto", "gcc g++ -O0 -gdwarf-5 -gsplit-dwarf",
+                    "gcc g++ -O0 -gdwarf-4 -gz -fdebug-types-section",
+                    "gcc g++ -O0 -gdwarf-5 -gsplit-dwarf -fdebug-types-section",
+                    "gcc g++ -O0 -gdwarf-4 -gsplit-dwarf -fdebug-types-section",
+                    "gcc g++ -O0 -gdwarf-5 -fdebug-types-section", "gcc g++ -O2 -g -flto",
+                    "gcc g++ -O0 -gdwarf-5 -gsplit-dwarf",
                     "gcc g++ -O0 -gdwarf-4 -gsplit-dwarf -fdebug-types-section; dwp -e ../program -o ../program.dwp; "
                     "rm *.dwo",
                     "gcc g++ -O2 -g -ffunction-sections -fdata-sections -Wl,--gc-sections; "
@@ -120,6 +123,28 @@ TEST(Inventory, Rules) {
        "g++ -g -x c++ source -o program",
        {"t|long [2]|16|.tdata|internal", "z|int|4|.tbss|external"},
        {"__func__"}},
+      {"int f(void) { static __thread int first = 1; return first++; } int main(void) { return f(); }",
+       "clang -g -x c source -o program",
+       {"f::first|int|4|.tdata|function"},
+       {}},
+      // What has no place in the debugging information, or none of its own, but a symbol: the second of two merged
+      // constants, constants of which the value is recorded, flags that were narrowed to a byte.
+      {"const char one[] = \"text\", two[] = \"text\"; static const int gone[2] = {1, 2}; const char *volatile p;\n"
+       "int main(void) { p = one; p = two; return gone[0]; }",
+       "gcc -O2 -g -fmerge-all-constants -x c source -o program; cp program q; dwz -m shared program q",
+       {"one|const char [5]|5|.rodata|external", "two|const char [5]|5|.rodata|external"},
+       {"gone"}},
+      {"namespace n { namespace { const unsigned table[64] = {1, 2, 3}; const int limit = 3; } }\n"
+       "int main(int a, char **) { return n::table[a & 63] + n::limit; }",
+       "g++ -O2 -g -x c++ source -o program",
+       {"n::(anonymous namespace)::table|const unsigned int [64]|256|.rodata|internal"},
+       {"limit"}},
+      {"static int flag; static volatile int other; __attribute__((noinline)) void set(void) { flag = 1; }\n"
+       "int main(void) { static int seen; if (other) set(); if (seen) return 2; seen = 7; int flag2 = flag; return "
+       "flag2; }",
+       "clang -O2 -g -x c source -o program",
+       {"flag|int|1|.bss|internal", "main::seen|int|1|.bss|function"},
+       {"flag2"}},
       // Several names at one address; what several units have is one.
       {"static union { int u; float f; }; inline int shared = 3; inline int g() { static int s; return ++s; }\n"
        "int use() { return u + shared + g(); }\n#ifdef MAIN\nint main() { return use(); }\n#endif",
@@ -139,10 +164,9 @@ TEST(Inventory, Rules) {
         "--decompress-debug-sections makes a copy without"},
        {}},
       {"struct S { int i; } v; int main() { return v.i; }",
-       "g++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section -x c++ -c source -o a.o; g++ a.o -o program",
-       {"warning: the debugging information in a.dwo is missing: the file has a section for each type, which cannot be "
-        "read; compile without -fdebug-types-section, or with -gdwarf-4"},
-       {}},
+       "g++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section -gz -x c++ -c source -o a.o; g++ a.o -o program",
+       {"v|S|4|.bss|external"},
+       {"warning"}},
       {"int v = 3; int main(void) { return v++; }",
        "gcc -O2 -g -flto -gsplit-dwarf -w -x c source -c -o a.o; gcc -O2 -g -flto -gsplit-dwarf -w a.o -o program",
        {"warning: variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; link "

@@ -163,6 +163,8 @@ def dwarf_entries(path, number, entries, places):
             if found:
                 entry['address'] = int(found[1], 16) + int(found[2] or '0', 16)
                 entry['discarded'] = int(found[1], 16) == 0
+            found = re.search(r'\(DW_OP_const\w+ (0x[0-9a-f]+), DW_OP_(?:GNU_push|form)_tls_address', line)
+            if found: entry['offset'] = int(found[1], 16)
         found = re.search(r'DW_AT_(?:name|specification|abstract_origin)\s+\((?:0x[0-9a-f]+ )?"(.*)"\)', line)
         if found and not entry['name']: entry['name'] = found[1]
         found = re.search(r'DW_AT_(?:specification|abstract_origin)\s+\((<alt )?(0x[0-9a-f]+)', line)
@@ -183,7 +185,7 @@ def dwarf_variables(program):
             entry['name'] = entry['name'] or other['name']
             if 'file' in other: entry.setdefault('file', other['file'])
     located = [{key: value for key, value in entry.items() if key != 'completes'}
-               for entry in entries.values() if 'address' in entry]
+               for entry in entries.values() if 'address' in entry or 'offset' in entry]
     return located, sorted(places)
 
 
@@ -243,7 +245,7 @@ class Comparison:
             with open(said, 'w') as file: json.dump([self.entries, self.known, self.symbols], file)
         self.files = collections.defaultdict(set)
         for entry in self.entries:
-            if 'file' in entry: self.files[entry['address']].add(entry['file'])
+            if 'file' in entry: self.files['address' in entry, entry.get('address', entry.get('offset'))].add(entry['file'])
         self.faults = 0
         if done.returncode != 0: self.fault('cannot be read: ' + self.warnings)
 
@@ -266,7 +268,7 @@ class Comparison:
                 self.fault('%s of %s bytes at %x is not in %s' % (row['name'], row['size'], address, row['section']))
 
     def check_entries(self):
-        for entry in self.entries:
+        for entry in (each for each in self.entries if 'address' in each):
             address, name = entry['address'], entry['name']
             if entry['artificial'] or entry['discarded'] or not self.in_memory(address): continue
             own = bare(re.sub(r'^.*::', '', name or ''))
@@ -334,7 +336,8 @@ class Comparison:
 
     def files_of(self, row, fact):
         """By llvm-dwarfdump, if it knows the address: gdb 13 looks numbers up in the list of another unit at times."""
-        return self.files.get(int(row['address']) if row['address'] != 'null' else None) or {os.path.normpath(fact['file'])}
+        place = int(row['address']) if row['address'] != 'null' else None
+        return self.files.get((row['thread_local'] == 'false', place)) or {os.path.normpath(fact['file'])}
 
     def differences(self, row, fact, beside=()):
         said = []
