@@ -101,6 +101,16 @@ const ImageSection* ProgramImage::findThreadLocal(std::uint64_t offset) const {
   return nullptr;
 }
 
+std::optional<std::uint64_t> ProgramImage::threadLocalNamed(std::string_view name, const char* linkageName) const {
+  std::optional<std::uint64_t> place;
+  for (const ImageSymbol& symbol : symbols()) {
+    if (!symbol.threadLocal || !isNameOf(symbol.name, name, linkageName)) continue;
+    if (place) return {};
+    place = symbol.address;
+  }
+  return place;
+}
+
 bool ProgramImage::isWritable(const ImageSection& section, std::uint64_t address) const {
   return section.threadLocal || (section.writable && (address < relro_.begin || address >= relro_.end));
 }

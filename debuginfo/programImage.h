@@ -47,6 +47,9 @@ class ProgramImage {
   std::uint64_t threadLocalOffset(std::uint64_t place) const;
   /// The section that holds the byte `offset` of the block of thread-local variables; null when none does.
   const ImageSection* findThreadLocal(std::uint64_t offset) const;
+  /// The place of the one thread-local variable that the symbol table has with this name; empty when it has none or
+  /// several.
+  std::optional<std::uint64_t> threadLocalNamed(std::string_view name, const char* linkageName) const;
   /// Whether the program may write to `address` in `section` when it runs.
   bool isWritable(const ImageSection& section, std::uint64_t address) const;
 

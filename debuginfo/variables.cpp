@@ -103,6 +103,12 @@ void VariableReader::readVariable(const MetVariable& met) {
     if (section == nullptr && location.base == 0) return;
   }
   Entry entry = entryOf(met, raw);
+  if (location.kind == Kind::ThreadLocal && section == nullptr) {
+    // Some compilers forget the bias that their platform has for offsets.
+    const auto place = file_.image().threadLocalNamed(entry.name, entry.linkageName);
+    if (place) location.address = *place;
+    section = file_.image().findThreadLocal(location.address);
+  }
   if (entry.name.empty()) entry.name = nameBySymbol(entry, location);
   // Without a symbol it may as well be a copy of another variable.
   if (location.isNarrowed &&

@@ -145,6 +145,17 @@ TEST(Inventory, Rules) {
        "clang -O2 -g -x c source -o program",
        {"flag|int|1|.bss|internal", "main::seen|int|1|.bss|function"},
        {"flag2"}},
+      // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
+      {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
+       "int _start(void) { static char state; return ++state + (int)kept[1]; }",
+       "for v in 4 5; do clang --target=powerpc-linux-gnu -gdwarf-$v -ffreestanding -nostdlib -static -fuse-ld=lld -x "
+       "c "
+       "source -o program; mv program $v; " INVENTORY_ROWS " $v >>rows; done; cut -f 1-9 rows | sort | uniq -c | awk "
+       "'$1 != 2' >odd; test ! -s odd; clang --target=powerpc-linux-gnu -g -gsplit-dwarf -ffreestanding -c -x c source "
+       "-o a.o; ld.lld -static a.o -o program; llvm-dwp -e program -o program.dwp; rm a.dwo",
+       {"kept|long [3]|12|.data|internal", "words|const char * const [2]|8|.data.rel.ro|external",
+        "_start::state|char|1|.bss|function", "each|int|4|.tdata|external", "every|short|2|.tbss|external"},
+       {"warning"}},
       // Several names at one address; what several units have is one.
       {"static union { int u; float f; }; inline int shared = 3; inline int g() { static int s; return ++s; }\n"
        "int use() { return u + shared + g(); }\n#ifdef MAIN\nint main() { return use(); }\n#endif",

@@ -306,7 +306,7 @@ class Comparison:
             names = {row['name'] for row in self.rows} | {entry['name'] for entry in self.entries if entry['name']}
             with open(hints, 'w') as file: json.dump({'places': places, 'names': sorted(names)}, file)
             environment = dict(os.environ, WITNESS_HINTS=hints, WITNESS_RESULT=result, DEBUGINFOD_URLS='')
-            done = subprocess.run(['gdb', '-nx', '-batch', '-x', os.path.abspath(__file__), self.program],
+            done = subprocess.run([os.environ.get('GDB', 'gdb'), '-nx', '-batch', '-x', os.path.abspath(__file__), self.program],
                                   env=environment, capture_output=True, check=False)
             if done.returncode != 0: print(self.program + ': gdb failed: ' + done.stderr.decode()[:200])
             with open(result) as file: return [json.loads(line) for line in file]

@@ -3,7 +3,7 @@
 # What the build needs, and the programs that tolquin runs.
 build_packages=(g++ cmake make pkg-config libdw-dev libcli11-dev libcsv-dev nlohmann-json3-dev binutils gdb)
 # What the tests need as well.
-test_packages=(libgtest-dev clang llvm dwz procps strace python3-jsonschema)
+test_packages=(libgtest-dev clang lld llvm dwz procps strace python3-jsonschema)
 # What .ci/run checks with as well.
 check_packages=(clang-format clang-tidy mandoc)
 
