@@ -200,8 +200,11 @@ struct TypeNames::Builder {
   std::string typeName(const Die& type) {
     const std::vector<Die> chain = descriptions(type);
     const char* name = firstName(chain);
-    // A type whose unit cannot be found has a name that is not known.
-    if (name == nullptr && type.has(DW_AT_signature)) damaged = true;
+    // A type whose unit cannot be found has a name that is not known; others are no types of C, such as texts of
+    // Fortran.
+    const bool mayHaveNone = type.tag() == DW_TAG_structure_type || type.tag() == DW_TAG_class_type ||
+                             type.tag() == DW_TAG_union_type || type.tag() == DW_TAG_enumeration_type;
+    if (name == nullptr && (type.has(DW_AT_signature) || !mayHaveNone)) damaged = true;
     if (name == nullptr) return "{...}";
     std::string canonical = canonicalName(name);
     if (!cxx) return canonical;
