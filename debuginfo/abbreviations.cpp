@@ -41,10 +41,10 @@ Slot slotOf(unsigned name) {
   }
 }
 
-EntryKind kindOf(unsigned tag, bool located) {
+EntryKind kindOf(unsigned tag, bool located, bool declaration) {
   switch (tag) {
     case DW_TAG_variable:
-      return located ? EntryKind::Located : EntryKind::Declared;
+      return located ? EntryKind::Located : declaration ? EntryKind::Declared : EntryKind::Unplaced;
     case DW_TAG_member:
       return EntryKind::Declared;
     case DW_TAG_namespace:
@@ -108,7 +108,7 @@ void AbbreviationTable::readAttributes(ByteCursor& cursor, unsigned tag, Abbrevi
   if (bytes > 0) steps_.push_back({bytes, 0});
   entry.endAttribute = static_cast<std::uint32_t>(attributes_.size());
   entry.endStep = static_cast<std::uint32_t>(steps_.size());
-  entry.kind = kindOf(tag, located);
+  entry.kind = kindOf(tag, located, declaration);
   const bool declaredFunction = tag == DW_TAG_subprogram && declaration;
   if (entry.hasChildren && (declaredFunction || isClosed(tag))) noteSibling(entry);
 }

@@ -43,7 +43,8 @@ struct AbbreviatedAttribute {
 enum class EntryKind : std::uint8_t {
   Other,
   Located,   ///< a variable with a location
-  Declared,  ///< a variable without one, or a static member
+  Unplaced,  ///< a variable that is defined, but without one
+  Declared,  ///< the declaration of a variable, or a static member
   Namespace,
   Class,
   Function

@@ -220,6 +220,17 @@ std::string_view functionName(std::string_view text) {
   return text.substr(begin, end - begin);
 }
 
+// The position behind the name of the operator that begins at `at`, "operator<"; `at` when none does.
+std::size_t endOfOperator(std::string_view name, std::size_t at) {
+  constexpr std::string_view word = "operator";
+  if (!name.substr(at).starts_with(word) || (at > 0 && isWordChar(name[at - 1]))) return at;
+  const std::string_view mark = name.substr(at + word.size());
+  for (const std::string_view each : {"<=>", "<<=", ">>=", "->*", "<<", ">>", "<=", ">=", "->", "()", "[]", "<", ">"}) {
+    if (mark.starts_with(each)) return at + word.size() + each.size();
+  }
+  return at;
+}
+
 }  // namespace
 
 std::string canonicalName(std::string_view name) {
@@ -233,6 +244,11 @@ std::string withoutScopes(std::string_view name) {
   std::string result;
   std::vector<std::size_t> starts{0};  // where the name at work began, for each open bracket
   for (std::size_t at = 0; at < name.size(); ++at) {
+    if (const std::size_t end = endOfOperator(name, at); end != at) {
+      result += name.substr(at, end - at);
+      at = end - 1;
+      continue;
+    }
     const char c = name[at];
     if (c == ':' && name.substr(at).starts_with("::")) {
       // The '*' of a pointer to a member needs its class.
@@ -261,7 +277,8 @@ std::vector<std::string_view> scopesOf(std::string_view name) {
   std::size_t begin = 0;
   int open = 0;
   for (std::size_t at = 0; at < name.size(); ++at) {
-    const char c = name[at];
+    at = endOfOperator(name, at);
+    const char c = at < name.size() ? name[at] : '\0';
     if (c == '<' || c == '(' || c == '[' || c == '{') ++open;
     if (c == '>' || c == ')' || c == ']' || c == '}') --open;
     if (c != ':' || open > 0 || !name.substr(at).starts_with("::")) continue;
@@ -316,6 +333,14 @@ std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_v
     result.append(withoutTags(canonicalName(part))).append("::");
   }
   return result.empty() ? std::nullopt : std::optional(result);
+}
+
+std::string variableOfSymbol(std::string_view symbol) {
+  // Tables and the like that compilers make up, and what is within functions.
+  for (const std::string_view other : {"_ZT", "_ZG", "_ZZ"}) {
+    if (symbol.starts_with(other)) return "";
+  }
+  return symbol.starts_with("_Z") ? withoutTags(canonicalName(demangled(std::string(symbol).c_str()))) : "";
 }
 
 std::string bindingInSymbol(std::string_view symbol) {

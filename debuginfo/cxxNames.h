@@ -19,6 +19,9 @@ std::string templateArguments(std::string_view name, const char* linkageName);
 /// What stands before `name` in the name of its symbol: "ns::function::". Empty when that is not known.
 std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_view name);
 
+/// The variable that `symbol` is a mangled name of, "ns::name"; empty when it is of something else, or not mangled.
+std::string variableOfSymbol(std::string_view symbol);
+
 /// What the variable is called whose parts a structured binding names, "[a, b]", by the name of its symbol; empty when
 /// that is no such name.
 std::string bindingInSymbol(std::string_view symbol);

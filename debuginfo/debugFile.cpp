@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "debuginfo/byteCursor.h"
+#include "debuginfo/passedPages.h"
 #include "src/io.h"
 #include "src/userError.h"
 
@@ -86,10 +87,15 @@ std::string dwoName(const Die& skeleton) {
   return "a .dwo file without a name";
 }
 
+// Where the compiler left that file.
+std::string dwoPath(const Die& skeleton) {
+  const char* directory = skeleton.text(DW_AT_comp_dir);
+  return fs::path(directory != nullptr ? directory : "") / dwoName(skeleton);
+}
+
 // Why a .dwo file that is there cannot be used; empty when it is not there.
 std::string dwoFault(const Die& skeleton) {
-  const char* directory = skeleton.text(DW_AT_comp_dir);
-  const fs::path path = fs::path(directory != nullptr ? directory : "") / dwoName(skeleton);
+  const std::string path = dwoPath(skeleton);
   const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);
   if (!file) return "";
   const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
@@ -101,9 +107,31 @@ std::string dwoFault(const Die& skeleton) {
   if (!method.empty() && method == "zstd")
     return "is compressed by zstd, which libdw cannot read here; objcopy --decompress-debug-sections changes that";
   if (sections > 1)
-    return "has a section for each type, which cannot be read; compile without -fdebug-types-section, or with "
-           "-gdwarf-4";
+    return "has a section for each type, which cannot be read when it is compressed; compile without -gz, or without "
+           "-fdebug-types-section";
   return "is not the one that belongs to this program: it was compiled again since, or is damaged";
+}
+
+// Adds the units of `dwarf` to `listed`. False when there is damage among them.
+bool listUnits(Dwarf* dwarf, std::vector<ListedUnit>& listed) {
+  constexpr std::uint64_t costOfFile = std::uint64_t{64} * 1024;  // of opening the one that was split off
+  Dwarf_CU* unit = nullptr;
+  std::uint8_t type = 0;
+  std::uint64_t last = 0;
+  ListedUnit next{};
+  PassedPages pages;
+  int result = 0;
+  while ((result = dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &next.top, nullptr)) == 0) {
+    pages.at(next.top.addr);
+    next.isSkeleton = type == DW_UT_skeleton;
+    // Where a unit ends is known when the next begins, if that is in the same section.
+    const std::uint64_t offset = dwarf_dieoffset(&next.top);
+    if (last != 0 && offset > last) listed.back().cost += offset - last;
+    last = offset;
+    next.cost = next.isSkeleton ? costOfFile : 0;
+    listed.push_back(next);
+  }
+  return result > 0;
 }
 
 }  // namespace
@@ -160,46 +188,35 @@ void DebugFile::openPackages(const std::string& path, Dwfl_Module* module) {
   for (const fs::path& place : places) packages_.push_back(std::make_unique<DwarfPackage>(place.string()));
 }
 
-void DebugFile::forEachUnit(const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& warnings) const {
+std::vector<ListedUnit> DebugFile::units(std::vector<std::string>& warnings) const {
   const char* shared = nullptr;
   const void* id = nullptr;
   if (dwarf_getalt(dwarf_) == nullptr && sharedTexts_.begin() == nullptr &&
       dwelf_dwarf_gnu_debugaltlink(dwarf_, &shared, &id) > 0)
     warnings.push_back(std::string(shared) +
                        ", which dwz took a part of the debugging information to, cannot be found");
-  std::vector<std::string> missing;
+  std::vector<ListedUnit> listed;
   for (Dwarf* dwarf : {dwarf_, dwarf_getalt(dwarf_)}) {
-    if (dwarf == nullptr || useUnits(dwarf, useUnit, missing)) continue;
+    if (dwarf == nullptr || listUnits(dwarf, listed)) continue;
     warnings.push_back("the debugging information is damaged, so variables may be missing: " + dwarfError());
   }
-  constexpr std::size_t most = 3;
-  for (std::size_t i = 0; i < missing.size() && i < most; ++i) warnings.push_back(missing[i]);
-  if (missing.size() > most)
-    warnings.push_back(std::to_string(missing.size() - most) + " more .dwo files cannot be used either");
+  return listed;
 }
 
-bool DebugFile::useUnits(Dwarf* dwarf, const std::function<void(const Unit&)>& useUnit,
-                         std::vector<std::string>& missing) const {
-  Dwarf_CU* unit = nullptr;
-  Dwarf_Die top;
-  Dwarf_Die split;
-  std::uint8_t type = 0;
-  int result = 0;
-  while ((result = dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &top, &split)) == 0) {
-    const Die skeleton(top, this);
-    if (type == DW_UT_skeleton && split.addr == nullptr) split = packedUnit(skeleton);
-    if (type != DW_UT_skeleton) {
-      useUnit({skeleton, skeleton});
-    } else if (split.addr != nullptr) {
-      useUnit({Die(split, this), skeleton});
-    } else {
-      const std::string fault = dwoFault(skeleton);
-      missing.push_back(
-          "the debugging information in " + dwoName(skeleton) + " is missing: the file " +
-          (fault.empty() ? "cannot be found where the compiler left it, or in " + path_ + ".dwp" : fault));
-    }
+std::optional<Unit> DebugFile::find(const ListedUnit& listed, std::vector<std::string>& missing) const {
+  const Die skeleton(listed.top, this);
+  if (!listed.isSkeleton) return Unit{skeleton, skeleton};
+  Dwarf_Die split{};
+  dwarf_cu_info(listed.top.cu, nullptr, nullptr, nullptr, &split, nullptr, nullptr, nullptr);
+  if (split.addr == nullptr) split = packedUnit(skeleton);
+  if (split.addr != nullptr) {
+    splitOff_.try_emplace(dwarf_cu_getdwarf(split.cu), dwoPath(skeleton));
+    return Unit{Die(split, this), skeleton};
   }
-  return result > 0;
+  const std::string fault = dwoFault(skeleton);
+  missing.push_back("the debugging information in " + dwoName(skeleton) + " is missing: the file " +
+                    (fault.empty() ? "cannot be found where the compiler left it, or in " + path_ + ".dwp" : fault));
+  return {};
 }
 
 // The unit that belongs to `skeleton` in one of the packages; its addr is null when none holds it.
@@ -210,13 +227,25 @@ Dwarf_Die DebugFile::packedUnit(const Die& skeleton) const {
   for (const auto& package : packages_) {
     if (unit.addr == nullptr) unit = package->unit(id);
   }
+  if (unit.addr == nullptr) unit = splitFile(dwoPath(skeleton)).unit(id);
   return unit;
+}
+
+DwarfPackage& DebugFile::splitFile(const std::string& path) const {
+  return splitFiles_.try_emplace(path, path).first->second;
 }
 
 Dwarf_Die DebugFile::type(const Dwarf_Attribute& reference) const {
   Dwarf_Die type{};
   for (const auto& package : packages_) {
     if (type.addr == nullptr) type = package->type(reference);
+  }
+  const auto known = splitOff_.find(dwarf_cu_getdwarf(reference.cu));
+  if (type.addr == nullptr && known != splitOff_.end()) {
+    const std::string path = known->second;
+    type = splitFile(path).type(reference);
+    // Its types refer to others of the same file.
+    if (type.addr != nullptr) splitOff_.try_emplace(dwarf_cu_getdwarf(type.cu), path);
   }
   return type;
 }

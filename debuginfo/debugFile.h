@@ -6,10 +6,11 @@
 #include <elfutils/libdwfl.h>
 
 #include <cstdint>
-#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "debuginfo/die.h"
@@ -25,6 +26,13 @@ struct Unit {
   Die skeleton;
 };
 
+/// A unit as it stands in the file, before it is looked for where it may have been split off to.
+struct ListedUnit {
+  Dwarf_Die top;
+  bool isSkeleton = false;
+  std::uint64_t cost = 0;  ///< of reading it, compared with others: bytes
+};
+
 class DebugFile : public OtherFiles {
  public:
   /// Opens `path`. Throws UserError when it is no executable or shared object in ELF, is damaged, or has no debugging
@@ -33,10 +41,13 @@ class DebugFile : public OtherFiles {
 
   const ProgramImage& image() const { return *image_; }
 
-  /// Calls `useUnit` with every unit: compilation units, partial units, type units, and those of the file shared by
-  /// dwz. Sentences about what could not be found or read are added to `warnings`. `wanted`: whether to use the unit
-  /// with this number, counted from 0; a .dwo file is opened only then.
-  void forEachUnit(const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& warnings) const;
+  /// All units in their order: compilation units, partial units, type units, and those of the file shared by dwz.
+  /// Sentences about what is missing or damaged are added to `warnings`.
+  std::vector<ListedUnit> units(std::vector<std::string>& warnings) const;
+
+  /// The unit with its entries. When these were split off and cannot be found, it is empty, and a sentence about that
+  /// is added to `missing`.
+  std::optional<Unit> find(const ListedUnit& listed, std::vector<std::string>& missing) const;
 
   /// Turns an address of the debugging information into one of the executable. They differ only when one of two files
   /// was prelinked.
@@ -51,8 +62,8 @@ class DebugFile : public OtherFiles {
  private:
   void openShared(const std::string& path, Dwfl_Module* module);
   void openPackages(const std::string& path, Dwfl_Module* module);
-  bool useUnits(Dwarf* dwarf, const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& missing) const;
   Dwarf_Die packedUnit(const Die& skeleton) const;
+  DwarfPackage& splitFile(const std::string& path) const;
 
   std::string path_;
   UniqueFd sharedFile_;
@@ -63,7 +74,9 @@ class DebugFile : public OtherFiles {
   std::unique_ptr<Dwfl, void (*)(Dwfl*)> session_;
   Dwarf* dwarf_ = nullptr;
   std::optional<ProgramImage> image_;
-  SectionBytes addresses_;                               // the lists that units refer to by number
-  std::vector<std::unique_ptr<DwarfPackage>> packages_;  // of all places where one may be
+  SectionBytes addresses_;                                    // the lists that units refer to by number
+  std::vector<std::unique_ptr<DwarfPackage>> packages_;       // of all places where one may be
+  mutable std::map<std::string, DwarfPackage> splitFiles_;    // .dwo files that libdw does not read alone, by path
+  mutable std::unordered_map<Dwarf*, std::string> splitOff_;  // the .dwo files that units were read from
   std::uint64_t bias_ = 0;
 };

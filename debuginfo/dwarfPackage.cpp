@@ -1,5 +1,6 @@
 #include "debuginfo/dwarfPackage.h"
 
+#include <dwarf.h>
 #include <fcntl.h>
 #include <gelf.h>
 
@@ -8,7 +9,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "debuginfo/sectionBytes.h"
 #include "src/io.h"
 
 namespace {
@@ -23,6 +23,7 @@ constexpr std::array<std::string_view, 9> sectionNames{"",
                                                        ".debug_str_offsets.dwo",
                                                        ".debug_macro.dwo",
                                                        ".debug_rnglists.dwo"};
+constexpr std::uint64_t infoSection = 1, typesSection = 2;
 // The one section that all units share.
 constexpr std::string_view sharedSection = ".debug_str.dwo";
 
@@ -59,6 +60,10 @@ DwarfPackage::DwarfPackage(const std::string& path) : file_(openFile(path.c_str(
   if (!elf || elf_kind(elf.get()) != ELF_K_ELF) return;
   units_ = readIndex(elf.get(), ".debug_cu_index");
   types_ = readIndex(elf.get(), ".debug_tu_index");
+  isPackage_ = !units_.empty() || !types_.empty();
+  if (isPackage_) return;
+  readSections(elf.get(), infoSection);
+  readSections(elf.get(), typesSection);
 }
 
 // Opened for private changes, so that the headers of sections can be changed in memory.
@@ -97,8 +102,35 @@ DwarfPackage::Index DwarfPackage::readIndex(Elf* elf, std::string_view name) {
   return result;
 }
 
+// Takes all sections of a .dwo file with units that have this number.
+void DwarfPackage::readSections(Elf* elf, std::uint64_t section) {
+  for (Elf_Scn* at = nullptr; (at = findSection(elf, sectionNames[section], at)) != nullptr;) {
+    const SectionBytes bytes(elf, at);
+    readUnits(bytes, {section, 0, static_cast<std::uint64_t>(bytes.end() - bytes.begin()), elf_ndxscn(at)});
+  }
+}
+
+// Takes the units of the section `all` whose ids are in their headers: compilation units of DWARF 5, and type units.
+void DwarfPackage::readUnits(const SectionBytes& bytes, const Contribution& all) {
+  for (Contribution unit = all; unit.offset < all.size;) {
+    const std::uint64_t begin = unit.offset;
+    const bool isLong = bytes.number(begin, 4) == 0xffffffff;
+    const std::uint64_t width = isLong ? 8 : 4;
+    const std::uint64_t version = begin + (isLong ? 12 : 4);
+    const auto length = bytes.number(version - width, width);
+    if (!length || *length > all.size - version) return;
+    const bool isNew = bytes.number(version, 2) == 5;
+    const std::uint64_t kind = isNew ? bytes.number(version + 2, 1).value_or(0) : 0;
+    const auto id = bytes.number(version + (isNew ? 4 : 3) + width, 8);
+    unit.size = version + *length - begin;
+    const bool isType = kind == DW_UT_split_type || (!isNew && all.section == typesSection);
+    if (id && (isType || kind == DW_UT_split_compile)) (isType ? types_ : units_)[*id] = {unit};
+    unit.offset = begin + unit.size;
+  }
+}
+
 // Cuts the sections of `elf` to what one unit takes of them.
-bool DwarfPackage::cutSections(Elf* elf, const Contributions& parts) {
+bool DwarfPackage::cutSections(Elf* elf, const Contributions& parts) const {
   std::size_t names = 0;
   if (elf_getshdrstrndx(elf, &names) != 0) return false;
   for (Elf_Scn* section = elf_nextscn(elf, nullptr); section != nullptr; section = elf_nextscn(elf, section)) {
@@ -106,10 +138,16 @@ bool DwarfPackage::cutSections(Elf* elf, const Contributions& parts) {
     const char* read = gelf_getshdr(section, &header) != nullptr ? elf_strptr(elf, names, header.sh_name) : nullptr;
     const std::string_view name = read != nullptr ? read : "";
     if (!name.starts_with(".debug_") || name == sharedSection) continue;
+    const bool holdsUnits = name == sectionNames[infoSection] || name == sectionNames[typesSection];
+    if (!isPackage_ && !holdsUnits) continue;
     Contribution part{0, 0, 0};
     for (const Contribution& each : parts) {
-      if (each.section < sectionNames.size() && sectionNames[each.section] == name) part = each;
+      if (each.section < sectionNames.size() && sectionNames[each.section] == name &&
+          (each.header == 0 || each.header == elf_ndxscn(section)))
+        part = each;
     }
+    // libdw leaves alone what is in a group.
+    header.sh_flags &= ~GElf_Xword{SHF_GROUP};
     // By the name of the index alone libdw would take this for no .dwo file.
     if (!name.ends_with(".dwo")) header.sh_name = 0;
     if (!cut(section, header, part.offset, part.size)) return false;

@@ -12,11 +12,13 @@
 #include <unordered_map>
 #include <vector>
 
+#include "debuginfo/sectionBytes.h"
 #include "src/uniqueFd.h"
 
 class DwarfPackage {
  public:
-  /// Opens the package `path`. One that is missing, compressed or damaged holds no units.
+  /// Opens the package `path`, or a single .dwo file, which may have a section for each type, of which libdw sees none.
+  /// One that is missing, compressed or damaged holds no units.
   explicit DwarfPackage(const std::string& path);
 
   /// The top entry of the compilation unit whose id is `id`; its addr is null when the package does not hold it.
@@ -34,6 +36,7 @@ class DwarfPackage {
     std::uint64_t section;
     std::uint64_t offset;
     std::uint64_t size;
+    std::size_t header = 0;  // number of its header; 0: there is but one section of that name
   };
   // libdw does not know packages, so each unit is shown to it as a file whose sections are cut to that unit.
   struct View {
@@ -46,10 +49,13 @@ class DwarfPackage {
 
   ElfOwner openElf() const;
   static Index readIndex(Elf* elf, std::string_view name);
-  static bool cutSections(Elf* elf, const Contributions& parts);
+  void readSections(Elf* elf, std::uint64_t section);
+  void readUnits(const SectionBytes& bytes, const Contribution& all);
+  bool cutSections(Elf* elf, const Contributions& parts) const;
   Dwarf* openView(const Contributions& parts);
 
   UniqueFd file_;
+  bool isPackage_ = false;
   Index units_;
   Index types_;
   std::unordered_map<std::uint64_t, Dwarf_Die> knownTypes_;

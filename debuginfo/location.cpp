@@ -19,6 +19,7 @@ class Evaluation {
       const Kind kind = !firstPiece_ ? Kind::None : scattered_ ? Kind::Scattered : Kind::Memory;
       return {kind, firstPiece_.value_or(0), firstBase_};
     }
+    if (narrowed_) return {Kind::Memory, *narrowed_, *narrowed_, true};
     if (isAddress_) return {isThreadLocal_ ? Kind::ThreadLocal : Kind::Memory, value_, base_};
     return {isComputed_ ? Kind::Computed : Kind::None, value_, base_};
   }
@@ -57,8 +58,13 @@ class Evaluation {
       case DW_OP_nop:
         return;
       case DW_OP_stack_value:  // the value of an address alone is no place
+        narrowed_ = source_;
         isAddress_ = isComputed_ = false;
         return;
+      case DW_OP_deref:
+      case DW_OP_deref_size:
+        if (isAddress_ && !isThreadLocal_) source_ = value_;
+        [[fallthrough]];
       default:
         skipOperands(operation);
         isComputed_ = isComputed_ || isAddress_;
@@ -108,6 +114,7 @@ class Evaluation {
 
   void setAddress(std::uint64_t address) {
     // A second one makes this something else than a plain place.
+    source_.reset();
     isComputed_ = isComputed_ || hasValue_;
     value_ = base_ = address;
     isAddress_ = !isComputed_;
@@ -152,6 +159,7 @@ class Evaluation {
   bool isComputed_ = false, unreadable_ = false;
   int pieces_ = 0;
   bool scattered_ = false;
+  std::optional<std::uint64_t> source_, narrowed_;  // where the value that is computed comes from
   std::optional<std::uint64_t> firstPiece_;
   std::uint64_t firstBase_ = 0, expected_ = 0;
 };

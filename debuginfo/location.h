@@ -19,6 +19,7 @@ struct Location {
   Kind kind = Kind::None;
   std::uint64_t address = 0;  ///< as the debugging information has it
   std::uint64_t base = 0;     ///< the address that it is relative to: where the object begins that it is a part of
+  bool isNarrowed = false;    ///< what is at `address` is smaller than the type: its value is computed from that
 };
 
 /// The location that the expression in the bytes from `cursor` on describes.

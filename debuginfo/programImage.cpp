@@ -8,10 +8,15 @@
 
 namespace {
 
-// Whether `symbol` is what compilers call the variable `name`: also with a suffix (".0"), or mangled.
+// Whether `symbol` is what compilers call the variable `name`: also with a suffix (".0"), behind the name of its
+// function
+// ("f.name"), or mangled.
 bool isNameOf(std::string_view symbol, std::string_view name, const char* linkageName) {
   if (linkageName != nullptr && symbol == linkageName) return true;
-  if (symbol.starts_with(name)) return symbol.size() == name.size() || symbol[name.size()] == '.';
+  for (std::size_t at = symbol.find(name); at != std::string_view::npos; at = symbol.find(name, at + 1)) {
+    const std::size_t end = at + name.size();
+    if ((at == 0 || symbol[at - 1] == '.') && (end == symbol.size() || symbol[end] == '.')) return true;
+  }
   return symbol.starts_with("_Z") && symbol.find(std::to_string(name.size()).append(name)) != std::string_view::npos;
 }
 
@@ -96,6 +101,16 @@ const ImageSection* ProgramImage::findThreadLocal(std::uint64_t offset) const {
   return nullptr;
 }
 
+std::optional<std::uint64_t> ProgramImage::threadLocalNamed(std::string_view name, const char* linkageName) const {
+  std::optional<std::uint64_t> place;
+  for (const ImageSymbol& symbol : symbols()) {
+    if (!symbol.threadLocal || !isNameOf(symbol.name, name, linkageName)) continue;
+    if (place) return {};
+    place = symbol.address;
+  }
+  return place;
+}
+
 bool ProgramImage::isWritable(const ImageSection& section, std::uint64_t address) const {
   return section.threadLocal || (section.writable && (address < relro_.begin || address >= relro_.end));
 }
@@ -103,9 +118,13 @@ bool ProgramImage::isWritable(const ImageSection& section, std::uint64_t address
 bool ProgramImage::mayBeAt(std::uint64_t address, bool threadLocal, std::string_view name,
                            const char* linkageName) const {
   symbols();
-  if (!hasLocalSymbols_) return true;
+  return !hasLocalSymbols_ || hasNameAt(address, threadLocal, name, linkageName);
+}
+
+bool ProgramImage::hasNameAt(std::uint64_t address, bool threadLocal, std::string_view name,
+                             const char* linkageName) const {
   const auto [begin, end] = symbolsAt(address, threadLocal);
-  return std::any_of(begin, end, [&](const Symbol& symbol) { return isNameOf(symbol.name, name, linkageName); });
+  return std::any_of(begin, end, [&](const ImageSymbol& each) { return isNameOf(each.name, name, linkageName); });
 }
 
 std::optional<std::uint64_t> ProgramImage::symbolSize(std::uint64_t address, bool threadLocal, std::string_view name,
@@ -129,22 +148,27 @@ std::vector<std::string_view> ProgramImage::symbolNames(std::uint64_t address, b
   return names;
 }
 
-const ProgramImage::Symbols& ProgramImage::symbols() const {
+const std::vector<ImageSymbol>& ProgramImage::symbols() const {
   if (symbols_) return *symbols_;
   symbols_.emplace();
   const int count = dwfl_module_getsymtab(module_);
+  const char* unit = nullptr;
   for (int i = 0; i < count; ++i) {
     GElf_Sym symbol;
     GElf_Addr address = 0;
     GElf_Word section = 0;
     const char* name = dwfl_module_getsym_info(module_, i, &symbol, &address, &section, nullptr, nullptr);
     const int type = GELF_ST_TYPE(symbol.st_info);
-    if (i > 0 && GELF_ST_BIND(symbol.st_info) == STB_LOCAL) hasLocalSymbols_ = true;
+    const bool isLocal = i > 0 && GELF_ST_BIND(symbol.st_info) == STB_LOCAL;
+    hasLocalSymbols_ = hasLocalSymbols_ || isLocal;
+    // Each symbol of a source file stands before those that are local to it.
+    if (type == STT_FILE) unit = name != nullptr && *name != '\0' ? name : nullptr;
     if (name == nullptr || *name == '\0' || section == SHN_UNDEF) continue;
     if (type == STT_OBJECT || type == STT_COMMON || type == STT_TLS || type == STT_NOTYPE)
-      symbols_->push_back({type == STT_TLS ? symbol.st_value : address - bias_, symbol.st_size, name, type == STT_TLS});
+      symbols_->push_back({type == STT_TLS ? symbol.st_value : address - bias_, symbol.st_size, name, type == STT_TLS,
+                           isLocal, isLocal ? unit : nullptr});
   }
-  std::stable_sort(symbols_->begin(), symbols_->end(), [](const Symbol& a, const Symbol& b) {
+  std::stable_sort(symbols_->begin(), symbols_->end(), [](const ImageSymbol& a, const ImageSymbol& b) {
     return std::tie(a.threadLocal, a.address) < std::tie(b.threadLocal, b.address);
   });
   return *symbols_;
@@ -152,8 +176,8 @@ const ProgramImage::Symbols& ProgramImage::symbols() const {
 
 std::pair<ProgramImage::Symbols::const_iterator, ProgramImage::Symbols::const_iterator> ProgramImage::symbolsAt(
     std::uint64_t address, bool threadLocal) const {
-  const Symbol wanted{address, 0, nullptr, threadLocal};
-  return std::equal_range(symbols().begin(), symbols().end(), wanted, [](const Symbol& a, const Symbol& b) {
+  const ImageSymbol wanted{.address = address, .threadLocal = threadLocal};
+  return std::equal_range(symbols().begin(), symbols().end(), wanted, [](const ImageSymbol& a, const ImageSymbol& b) {
     return std::tie(a.threadLocal, a.address) < std::tie(b.threadLocal, b.address);
   });
 }

@@ -20,6 +20,16 @@ struct ImageSection {
   bool threadLocal = false;
 };
 
+/// A symbol of a variable.
+struct ImageSymbol {
+  std::uint64_t address = 0;  ///< of a thread-local one, the offset in the block
+  std::uint64_t size = 0;
+  const char* name = nullptr;
+  bool threadLocal = false;
+  bool isLocal = false;        ///< not known to other units
+  const char* unit = nullptr;  ///< if local: the source file that it is of, without directory; may be null
+};
+
 class ProgramImage {
  public:
   /// Of the executable or shared object that `module` is. Its symbols are read when they are first asked for.
@@ -37,6 +47,9 @@ class ProgramImage {
   std::uint64_t threadLocalOffset(std::uint64_t place) const;
   /// The section that holds the byte `offset` of the block of thread-local variables; null when none does.
   const ImageSection* findThreadLocal(std::uint64_t offset) const;
+  /// The place of the one thread-local variable that the symbol table has with this name; empty when it has none or
+  /// several.
+  std::optional<std::uint64_t> threadLocalNamed(std::string_view name, const char* linkageName) const;
   /// Whether the program may write to `address` in `section` when it runs.
   bool isWritable(const ImageSection& section, std::uint64_t address) const;
 
@@ -49,22 +62,19 @@ class ProgramImage {
                                           const char* linkageName) const;
   /// The names of the symbols at `address`.
   std::vector<std::string_view> symbolNames(std::uint64_t address, bool threadLocal) const;
+  /// Whether one of these is that of the variable `name`.
+  bool hasNameAt(std::uint64_t address, bool threadLocal, std::string_view name, const char* linkageName) const;
+  /// All symbols of variables, by address.
+  const std::vector<ImageSymbol>& symbols() const;
 
  private:
-  struct Symbol {
-    std::uint64_t address;
-    std::uint64_t size;
-    const char* name;
-    bool threadLocal;
-  };
   struct Range {
     std::uint64_t begin = 0, end = 0;
   };
-  using Symbols = std::vector<Symbol>;
+  using Symbols = std::vector<ImageSymbol>;
 
   void readSections(Elf* elf);
   void readSegments(Elf* elf);
-  const Symbols& symbols() const;
   std::pair<Symbols::const_iterator, Symbols::const_iterator> symbolsAt(std::uint64_t address, bool threadLocal) const;
 
   Dwfl_Module* module_;

@@ -58,6 +58,10 @@ void Scopes::name(const Die& entry, ScopeMap& map, ScopeMap::Id id) {
   const bool isElsewhere = chain.front().has(DW_AT_signature);  // in a type unit that cannot be found
   scope.inNameless = (own == nullptr && (isFunction || isElsewhere)) || outer.inNameless;
   scope.inFunction = isFunction || outer.inFunction;
+  const bool isInNamespaces = outer.forVariables.empty() || outer.forVariables.size() == outer.namespaces + 2;
+  scope.namespaces = isNamespace && isInNamespaces
+                         ? static_cast<std::uint32_t>(outer.forVariables.size() + text.size()) - 2
+                         : outer.namespaces;
   scope.forVariables = outer.forVariables + text;
   scope.forVariablesC = outer.forVariablesC + (isFunction ? text : "");
   scope.forTypes = isFunction ? "" : outer.forTypes + text;

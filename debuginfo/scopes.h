@@ -17,10 +17,14 @@ class Scopes {
   /// What stands before the name of the variable `entry`: "ns::Class::function::". In C (not `cxx`) only functions are
   /// scopes of variables.
   const std::string& ofVariable(const Die& entry, bool cxx);
+  /// The length of the namespaces at the beginning of that in C++.
+  std::uint32_t namespacesOf(const Die& entry) { return named(entry).namespaces; }
   /// What stands before the name of the type `entry` in C++: "ns::Class::". Scopes end at functions.
   const std::string& ofType(const Die& entry);
   /// Whether `entry` stands within a function.
   bool isInFunction(const Die& entry);
+  /// The same of what stands within `scope` of the unit that was entered.
+  bool isInFunction(ScopeMap::Id scope) const { return current_.scopes[scope].inFunction; }
   /// Whether one of the functions or classes around `entry` has a name that is not known.
   bool isInNameless(const Die& entry) { return named(entry).inNameless; }
 

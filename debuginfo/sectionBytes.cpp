@@ -17,8 +17,12 @@ Elf_Scn* findSection(Elf* elf, std::string_view name, Elf_Scn* after) {
 }
 
 SectionBytes::SectionBytes(Elf* elf, std::string_view name) {
-  Elf_Scn* section = findSection(elf, name);
-  const Elf_Data* data = section != nullptr ? elf_rawdata(section, nullptr) : nullptr;
+  for (Elf_Scn* section = nullptr; begin() == nullptr && (section = findSection(elf, name, section)) != nullptr;)
+    *this = SectionBytes(elf, section);
+}
+
+SectionBytes::SectionBytes(Elf* elf, Elf_Scn* section) {
+  const Elf_Data* data = elf_rawdata(section, nullptr);
   const char* identification = elf_getident(elf, nullptr);
   if (data == nullptr || data->d_buf == nullptr || identification == nullptr) return;
   bytes_ = static_cast<const unsigned char*>(data->d_buf);

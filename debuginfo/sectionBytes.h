@@ -15,8 +15,9 @@ Elf_Scn* findSection(Elf* elf, std::string_view name, Elf_Scn* after = nullptr);
 class SectionBytes {
  public:
   SectionBytes() = default;
-  /// Holds nothing when `elf` has no section called `name`.
+  /// Of the first section of `elf` called `name` that is not empty; holds nothing when there is none.
   SectionBytes(Elf* elf, std::string_view name);
+  SectionBytes(Elf* elf, Elf_Scn* section);
 
   /// The number in the `width` bytes (at most 8) at byte `offset`; empty when they are not all within the section.
   std::optional<std::uint64_t> number(std::uint64_t offset, std::size_t width) const;

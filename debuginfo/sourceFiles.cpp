@@ -121,7 +121,9 @@ std::string_view SourceFiles::name(const Die& unit, std::uint64_t number, const 
   const char* within = file.directory < list.directories.size() ? list.directories[file.directory] : nullptr;
   // A path that is absolute takes the place of what is before it.
   std::filesystem::path path(compiledIn != nullptr ? compiledIn : "");
-  if (within != nullptr) path /= within;
+  // The first directory is the one that the unit was compiled in, once more: if it is relative, not one within it.
+  const bool isOther = file.directory > 0 || compiledIn == nullptr;
+  if (within != nullptr && (isOther || *within == '/')) path /= within;
   path /= file.name;
   return file.path = texts_.intern(path.lexically_normal().native());
 }

@@ -7,6 +7,12 @@
 
 namespace {
 
+bool isCxx(const Die& unit) {
+  const std::uint64_t language = unit ? unit.number(DW_AT_language).value_or(0) : 0;
+  return language == DW_LANG_C_plus_plus || language == DW_LANG_C_plus_plus_03 || language == DW_LANG_C_plus_plus_11 ||
+         language == DW_LANG_C_plus_plus_14;
+}
+
 // What stands behind a '*' or before a base type: "const volatile".
 struct Qualifiers {
   bool isConst = false, isVolatile = false, isRestrict = false, isAtomic = false;
@@ -148,7 +154,9 @@ struct TypeNames::Builder {
         list += (list.empty() ? "" : ", ") + parameter.type();
       }
     }
-    const bool saysNothing = (list.empty() || list == "...") && !cxx && !type.has(DW_AT_prototyped);
+    // Optimisation at link time lets units of C use the types of C++ ones, where no mark is needed.
+    const bool saysNothing =
+        (list.empty() || list == "...") && !cxx && !type.has(DW_AT_prototyped) && !isCxx(type.unit());
     if (saysNothing) return "()";
     return "(" + (list.empty() ? "void" : list) + ")";
   }
@@ -200,8 +208,11 @@ struct TypeNames::Builder {
   std::string typeName(const Die& type) {
     const std::vector<Die> chain = descriptions(type);
     const char* name = firstName(chain);
-    // A type whose unit cannot be found has a name that is not known.
-    if (name == nullptr && type.has(DW_AT_signature)) damaged = true;
+    // A type whose unit cannot be found has a name that is not known; others are no types of C, such as texts of
+    // Fortran.
+    const bool mayHaveNone = type.tag() == DW_TAG_structure_type || type.tag() == DW_TAG_class_type ||
+                             type.tag() == DW_TAG_union_type || type.tag() == DW_TAG_enumeration_type;
+    if (name == nullptr && (type.has(DW_AT_signature) || !mayHaveNone)) damaged = true;
     if (name == nullptr) return "{...}";
     std::string canonical = canonicalName(name);
     if (!cxx) return canonical;

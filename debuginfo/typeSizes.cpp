@@ -60,6 +60,15 @@ std::optional<std::uint64_t> impliedSize(const Die& type) {
   return target && target.tag() == DW_TAG_subroutine_type ? 2 * type.addressSize() : type.addressSize();
 }
 
+// Where the dimensions of arrays begin in the language of `entry` if they do not say.
+std::uint64_t defaultLowerBound(const Die& entry) {
+  const Die unit = entry.unit();
+  Dwarf_Die top = unit.raw();
+  Dwarf_Sword bound = 0;
+  const bool known = unit && dwarf_default_lower_bound(dwarf_srclang(&top), &bound) == 0;
+  return known ? static_cast<std::uint64_t>(bound) : 0;
+}
+
 }  // namespace
 
 std::optional<std::uint64_t> arrayExtent(const Die& subrange) {
@@ -68,7 +77,7 @@ std::optional<std::uint64_t> arrayExtent(const Die& subrange) {
   if (!upper) return {};
   // An array without elements has the upper bound -1, in as many bytes as the producer liked.
   if (*upper == ~std::uint64_t{0} || *upper == 0xffffffff) return 0;
-  return *upper + 1 - subrange.number(DW_AT_lower_bound).value_or(0);
+  return *upper + 1 - subrange.number(DW_AT_lower_bound).value_or(defaultLowerBound(subrange));
 }
 
 std::optional<std::uint64_t> sizeOfType(const Die& type) {

@@ -28,6 +28,7 @@ ScopeMap::Id ScopeMap::add(Id parent, EntryKind kind, const unsigned char* entry
   Scope& scope = scopes_.emplace_back();
   scope.parent = parent;
   scope.kind = kind;
+  scope.inFunction = kind == EntryKind::Function || scopes_[parent].inFunction;
   scope.entry = entry;
   return static_cast<Id>(scopes_.size() - 1);
 }
@@ -58,18 +59,28 @@ void UnitScan::run(const UnitLayout& unit, const AbbreviationTable& table, ScanF
       damaged = true;
       return;
     }
-    scopes.change(entry, open_.empty() ? ScopeMap::global : open_.back());
-    const bool wanted = abbreviation->kind == EntryKind::Located
-                            ? purpose != ScanFor::Scopes
-                            : abbreviation->kind == EntryKind::Declared && purpose == ScanFor::Declared;
-    if (wanted)
-      variables.push_back({entry, cursor.at(), abbreviation, open_.empty() ? ScopeMap::global : open_.back()});
+    const ScopeMap::Id scope = open_.empty() ? ScopeMap::global : open_.back();
+    scopes.change(entry, scope);
+    if (isWanted(abbreviation->kind, purpose, scope)) variables.push_back({entry, cursor.at(), abbreviation, scope});
     if (abbreviation->hasChildren)
       enter(unit, table, *abbreviation, entry, cursor);
     else
       table.skip(*abbreviation, cursor);
   } while (!open_.empty() && !cursor.atEnd());
   damaged = cursor.failed();
+}
+
+bool UnitScan::isWanted(EntryKind kind, ScanFor purpose, ScopeMap::Id scope) const {
+  switch (kind) {
+    case EntryKind::Located:
+      return purpose != ScanFor::Scopes;
+    case EntryKind::Unplaced:
+      return purpose == ScanFor::Declared || (purpose == ScanFor::Located && !scopes[scope].inFunction);
+    case EntryKind::Declared:
+      return purpose == ScanFor::Declared;
+    default:
+      return false;
+  }
 }
 
 // Goes on to the children of `entry`, or, if these cannot be of interest, to its sibling.

@@ -18,12 +18,13 @@ class ScopeMap {
     Id parent = global;
     EntryKind kind = EntryKind::Other;
     const unsigned char* entry = nullptr;
-    bool isNamed = false;       // whether the rest is filled in
-    bool inFunction = false;    // it is one or is within one
-    bool inNameless = false;    // of these functions or classes one has a name that is not known
-    std::string forVariables;   // what stands before the names of variables, "ns::f::"
-    std::string forVariablesC;  // the same in C, where functions alone are scopes
-    std::string forTypes;       // before those of types: scopes end at functions
+    bool isNamed = false;          // whether the rest is filled in
+    bool inFunction = false;       // it is one or is within one; known from the beginning
+    bool inNameless = false;       // of these functions or classes one has a name that is not known
+    std::uint32_t namespaces = 0;  // of `forVariables`, the bytes that are namespaces, without "::" behind them
+    std::string forVariables;      // what stands before the names of variables, "ns::f::"
+    std::string forVariablesC;     // the same in C, where functions alone are scopes
+    std::string forTypes;          // before those of types: scopes end at functions
   };
 
   ScopeMap() { clear(); }
@@ -37,6 +38,7 @@ class ScopeMap {
   /// The scope around `entry`.
   Id around(const void* entry) const;
   Scope& operator[](Id id) { return scopes_[id]; }
+  const Scope& operator[](Id id) const { return scopes_[id]; }
 
  private:
   struct Span {
@@ -60,13 +62,16 @@ enum class ScanFor { Scopes, Located, Declared };
 
 struct UnitScan {
   ScopeMap scopes;
-  std::vector<MetVariable> variables;  ///< those with a location; for ScanFor::Declared, all, and static members
-  bool damaged = false;                ///< the pass ended early
+  /// Those with a location, and what is defined outside functions without one; for ScanFor::Declared, all, and static
+  /// members.
+  std::vector<MetVariable> variables;
+  bool damaged = false;  ///< the pass ended early
 
   /// Passes over `unit`, whose abbreviations are `table`, in place of what was here before.
   void run(const UnitLayout& unit, const AbbreviationTable& table, ScanFor purpose);
 
  private:
+  bool isWanted(EntryKind kind, ScanFor purpose, ScopeMap::Id scope) const;
   void enter(const UnitLayout& unit, const AbbreviationTable& table, const Abbreviation& abbreviation,
              const unsigned char* entry, ByteCursor& cursor);
 

@@ -29,9 +29,12 @@ struct Sum {
 /// variables.
 std::vector<Sum> sumsBy(const Grouping& grouping, const std::vector<Row>& rows);
 
+/// The sum of all `rows`, which are in the same order.
+Sum sumOf(const std::vector<Row>& rows);
+
 /// The fields of a Sum; the first is named as `grouping`.
 std::array<Field<Sum>, 4> sumFields(const Grouping& grouping);
 
-/// The name of the namespace that holds the variable of `row`: what comes before its own name, classes too, but of a
-/// static of a function not that function.
+/// The name of the namespace that holds the variable of `row`. Where the input does not say what in the name is a
+/// namespace: what comes before its own name, classes too, but of a static of a function not that function.
 std::string_view namespaceOf(const Row& row);

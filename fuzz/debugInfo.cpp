@@ -21,6 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const Variable& variable : inventory.variables) {
       EXPECT(!variable.name.empty());
       EXPECT(withoutScopes(variable.name).size() <= variable.name.size() && !scopesOf(variable.name).empty());
+      EXPECT(variable.namespaceLength.value_or(0) <= variable.name.size());
       EXPECT(declare(variable.type, "x").size() >= variable.type.size());
       EXPECT(variable.line == 0 || !variable.file.empty());
       if (!variable.address || variable.threadLocal.value_or(true)) continue;

@@ -44,7 +44,10 @@ TEST_P(Witnessed, RowsAreRightAndComplete) {
   const TempDir directory;
   const std::string& build = GetParam();
   const std::size_t end = std::min(build.find(';'), build.size());
-  const std::string witness = "/usr/bin/python3 " WITNESS " " INVENTORY_ROWS " ../program ../said";
+  // Processes that share the reading find the same.
+  const std::string witness = INVENTORY_ROWS " ../program >../by_one 2>&1; " INVENTORY_ROWS
+                                             " ../program -j3 --share >../by_three 2>&1; cmp ../by_one ../by_three && "
+                                             "/usr/bin/python3 " WITNESS " " INVENTORY_ROWS " ../program ../said";
   // What the witnesses say is taken before the debugging information is moved about, which confuses gdb 13 at times.
   const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
       c=$1; cxx=$2; shift 2; mkdir src; cd src; cp )" EXAMPLES_DIRECTORY "/inventory/*.* " PROGRAMS R"(/tricky.* .
@@ -63,8 +66,11 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values("gcc g++ -O0 -gdwarf-5 -pie", "gcc g++ -O0 -gdwarf-4 -no-pie",
                     "gcc g++ -O0 -gdwarf-3 -gstrict-dwarf", "gcc g++ -O0 -gdwarf-2 -gstrict-dwarf",
                     "gcc g++ -O2 -gdwarf-5 -gdwarf64 -no-pie", "gcc g++ -O0 -g -static", "gcc g++ -O2 -g -shared -fPIC",
-                    "gcc g++ -O0 -gdwarf-4 -gz -fdebug-types-section", "gcc g++ -O0 -gdwarf-5 -fdebug-types-section",
-                    "gcc g++ -O2 -g -flto", "gcc g++ -O0 -gdwarf-5 -gsplit-dwarf",
+                    "gcc g++ -O0 -gdwarf-4 -gz -fdebug-types-section",
+                    "gcc g++ -O0 -gdwarf-5 -gsplit-dwarf -fdebug-types-section",
+                    "gcc g++ -O0 -gdwarf-4 -gsplit-dwarf -fdebug-types-section",
+                    "gcc g++ -O0 -gdwarf-5 -fdebug-types-section", "gcc g++ -O2 -g -flto",
+                    "gcc g++ -O0 -gdwarf-5 -gsplit-dwarf",
                     "gcc g++ -O0 -gdwarf-4 -gsplit-dwarf -fdebug-types-section; dwp -e ../program -o ../program.dwp; "
                     "rm *.dwo",
                     "gcc g++ -O2 -g -ffunction-sections -fdata-sections -Wl,--gc-sections; "
@@ -120,6 +126,39 @@ TEST(Inventory, Rules) {
        "g++ -g -x c++ source -o program",
        {"t|long [2]|16|.tdata|internal", "z|int|4|.tbss|external"},
        {"__func__"}},
+      {"int f(void) { static __thread int first = 1; return first++; } int main(void) { return f(); }",
+       "clang -g -x c source -o program",
+       {"f::first|int|4|.tdata|function"},
+       {}},
+      // What has no place in the debugging information, or none of its own, but a symbol: the second of two merged
+      // constants, constants of which the value is recorded, flags that were narrowed to a byte.
+      {"const char one[] = \"text\", two[] = \"text\"; static const int gone[2] = {1, 2}; const char *volatile p;\n"
+       "int main(void) { p = one; p = two; return gone[0]; }",
+       "gcc -O2 -g -fmerge-all-constants -x c source -o program; cp program q; dwz -m shared program q",
+       {"one|const char [5]|5|.rodata|external", "two|const char [5]|5|.rodata|external"},
+       {"gone"}},
+      {"namespace n { namespace { const unsigned table[64] = {1, 2, 3}; const int limit = 3; } }\n"
+       "int main(int a, char **) { return n::table[a & 63] + n::limit; }",
+       "g++ -O2 -g -x c++ source -o program",
+       {"n::(anonymous namespace)::table|const unsigned int [64]|256|.rodata|internal"},
+       {"limit"}},
+      {"static int flag; static volatile int other; __attribute__((noinline)) void set(void) { flag = 1; }\n"
+       "int main(void) { static int seen; if (other) set(); if (seen) return 2; seen = 7; int flag2 = flag; return "
+       "flag2; }",
+       "clang -O2 -g -x c source -o program",
+       {"flag|int|1|.bss|internal", "main::seen|int|1|.bss|function"},
+       {"flag2"}},
+      // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
+      {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
+       "int _start(void) { static char state; return ++state + (int)kept[1]; }",
+       "for v in 4 5; do clang --target=powerpc-linux-gnu -gdwarf-$v -ffreestanding -nostdlib -static -fuse-ld=lld -x "
+       "c "
+       "source -o program; mv program $v; " INVENTORY_ROWS " $v >>rows; done; cut -f 1-9 rows | sort | uniq -c | awk "
+       "'$1 != 2' >odd; test ! -s odd; clang --target=powerpc-linux-gnu -g -gsplit-dwarf -ffreestanding -c -x c source "
+       "-o a.o; ld.lld -static a.o -o program; llvm-dwp -e program -o program.dwp; rm a.dwo",
+       {"kept|long [3]|12|.data|internal", "words|const char * const [2]|8|.data.rel.ro|external",
+        "_start::state|char|1|.bss|function", "each|int|4|.tdata|external", "every|short|2|.tbss|external"},
+       {"warning"}},
       // Several names at one address; what several units have is one.
       {"static union { int u; float f; }; inline int shared = 3; inline int g() { static int s; return ++s; }\n"
        "int use() { return u + shared + g(); }\n#ifdef MAIN\nint main() { return use(); }\n#endif",
@@ -139,10 +178,9 @@ TEST(Inventory, Rules) {
         "--decompress-debug-sections makes a copy without"},
        {}},
       {"struct S { int i; } v; int main() { return v.i; }",
-       "g++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section -x c++ -c source -o a.o; g++ a.o -o program",
-       {"warning: the debugging information in a.dwo is missing: the file has a section for each type, which cannot be "
-        "read; compile without -fdebug-types-section, or with -gdwarf-4"},
-       {}},
+       "g++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section -gz -x c++ -c source -o a.o; g++ a.o -o program",
+       {"v|S|4|.bss|external"},
+       {"warning"}},
       {"int v = 3; int main(void) { return v++; }",
        "gcc -O2 -g -flto -gsplit-dwarf -w -x c source -c -o a.o; gcc -O2 -g -flto -gsplit-dwarf -w a.o -o program",
        {"warning: variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; link "
@@ -193,6 +231,40 @@ TEST(Inventory, FieldsOfOneVariable) {
             directory.run("printf '%x\n' " + std::to_string(*k.address)).out.substr(0, 5));
 }
 
+// Processes that share the reading: whatever happens to them, the result is that of one.
+TEST(Inventory, SharedReading) {
+  const TempDir directory;
+  const RunResult built = directory.run(
+      "for i in 1 2 3 4 5 6 7 8; do echo \"static union { int u; float f; }; struct S { int a[$i]; } s$i; "
+      "inline int shared = 3; int g$i(int (*g)(S &)) { static int state; return g(s$i) + shared + u + ++state; }\" "
+      ">$i.cpp; done; echo 'int main() {}' >m.cpp; g++ -g -w *.cpp -o program");
+  ASSERT_EQ(built.status, 0) << built.err;
+  const std::string rows = INVENTORY_ROWS " program";
+  const RunResult alone = directory.run(rows);
+  ASSERT_EQ(std::count(alone.out.begin(), alone.out.end(), '\n'), 33) << alone.out;
+  const std::string faults[] = {
+      "pipe2:error=EMFILE:when=1",  // no queue
+      "pipe2:error=EMFILE:when=2",  // no way back
+      "pipe2:error=EMFILE:when=3",  // one helper alone
+      "clone:error=EAGAIN",         // none
+      "prctl:signal=SIGSEGV",       // all end before they have begun
+      "write:error=EIO:when=1",     // of what is written first: the queue, and what helpers found
+  };
+  const RunResult shared = directory.run(rows + " -j3 --share");
+  EXPECT_EQ(shared.out, alone.out) << shared.err;
+  if (SANITIZED) GTEST_SKIP() << "sanitizers need pipes of their own";
+  if (run("strace -o /dev/null true").status != 0) GTEST_SKIP() << "strace does not work here";
+  for (const std::string& fault : faults) {
+    const std::string call = fault.substr(0, fault.find(':'));
+    const RunResult result =
+        directory.run("strace -f -qq -o trace -e trace=" + call + " -e inject=" + fault + " " + rows + " -j3 --share");
+    EXPECT_EQ(result.out, alone.out) << fault << result.err;
+    EXPECT_EQ(result.status, 0) << fault << result.err;
+    const std::string trace = readFile(directory / "trace");
+    EXPECT_NE(trace.find(fault.find("SIG") != std::string::npos ? "SIGSEGV" : "INJECTED"), std::string::npos) << fault;
+  }
+}
+
 // Bytes changed at random, anywhere in programs of several kinds: an error or an inventory, soon.
 TEST(Inventory, DamagedPrograms) {
   const std::string builds[] = {"gcc -gdwarf-4", "gcc -gdwarf-5 -O2", "clang -g",
@@ -203,7 +275,8 @@ TEST(Inventory, DamagedPrograms) {
     writeFile(directory / "s.c",
               "struct s { int a[3]; struct s *n; } v; long q(void) { static long k; return ++k; }\n"
               "char *(*f)(long); int main() { return (int)q() + v.a[1]; }\n");
-    directory.run(build + " -w -nostartfiles -nostdlib -Wl,-emain s.c -o program");
+    directory.run("echo 'struct { int i; } t;' >t.c; " + build +
+                  " -w -nostartfiles -nostdlib -Wl,-emain s.c t.c -o program");
     const std::string good = readFile(directory / "program");
     ASSERT_FALSE(good.empty()) << build;
     for (int round = 0; round < 300; ++round) {
@@ -212,6 +285,9 @@ TEST(Inventory, DamagedPrograms) {
       std::copy_n(good.begin(), 64, bytes.begin());
       writeFile(directory / "program", bytes);
       EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .known = true})) == "?");
+      if (round % 10 != 0) continue;
+      const ReadOptions shared{.jobs = 2, .bytesOfProcess = 1};
+      EXPECT_EQ(joined(inventoryOf(directory / "program", shared)), joined(inventoryOf(directory / "program")));
     }
   }
 }

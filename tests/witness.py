@@ -114,45 +114,85 @@ def sections(program):
         if found: yield found[1], int(found[2], 16), int(found[3], 16), 'T' in found[4]
 
 
-def dwarf_variables(program):
-    """Entries of variables with a plain address: name, address, whether artificial; places in the code; files by names."""
-    entries, places, all_entries = [], set(), {}
-    entry = None
-    text = output('llvm-dwarfdump', '--debug-info', program)
-    for line in text.splitlines():
+def debugging_files(program):
+    """The file that holds the debugging information of the program, and the one that dwz moved a part of it to."""
+    found = program
+    if not re.search(r'\.debug_info\b', output('readelf', '-SW', program)):
+        build_id = re.search('Build ID: (..)(.*)', output('readelf', '-n', program))
+        link = re.search(r'\] +(\S+)', output('readelf', '-p', '.gnu_debuglink', program))
+        places = ['/usr/lib/debug/.build-id/%s/%s.debug' % build_id.groups()] if build_id else []
+        if link: places.append(os.path.join(os.path.dirname(program), link[1]))
+        found = next((place for place in places if os.path.exists(place)), program)
+    shared = re.search(r'\] +(\S+)', output('readelf', '-p', '.gnu_debugaltlink', found))
+    return [found] + ([os.path.join(os.path.dirname(found), shared[1])] if shared else [])
+
+
+def address_lists(path):
+    """The lists of addresses that units refer to by number, by where they begin in their section."""
+    lists, end = {}, 0
+    for line in output('llvm-dwarfdump', '--debug-addr', path).splitlines():
+        found = re.match(r'Address table header: length = (0x[0-9a-f]+), format = DWARF(32|64)', line)
+        if found:
+            header = 4 if found[2] == '32' else 12
+            lists[end + header + 4] = addresses = []
+            end += header + int(found[1], 16)
+        if re.match('0x[0-9a-f]+$', line) and lists: addresses.append(int(line, 16))
+    return lists
+
+
+def dwarf_entries(path, number, entries, places):
+    """Adds the variables in one file, the `number`th, to `entries`, and places in the code to `places`."""
+    lists = address_lists(path)
+    entry, addresses = None, []
+    for line in output('llvm-dwarfdump', '--debug-info', path).splitlines():
         if ' DW_TAG_' in line or line.endswith(' NULL'):
-            found = re.match(r'(0x[0-9a-f]+):\s+DW_TAG_variable', line)
-            entry = all_entries.setdefault(found[1], {'name': None, 'artificial': False}) if found else None
+            found = re.match(r'(0x[0-9a-f]+):\s+DW_TAG_(?:variable|member)\b', line)
+            entry = None
+            if found: entry = entries[number, int(found[1], 16)] = {'name': None, 'artificial': False}
             continue
         for low in re.findall(r'DW_AT_low_pc\s+\((0x[0-9a-f]+)\)|\[(0x[0-9a-f]+), 0x', line):
             places.add(int(low[0] or low[1], 16))
+        found = re.search(r'DW_AT_addr_base\s+\((0x[0-9a-f]+)', line)
+        if found: addresses = lists.get(int(found[1], 16), [])
         if entry is None: continue
         if 'DW_AT_location' in line:
+            for index in re.findall('DW_OP_addrx (0x[0-9a-f]+)', line):
+                if int(index, 16) < len(addresses):
+                    line = line.replace('DW_OP_addrx ' + index, 'DW_OP_addr 0x%x' % addresses[int(index, 16)])
             found = re.search(r'\(DW_OP_addr (0x[0-9a-f]+)(?:, DW_OP_plus_uconst (0x[0-9a-f]+))?\)', line)
             if found:
                 entry['address'] = int(found[1], 16) + int(found[2] or '0', 16)
                 entry['discarded'] = int(found[1], 16) == 0
-                entries.append(entry)
+            found = re.search(r'\(DW_OP_const\w+ (0x[0-9a-f]+), DW_OP_(?:GNU_push|form)_tls_address', line)
+            if found: entry['offset'] = int(found[1], 16)
         found = re.search(r'DW_AT_(?:name|specification|abstract_origin)\s+\((?:0x[0-9a-f]+ )?"(.*)"\)', line)
         if found and not entry['name']: entry['name'] = found[1]
-        found = re.search(r'DW_AT_(?:specification|abstract_origin)\s+\((0x[0-9a-f]+)', line)
-        if found: entry['completes'] = '0x%08x' % int(found[1], 16)
+        found = re.search(r'DW_AT_(?:specification|abstract_origin)\s+\((<alt )?(0x[0-9a-f]+)', line)
+        if found: entry['completes'] = (1 if found[1] else number, int(found[2], 16))
         found = re.search(r'DW_AT_decl_file\s+\("(.*)"\)', line)
         if found: entry['file'] = os.path.normpath(found[1])
         if 'DW_AT_artificial' in line: entry['artificial'] = True
-    files = collections.defaultdict(list)
-    for entry in all_entries.values():
-        if 'file' in entry: files[re.sub('.*::', '', entry['name'] or '')].append(entry['file'])
-    for entry in entries:
-        other = all_entries.get(entry.get('completes'), {})
-        entry['artificial'] = entry['artificial'] or other.get('artificial', False)
-    return entries, sorted(places), files
+
+
+def dwarf_variables(program):
+    """Entries of variables with a plain address: name, address, whether artificial; places in the code; files by names."""
+    entries, places = {}, set()
+    for number, path in enumerate(debugging_files(program)): dwarf_entries(path, number, entries, places)
+    for entry in entries.values():
+        other = entry
+        while 'completes' in other and (other := entries.get(other['completes'])):
+            entry['artificial'] = entry['artificial'] or other['artificial']
+            entry['name'] = entry['name'] or other['name']
+            if 'file' in other: entry.setdefault('file', other['file'])
+    located = [{key: value for key, value in entry.items() if key != 'completes'}
+               for entry in entries.values() if 'address' in entry or 'offset' in entry]
+    return located, sorted(places)
 
 
 def symbols(program):
     """By address: name, size and letter of the symbols of variables."""
     found = collections.defaultdict(list)
-    for line in output('nm', '-S', '--defined-only', program).splitlines():
+    for line in output('nm', '-S', '--defined-only', debugging_files(program)[0]).splitlines():
         words = line.split()
         if len(words) == 4: found[int(words[0], 16)].append((words[3], int(words[1], 16), words[2]))
     return found
@@ -196,19 +236,22 @@ class Comparison:
         self.sections = list(sections(program))
         self.symbols = symbols(program)
         if said and os.path.exists(said):
-            with open(said) as file: self.entries, self.known, self.symbols, self.files = json.load(file)
+            with open(said) as file: self.entries, self.known, self.symbols = json.load(file)
             self.symbols = {int(address): each for address, each in self.symbols.items()}
         else:
-            self.entries, places, self.files = dwarf_variables(program)
+            self.entries, places = dwarf_variables(program)
             self.known = self.ask_gdb(sorted(set(places) | set(code_places(program))))
         if said:
-            with open(said, 'w') as file: json.dump([self.entries, self.known, self.symbols, self.files], file)
+            with open(said, 'w') as file: json.dump([self.entries, self.known, self.symbols], file)
+        self.files = collections.defaultdict(set)
+        for entry in self.entries:
+            if 'file' in entry: self.files['address' in entry, entry.get('address', entry.get('offset'))].add(entry['file'])
         self.faults = 0
         if done.returncode != 0: self.fault('cannot be read: ' + self.warnings)
 
     def fault(self, text):
         self.faults += 1
-        if self.faults <= 40: print('%s: %s' % (self.program, text))
+        if self.faults <= int(os.environ.get('FAULTS', 40)): print('%s: %s' % (self.program, text))
 
     def in_memory(self, address):
         return any(begin <= address < begin + size and not threads for _, begin, size, threads in self.sections)
@@ -225,7 +268,7 @@ class Comparison:
                 self.fault('%s of %s bytes at %x is not in %s' % (row['name'], row['size'], address, row['section']))
 
     def check_entries(self):
-        for entry in self.entries:
+        for entry in (each for each in self.entries if 'address' in each):
             address, name = entry['address'], entry['name']
             if entry['artificial'] or entry['discarded'] or not self.in_memory(address): continue
             own = bare(re.sub(r'^.*::', '', name or ''))
@@ -248,7 +291,11 @@ class Comparison:
             own = row['name'].split('::')[-1]
             same = [size for name, size, _ in found.get(int(row['address']), [])
                     if name == own or name.startswith(own + '.')] if row['address'] != 'null' else []
-            if same and row['size'] != 'null' and int(row['size']) > max(same):
+            # What was split into pieces has a symbol for each.
+            pieces = [size for at, names in found.items() if row['address'] != 'null' and row['size'] != 'null' and
+                      0 <= at - int(row['address']) < int(row['size'])
+                      for name, size, _ in names if re.fullmatch(re.escape(own) + r'\.\d+', name)] if same else []
+            if same and row['size'] != 'null' and int(row['size']) > max(max(same), sum(pieces)):
                 self.fault('%s: size %s, nm says %s' % (row['name'], row['size'], same))
             if row['thread_local'] == 'true' and '::' not in row['name'] and not same and found:
                 self.fault('%s: thread-local at %s, which nm does not say' % (row['name'], row['address']))
@@ -259,7 +306,7 @@ class Comparison:
             names = {row['name'] for row in self.rows} | {entry['name'] for entry in self.entries if entry['name']}
             with open(hints, 'w') as file: json.dump({'places': places, 'names': sorted(names)}, file)
             environment = dict(os.environ, WITNESS_HINTS=hints, WITNESS_RESULT=result, DEBUGINFOD_URLS='')
-            done = subprocess.run(['gdb', '-nx', '-batch', '-x', os.path.abspath(__file__), self.program],
+            done = subprocess.run([os.environ.get('GDB', 'gdb'), '-nx', '-batch', '-x', os.path.abspath(__file__), self.program],
                                   env=environment, capture_output=True, check=False)
             if done.returncode != 0: print(self.program + ': gdb failed: ' + done.stderr.decode()[:200])
             with open(result) as file: return [json.loads(line) for line in file]
@@ -288,9 +335,9 @@ class Comparison:
         return name == theirs or (short and name.endswith('::' + theirs))
 
     def files_of(self, row, fact):
-        """The files by gdb, and by llvm-dwarfdump: with link-time optimisation gdb 13 looks the number up in another list."""
-        own = last_part(row['name'])
-        return {os.path.normpath(fact['file'])} | set(self.files.get(own, []))
+        """By llvm-dwarfdump, if it knows the address: gdb 13 looks numbers up in the list of another unit at times."""
+        place = int(row['address']) if row['address'] != 'null' else None
+        return self.files.get((row['thread_local'] == 'false', place)) or {os.path.normpath(fact['file'])}
 
     def differences(self, row, fact, beside=()):
         said = []

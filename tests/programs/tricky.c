@@ -12,7 +12,9 @@ struct empty {};
 struct empty nothing;
 _Atomic int atomic_count;
 double _Complex complex_value;
+#ifdef __SIZEOF_INT128__
 __int128 wide_number;
+#endif
 typedef int vec4 __attribute__((vector_size(16)));
 vec4 vector_value;
 int (*(*returns_array)(int, ...))[5];
