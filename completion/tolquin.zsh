@@ -9,36 +9,41 @@ _tolquin_columns() {
   _describe -t columns column columns -S ',' -q
 }
 
+# Sets `inputs` to what those commands take that read any number of inputs.
+_tolquin_set_inputs() {
+  inputs=(
+    '--where=[only variables that fulfil conditions]:conditions:'
+    '--mutable[only variables that are writable or thread-local]'
+    '--duplicates[only variables of one definition at several addresses]'
+    '--artificial[also variables that the compiler made up]'
+    '(-j --jobs)'{-j,--jobs=}'[processes that read]:number:'
+    '(- *)'{-h,--help}'[show help]'
+    '*:input:_files'
+  )
+}
+
 _tolquin_list() {
+  local -a inputs
+  _tolquin_set_inputs
   _arguments -s -S : \
     '--format=[how to write it]:format:(table csv tsv json jsonl)' \
     '--columns=[columns to show]:columns:_tolquin_columns' \
     '--sort=[columns to sort by, with - in descending order]:columns:_tolquin_columns' \
     '-n[show at most so many rows]:number:' \
     '--list-columns[show the names of all columns]' \
-    '--where=[only variables that fulfil conditions]:conditions:' \
-    '--mutable[only variables that are writable or thread-local]' \
-    '--duplicates[only variables of one definition at several addresses]' \
-    '--artificial[also variables that the compiler made up]' \
     '--by=[sums instead of variables]:grouping:(file namespace type section executable)' \
     '--check=[budgets to hold the variables against]:file:_files' \
-    '(-j --jobs)'{-j,--jobs=}'[processes that read]:number:' \
-    '(- *)'{-h,--help}'[show help]' \
-    '*:input:_files'
+    $inputs
 }
 
 _tolquin_report() {
+  local -a inputs
+  _tolquin_set_inputs
   _arguments -s -S : \
     '(-o --output)'{-o,--output=}'[the page]:file:_files' \
     '--title=[title of the page]:title:' \
     '--source-url=[address with {file} and {line} that places lead to]:address:' \
-    '--where=[only variables that fulfil conditions]:conditions:' \
-    '--mutable[only variables that are writable or thread-local]' \
-    '--duplicates[only variables of one definition at several addresses]' \
-    '--artificial[also variables that the compiler made up]' \
-    '(-j --jobs)'{-j,--jobs=}'[processes that read]:number:' \
-    '(- *)'{-h,--help}'[show help]' \
-    '*:input:_files'
+    $inputs
 }
 
 _tolquin_diff() {
@@ -59,15 +64,11 @@ _tolquin_diff() {
 }
 
 _tolquin_export() {
+  local -a inputs
+  _tolquin_set_inputs
   _arguments -s -S : \
     '--sqlite=[database to write]:database:_files' \
-    '--where=[only variables that fulfil conditions]:conditions:' \
-    '--mutable[only variables that are writable or thread-local]' \
-    '--duplicates[only variables of one definition at several addresses]' \
-    '--artificial[also variables that the compiler made up]' \
-    '(-j --jobs)'{-j,--jobs=}'[processes that read]:number:' \
-    '(- *)'{-h,--help}'[show help]' \
-    '*:input:_files'
+    $inputs
 }
 
 _tolquin_tables() {

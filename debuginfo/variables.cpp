@@ -329,18 +329,16 @@ Die VariableReader::typeEntry(const Entry& entry) {
 
 // Most variables name an entry of their own unit, which is known by its place.
 const VariableReader::TypeFacts& VariableReader::typeOf(const Entry& entry) {
-  static const TypeFacts none;
   const RawValue& value = entry.raw[Slot::Type];
-  const bool isInUnit = value.form == DW_FORM_ref4 && value.at != nullptr;
-  const TypeFacts*& known = typesInUnit_[isInUnit ? layout_.cursor(value.at).fixed(4) : 0];
-  if (isInUnit && known != nullptr) return *known;
-  const Die type = typeEntry(entry);
-  const TypeFacts& found = type ? facts(type) : none;
-  if (isInUnit) known = &found;
-  return found;
+  if (value.form != DW_FORM_ref4 || value.at == nullptr) return facts(typeEntry(entry));
+  const TypeFacts*& known = typesInUnit_[layout_.cursor(value.at).fixed(4)];
+  if (known == nullptr) known = &facts(typeEntry(entry));
+  return *known;
 }
 
 const VariableReader::TypeFacts& VariableReader::facts(const Die& type) {
+  static const TypeFacts none;
+  if (!type) return none;
   const auto [known, isNew] = facts_[cxx_ ? 1 : 0].try_emplace(type.id());
   TypeFacts& result = known->second;
   if (!isNew) return result;

@@ -45,12 +45,6 @@ bool isNewlyMutable(const Row* before, const Row* after) {
   return before == nullptr || !(isMutable(*before->variable) || isUndecided(*before));
 }
 
-std::uint64_t bytesOf(const std::vector<Row>& rows) {
-  const Grouping together{"", "", [](const Row&) { return Value{true}; }};
-  const std::vector<Sum> sums = sumsBy(together, rows);
-  return sums.empty() ? 0 : sums[0].bytes;
-}
-
 // The variables of one build.
 class Side {
  public:
@@ -72,9 +66,9 @@ class Side {
       if (uses_[i] == Use::Unsized) ++total.unsized;
       if (uses_[i] == Use::Sized) sized.push_back(rows_[i]);
     }
-    total.bytes = bytesOf(sized);
+    total.bytes = sumOf(sized).bytes;
     std::erase_if(sized, [](const Row& row) { return !isMutable(*row.variable); });
-    total.mutableBytes = bytesOf(sized);
+    total.mutableBytes = sumOf(sized).bytes;
     return total;
   }
 

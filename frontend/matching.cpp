@@ -7,6 +7,8 @@
 #include <optional>
 #include <unordered_set>
 
+#include "frontend/texts.h"
+
 namespace {
 
 // What variables have to have in common; a part that does not count is empty.
@@ -101,8 +103,6 @@ std::vector<const Inventory*> programsOf(const std::vector<Row>& rows) {
   }
   return programs;
 }
-
-std::string_view fileName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
 bool haveNamesOfTheirOwn(const std::vector<const Inventory*>& programs) {
   std::unordered_set<std::string_view> names;

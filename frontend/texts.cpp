@@ -132,6 +132,8 @@ std::string validText(std::string_view text) {
   return valid;
 }
 
+std::string_view fileName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+
 std::size_t displayWidth(std::string_view text) {
   std::size_t width = plainLength(text);
   text.remove_prefix(width);

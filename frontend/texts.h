@@ -32,6 +32,9 @@ std::string shownText(std::string_view text);
 /// so does a zero byte, which would end the text for many readers.
 std::string validText(std::string_view text);
 
+/// The name of the file `path`, without its directory.
+std::string_view fileName(std::string_view path);
+
 /// Columns that `text` takes on a terminal. `text` is as shownText returns it.
 std::size_t displayWidth(std::string_view text);
 

@@ -4,6 +4,9 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
+/// The exit status of a command when a limit that it was given is passed.
+constexpr int limitPassed = 3;
+
 /// What a command does once the command line has been read. Returns the exit status of the program. Throws UserError.
 using Action = std::function<int()>;
 

@@ -1,9 +1,9 @@
 // What changed between two builds, as a table or as data, and whether it passes a limit.
 #include <cstdlib>
 #include <memory>
-#include <thread>
 #include <utility>
 
+#include "frontend/commands/choice.h"
 #include "frontend/commands/commands.h"
 #include "frontend/comparison.h"
 #include "frontend/output.h"
@@ -13,21 +13,18 @@
 
 namespace {
 
-constexpr int limitPassed = 3;
 constexpr std::size_t defaultMarkdownRows = 50;
 
 struct DiffOptions {
   std::string before;
   std::string after;
   std::string format{"table"};
-  std::string where;
   std::optional<std::string> growth;
   std::optional<std::int64_t> rows;
   bool moves = false;
-  bool mutableOnly = false;
   bool allBytes = false;
   bool failOnNewWritable = false;
-  ReadOptions reading;
+  Choice choice;
 };
 
 // Names and places of variables, not too many for a line.
@@ -48,14 +45,12 @@ std::string namesOf(const std::vector<Row>& rows) {
 // All that can be wrong with the options is found before anything is read.
 class Diff {
  public:
-  explicit Diff(const DiffOptions& options) : options_(options) {
-    if (!options.where.empty()) selection_.conditions = parseConditions(options.where);
-    selection_.mutableOnly = options.mutableOnly;
+  explicit Diff(const DiffOptions& options) : options_(options), selection_(selectionOf(options.choice)) {
     if (options.growth) growthLimit_.emplace(*options.growth, options.allBytes);
   }
 
   int run() {
-    const InputResults results = readInputs({options_.before, options_.after}, options_.reading);
+    const InputResults results = readInputs({options_.before, options_.after}, options_.choice.reading);
     if (results.failed()) return 1;
     for (const Inventory& program : results.inputs[0].programs) report_.before.push_back(&program);
     for (const Inventory& program : results.inputs[1].programs) report_.after.push_back(&program);
@@ -140,18 +135,8 @@ void addViewOptions(CLI::App& command, DiffOptions& options) {
   command.add_option("--format", options.format, "How to write it")
       ->check(CLI::IsMember({"table", "json", "markdown", "github"}))
       ->capture_default_str();
-  command.add_option("-n", options.rows, "Show at most N changes, the largest; default: all, of markdown 50")
-      ->check(CLI::Range(std::int64_t{0}, std::int64_t{UINT32_MAX}))
-      ->type_name("N");
+  addRowsOption(command, options.rows, "Show at most N changes, the largest; default: all, of markdown 50");
   command.add_flag("--moves", options.moves, "Also variables that only moved to another section");
-}
-
-void addChoiceOptions(CLI::App& command, DiffOptions& options) {
-  command.add_option("--where", options.where, "Only variables that fulfil conditions, in OLD or in NEW")
-      ->type_name("CONDITION,...");
-  command.add_flag("--mutable", options.mutableOnly, "Only variables that are or were writable or thread-local");
-  command.add_flag("--artificial", options.reading.artificial,
-                   "Also variables that the compiler made up, such as __func__");
 }
 
 void addLimitOptions(CLI::App& command, DiffOptions& options) {
@@ -168,7 +153,7 @@ void addLimitOptions(CLI::App& command, DiffOptions& options) {
 
 constexpr const char* helpText =
     "A variable may change its line or address, and be defined in another file. Conditions\n"
-    "are those of list.\n\n"
+    "are those of list; a variable counts if it fulfils them in OLD or in NEW.\n\n"
     "Examples:\n"
     "  tolquin diff old/prog new/prog\n"
     "  tolquin diff --mutable --where 'file ~ ^src/net/' old/prog new/prog\n"
@@ -185,13 +170,9 @@ void addDiffCommand(CLI::App& app, Action& action) {
   command->add_option("OLD", options->before, "The build before: any input that list takes")->required();
   command->add_option("NEW", options->after, "The build now")->required();
   addViewOptions(*command, *options);
-  addChoiceOptions(*command, *options);
+  addConditionOptions(*command, options->choice);
   addLimitOptions(*command, *options);
-  options->reading.jobs = std::max(1u, std::thread::hardware_concurrency());
-  command->add_option("-j,--jobs", options->reading.jobs, "Inputs to read at a time")
-      ->check(CLI::Range(1u, 4096u))
-      ->type_name("N")
-      ->capture_default_str();
+  addJobsOption(*command, options->choice);
   command->footer(helpText);
   command->callback([options, &action] { action = [options] { return Diff(*options).run(); }; });
 }

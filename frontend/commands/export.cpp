@@ -3,7 +3,6 @@
 
 #include "frontend/commands/choice.h"
 #include "frontend/commands/commands.h"
-#include "frontend/output.h"
 #include "frontend/views/sqlite.h"
 #include "frontend/workers.h"
 #include "src/userError.h"
@@ -21,10 +20,7 @@ int exportTo(const ExportOptions& options) {
   const InputResults results = readInputs(options.choice.inputs, options.choice.reading);
   const std::vector<const Inventory*> programs = results.programs();
   if (programs.empty()) return 1;
-  std::vector<Row> rows = selectRows(programs, selection);
-  if (selection.duplicates) keepDuplicates(rows);
-  if (rows.empty() && !selection.isWhole()) printMessage("no variable is selected");
-  writeDatabase(options.database, programs, rows);
+  writeDatabase(options.database, programs, chooseRows(programs, selection).rows);
   return results.failed() ? 1 : 0;
 }
 

@@ -19,7 +19,6 @@
 namespace {
 
 constexpr std::string_view tableFormat = "table";
-constexpr int limitPassed = 3;
 
 struct ListOptions {
   Choice choice;
@@ -71,24 +70,22 @@ class List {
   const char* defaultSort() const { return options_.choice.duplicates ? "-size,name,file,line" : "-size"; }
 
   void show() {
-    rows_ = selectRows(programs_, selection_);
-    if (selection_.duplicates) waste_ = keepDuplicates(rows_);
-    if (rows_.empty() && !selection_.isWhole()) printMessage("no variable is selected");
+    chosen_ = chooseRows(programs_, selection_);
     if (options_.check) return showCheck();
     if (grouping_ != nullptr) return showSums();
-    std::vector<Row> sorted = rows_;
+    std::vector<Row> sorted = chosen_.rows;
     sortRecords(sorted, keys_);
     showRecords(sorted, fields_.empty() ? defaultFields() : fields_, "variables");
   }
 
   void showSums() {
-    std::vector<Sum> sums = sumsBy(*grouping_, rows_);
+    std::vector<Sum> sums = sumsBy(*grouping_, chosen_.rows);
     sortRecords(sums, sumKeys_);
     showRecords(sums, sumFields_, "sums");
   }
 
   void showCheck() {
-    CheckResult result = checkBudgets(budgets_, *options_.check, programs_, rows_);
+    CheckResult result = checkBudgets(budgets_, *options_.check, programs_, chosen_.rows);
     for (const std::string& note : result.notes) printMessage(note);
     isOverBudget_ = !result.excesses.empty();
     const bool isExecutableShown = options_.format != tableFormat || isAmongOthers();
@@ -122,7 +119,7 @@ class List {
   void showTable(const Listing& listing, std::size_t all) {
     if (all > 0) writeTable(listing, styleOfOutput(), output_);
     if (options_.check) return writeCheckSummary(all);
-    writeSummary({programs_, listing.size(), all, selection_.isWhole(), waste_}, rows_, output_);
+    writeSummary({programs_, listing.size(), all, selection_.isWhole(), chosen_.waste}, chosen_.rows, output_);
   }
 
   void writeCheckSummary(std::size_t excesses) {
@@ -142,8 +139,7 @@ class List {
   std::vector<Budget> budgets_;
   bool isOverBudget_ = false;
   std::vector<const Inventory*> programs_;
-  std::vector<Row> rows_;
-  Waste waste_;
+  ChosenRows chosen_;
   Output output_;
 };
 
@@ -182,9 +178,7 @@ void addViewOptions(CLI::App& command, ListOptions& options) {
       .add_option("--sort", options.sort,
                   "Columns to sort by, with - in front in descending order;\ndefault: -size (of sums: -bytes)")
       ->type_name("[-]COLUMN,...");
-  command.add_option("-n", options.rows, "Show at most N rows")
-      ->check(CLI::Range(std::int64_t{0}, std::int64_t{UINT32_MAX}))
-      ->type_name("N");
+  addRowsOption(command, options.rows, "Show at most N rows");
   command.add_option("--by", options.by, "Sums instead of variables")->check(CLI::IsMember(groupingNames()));
   command.add_option("--check", options.check, "Budgets (see below) to hold the variables against; shows what is over")
       ->type_name("FILE");

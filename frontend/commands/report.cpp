@@ -3,8 +3,8 @@
 
 #include "frontend/commands/choice.h"
 #include "frontend/commands/commands.h"
-#include "frontend/output.h"
 #include "frontend/outputFiles.h"
+#include "frontend/texts.h"
 #include "frontend/views/html.h"
 #include "frontend/workers.h"
 #include "src/userError.h"
@@ -19,8 +19,7 @@ struct ReportOptions {
 
 std::string titleFor(const std::vector<const Inventory*>& programs) {
   if (programs.size() != 1) return std::to_string(programs.size()) + " programs";
-  const std::string& path = programs[0]->executable;
-  return path.substr(path.find_last_of('/') + 1);
+  return std::string(fileName(programs[0]->executable));
 }
 
 // What does not stand on the page though it was asked for.
@@ -39,9 +38,7 @@ int makeReport(const ReportOptions& options, const Selection& selection) {
   const InputResults results = readInputs(options.choice.inputs, options.choice.reading);
   const std::vector<const Inventory*> programs = results.programs();
   if (programs.empty() && results.failed()) return 1;
-  std::vector<Row> rows = selectRows(programs, selection);
-  if (selection.duplicates) keepDuplicates(rows);
-  if (rows.empty() && !selection.isWhole()) printMessage("no variable is selected");
+  const std::vector<Row> rows = chooseRows(programs, selection).rows;
   PageOptions page = options.page;
   if (page.title.empty()) page.title = titleFor(programs);
   page.notes = notesOf(results);

@@ -65,10 +65,7 @@ std::string rowOf(const Change& change, const std::vector<Field<ShownChange>>& f
 
 std::string headingOf(const ChangeReport& report) {
   std::string heading = "### Variables";
-  if (report.after.size() == 1) {
-    const std::string_view path = report.after[0]->executable;
-    heading += " of " + code(path.substr(path.rfind('/') + 1));
-  }
+  if (report.after.size() == 1) heading += " of " + code(fileName(report.after[0]->executable));
   const std::string counts = countsOf(report);
   return heading + ": " + (counts.empty() ? "no change" : counts) + "\n\n" + bytesOf(report.comparison) + "\n\n" +
          notesOf(report, "\n\n");

@@ -73,15 +73,18 @@ void putRow(const Listing& listing, std::size_t row, const std::vector<std::stri
 }
 
 // What comes before each value of a row.
-std::vector<std::string> keysOf(const Listing& listing) {
+template <typename Columns>
+std::vector<std::string> keysOf(const Columns& columns) {
   std::vector<std::string> keys;
-  for (const Column& column : listing.columns()) {
+  for (const Column& column : columns) {
     keys.push_back(std::string(keys.empty() ? "{\"" : ", \"").append(column.name).append("\": "));
   }
   return keys;
 }
 
-void putProgram(const Inventory& program, Output& output) {
+}  // namespace
+
+void putJson(const Inventory& program, Output& output) {
   output.put(R"({"path": )");
   putString(program.executable, output);
   output.put(", \"build_id\": ");
@@ -99,16 +102,11 @@ void putProgram(const Inventory& program, Output& output) {
   output.put("]}");
 }
 
-}  // namespace
-
-void putJson(const Inventory& program, Output& output) { putProgram(program, output); }
-
 void putJson(const Row& row, Output& output) {
-  for (const Field<Row>& field : variableFields) {
-    output.put(&field == variableFields.data() ? "{\"" : ", \"");
-    output.put(field.name);
-    output.put("\": ");
-    putValue(field.get(row), field.kind, output);
+  static const std::vector<std::string> keys = keysOf(variableFields);
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    output.put(keys[i]);
+    putValue(variableFields[i].get(row), variableFields[i].kind, output);
   }
   output.put('}');
 }
@@ -118,12 +116,12 @@ void writeJson(const std::vector<const Inventory*>& programs, std::string_view r
   output.put(R"({"schema": 1, "executables": [)");
   for (std::size_t i = 0; i < programs.size(); ++i) {
     output.put(i > 0 ? ",\n" : "\n");
-    putProgram(*programs[i], output);
+    putJson(*programs[i], output);
   }
   output.put("\n], \"");
   output.put(rows);
   output.put("\": [");
-  const std::vector<std::string> keys = keysOf(listing);
+  const std::vector<std::string> keys = keysOf(listing.columns());
   for (std::size_t row = 0; row < listing.size(); ++row) {
     output.put(row > 0 ? ",\n" : "\n");
     putRow(listing, row, keys, output);
@@ -132,7 +130,7 @@ void writeJson(const std::vector<const Inventory*>& programs, std::string_view r
 }
 
 void writeJsonLines(const Listing& listing, Output& output) {
-  const std::vector<std::string> keys = keysOf(listing);
+  const std::vector<std::string> keys = keysOf(listing.columns());
   for (std::size_t row = 0; row < listing.size(); ++row) {
     putRow(listing, row, keys, output);
     output.put('\n');

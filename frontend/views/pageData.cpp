@@ -177,7 +177,7 @@ std::vector<Field<Row>> pageFields() {
 }
 
 const char* nameOf(Kind kind) {
-  constexpr std::array names{"text", "bytes", "count", "number", "flag", "address", "place"};
+  constexpr std::array names{"text", "bytes", "count", "number", "flag", "address", "delta", "place"};
   return names.at(static_cast<std::size_t>(kind));
 }
 

@@ -18,8 +18,6 @@ constexpr std::int64_t idsOfExecutable = std::int64_t{1} << 32;
 
 // The columns of `variable` are the fields of a variable, and those of the view `variables` too, in their order.
 constexpr const char* schema = R"(
-PRAGMA application_id = 0x746f6c71;
-PRAGMA user_version = 1;
 CREATE TABLE executable (
   id INTEGER PRIMARY KEY,
   path TEXT NOT NULL UNIQUE,
@@ -52,33 +50,6 @@ JOIN executable ON executable.id = variable.executable
 LEFT JOIN type ON type.id = variable.type
 LEFT JOIN file ON file.id = variable.file;
 
--- Bytes that variables share with those before them count for these alone.
-CREATE VIEW bytes_by_file AS
-WITH placed AS (
-  SELECT file, coalesce(size, 0) AS size, size IS NULL AS unsized,
-         max(address + coalesce(size, 0)) OVER before - address AS shared
-  FROM variable
-  WINDOW before AS (PARTITION BY executable, section, thread_local, file ORDER BY address
-                    ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING)
-)
-SELECT name AS file, count(*) AS variables,
-       CAST(total(max(size - max(coalesce(shared, 0), 0), 0)) AS INTEGER) AS bytes, sum(unsized) AS unsized
-FROM placed LEFT JOIN file ON file.id = placed.file
-GROUP BY placed.file;
-
-CREATE VIEW bytes_by_type AS
-WITH placed AS (
-  SELECT type, coalesce(size, 0) AS size, size IS NULL AS unsized,
-         max(address + coalesce(size, 0)) OVER before - address AS shared
-  FROM variable
-  WINDOW before AS (PARTITION BY executable, section, thread_local, type ORDER BY address
-                    ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING)
-)
-SELECT name AS type, count(*) AS variables,
-       CAST(total(max(size - max(coalesce(shared, 0), 0), 0)) AS INTEGER) AS bytes, sum(unsized) AS unsized
-FROM placed LEFT JOIN type ON type.id = placed.type
-GROUP BY placed.type;
-
 CREATE VIEW shared_names AS
 SELECT name, count(DISTINCT executable) AS executables, count(DISTINCT type) AS types, count(DISTINCT size) AS sizes
 FROM variable
@@ -86,6 +57,37 @@ WHERE coalesce(linkage, 'external') = 'external'
 GROUP BY name
 HAVING executables > 1;
 )";
+
+// A view of the bytes of each @, a table of names. Bytes that variables share with those before them count for these
+// alone.
+constexpr const char* bytesView = R"(
+CREATE VIEW bytes_by_@ AS
+WITH placed AS (
+  SELECT @, coalesce(size, 0) AS size, size IS NULL AS unsized,
+         max(address + coalesce(size, 0)) OVER before - address AS shared
+  FROM variable
+  WINDOW before AS (PARTITION BY executable, section, thread_local, @ ORDER BY address
+                    ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING)
+)
+SELECT name AS @, count(*) AS variables,
+       CAST(total(max(size - max(coalesce(shared, 0), 0), 0)) AS INTEGER) AS bytes, sum(unsized) AS unsized
+FROM placed LEFT JOIN @ ON @.id = placed.@
+GROUP BY placed.@;
+)";
+
+std::string bytesViewOf(std::string_view table) {
+  std::string sql = bytesView;
+  for (std::size_t at = 0; (at = sql.find('@', at)) != std::string::npos;) sql.replace(at, 1, table);
+  return sql;
+}
+
+// Makes an empty database one of tolquin.
+void makeSchema(Database& database) {
+  const std::string sql = "PRAGMA application_id = " + std::to_string(applicationId) +
+                          ";\nPRAGMA user_version = " + std::to_string(schemaVersion) + ";\n" + schema +
+                          bytesViewOf("file") + bytesViewOf("type");
+  database.execute(sql.c_str());
+}
 
 // Sets a parameter to `text`, or what stands for it in a database; an empty one is not known.
 void bindText(Statement& statement, int parameter, std::string_view text) {
@@ -306,7 +308,7 @@ void writeDatabase(const std::string& path, const std::vector<const Inventory*>&
   // Larger pages (of a new database) and a larger cache than usual: fewer writes and waits for the disk.
   database.execute("PRAGMA page_size = 8192; PRAGMA cache_size = -16000");
   database.begin();
-  if (checkOwner(database, path)) database.execute(schema);
+  if (checkOwner(database, path)) makeSchema(database);
   {
     InventoryWriter writer(database);
     const Row* next = rows.data();
