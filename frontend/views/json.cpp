@@ -76,6 +76,7 @@ void putRow(const Listing& listing, std::size_t row, const std::vector<std::stri
 template <typename Columns>
 std::vector<std::string> keysOf(const Columns& columns) {
   std::vector<std::string> keys;
+  keys.reserve(columns.size());
   for (const Column& column : columns) {
     keys.push_back(std::string(keys.empty() ? "{\"" : ", \"").append(column.name).append("\": "));
   }
