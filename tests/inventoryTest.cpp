@@ -168,6 +168,17 @@ TEST(Inventory, Rules) {
        "gcc -g -x c source -o program",
        {"f|struct F|7|.data|external", "o|struct O|8|.bss|external", "p|struct O *|8|.data|external"},
        {}},
+      // A type that one unit only declares, and another defines.
+      {"#ifdef A\nstruct P; struct P *p;\n#else\nstruct P { long l[3]; } v; int main(void) { return 0; }\n#endif",
+       "gcc -g -DA -x c -c source -o a.o; gcc -g -x c -c source -o b.o; gcc a.o b.o -o program",
+       {"v|struct P|24|.bss|external", "p|struct P *|8|.bss|external"},
+       {}},
+      // The first directory of a unit is not one within that which it was compiled in, although it is relative.
+      {"int v; int main(void) { return 0; }",
+       "mkdir d; mv source d/s.c; cd d; gcc -gdwarf-5 -ffile-prefix-map=$(dirname $PWD)=. s.c -o ../q; cd "
+       "..; " INVENTORY_ROWS " q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program",
+       {"v|int|4|.bss|external"},
+       {}},
       // What cannot be read, and what is the matter with it.
       {"#include <stdio.h>\n#include <stdlib.h>\nint v; int main(void) { return printf(\"\"); }",
        "gcc -g3 -x c source -o program; objcopy --compress-debug-sections=zstd program",
