@@ -239,24 +239,27 @@ TEST(Inventory, FieldsOfOneVariable) {
             directory.run("printf '%x\n' " + std::to_string(*k.address)).out.substr(0, 5));
 }
 
-// Bytes changed at random, anywhere in programs of several kinds: an error or an inventory, soon.
+// Bytes changed at random, anywhere in programs of several kinds and in a .dwo file: an error or an inventory, soon.
 TEST(Inventory, DamagedPrograms) {
-  const std::string builds[] = {"gcc -gdwarf-4", "gcc -gdwarf-5 -O2", "clang -g",
-                                "g++ -x c++ -gdwarf-4 -fdebug-types-section"};
+  const std::string cases[][2] = {{"gcc -gdwarf-4", "program"},
+                                  {"gcc -gdwarf-5 -O2", "program"},
+                                  {"clang -g", "program"},
+                                  {"g++ -x c++ -gdwarf-4 -fdebug-types-section", "program"},
+                                  {"g++ -x c++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section", "program-s.dwo"}};
   std::mt19937 random(11);
-  for (const std::string& build : builds) {
+  for (const auto& [build, file] : cases) {
     const TempDir directory;
     writeFile(directory / "s.c",
               "struct s { int a[3]; struct s *n; } v; long q(void) { static long k; return ++k; }\n"
               "char *(*f)(long); int main() { return (int)q() + v.a[1]; }\n");
     directory.run(build + " -w -nostartfiles -nostdlib -Wl,-emain s.c -o program");
-    const std::string good = readFile(directory / "program");
+    const std::string good = readFile(directory / file);
     ASSERT_FALSE(good.empty()) << build;
     for (int round = 0; round < 300; ++round) {
       std::string bytes = good;
       for (int i = 0; i < 30; ++i) bytes[random() % bytes.size()] = static_cast<char>(random());
       std::copy_n(good.begin(), 64, bytes.begin());
-      writeFile(directory / "program", bytes);
+      writeFile(directory / file, bytes);
       EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .known = true})) == "?");
     }
   }
