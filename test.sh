@@ -7,4 +7,6 @@ cd "$(dirname "$0")"
 require_packages "${build_packages[@]}" "${test_packages[@]}"
 preset=${1:-release}
 build_preset "$preset" -DBUILD_TESTING=ON
+dpkg-query -W "${page_packages[@]}" >/dev/null 2>&1 ||
+  echo "The page of tolquin report is not tested: that takes ${page_packages[*]}." >&2
 ctest --preset "$preset" -j "$(nproc)"

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Measures everything and prints a table, in Markdown. Every figure stands beside its bare limit, taken in the same run on the same
+# Measures tolquin.exe and prints a table, in Markdown. Every figure stands next to its bare limit, taken in turn with it on the same
 # input; medians of several rounds. Takes some minutes, as addr2line itself needs half a minute for 100,000 variables.
-# usage: bench/run.sh [sizes...]      default: 3000 20000 100000
+# usage: bench/run.sh [sizes...]      default: 300 3000 20000 100000
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
 . bench/common.sh
-require_packages "${build_packages[@]}" libbenchmark-dev time
+require_packages "${build_packages[@]}" libbenchmark-dev
 export LC_ALL=C
 sizes=("$@")
-[ $# -gt 0 ] || sizes=(3000 20000 100000)
+[ $# -gt 0 ] || sizes=(300 3000 20000 100000)
 cmake --preset release >/dev/null
 cmake --build --preset release -j "$(nproc)" --target bench >&2
 bin=build/release/bench tolquin=$PWD/build/release/tolquin.exe
@@ -20,6 +20,7 @@ median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 row() { # what, ours, bare
   awk -v w="$1" -v o="$2" -v b="$3" 'BEGIN { printf "| %-54s | %9.3f | %9.3f | %6.2f |\n", w, o, b, o / b }'
 }
+alone() { printf '| %-54s | %9s | | |\n' "$1" "$2"; }
 
 # A program of $1 globals of mixed types in $work/$1: program, tables, addresses.
 generate() {
@@ -35,60 +36,31 @@ generate() {
   printf 'char\t1\ndouble\t8\nint\t4\nstruct point\t8\nunsigned long\t8\n' >"$directory/sizes.tbl"
   cut -d' ' -f1 "$directory/objdump.1" >"$directory/addresses"
 }
-peak_memory() { # of the largest of the processes of a command, in kB
-  /usr/bin/time -f %M "$@" 2>&1 >/dev/null | tail -n 1
-}
 run_ours() { DB=$1 EXEFILE=$1/program seconds "$tolquin" "$1" "$1/program"; }
-addr2line_batch() { addr2line -e "$1/program" <"$1/addresses"; }
+bare_exchange() { "$@" "$bin/exchangeBench" exchange "$directory/program" <"$directory/addresses"; }
 
-printf '| %-54s | %9s | %9s | %6s |\n| --- | ---: | ---: | ---: |\n' "ours : beside (seconds)" ours beside ratio
-alone() { printf '| %-54s | %9s | | |\n' "$1" "$2"; }
+printf '| %-54s | %9s | %9s | %6s |\n| --- | ---: | ---: | ---: |\n' "ours : next to (seconds)" ours "next to" ratio
 BENCH_DIRECTORY=$work "$bin/tableBench" --benchmark_format=csv --benchmark_repetitions=5 \
-  --benchmark_report_aggregates_only=true 2>/dev/null >"$work/table"
+  --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true 2>/dev/null >"$work/table"
 table_median() { grep "^\"$1/.*_median" "$work/table" | cut -d, -f"${2:-3}"; }
-row "100000 items: inserts : writing the same file's records" "$(table_median inserts)" "$(table_median bareWrites)"
+row "100000 items: inserts : writing its records" "$(table_median inserts)" "$(table_median bareWrites)"
 row "100000 items: index build : inserts alone" "$(table_median indexBuild)" "$(table_median inserts)"
 alone "memory of the table, KiB" "$(table_median insertsAndLookups 11 | cut -d. -f1)"
 
 for count in "${sizes[@]}"; do
   generate "$count"
   directory=$work/$count
-  rounds=5
-  [ "$count" -le 20000 ] || rounds=3
+  rounds=11
+  [ "$count" -le 3000 ] || rounds=5
   rm -f "$work"/{ours,bare,bound}
   for ((i = 0; i < rounds; ++i)); do
-    "$bin/exchangeBench" exchange "$directory/program" <"$directory/addresses" >>"$work/bare"
-    taskset -c 0 "$bin/exchangeBench" exchange "$directory/program" <"$directory/addresses" >>"$work/bound"
+    bare_exchange >>"$work/bare"
+    bare_exchange taskset -c 0 >>"$work/bound"
     run_ours "$directory" >>"$work/ours"
   done
+  [ "$(wc -l <"$directory/tGlobalVarDef.tbl")" -eq "$count" ] || { echo "rows are missing" >&2 && exit 1; }
   row "run, $count globals : bare exchange" "$(median <"$work/ours")" "$(median <"$work/bare")"
   row "run, $count globals : the same on one processor" "$(median <"$work/ours")" "$(median <"$work/bound")"
-  [ "$(wc -l <"$directory/tGlobalVarDef.tbl")" -eq "$count" ] || echo "  rows are missing"
-  for ((i = 0; i < rounds; ++i)); do
-    seconds build/release/tolquin tables "$directory/program" -o "$directory/made" >>"$work/tables"
-    seconds nm -lS "$directory/program" >>"$work/nm"
-    seconds gdb -batch -nx -ex 'info variables' "$directory/program" >>"$work/gdb"
-  done
-  row "tables, $count globals : nm -lS" "$(median <"$work/tables")" "$(median <"$work/nm")"
-  row "tables, $count globals : gdb info variables" "$(median <"$work/tables")" "$(median <"$work/gdb")"
-  rm -f "$work"/{tables,nm,gdb}
-  rm -f "$work"/list
-  for ((i = 0; i < rounds; ++i)); do
-    seconds build/release/tolquin list "$directory/program" >>"$work/list"
-    seconds nm -lS "$directory/program" >>"$work/nm"
-    seconds gdb -batch -nx -ex 'info variables' "$directory/program" >>"$work/gdb"
-  done
-  listed=$(median <"$work/list")
-  row "list, $count globals : gdb info variables" "$listed" "$(median <"$work/gdb")"
-  row "list, $count globals : nm -lS" "$listed" "$(median <"$work/nm")"
-  rm -f "$work"/{nm,gdb}
-  alone "peak memory of list with $count globals, kB" "$(peak_memory build/release/tolquin list "$directory/program")"
-  row "run, $count globals : GNU addr2line in one batch" "$(median <"$work/ours")" "$(seconds addr2line_batch "$directory")"
-  for peer in "abidw --noout" pahole; do
-    command -v "${peer%% *}" >/dev/null || continue
-    # shellcheck disable=SC2086 -- a command with its options
-    row "list, $count globals : $peer" "$listed" "$(seconds $peer "$directory/program")"
-  done
 done
 
 generate 10
@@ -107,12 +79,11 @@ cp "$work/3000"/{sizes.tbl,program} "$fallback"
 cut -d' ' -f3 "$fallback/objdump.1" | sed 's/^/info var /' >"$fallback/questions"
 gdb_batch() { gdb --readnow --nw --nx "$fallback/program" <"$fallback/questions"; }
 rm -f "$work"/{ours,bare}
-for _ in 1 2 3; do
+for _ in 1 2 3 4 5; do
   seconds gdb_batch >>"$work/bare"
   run_ours "$fallback" >>"$work/ours"
 done
 row "1000 questions to gdb : batch of gdb" "$(median <"$work/ours")" "$(median <"$work/bare")"
-
 
 largest=$work/${sizes[-1]}
 DB=$largest EXEFILE=$largest/program "$tolquin" "$largest" "$largest/program" &

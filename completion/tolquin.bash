@@ -19,21 +19,34 @@ _tolquin() {
   fi
   COMPREPLY=()
   case $previous in
-    --format) mapfile -t COMPREPLY < <(compgen -W "table csv tsv json jsonl" -- "$word"); return ;;
+    --format)
+      local formats="table csv tsv json jsonl"
+      if [ "$command" = diff ]; then formats="table json markdown github"; fi
+      mapfile -t COMPREPLY < <(compgen -W "$formats" -- "$word"); return ;;
     --by) mapfile -t COMPREPLY < <(compgen -W "file namespace type section executable" -- "$word"); return ;;
     --sort | --columns) _tolquin_list "$word" "$("$1" list --list-columns 2>/dev/null | cut -f1)"; return ;;
-    --where | -n | -j | --jobs) return ;;
-    -o | --output) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
+    --where | -n | -j | --jobs | --title | --source-url | --fail-on-growth) return ;;
+    --check | --sqlite) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
+    -o | --output)
+      local kind=-f
+      if [ "$command" = tables ]; then kind=-d; fi
+      mapfile -t COMPREPLY < <(compgen "$kind" -- "$word"); return ;;
   esac
   if [[ $word == -* ]]; then
-    local options="--format --columns --sort -n --list-columns --where --mutable --duplicates --artificial --by --jobs --help"
-    if [ "$command" = tables ]; then options="--output --qualified --quiet --help"; fi
+    local options selection="--where --mutable --artificial --jobs --help"
+    case $command in
+      report) options="--output --title --source-url --duplicates $selection" ;;
+      diff) options="--format -n --moves --fail-on-growth --all --fail-on-new-writable $selection" ;;
+      export) options="--sqlite --duplicates $selection" ;;
+      tables) options="--output --qualified --quiet --help" ;;
+      *) options="--format --columns --sort -n --list-columns --by --check --duplicates $selection" ;;
+    esac
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
     return
   fi
   mapfile -t COMPREPLY < <(compgen -f -- "$word")
   if [ "$COMP_CWORD" -eq 1 ]; then
-    mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W "list tables" -- "$word")
+    mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -W "list report diff export tables" -- "$word")
   fi
 }
 complete -o filenames -F _tolquin tolquin

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "debuginfo/byteCursor.h"
+#include "debuginfo/passedPages.h"
 #include "src/io.h"
 #include "src/userError.h"
 
@@ -111,6 +112,28 @@ std::string dwoFault(const Die& skeleton) {
   return "is not the one that belongs to this program: it was compiled again since, or is damaged";
 }
 
+// Adds the units of `dwarf` to `listed`. False when there is damage among them.
+bool listUnits(Dwarf* dwarf, std::vector<ListedUnit>& listed) {
+  constexpr std::uint64_t costOfFile = std::uint64_t{64} * 1024;  // of opening the one that was split off
+  Dwarf_CU* unit = nullptr;
+  std::uint8_t type = 0;
+  std::uint64_t last = 0;
+  ListedUnit next{};
+  PassedPages pages;
+  int result = 0;
+  while ((result = dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &next.top, nullptr)) == 0) {
+    pages.at(next.top.addr);
+    next.isSkeleton = type == DW_UT_skeleton;
+    // Where a unit ends is known when the next begins, if that is in the same section.
+    const std::uint64_t offset = dwarf_dieoffset(&next.top);
+    if (last != 0 && offset > last) listed.back().cost += offset - last;
+    last = offset;
+    next.cost = next.isSkeleton ? costOfFile : 0;
+    listed.push_back(next);
+  }
+  return result > 0;
+}
+
 }  // namespace
 
 DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin(&callbacks), dwfl_end) {
@@ -165,47 +188,35 @@ void DebugFile::openPackages(const std::string& path, Dwfl_Module* module) {
   for (const fs::path& place : places) packages_.push_back(std::make_unique<DwarfPackage>(place.string()));
 }
 
-void DebugFile::forEachUnit(const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& warnings) const {
+std::vector<ListedUnit> DebugFile::units(std::vector<std::string>& warnings) const {
   const char* shared = nullptr;
   const void* id = nullptr;
   if (dwarf_getalt(dwarf_) == nullptr && sharedTexts_.begin() == nullptr &&
       dwelf_dwarf_gnu_debugaltlink(dwarf_, &shared, &id) > 0)
     warnings.push_back(std::string(shared) +
                        ", which dwz took a part of the debugging information to, cannot be found");
-  std::vector<std::string> missing;
+  std::vector<ListedUnit> listed;
   for (Dwarf* dwarf : {dwarf_, dwarf_getalt(dwarf_)}) {
-    if (dwarf == nullptr || useUnits(dwarf, useUnit, missing)) continue;
+    if (dwarf == nullptr || listUnits(dwarf, listed)) continue;
     warnings.push_back("the debugging information is damaged, so variables may be missing: " + dwarfError());
   }
-  constexpr std::size_t most = 3;
-  for (std::size_t i = 0; i < missing.size() && i < most; ++i) warnings.push_back(missing[i]);
-  if (missing.size() > most)
-    warnings.push_back(std::to_string(missing.size() - most) + " more .dwo files cannot be used either");
+  return listed;
 }
 
-bool DebugFile::useUnits(Dwarf* dwarf, const std::function<void(const Unit&)>& useUnit,
-                         std::vector<std::string>& missing) const {
-  Dwarf_CU* unit = nullptr;
-  Dwarf_Die top;
-  Dwarf_Die split;
-  std::uint8_t type = 0;
-  int result = 0;
-  while ((result = dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &top, &split)) == 0) {
-    const Die skeleton(top, this);
-    if (type == DW_UT_skeleton && split.addr == nullptr) split = packedUnit(skeleton);
-    if (type != DW_UT_skeleton) {
-      useUnit({skeleton, skeleton});
-    } else if (split.addr != nullptr) {
-      splitOff_.try_emplace(dwarf_cu_getdwarf(split.cu), dwoPath(skeleton));
-      useUnit({Die(split, this), skeleton});
-    } else {
-      const std::string fault = dwoFault(skeleton);
-      missing.push_back(
-          "the debugging information in " + dwoName(skeleton) + " is missing: the file " +
-          (fault.empty() ? "cannot be found where the compiler left it, or in " + path_ + ".dwp" : fault));
-    }
+std::optional<Unit> DebugFile::find(const ListedUnit& listed, std::vector<std::string>& missing) const {
+  const Die skeleton(listed.top, this);
+  if (!listed.isSkeleton) return Unit{skeleton, skeleton};
+  Dwarf_Die split{};
+  dwarf_cu_info(listed.top.cu, nullptr, nullptr, nullptr, &split, nullptr, nullptr, nullptr);
+  if (split.addr == nullptr) split = packedUnit(skeleton);
+  if (split.addr != nullptr) {
+    splitOff_.try_emplace(dwarf_cu_getdwarf(split.cu), dwoPath(skeleton));
+    return Unit{Die(split, this), skeleton};
   }
-  return result > 0;
+  const std::string fault = dwoFault(skeleton);
+  missing.push_back("the debugging information in " + dwoName(skeleton) + " is missing: the file " +
+                    (fault.empty() ? "cannot be found where the compiler left it, or in " + path_ + ".dwp" : fault));
+  return {};
 }
 
 // The unit that belongs to `skeleton` in one of the packages; its addr is null when none holds it.

@@ -6,7 +6,6 @@
 #include <elfutils/libdwfl.h>
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -27,6 +26,13 @@ struct Unit {
   Die skeleton;
 };
 
+/// A unit as it stands in the file, before it is looked for where it may have been split off to.
+struct ListedUnit {
+  Dwarf_Die top;
+  bool isSkeleton = false;
+  std::uint64_t cost = 0;  ///< of reading it, compared with others: bytes
+};
+
 class DebugFile : public OtherFiles {
  public:
   /// Opens `path`. Throws UserError when it is no executable or shared object in ELF, is damaged, or has no debugging
@@ -35,10 +41,13 @@ class DebugFile : public OtherFiles {
 
   const ProgramImage& image() const { return *image_; }
 
-  /// Calls `useUnit` with every unit: compilation units, partial units, type units, and those of the file shared by
-  /// dwz. Sentences about what could not be found or read are added to `warnings`. `wanted`: whether to use the unit
-  /// with this number, counted from 0; a .dwo file is opened only then.
-  void forEachUnit(const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& warnings) const;
+  /// All units in their order: compilation units, partial units, type units, and those of the file shared by dwz.
+  /// Sentences about what is missing or damaged are added to `warnings`.
+  std::vector<ListedUnit> units(std::vector<std::string>& warnings) const;
+
+  /// The unit with its entries. When these were split off and cannot be found, it is empty, and a sentence about that
+  /// is added to `missing`.
+  std::optional<Unit> find(const ListedUnit& listed, std::vector<std::string>& missing) const;
 
   /// Turns an address of the debugging information into one of the executable. They differ only when one of two files
   /// was prelinked.
@@ -53,7 +62,6 @@ class DebugFile : public OtherFiles {
  private:
   void openShared(const std::string& path, Dwfl_Module* module);
   void openPackages(const std::string& path, Dwfl_Module* module);
-  bool useUnits(Dwarf* dwarf, const std::function<void(const Unit&)>& useUnit, std::vector<std::string>& missing) const;
   Dwarf_Die packedUnit(const Die& skeleton) const;
   DwarfPackage& splitFile(const std::string& path) const;
 

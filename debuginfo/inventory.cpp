@@ -1,21 +1,35 @@
 #include "debuginfo/inventory.h"
 
 #include <algorithm>
-#include <numeric>
-#include <tuple>
-#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "debuginfo/debugFile.h"
-#include "debuginfo/variables.h"
+#include "debuginfo/findings.h"
+#include "debuginfo/sharedReading.h"
+#include "debuginfo/unplaced.h"
 
 namespace {
 
 // Where a variable belongs in the order of the inventory: by address, thread-local ones last, and those whose address
 // is not known behind them.
-std::tuple<bool, bool, std::uint64_t> placeInOrder(const Variable& variable) {
-  return {!variable.address.has_value(), variable.threadLocal.value_or(false), variable.address.value_or(0)};
-}
+struct Position {
+  std::uint64_t address;
+  std::uint32_t number;  // in the order in which they were read
+  std::uint32_t group;
+
+  Position(const Variable& variable, std::size_t at)
+      : address(variable.address.value_or(0)),
+        number(static_cast<std::uint32_t>(at)),
+        group(!variable.address                      ? 2U
+              : variable.threadLocal.value_or(false) ? 1U
+                                                     : 0U) {}
+  bool isSamePlace(const Position& other) const { return group == other.group && address == other.address; }
+  bool operator<(const Position& other) const {
+    if (group != other.group) return group < other.group;
+    return address != other.address ? address < other.address : number < other.number;
+  }
+};
 
 std::size_t knownFields(const Variable& variable) {
   return std::size_t{!variable.type.empty()} + std::size_t{variable.size.has_value()} +
@@ -27,27 +41,50 @@ bool isSame(const Variable& a, const Variable& b) {
   return a.name == b.name && a.linkage == b.linkage && (a.type == b.type || a.type.empty() || b.type.empty());
 }
 
+std::vector<Position> sortedPositions(const std::vector<Variable>& variables) {
+  std::vector<Position> positions;
+  positions.reserve(variables.size());
+  for (std::size_t i = 0; i < variables.size(); ++i) positions.emplace_back(variables[i], i);
+  std::sort(positions.begin(), positions.end());
+  return positions;
+}
+
+// Puts the variable with the number `positions[i].number` in the place i. Where large lists are concerned, a second one
+// would cost more time than the order.
+void arrange(std::vector<Variable>& variables, std::vector<Position>& positions) {
+  for (std::size_t start = 0; start < positions.size(); ++start) {
+    if (positions[start].number == start) continue;
+    const Variable first = variables[start];
+    std::size_t at = start;
+    for (std::size_t from = positions[at].number; from != start; from = positions[at].number) {
+      variables[at] = variables[from];
+      positions[at].number = static_cast<std::uint32_t>(at);
+      at = from;
+    }
+    variables[at] = first;
+    positions[at].number = static_cast<std::uint32_t>(at);
+  }
+}
+
 // Sorts the variables; of what several units describe alike, the best description stays.
 void sortAndUnite(std::vector<Variable>& variables) {
-  std::vector<std::uint32_t> order(variables.size());
-  std::iota(order.begin(), order.end(), 0);
-  std::sort(order.begin(), order.end(), [&variables](std::uint32_t a, std::uint32_t b) {
-    return std::pair(placeInOrder(variables[a]), a) < std::pair(placeInOrder(variables[b]), b);
-  });
-  std::vector<Variable> sorted;
-  sorted.reserve(variables.size());
-  std::size_t atAddress = 0;  // where those at the address of the latest begin
-  for (const std::uint32_t each : order) {
-    const Variable& variable = variables[each];
-    if (sorted.empty() || placeInOrder(sorted.back()) != placeInOrder(variable)) atAddress = sorted.size();
-    const auto same = std::find_if(sorted.begin() + static_cast<std::ptrdiff_t>(atAddress), sorted.end(),
-                                   [&variable](const Variable& other) { return isSame(variable, other); });
-    if (same == sorted.end() || !variable.address)
-      sorted.push_back(variable);
+  std::vector<Position> positions = sortedPositions(variables);
+  arrange(variables, positions);
+  auto end = variables.begin();  // of those that stay
+  auto atAddress = end;          // where those at the address of the latest begin
+  const Position* latest = nullptr;
+  for (std::size_t i = 0; i < variables.size(); ++i) {
+    const Variable& variable = variables[i];
+    if (latest == nullptr || !latest->isSamePlace(positions[i])) atAddress = end;
+    latest = &positions[i];
+    const auto same =
+        std::find_if(atAddress, end, [&variable](const Variable& other) { return isSame(variable, other); });
+    if (same == end || !variable.address)
+      *end++ = variable;
     else if (knownFields(variable) > knownFields(*same))
       *same = variable;
   }
-  variables = std::move(sorted);
+  variables.erase(end, variables.end());
 }
 
 // Names the files within `inventory.directory` from there.
@@ -59,6 +96,48 @@ void shortenFiles(Inventory& inventory) {
   }
 }
 
+// The names of sections are so far those of the file.
+void keepSectionNames(Inventory& inventory) {
+  std::string_view latest;
+  std::string_view kept;
+  for (Variable& variable : inventory.variables) {
+    if (variable.section.data() != latest.data()) {
+      latest = variable.section;
+      kept = inventory.texts.intern(latest);
+    }
+    variable.section = kept;
+  }
+}
+
+// Of the units that cannot be found, a few are named.
+void warnOfMissing(const std::vector<std::string>& missing, std::vector<std::string>& warnings) {
+  constexpr std::size_t most = 3;
+  for (std::size_t i = 0; i < missing.size() && i < most; ++i) warnings.push_back(missing[i]);
+  if (missing.size() > most)
+    warnings.push_back(std::to_string(missing.size() - most) + " more .dwo files cannot be used either");
+}
+
+// What has no name is named in a warning, unless another variable has its place: a member of an unnamed union.
+void warnOfNameless(Findings& found) {
+  if (found.nameless.empty()) return;
+  std::unordered_set<std::uint64_t> addresses;
+  for (const Variable& variable : found.variables) addresses.insert(variable.address.value_or(0));
+  for (const auto& [address, what] : found.nameless) {
+    if (!addresses.contains(address)) found.warnings.add("without a name", what);
+  }
+}
+
+// Moves what was found in all units to `inventory`.
+void complete(Findings found, const ProgramImage& image, Inventory& inventory) {
+  placeBySymbols(found.unplaced, image, found.variables);
+  warnOfMissing(found.missing, inventory.warnings);
+  warnOfNameless(found);
+  for (const std::string& each : found.warnings.sentences()) inventory.warnings.push_back(each);
+  inventory.directory = found.directory.path();
+  inventory.variables = std::move(found.variables);
+  inventory.known = std::move(found.known);
+}
+
 }  // namespace
 
 Inventory readInventory(const std::string& path, const ReadOptions& options) {
@@ -68,13 +147,10 @@ Inventory readInventory(const std::string& path, const ReadOptions& options) {
   inventory.buildId = file.image().buildId();
   for (const ImageSection& section : file.image().sections())
     inventory.sections.push_back({section.name, section.size});
-  VariableReader reader(file, options, inventory);
-  file.forEachUnit([&reader](const Unit& unit) { reader.read(unit); }, inventory.warnings);
-  for (const std::string& each : reader.finish().sentences()) inventory.warnings.push_back(each);
-  inventory.directory = reader.directory();
+  const std::vector<ListedUnit> units = file.units(inventory.warnings);
+  complete(readUnits(file, units, options, inventory.texts), file.image(), inventory);
   sortAndUnite(inventory.variables);
   shortenFiles(inventory);
-  // The sections' names are those of the file, which is closed now.
-  for (Variable& variable : inventory.variables) variable.section = inventory.texts.intern(variable.section);
+  keepSectionNames(inventory);
   return inventory;
 }

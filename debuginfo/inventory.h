@@ -1,5 +1,5 @@
-// The variables that a program has in memory, as its debugging information describes them. This is the one public
-// header of the reader; everything that the front end shows is a view of an Inventory.
+// The variables that a program has in memory, as its debugging information describes them. Everything that the front
+// end shows is a view of an Inventory. The reader has one other public header, packer.h.
 #pragma once
 
 #include <cstdint>
@@ -71,9 +71,11 @@ class TextPool {
 
 /// The variables of one executable.
 struct Inventory {
-  std::string executable;             ///< as it was named when it was read
-  std::string buildId;                ///< hexadecimal; empty: none
-  std::string directory;              ///< in which its units were compiled; empty: none in common
+  std::string executable;  ///< as it was named when it was read
+  std::string buildId;     ///< hexadecimal; empty: none
+  std::string directory;   ///< in which its units were compiled; empty: none in common
+  /// When the program's file was last modified, in seconds since 1970; not known of a result that is read again.
+  std::optional<std::int64_t> modified;
   std::vector<Section> sections;      ///< in the order of the file
   std::vector<Variable> variables;    ///< by address, thread-local ones last
   std::vector<NamedType> known;       ///< if asked for: all that a debugger may find by a name, with repetitions
@@ -84,7 +86,9 @@ struct Inventory {
 struct ReadOptions {
   bool artificial = false;  ///< also variables that the compiler made up, such as __func__
   bool known = false;       ///< also Inventory::known
-  unsigned jobs = 1;        ///< processes that may share the reading of one program; one is used so far
+  unsigned jobs = 1;        ///< processes that may share the reading of one program
+  /// So much debugging information is worth a process of its own.
+  std::uint64_t bytesOfProcess = std::uint64_t{4} << 20;
 };
 
 /// Reads the variables of the executable or shared object `path`. Throws UserError when it cannot be read or has no

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <optional>
 #include <set>
+#include <string>
 #include <tuple>
+#include <unordered_map>
 
 #include "debuginfo/cxxNames.h"
 
@@ -35,45 +37,73 @@ bool place(const ProgramImage& image, const ImageSymbol& symbol, Variable& varia
   return true;
 }
 
+// Candidates by the name of their symbol, or, where that is not known, of the variable.
+class Candidates {
+ public:
+  explicit Candidates(const std::vector<UnplacedVariable>& unplaced) {
+    for (const UnplacedVariable& each : unplaced) add(each);
+  }
+
+  // Those that `symbol` may be of.
+  const std::vector<UnplacedVariable>* named(const ImageSymbol& symbol) const {
+    std::string_view name = symbol.name;
+    // What compilers put after a name that they made unique in the whole program.
+    for (const std::string_view suffix : {".lto_priv.", ".llvm."}) name = name.substr(0, name.find(suffix));
+    auto found = byName_.find(std::string(name));
+    if (found == byName_.end()) found = byName_.find(variableOfSymbol(name));
+    return found != byName_.end() ? &found->second : nullptr;
+  }
+
+ private:
+  void add(UnplacedVariable candidate) {
+    candidate.unit = withoutDirectory(candidate.unit);
+    const Variable& variable = candidate.variable;
+    auto& same = byName_[std::string(candidate.symbol.empty() ? variable.name : candidate.symbol)];
+    const bool known = std::any_of(same.begin(), same.end(), [&](const UnplacedVariable& each) {
+      return each.unit == candidate.unit && each.variable.type == variable.type &&
+             each.variable.file == variable.file && each.variable.line == variable.line &&
+             each.variable.linkage == variable.linkage;
+    });
+    if (!known) same.push_back(candidate);
+  }
+
+  std::unordered_map<std::string, std::vector<UnplacedVariable>> byName_;
+};
+
+bool fits(const UnplacedVariable& candidate, const ImageSymbol& symbol) {
+  const Variable& variable = candidate.variable;
+  return (variable.linkage == Linkage::External || symbol.isLocal) &&
+         (!isSource(symbol.unit) || candidate.unit.empty() || candidate.unit == symbol.unit) &&
+         (candidate.isOpen || variable.size.value_or(symbol.size) == symbol.size);
+}
+
+// What is certain of the variable at `symbol`; nothing when no candidate fits.
+std::optional<Variable> factsOf(const ImageSymbol& symbol, const std::vector<UnplacedVariable>& candidates) {
+  std::optional<Variable> facts;
+  for (const UnplacedVariable& each : candidates) {
+    if (!fits(each, symbol)) continue;
+    if (facts)
+      keepCommon(*facts, each.variable);
+    else
+      facts = each.variable;
+  }
+  return facts;
+}
+
 }  // namespace
 
-void UnplacedVariables::add(const Variable& variable, std::string_view symbol, std::string_view unit, bool isOpen) {
-  Candidates& same = byName_[std::string(symbol.empty() ? variable.name : symbol)];
-  const Candidate candidate{variable, withoutDirectory(unit), isOpen};
-  const bool known = std::any_of(same.begin(), same.end(), [&](const Candidate& each) {
-    return each.unit == candidate.unit && each.variable.type == variable.type && each.variable.file == variable.file &&
-           each.variable.line == variable.line && each.variable.linkage == variable.linkage;
-  });
-  if (!known) same.push_back(candidate);
-}
-
-const UnplacedVariables::Candidates* UnplacedVariables::named(const ImageSymbol& symbol) const {
-  std::string_view name = symbol.name;
-  // What compilers put behind a name that they made unique in the whole program.
-  for (const std::string_view suffix : {".lto_priv.", ".llvm."}) name = name.substr(0, name.find(suffix));
-  auto found = byName_.find(std::string(name));
-  if (found == byName_.end()) found = byName_.find(variableOfSymbol(name));
-  return found != byName_.end() ? &found->second : nullptr;
-}
-
-void UnplacedVariables::list(const ProgramImage& image, Inventory& inventory) {
-  if (byName_.empty()) return;
+void placeBySymbols(const std::vector<UnplacedVariable>& unplaced, const ProgramImage& image,
+                    std::vector<Variable>& variables) {
+  if (unplaced.empty()) return;
+  const Candidates candidates(unplaced);
   std::set<std::tuple<bool, std::uint64_t, std::string_view>> listed;
-  for (const Variable& each : inventory.variables)
+  for (const Variable& each : variables)
     listed.emplace(each.threadLocal.value_or(false), each.address.value_or(0), each.name);
   for (const ImageSymbol& symbol : image.symbols()) {
-    const Candidates* candidates = symbol.size > 0 ? named(symbol) : nullptr;
-    if (candidates == nullptr) continue;
-    std::optional<Variable> facts;
-    for (const Candidate& each : *candidates) {
-      const bool fits = (each.variable.linkage == Linkage::External || symbol.isLocal) &&
-                        (!isSource(symbol.unit) || each.unit.empty() || each.unit == symbol.unit) &&
-                        (each.isOpen || each.variable.size.value_or(symbol.size) == symbol.size);
-      if (!fits) continue;
-      if (facts) keepCommon(*facts, each.variable);
-      if (!facts) facts = each.variable;
-    }
+    const auto* named = symbol.size > 0 ? candidates.named(symbol) : nullptr;
+    if (named == nullptr) continue;
+    std::optional<Variable> facts = factsOf(symbol, *named);
     if (facts && listed.emplace(symbol.threadLocal, symbol.address, facts->name).second && place(image, symbol, *facts))
-      inventory.variables.push_back(*facts);
+      variables.push_back(*facts);
   }
 }

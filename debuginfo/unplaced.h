@@ -3,31 +3,19 @@
 // which.
 #pragma once
 
-#include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "debuginfo/inventory.h"
 #include "debuginfo/programImage.h"
 
-class UnplacedVariables {
- public:
-  /// `variable` has no address. `symbol`: the name of its symbol, if known; `unit`: the name of the source file that
-  /// its unit was compiled from; `isOpen`: it may be larger than its type.
-  void add(const Variable& variable, std::string_view symbol, std::string_view unit, bool isOpen);
-  /// Adds those that have a symbol to `inventory`, which holds all others.
-  void list(const ProgramImage& image, Inventory& inventory);
-
- private:
-  struct Candidate {
-    Variable variable;
-    std::string_view unit;
-    bool isOpen;
-  };
-  using Candidates = std::vector<Candidate>;
-
-  const Candidates* named(const ImageSymbol& symbol) const;
-
-  std::unordered_map<std::string, Candidates> byName_;  // of the symbol, or of the variable
+struct UnplacedVariable {
+  Variable variable;        ///< without an address
+  std::string_view symbol;  ///< the name of its symbol; empty: not known
+  std::string_view unit;    ///< the name of the source file that its unit was compiled from
+  bool isOpen = false;      ///< it may be larger than its type
 };
+
+/// Adds those of `unplaced` that have a symbol in `image` to `variables`, which holds all others.
+void placeBySymbols(const std::vector<UnplacedVariable>& unplaced, const ProgramImage& image,
+                    std::vector<Variable>& variables);

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <unordered_set>
 
 #include "debuginfo/cxxNames.h"
 #include "debuginfo/typeSizes.h"
@@ -19,6 +18,12 @@ bool isLanguageC(int language) {
   return std::find(languagesOfC.begin(), languagesOfC.end(), language) != languagesOfC.end();
 }
 
+// Makes room for `count` more, which memory is touched only for as many as there will be.
+void reserveMore(std::vector<Variable>& variables, std::size_t count) {
+  const std::size_t wanted = variables.size() + count;
+  if (wanted > variables.capacity()) variables.reserve(std::max(wanted, 2 * variables.capacity()));
+}
+
 // Whether the references of a unit that was split off lead nowhere, as those which gcc writes when it optimises at link
 // time do.
 bool isBrokenSplit(const Unit& unit) {
@@ -28,12 +33,8 @@ bool isBrokenSplit(const Unit& unit) {
 
 }  // namespace
 
-VariableReader::VariableReader(const DebugFile& file, const ReadOptions& options, Inventory& inventory)
-    : file_(file),
-      options_(options),
-      inventory_(inventory),
-      types_(scopes_, inventory.texts),
-      files_(scopes_.layouts(), inventory.texts) {}
+VariableReader::VariableReader(const DebugFile& file, const ReadOptions& options, TextPool& texts)
+    : file_(file), options_(options), texts_(texts), types_(scopes_, texts), files_(scopes_.layouts(), texts) {}
 
 void VariableReader::read(const Unit& unit) {
   unit_ = &unit;
@@ -42,48 +43,33 @@ void VariableReader::read(const Unit& unit) {
   const bool isType = unit.top.tag() == DW_TAG_type_unit;
   if (isType && !options_.known) return;  // no variable has its place there
   if (isBrokenSplit(unit)) {
-    return warnings_.append(
+    return found_.warnings.append(
         {"variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; "
          "link without -gsplit-dwarf"});
   }
   const auto layout = scopes_.layouts().of(unit.top.raw());
   const char* name = unit.top.text(DW_AT_name);
   if (!layout)
-    return warnings_.append({std::string("the header of a unit is damaged: ") + (name != nullptr ? name : "")});
+    return found_.warnings.append({std::string("the header of a unit is damaged: ") + (name != nullptr ? name : "")});
   layout_ = *layout;
+  names_ = &scopes_.layouts().sections(unit.top.raw().cu).texts;
+  typesInUnit_.clear();
+  filesOfUnit_.clear();
   Dwarf_Die top = unit.top.raw();
   cxx_ = !isLanguageC(dwarf_srclang(&top));
   const UnitScan& scan = scopes_.enter(layout_, unit.top, options_.known ? ScanFor::Declared : ScanFor::Located);
+  reserveMore(found_.variables, scan.variables.size());
   for (const MetVariable& met : scan.variables) readVariable(met);
   if (scan.damaged)
-    warnings_.append({std::string("the debugging information is damaged, so variables may be missing: of ") +
-                      (name != nullptr ? name : "a unit without a name")});
-}
-
-// What has no name is named in a warning, unless another variable has its place: a member of an unnamed union.
-const Warnings& VariableReader::finish() {
-  unplaced_.list(file_.image(), inventory_);
-  std::unordered_set<std::uint64_t> addresses;
-  if (!nameless_.empty()) {
-    for (const Variable& variable : inventory_.variables) addresses.insert(variable.address.value_or(0));
-  }
-  for (const auto& [address, what] : nameless_) {
-    if (!addresses.contains(address)) warnings_.add("without a name", what);
-  }
-  nameless_.clear();
-  return warnings_;
+    found_.warnings.append({std::string("the debugging information is damaged, so variables may be missing: of ") +
+                            (name != nullptr ? name : "a unit without a name")});
 }
 
 void VariableReader::noteDirectory(const Unit& unit) {
   const char* directory = unit.skeleton.text(DW_AT_comp_dir);
   const int tag = unit.top.tag();
   if (tag != DW_TAG_compile_unit || directory == nullptr || *directory != '/') return;
-  std::string path = directory;
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  if (!hasDirectory_) directory_ = path;
-  hasDirectory_ = true;
-  path += '/';
-  while (!directory_.empty() && !path.starts_with(directory_ + "/")) directory_.erase(directory_.rfind('/'));
+  found_.directory.add(directory);
 }
 
 void VariableReader::readVariable(const MetVariable& met) {
@@ -125,8 +111,8 @@ void VariableReader::noteUnplaced(const MetVariable& met, const RawEntry& raw) {
   Variable variable;
   describe(entry, {}, variable);
   const char* unit = unit_->top.text(DW_AT_name);
-  unplaced_.add(variable, entry.linkageName != nullptr ? entry.linkageName : "", unit != nullptr ? unit : "",
-                typeOf(entry).open);
+  found_.unplaced.push_back({variable, entry.linkageName != nullptr ? entry.linkageName : "",
+                             unit != nullptr ? unit : "", typeOf(entry).open});
 }
 
 // The location of an entry; lists of locations, of which each is one for a part of the code, count as none.
@@ -152,6 +138,11 @@ Location VariableReader::locationOf(const RawEntry& raw) const {
       return {};
   }
   if (length == 0 || length > cursor.left()) return {};
+  if (length == 1 + layout_.sizes.address && *cursor.at() == DW_OP_addr) {
+    cursor.skip(1);
+    const std::uint64_t address = cursor.fixed(layout_.sizes.address);
+    return {Kind::Memory, address, address};
+  }
   return evaluate({cursor.at(), cursor.at() + length, layout_.bigEndian}, file_, *unit_, layout_.sizes);
 }
 
@@ -192,7 +183,7 @@ void VariableReader::list(Entry& entry, const Location& location, const ImageSec
   if (location.kind == Kind::Memory) variable.address = file_.toExecutable(location.address);
   if (location.kind == Kind::ThreadLocal && section != nullptr) variable.address = location.address;
   describe(entry, location, variable);
-  inventory_.variables.push_back(variable);
+  found_.variables.push_back(variable);
 }
 
 // Lists the members of an unnamed union in place of the variable that it is to some compilers. False when `entry` is
@@ -222,16 +213,17 @@ bool VariableReader::isLeftOut(const Entry& entry, const Location& location, con
   if (entry.raw[Slot::Declaration].form != 0) return true;
   if (!options_.artificial && isSet(entry, Slot::Artificial, DW_AT_artificial)) return true;
   if (location.kind == Kind::Computed || location.kind == Kind::Unreadable) {
-    warnings_.add(location.kind == Kind::Computed ? "only the running program can tell the place"
-                                                  : "the place cannot be read from the debugging information",
-                  about(entry));
+    found_.warnings.add(location.kind == Kind::Computed ? "only the running program can tell the place"
+                                                        : "the place cannot be read from the debugging information",
+                        about(entry));
     return true;
   }
   const bool threadLocal = location.kind == Kind::ThreadLocal;
   if (entry.name.empty()) {
     // The constants that some compilers describe like variables: texts in quotes.
     if (!threadLocal && section != nullptr && !section->writable && entry.linkageName == nullptr) return true;
-    nameless_.emplace_back(location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0, about(entry));
+    found_.nameless.emplace_back(location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0,
+                                 about(entry));
     return true;
   }
   // What the linker threw away is said to be at 0, where there may be something else.
@@ -267,20 +259,18 @@ std::string_view VariableReader::fullName(const Entry& entry, Variable& variable
   std::string scopes = scopes_.ofVariable(outermost, cxx_);
   const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) ||
                            ((entry.inFunction || !scopes.empty()) && scopes_.isInNameless(outermost));
-  if (!cxx_) variable.namespaceLength = 0;
-  if (cxx_ && !isUncertain) variable.namespaceLength = scopes_.namespacesOf(outermost);
-  if (!isUncertain && scopes.empty() && !cxx_) return inventory_.texts.keep(entry.name);
+  if (!isUncertain && scopes.empty() && !cxx_) return texts_.keep(entry.name);
   if (isUncertain) scopes = scopesBySymbol(entry, variable).value_or(scopes);
-  if (!cxx_) return inventory_.texts.keep(scopes.append(entry.name));
-  return inventory_.texts.keep(scopes + withoutTags(canonicalName(entry.name)) +
-                               templateArguments(entry.name, entry.linkageName));
+  if (!cxx_) return texts_.keep(scopes.append(entry.name));
+  return texts_.keep(scopes + withoutTags(canonicalName(entry.name)) +
+                     templateArguments(entry.name, entry.linkageName));
 }
 
 // The name of the variable whose parts a structured binding names, which the symbol alone has. Empty when it is none.
 std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location& location) {
   if (!cxx_ || location.kind != Kind::Memory) return {};
   for (const std::string_view symbol : symbolsOf(entry, file_.toExecutable(location.address), false)) {
-    if (const std::string name = bindingInSymbol(symbol); !name.empty()) return inventory_.texts.intern(name);
+    if (const std::string name = bindingInSymbol(symbol); !name.empty()) return texts_.intern(name);
   }
   return {};
 }
@@ -306,7 +296,7 @@ std::vector<std::string_view> VariableReader::symbolsOf(const Entry& entry, std:
 VariableReader::Place VariableReader::placeOf(const Entry& entry) {
   Place place;
   place.line = static_cast<int>(number(entry.raw[Slot::Line]).value_or(0));
-  if (const auto file = number(entry.raw[Slot::File])) place.file = fileOf(unit_->top, *file);
+  if (const auto file = number(entry.raw[Slot::File])) place.file = ownFile(*file);
   for (const Die& die : entry.completed) {
     if (place.line == 0) place.line = static_cast<int>(die.number(DW_AT_decl_line).value_or(0));
     const auto file = place.file.empty() ? die.number(DW_AT_decl_file) : std::nullopt;
@@ -314,6 +304,13 @@ VariableReader::Place VariableReader::placeOf(const Entry& entry) {
   }
   if (place.file.empty() || place.line < 0) place.line = 0;
   return place;
+}
+
+// The file with this number in the list of the unit that is being read.
+std::string_view VariableReader::ownFile(std::uint64_t number) {
+  const auto [known, isNew] = filesOfUnit_.try_emplace(number);
+  if (isNew) known->second = fileOf(unit_->top, number);
+  return known->second;
 }
 
 // The file with this number in the list of `unit`, which is that of the skeleton if the unit was split off.
@@ -330,10 +327,17 @@ Die VariableReader::typeEntry(const Entry& entry) {
   return {};
 }
 
+// Most variables name an entry of their own unit, which is known by its place.
 const VariableReader::TypeFacts& VariableReader::typeOf(const Entry& entry) {
   static const TypeFacts none;
+  const RawValue& value = entry.raw[Slot::Type];
+  const bool isInUnit = value.form == DW_FORM_ref4 && value.at != nullptr;
+  const TypeFacts*& known = typesInUnit_[isInUnit ? layout_.cursor(value.at).fixed(4) : 0];
+  if (isInUnit && known != nullptr) return *known;
   const Die type = typeEntry(entry);
-  return type ? facts(type) : none;
+  const TypeFacts& found = type ? facts(type) : none;
+  if (isInUnit) known = &found;
+  return found;
 }
 
 const VariableReader::TypeFacts& VariableReader::facts(const Die& type) {
@@ -358,8 +362,8 @@ void VariableReader::noteKnown(const MetVariable& met, const RawEntry& raw) {
   const Entry entry = entryOf(met, raw);
   if (entry.inFunction || entry.name.empty()) return;
   const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
-  inventory_.known.push_back(
-      {inventory_.texts.intern(scopes_.ofVariable(outermost, cxx_) + std::string(entry.name)), typeOf(entry).text});
+  found_.known.push_back(
+      {texts_.intern(scopes_.ofVariable(outermost, cxx_) + std::string(entry.name)), typeOf(entry).text});
 }
 
 // What a warning calls a variable.
@@ -374,6 +378,12 @@ std::string VariableReader::about(const Entry& entry) {
 
 const char* VariableReader::text(const RawValue& value) const {
   if (value.form == 0) return nullptr;
+  if (value.form == DW_FORM_strp) {
+    ByteCursor cursor(names_->begin(), names_->end(), false);
+    cursor.skip(layout_.cursor(value.at).fixed(layout_.sizes.offset));
+    const char* found = cursor.text();
+    return cursor.failed() ? nullptr : found;
+  }
   Dwarf_Attribute attribute{value.name, value.form, const_cast<unsigned char*>(value.at), unit_->top.raw().cu};
   return unit_->top.textOf(attribute);
 }

@@ -10,24 +10,21 @@
 #include <vector>
 
 #include "debuginfo/debugFile.h"
+#include "debuginfo/findings.h"
 #include "debuginfo/inventory.h"
 #include "debuginfo/location.h"
 #include "debuginfo/scopes.h"
 #include "debuginfo/sourceFiles.h"
 #include "debuginfo/typeNames.h"
-#include "debuginfo/unplaced.h"
-#include "debuginfo/warnings.h"
 
 class VariableReader {
  public:
-  /// Adds to `inventory`.
-  VariableReader(const DebugFile& file, const ReadOptions& options, Inventory& inventory);
+  /// Keeps texts in `texts`.
+  VariableReader(const DebugFile& file, const ReadOptions& options, TextPool& texts);
 
   void read(const Unit& unit);
-  /// Where all units read so far were compiled; empty when they have no directory in common.
-  const std::string& directory() const { return directory_; }
-  /// What is missing, when all units have been read.
-  const Warnings& finish();
+  /// What was found in the units read since the last call.
+  Findings take() { return std::exchange(found_, {}); }
 
  private:
   struct TypeFacts {
@@ -69,6 +66,7 @@ class VariableReader {
   std::vector<std::string_view> symbolsOf(const Entry& entry, std::uint64_t address, bool threadLocal) const;
   void noteKnown(const MetVariable& met, const RawEntry& raw);
   Place placeOf(const Entry& entry);
+  std::string_view ownFile(std::uint64_t number);
   std::string_view fileOf(const Die& die, std::uint64_t number);
   static Die typeEntry(const Entry& entry);
   const TypeFacts& typeOf(const Entry& entry);
@@ -80,19 +78,18 @@ class VariableReader {
 
   const DebugFile& file_;
   const ReadOptions options_;
-  Inventory& inventory_;
+  TextPool& texts_;
+  Findings found_;
   Scopes scopes_;
   TypeNames types_;
   SourceFiles files_;
-  Warnings warnings_;
-  UnplacedVariables unplaced_;
-  std::vector<std::pair<std::uint64_t, std::string>> nameless_;  // addresses, and what to call them
-  std::string directory_;
-  bool hasDirectory_ = false;
 
   // Of the unit that is being read.
   const Unit* unit_ = nullptr;
   UnitLayout layout_;
+  const SectionBytes* names_ = nullptr;                              // the section of texts
+  std::unordered_map<std::uint64_t, const TypeFacts*> typesInUnit_;  // by offset
+  std::unordered_map<std::uint64_t, std::string_view> filesOfUnit_;  // by number
   bool cxx_ = false;
   int unionDepth_ = 0;                                   // of unnamed unions within each other
   std::unordered_map<const void*, TypeFacts> facts_[2];  // by the entry of the type, in C and in C++

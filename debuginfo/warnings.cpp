@@ -2,12 +2,35 @@
 
 #include <algorithm>
 
+namespace {
+
+constexpr std::size_t mostNamed = 10;
+
+std::string namedCases(const Warnings::Reason& reason) {
+  std::string text;
+  for (const std::string& each : reason.first) text += (text.empty() ? "" : ", ") + each;
+  return reason.count > reason.first.size() ? text + ", ..." : text;
+}
+
+}  // namespace
+
+Warnings::Reason& Warnings::reason(std::string_view why) {
+  auto known = std::find_if(reasons_.begin(), reasons_.end(), [why](const Reason& each) { return each.why == why; });
+  if (known == reasons_.end()) known = reasons_.insert(known, Reason{std::string(why), {}, 0});
+  return *known;
+}
+
 void Warnings::add(std::string_view why, const std::string& what) {
-  constexpr std::size_t mostNamed = 10;
-  auto reason = std::find_if(reasons_.begin(), reasons_.end(), [why](const Reason& each) { return each.why == why; });
-  if (reason == reasons_.end()) reason = reasons_.insert(reason, Reason{std::string(why), {}, 0});
-  if (++reason->count <= mostNamed) reason->first += (reason->first.empty() ? "" : ", ") + what;
-  if (reason->count == mostNamed + 1) reason->first += ", ...";
+  Reason& known = reason(why);
+  if (++known.count <= mostNamed) known.first.push_back(what);
+}
+
+void Warnings::add(const Reason& other) {
+  Reason& known = reason(other.why);
+  known.count += other.count;
+  for (const std::string& each : other.first) {
+    if (known.first.size() < mostNamed) known.first.push_back(each);
+  }
 }
 
 void Warnings::append(const std::vector<std::string>& sentences) {
@@ -20,8 +43,8 @@ std::vector<std::string> Warnings::sentences() const {
   std::vector<std::string> result;
   for (const Reason& each : reasons_) {
     result.push_back(std::to_string(each.count) +
-                     (each.count == 1 ? " variable is not listed: " : " variables are not listed: ") + each.first +
-                     ": " + each.why);
+                     (each.count == 1 ? " variable is not listed: " : " variables are not listed: ") +
+                     namedCases(each) + ": " + each.why);
   }
   result.insert(result.end(), others_.begin(), others_.end());
   return result;

@@ -16,12 +16,20 @@ class Warnings {
   /// A sentence for each reason, and those taken over.
   std::vector<std::string> sentences() const;
 
- private:
   struct Reason {
     std::string why;
-    std::string first;  // cases
-    std::size_t count = 0;
+    std::vector<std::string> first;  ///< cases
+    std::size_t count = 0;           ///< of all cases
   };
+  /// Adds the cases of `other`, which come after those that are here.
+  void add(const Reason& other);
+  const std::vector<Reason>& reasons() const { return reasons_; }
+  /// What was taken over.
+  const std::vector<std::string>& others() const { return others_; }
+
+ private:
+  Reason& reason(std::string_view why);
+
   std::vector<Reason> reasons_;
   std::vector<std::string> others_;
 };

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <optional>
 
 #include "src/userError.h"
 
@@ -185,5 +184,7 @@ bool Condition::holds(const Row& row) const {
   if (!regex_.empty()) return regex_[0].matches(value.text);
   return fits(comparison_, compareValues(field_->kind, value, {true, text_, number_}));
 }
+
+std::optional<std::uint64_t> parseBytes(std::string_view text) { return parseNumber(text, Kind::Bytes); }
 
 std::vector<Condition> parseConditions(std::string_view expression) { return ConditionParser(expression).parse(); }

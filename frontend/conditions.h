@@ -4,6 +4,7 @@
 #include <regex.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,6 +53,10 @@ class Condition {
   std::uint64_t number_ = 0;  // this number,
   std::vector<Regex> regex_;  // or this expression (one at most)
 };
+
+/// The number of bytes that `text` says: decimal, or hexadecimal after 0x, also with K or M at its end (1,024 of the
+/// one before). None when it says none.
+std::optional<std::uint64_t> parseBytes(std::string_view text);
 
 /// The conditions in `expression`, which are joined by commas. Throws UsageError when it cannot be understood.
 std::vector<Condition> parseConditions(std::string_view expression);

@@ -19,6 +19,7 @@ enum class Kind {
   Number,   ///< a label, such as that of a line
   Flag,     ///< yes or no
   Address,  ///< written in hexadecimal
+  Delta,    ///< a difference of bytes, as text with its sign
   Place     ///< a file and a line, for people
 };
 

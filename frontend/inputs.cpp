@@ -18,16 +18,9 @@ namespace {
 
 [[noreturn]] void fail(const std::string& path, const std::string& why) { throw UserError(path + ": " + why); }
 
-std::string readAll(const std::string& path, int fd) {
+std::string contentOf(const std::string& path, int fd) {
   std::string content;
-  constexpr std::size_t blockSize = std::size_t{256} * 1024;
-  for (ssize_t count = 1; count > 0;) {
-    const std::size_t size = content.size();
-    content.resize(size + blockSize);
-    count = readRetrying(fd, content.data() + size, blockSize);
-    if (count < 0) fail(path, std::string("cannot be read: ") + std::strerror(errno));
-    content.resize(size + static_cast<std::size_t>(count));
-  }
+  if (!readAll(fd, content)) fail(path, std::string("cannot be read: ") + std::strerror(errno));
   return content;
 }
 
@@ -86,12 +79,14 @@ std::vector<Inventory> readInput(const std::string& path, const ReadOptions& opt
   const UniqueFd file = openFile(path.c_str(), O_RDONLY);
   if (!file) fail(path, std::string("cannot be opened: ") + std::strerror(errno));
   if (S_ISFIFO(status.st_mode)) {
-    const std::string content = readAll(path, file.get());
+    const std::string content = contentOf(path, file.get());
     if (!content.empty() && !beginsAsJson(content)) fail(path, "what comes from this pipe is not JSON");
     return parseJson(path, content);
   }
   const std::string start = startOf(file.get());
-  if (beginsAsJson(start) || isEmptyResult(path, status)) return parseJson(path, readAll(path, file.get()));
+  if (beginsAsJson(start) || isEmptyResult(path, status)) return parseJson(path, contentOf(path, file.get()));
   refuseParts(path, start);
-  return one(readInventory(path, options));
+  Inventory program = readInventory(path, options);
+  program.modified = status.st_mtime;
+  return one(std::move(program));
 }

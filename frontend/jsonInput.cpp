@@ -112,6 +112,8 @@ class Handler : public nlohmann::json_sax<Json> {
     if (place() == Place::Document && key_ == "executables") return enter(Place::Programs);
     if (place() == Place::Document && key_ == "variables") return enter(Place::Variables);
     if (place() == Place::Document && key_ == "sums") throw UserError("holds sums, not variables");
+    if (place() == Place::Document && key_ == "exceeded") throw UserError("holds the result of a check, not variables");
+    if (place() == Place::Document && key_ == "changes") throw UserError("holds changes, not variables");
     return enter(place() == Place::Program && key_ == "sections" ? Place::Sections : Place::Passed);
   }
   bool end_object() override {

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int wrongUse = 2;
 
-const std::vector<std::string_view> commands{"list", "tables"};
+const std::vector<std::string_view> commands{"list", "report", "diff", "export", "tables"};
 
 // The text for a command that was there once; empty for any other word.
 std::string formerCommand(std::string_view word) {
@@ -41,11 +41,18 @@ bool isOfList(const std::string& word) {
   return word.find('/') != std::string::npos || (word.starts_with('-') && word.size() > 1) || exists(word);
 }
 
+std::string joined(const std::vector<std::string_view>& words) {
+  std::string text(words[0]);
+  for (std::size_t i = 1; i < words.size(); ++i) text.append(i + 1 < words.size() ? ", " : " and ").append(words[i]);
+  return text;
+}
+
 [[noreturn]] void refuseCommand(const std::string& word) {
   if (const std::string text = formerCommand(word); !text.empty()) throw UsageError(text);
   const std::string_view near = nearestWord(word, commands);
-  throw UsageError("there is neither a command nor a file called \"" + word + "\"" +
-                   (near.empty() ? "; the commands are list and tables" : "; did you mean " + std::string(near) + "?"));
+  throw UsageError(
+      "there is neither a command nor a file called \"" + word + "\"" +
+      (near.empty() ? "; the commands are " + joined(commands) : "; did you mean " + std::string(near) + "?"));
 }
 
 // The command line with its command spelled out.
@@ -68,9 +75,14 @@ Action parse(CLI::App& app, std::vector<std::string> words) {
       "Examples:\n"
       "  tolquin ./prog                      the variables of a program, the largest first\n"
       "  tolquin list --mutable --by file ./prog\n"
+      "  tolquin report -o prog.html ./prog  the same as a page to look at\n"
+      "  tolquin diff old/prog new/prog      what changed between two builds\n"
       "  tolquin list --help                 what can be selected and how it can be written\n"
       "See also the manual page.");
   addListCommand(app, action);
+  addReportCommand(app, action);
+  addDiffCommand(app, action);
+  addExportCommand(app, action);
   addTablesCommand(app, action);
   std::reverse(words.begin(), words.end());  // as CLI11 takes them
   try {

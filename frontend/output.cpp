@@ -36,6 +36,10 @@ std::string withSeparators(std::uint64_t number) {
   return text;
 }
 
+std::string counted(std::uint64_t count, const char* what) {
+  return withSeparators(count) + " " + what + (count == 1 ? "" : "s");
+}
+
 void printMessage(std::string_view text) {
   const std::string line = "tolquin: " + shownText(text) + "\n";
   // There is nobody left to tell about a failure.

@@ -39,5 +39,8 @@ std::string hexadecimal(std::uint64_t number);
 /// `number` in decimal digits, with a comma before every three.
 std::string withSeparators(std::uint64_t number);
 
+/// `count` and `what` it is of, in the plural unless it is one: "1 byte", "2,000 bytes".
+std::string counted(std::uint64_t count, const char* what);
+
 /// Writes "tolquin: `text`" as a line to standard error, with nothing in it that a terminal would obey.
 void printMessage(std::string_view text);

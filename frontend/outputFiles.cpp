@@ -27,16 +27,8 @@ void makeDirectory(const std::string& path) {
   if (error) throw UserError(path + ": cannot be made a directory: " + error.message());
 }
 
-OutputFiles::OutputFiles() {
-  sigset_t ending;
-  sigemptyset(&ending);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, number);
-  sigprocmask(SIG_BLOCK, &ending, &signalsBefore_);
-}
-
 OutputFiles::~OutputFiles() {
   for (const std::string& path : paths_) unlink(beside(path).c_str());
-  sigprocmask(SIG_SETMASK, &signalsBefore_, nullptr);
 }
 
 void OutputFiles::write(const std::string& path, std::string_view content) {

@@ -2,17 +2,18 @@
 // wait meanwhile, so that it leaves nothing behind.
 #pragma once
 
-#include <csignal>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "frontend/endingSignals.h"
 
 /// Makes the directory `path`, and those above it, if they are missing. Throws UserError when that fails.
 void makeDirectory(const std::string& path);
 
 class OutputFiles {
  public:
-  OutputFiles();
+  OutputFiles() = default;
   /// Removes what was written but not put in place.
   ~OutputFiles();
   OutputFiles(const OutputFiles&) = delete;
@@ -26,6 +27,6 @@ class OutputFiles {
   void commit();
 
  private:
+  EndingSignals signals_;
   std::vector<std::string> paths_;
-  sigset_t signalsBefore_{};
 };

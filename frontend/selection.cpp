@@ -4,16 +4,6 @@
 
 namespace {
 
-bool isMutable(const Variable& variable) {
-  return variable.writable.value_or(false) || variable.threadLocal.value_or(false);
-}
-
-bool isSelected(const Row& row, const Selection& selection) {
-  if (selection.mutableOnly && !isMutable(*row.variable)) return false;
-  const auto holds = [&row](const Condition& condition) { return condition.holds(row); };
-  return std::all_of(selection.conditions.begin(), selection.conditions.end(), holds);
-}
-
 // A row and its number among all.
 struct Numbered {
   Row row;
@@ -44,6 +34,16 @@ std::vector<Numbered> rowsByDefinition(const std::vector<Row>& rows) {
 }
 
 }  // namespace
+
+bool isMutable(const Variable& variable) {
+  return variable.writable.value_or(false) || variable.threadLocal.value_or(false);
+}
+
+bool isSelected(const Row& row, const Selection& selection) {
+  if (selection.mutableOnly && !isMutable(*row.variable)) return false;
+  const auto holds = [&row](const Condition& condition) { return condition.holds(row); };
+  return std::all_of(selection.conditions.begin(), selection.conditions.end(), holds);
+}
 
 std::vector<Row> selectRows(const std::vector<const Inventory*>& programs, const Selection& selection) {
   std::vector<Row> rows;

@@ -18,6 +18,12 @@ struct Selection {
   bool isWhole() const { return conditions.empty() && !mutableOnly && !duplicates; }
 };
 
+/// Whether the program may change the variable, or each thread has one.
+bool isMutable(const Variable& variable);
+
+/// Whether the conditions of `selection` hold for the variable of `row`, duplicates apart.
+bool isSelected(const Row& row, const Selection& selection);
+
 /// The selected variables of `programs`, in their order.
 std::vector<Row> selectRows(const std::vector<const Inventory*>& programs, const Selection& selection);
 

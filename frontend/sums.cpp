@@ -58,10 +58,17 @@ std::vector<Sum> sumsBy(const Grouping& grouping, const std::vector<Row>& rows) 
     }
     Sum& sum = sums[at->second];
     ++sum.variables;
-    sum.bytes += counters[at->second].add(row);
+    const std::uint64_t bytes = counters[at->second].add(row);
+    sum.bytes = bytes > UINT64_MAX - sum.bytes ? UINT64_MAX : sum.bytes + bytes;
     sum.unsized += row.variable->size ? 0 : 1;
   }
   return sums;
+}
+
+Sum sumOf(const std::vector<Row>& rows) {
+  static constexpr Grouping everything{"", "", [](const Row&) { return Value{}; }};
+  const std::vector<Sum> sums = sumsBy(everything, rows);
+  return sums.empty() ? Sum{} : sums[0];
 }
 
 std::array<Field<Sum>, 4> sumFields(const Grouping& grouping) {

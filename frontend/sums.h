@@ -29,6 +29,9 @@ struct Sum {
 /// variables.
 std::vector<Sum> sumsBy(const Grouping& grouping, const std::vector<Row>& rows);
 
+/// The sum of all `rows`, which are in the same order.
+Sum sumOf(const std::vector<Row>& rows);
+
 /// The fields of a Sum; the first is named as `grouping`.
 std::array<Field<Sum>, 4> sumFields(const Grouping& grouping);
 

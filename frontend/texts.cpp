@@ -1,7 +1,9 @@
 #include "frontend/texts.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
 #include <numeric>
 #include <utility>
@@ -59,6 +61,17 @@ std::size_t distance(std::string_view from, std::string_view to) {
   return costs.back();
 }
 
+// Whether the eight bytes at `text` are all of ' ' to '~'. Most texts are, so they are looked at together.
+bool isPlain(const char* text) {
+  constexpr std::uint64_t ones = 0x0101010101010101;
+  std::uint64_t bytes = 0;
+  std::memcpy(&bytes, text, sizeof bytes);
+  // The highest bit of each byte: it is beyond '~', or below ' ' (or above one that is).
+  const std::uint64_t beyond = bytes | (bytes + ones);
+  const std::uint64_t below = bytes - ones * ' ';
+  return ((beyond | below) & (ones << 7)) == 0;
+}
+
 }  // namespace
 
 Character firstCharacter(std::string_view text) {
@@ -84,8 +97,11 @@ bool isControl(char32_t code) {
 }
 
 std::size_t plainLength(std::string_view text) {
-  const auto end = std::find_if(text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; });
-  return static_cast<std::size_t>(end - text.begin());
+  std::size_t length = 0;
+  while (length + sizeof(std::uint64_t) <= text.size() && isPlain(text.data() + length))
+    length += sizeof(std::uint64_t);
+  while (length < text.size() && text[length] >= ' ' && text[length] <= '~') ++length;
+  return length;
 }
 
 std::string shownText(std::string_view text) {
@@ -104,6 +120,16 @@ std::string shownText(std::string_view text) {
     text.remove_prefix(character.length);
   }
   return shown;
+}
+
+std::string validText(std::string_view text) {
+  std::string valid;
+  while (!text.empty()) {
+    const Character character = firstCharacter(text);
+    valid += character.valid && character.code != 0 ? text.substr(0, character.length) : "\ufffd";
+    text.remove_prefix(character.length);
+  }
+  return valid;
 }
 
 std::size_t displayWidth(std::string_view text) {

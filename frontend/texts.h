@@ -28,6 +28,10 @@ std::size_t plainLength(std::string_view text);
 /// character as "\xff".
 std::string shownText(std::string_view text);
 
+/// `text` in UTF-8 throughout, for what takes nothing else: every byte that is part of no character becomes U+FFFD, and
+/// so does a zero byte, which would end the text for many readers.
+std::string validText(std::string_view text);
+
 /// Columns that `text` takes on a terminal. `text` is as shownText returns it.
 std::size_t displayWidth(std::string_view text);
 

@@ -19,30 +19,41 @@
 
 namespace {
 
-// What a worker sends begins with one of these.
+// What a worker sends: one of these marks, the size of what follows, and that: inventories, or why there are none.
 constexpr char resultMark = 'R';
 constexpr char errorMark = 'E';
+constexpr std::size_t headSize = 1 + sizeof(std::uint64_t);
 
-// What the worker of `path` sends.
-std::string answerFor(const std::string& path, const ReadOptions& options) try {
-  return resultMark + packInventories(readInput(path, options));
+struct Answer {
+  char mark;
+  std::string content;
+};
+
+Answer answerFor(const std::string& path, const ReadOptions& options) try {
+  return {resultMark, packInventories(readInput(path, options))};
 } catch (const std::bad_alloc&) {
-  return errorMark + path + ": there is not enough memory to read it";
+  return {errorMark, path + ": there is not enough memory to read it"};
 } catch (const UserError& error) {
-  return errorMark + std::string(error.what());
+  return {errorMark, error.what()};
 } catch (const std::exception& error) {
-  return errorMark + path + ": " + error.what();
+  return {errorMark, path + ": " + error.what()};
 }
 
 // Runs in the worker. Returns its exit status.
-int work(const std::string& path, const ReadOptions& options, int out) {
-  const std::string answer = answerFor(path, options);
-  for (std::string_view left = answer; !left.empty();) {
-    const ssize_t count = writeRetrying(out, left.data(), left.size());
-    if (count < 0) return 1;
-    left.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return 0;
+int work(const std::string& path, const ReadOptions& options, UniqueFd out) {
+  const Answer answer = answerFor(path, options);
+  const std::uint64_t size = answer.content.size();
+  std::string head(1, answer.mark);
+  head.append(reinterpret_cast<const char*>(&size), sizeof size);
+  return writeAll(out.get(), head) && writeAll(out.get(), answer.content) ? 0 : 1;
+}
+
+// How much room the answer needs that begins with `begin`.
+std::size_t roomFor(std::string_view begin) {
+  constexpr std::uint64_t most = std::uint64_t{1} << 30;  // a worker in disorder may say anything
+  std::uint64_t size = 0;
+  if (begin.size() >= headSize) std::memcpy(&size, begin.data() + 1, sizeof size);
+  return headSize + std::min(size, most);
 }
 
 // How a worker ended that gave no answer.
@@ -54,15 +65,16 @@ std::string reasonOf(int status) {
   return reason + "; its debugging information may be damaged";
 }
 
-InputResult resultOf(const std::string& path, std::string answer, int status) try {
+// Of the worker's whole answer.
+InputResult resultOf(const std::string& path, std::string answer) try {
   InputResult result;
-  if (status != 0 || answer.empty()) {
-    result.error = path + ": " + reasonOf(status);
+  if (answer.size() < headSize) {
+    result.error = path + ": what was read of it is not whole";
   } else if (answer[0] == errorMark) {
-    result.error = answer.substr(1);
+    result.error = answer.substr(headSize);
   } else {
     result.bytes = std::make_unique<const std::string>(std::move(answer));
-    result.programs = unpackInventories(std::string_view(*result.bytes).substr(1));
+    result.programs = unpackInventories(std::string_view(*result.bytes).substr(headSize));
   }
   return result;
 } catch (const UserError& error) {
@@ -114,10 +126,9 @@ class Workers {
       // Results are large; fewer turns are taken with a large pipe. It does as it is, if not.
       constexpr int pipeSize = 1 << 20;
       fcntl(pipe.readEnd.get(), F_SETPIPE_SZ, pipeSize);
-      const int out = pipe.writeEnd.get();
       process = ForkedProcess::start([&] {
         for (Worker& other : running_) other.from.reset();
-        return work(paths_[number], options_, out);
+        return work(paths_[number], options_, std::move(pipe.writeEnd));
       });
     }
     if (!process && !running_.empty()) return false;
@@ -140,8 +151,11 @@ class Workers {
     for (const pollfd& descriptor : watched) {
       const auto current = worker++;
       if (descriptor.revents == 0 || takeFrom(*current)) continue;
-      const int status = current->process.await();
-      finish(current->number, resultOf(paths_[current->number], std::move(current->answer), status));
+      const std::string& path = paths_[current->number];
+      // The worker needs some time to end.
+      InputResult result = resultOf(path, std::move(current->answer));
+      if (const int status = current->process.await(); status != 0) result = {{}, path + ": " + reasonOf(status), {}};
+      finish(current->number, std::move(result));
       running_.erase(current);
     }
   }
@@ -149,7 +163,9 @@ class Workers {
   // False when the worker has said everything.
   bool takeFrom(Worker& worker) {
     const ssize_t count = readRetrying(worker.from.get(), block_.data(), block_.size());
+    const bool isFirst = worker.answer.empty();
     if (count > 0) worker.answer.append(block_.data(), static_cast<std::size_t>(count));
+    if (isFirst) worker.answer.reserve(roomFor(worker.answer));
     return count > 0;
   }
 

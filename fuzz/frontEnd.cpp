@@ -1,9 +1,11 @@
 // What the front end reads beside programs: the first character of the input chooses JSON, a condition, or what a
-// worker sends. Whatever was read can be written, and is the same when it is read again.
+// worker sends. Whatever was read can be written, is the same when it is read again, and has not changed
+// compared with itself.
 #include <cstdint>
 #include <string>
 
 #include "expect.h"
+#include "frontend/comparison.h"
 #include "frontend/jsonInput.h"
 #include "frontend/packed.h"
 #include "frontend/selection.h"
@@ -32,6 +34,9 @@ void readJson(std::string_view text) {
   const std::vector<Inventory> programs = parseJson("input", text);
   const std::string bytes = packInventories(programs);
   EXPECT(everything(unpackInventories(bytes)) == everything(programs));
+  std::vector<const Inventory*> all;
+  for (const Inventory& program : programs) all.push_back(&program);
+  EXPECT(compare(all, all, {}).changes.empty());
   for (const Inventory& program : programs) {
     for (const Variable& variable : program.variables) {
       EXPECT(!variable.name.empty());

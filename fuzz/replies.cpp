@@ -1,8 +1,12 @@
 // What a tool writes, cut into blocks, with requests and pauses in between: whatever comes, a conversation ends, in
 // time, what it hands over is what the tool wrote, and an addr2line that answers each request with one line gets every
 // line paired with its request. The first byte of the input chooses the tool; of the rest, bytes from 0xf0 are steps.
+#include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "a2lControl.h"
 #include "expect.h"
@@ -12,67 +16,79 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::seconds;
 
+constexpr std::size_t longestLine = 64;
+
 const ConversationRules rules[] = {
-    {.kindOf = kindOfReply, .patience = seconds(20), .allInVain = seconds(60)},
-    {.prompt = "(gdb) ", .header = "All variables ", .patience = seconds(20), .allInVain = seconds(120)},
-    {.prompt = "(gdb) ", .longestPiece = 7, .patience = seconds(1)},
-    {.longestPiece = 7, .singlePiece = true, .patience = microseconds(100)},
+    {.kindOf = kindOfReply, .patience = seconds(20), .allInVain = seconds(60), .longestLine = longestLine},
+    {.prompt = "(gdb) ",
+     .header = "All variables ",
+     .patience = seconds(20),
+     .allInVain = seconds(120),
+     .longestLine = longestLine},
 };
 
 class Tool {
  public:
-  explicit Tool(const ConversationRules& chosen) : rules_(chosen), conversation_(chosen) {}
+  // `longestPiece`: what is asked for are pieces of this size at most, not lines.
+  Tool(const ConversationRules& chosen, std::size_t longestPiece)
+      : rules_(chosen), longestPiece_(longestPiece), conversation_(chosen) {}
 
   void write(char c) {
-    text_.append({&c, 1});
     written_ += c;
-    hear();
+    if (until_) {
+      hear({&c, 1});
+    } else {
+      atHand_ += c;
+    }
   }
 
   void ask(unsigned replies) {
-    while (conversation_.waits()) pass(conversation_.until());
-    if (rules_.longestPiece == 0) conversation_.drop(text_);
+    while (until_) pass(*until_);
+    if (longestPiece_ == 0) conversation_.drop(std::exchange(atHand_, ""));
     const Clock::duration left = conversation_.left();
-    begin_ = now_;
-    conversation_.await({.replies = replies, .subject = "a"}, now_);
-    hear();
-    while (conversation_.waits() && replies > 8) pass(conversation_.until());
+    conversation_.await({.replies = replies, .subject = "a", .longestPiece = longestPiece_}, sink_, now_);
+    hear(std::exchange(atHand_, ""));
+    while (until_ && replies > 8) pass(*until_);
     EXPECT(conversation_.left() <= left && conversation_.left() >= Clock::duration::zero());
   }
 
   void pass(Deadline end) {
-    while (conversation_.waits() && conversation_.until() <= end) {
-      now_ = std::max(now_, conversation_.until());
-      hear();
+    while (until_ && *until_ <= end) {
+      now_ = std::max(now_, *until_);
+      hear({});
     }
     now_ = std::max(now_, end);
   }
   void pass(microseconds time) { pass(now_ + time); }
 
   void end() {
-    conversation_.end(text_, sink_);
-    EXPECT(!conversation_.waits());
+    conversation_.end();
+    until_.reset();
+    EXPECT(!conversation_.holdsText());
     conversation_.start();
-    text_.clear();
   }
 
  private:
-  void hear() {
-    if (!conversation_.waits()) return;
-    conversation_.hear(text_, now_, sink_);
-    EXPECT(!conversation_.waits() || conversation_.until() > now_);
-    EXPECT(rules_.prompt.empty() || conversation_.until() - now_ <= rules_.allInVain);
+  void hear(std::string_view bytes) {
+    until_ = conversation_.hear(bytes, now_);
+    EXPECT(!until_ || *until_ > now_);
+    EXPECT(!until_ || *until_ - now_ <= rules_.allInVain);
   }
 
   ConversationRules rules_;
+  std::size_t longestPiece_;
   Conversation conversation_;
-  LineBuffer text_{64};
+  std::string atHand_;  // written while nothing was awaited
   std::string written_;
+  std::optional<Deadline> until_;
   Deadline now_{std::chrono::hours(1)};
-  Deadline begin_;
   Conversation::Sink sink_ = [this](std::string_view unit) {
     EXPECT(written_.find(unit) != std::string::npos);
-    EXPECT(rules_.longestPiece == 0 || (!unit.empty() && unit.size() <= rules_.longestPiece));
+    if (longestPiece_ > 0) {
+      EXPECT(!unit.empty() && unit.size() <= longestPiece_);
+      return;
+    }
+    EXPECT(unit.size() <= longestLine);
     EXPECT(rules_.kindOf == nullptr || rules_.kindOf(unit) == LineKind::Reply);
     EXPECT(rules_.prompt.empty() || unit.find(rules_.prompt) == std::string_view::npos);
     if (rules_.kindOf != nullptr) locationIn(unit);
@@ -82,21 +98,21 @@ class Tool {
 // Each request is answered with its own number, by blocks of the sizes that the input gives.
 void answerInTurn(const std::uint8_t* data, std::size_t size) {
   Conversation conversation(rules[0]);
-  LineBuffer text(64);
   Deadline now{std::chrono::hours(1)};
   for (std::size_t at = 0; at < size; ++at) {
     const std::string reply = std::to_string(at) + ".c:1\n";
+    const std::size_t block = data[at] % 8 + 1;
     std::string heard;
-    conversation.drop(text);
-    conversation.await({}, now);
-    for (std::size_t from = 0; from < reply.size(); from += data[at] % 8 + 1) {
+    conversation.drop({});
+    conversation.await(
+        {}, [&heard](std::string_view line) { heard += line; }, now);
+    std::optional<Deadline> until;
+    for (std::size_t from = 0; from < reply.size(); from += block) {
       now += microseconds(data[at] * 100);
-      text.append(std::string_view(reply).substr(from, data[at] % 8 + 1));
-      conversation.hear(text, now, [&heard](std::string_view line) { heard += line; });
+      until = conversation.hear(std::string_view(reply).substr(from, block), now);
     }
     EXPECT(heard + "\n" == reply);
-    now = std::max(now, conversation.until());
-    conversation.hear(text, now, {});
+    while (until) until = conversation.hear({}, now = std::max(now, *until));
   }
 }
 
@@ -108,7 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     answerInTurn(data + 1, size - 1);
     return 0;
   }
-  Tool tool(rules[data[0] % 4]);
+  Tool tool(rules[data[0] % 2], data[0] % 8 < 4 ? 0 : 7);
   for (std::size_t at = 1; at < size; ++at) {
     const unsigned step = data[at];
     if (step < 0xf0) {

@@ -43,7 +43,7 @@ std::string goodTable(const std::string& path, int file) {
 
 }  // namespace
 
-// The index's own Error would end the process; it is not linked in here.
+// The program's own Error would end the process; it is not linked in here.
 void Error(const char*) { throw Failed(); }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,15 +1,16 @@
 #include "a2lControl.h"
 
 #include <csignal>
-#include <vector>
+#include <cstdarg>
 
 #include "typeText.h"
 #include "util.h"
 
-const ToolNames A2LControl::names{"A2L", "a2l"};
-ChildState A2LControl::child;
+ChildState A2LControl::child_;
 
 namespace {
+
+constexpr ToolNames names{"A2L", "a2l"};
 
 // How long a child that was never heard may take to see the end of its input, and how long one that was killed may take
 // to be collected.
@@ -19,60 +20,60 @@ constexpr std::chrono::seconds killPatience{1};
 // GNU addr2line reads this many characters of a line at a time, and answers each part.
 constexpr std::size_t charactersAtATime = 99;
 
+// A NUL ends a line, as it does in every text of the suite.
+std::string_view untilNul(std::string_view line) { return line.substr(0, line.find('\0')); }
+
 }  // namespace
 
 LineKind kindOfReply(std::string_view line) {
   for (const std::string_view diagnostic : {"addr2line: ", "BFD: ", "ERROR: "}) {
     if (line.starts_with(diagnostic)) return LineKind::Diagnostic;
   }
-  // A NUL ends the text, as it does in every line of the suite.
-  const std::string_view text = line.substr(0, line.find('\0'));
-  return text.starts_with("??") || text.find(':') != std::string_view::npos ? LineKind::Reply : LineKind::Other;
+  const std::string_view text = untilNul(line);
+  return text.starts_with("??") || text.find(':') != text.npos ? LineKind::Reply : LineKind::Other;
 }
 
-std::optional<SourceLocation> locationIn(std::string_view line) {
-  const std::string text(line.substr(0, line.find('\0')));
-  if (text.starts_with("??")) return std::nullopt;
-  std::vector<std::string> pieces;
-  split(text, ":", pieces);
-  if (pieces.size() < 2) return std::nullopt;
-  return SourceLocation{pieces[0], saturatingInt(pieces[1].c_str(), 10)};
+SourceLocation locationIn(std::string_view line) {
+  if (line.starts_with("??")) return {};
+  line = untilNul(line);
+  const std::string file(takeWord(line, ":"));
+  const std::string number(takeWord(line, ":"));
+  if (number.empty()) return {};
+  return {file, saturatingInt(number.c_str(), 10)};
 }
 
 A2LControl::A2LControl(const char* exe, Clock::duration replyWait)
-    : exename(exe),
-      session(names, child),
-      conversation({.kindOf = kindOfReply, .patience = replyWait, .allInVain = maxTimeouts * replyWait}) {}
+    : exename_(exe),
+      session_(names, child_, {.kindOf = kindOfReply, .patience = replyWait, .allInVain = maxTimeouts * replyWait}) {}
 
 int A2LControl::startA2L() {
-  signal(SIGCHLD, childhandler);
-  conversation.start();
-  return session.start({{"addr2line", "-e", exename}, "", "a2l"});
+  std::signal(SIGCHLD, childhandler);
+  return session_.start({"addr2line", "-e", exename_}, "");
 }
 
 void A2LControl::endA2L() {
-  if (!session.wasHeard()) session.awaitEnd(Clock::now() + goodbyePatience);
-  child.kill(Clock::now() + killPatience);
+  if (session_.conversation().heard() == 0) session_.awaitEnd(Clock::now() + goodbyePatience);
+  child_.kill(Clock::now() + killPatience);
 }
 
-ssize_t A2LControl::sendA2L(const char* str) { return session.send(str, Clock::now() + replyPatience); }
+ssize_t A2LControl::sendA2L(const char* str) { return session_.send(str, Clock::now() + replyPatience); }
 
 reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
   va_list arguments;
   va_start(arguments, fmt);
-  reply* pieces = session.converse(timeout, "", fmt, arguments);
+  reply* pieces = session_.converse(timeout, "", fmt, arguments);
   va_end(arguments);
   return pieces;
 }
 
-void A2LControl::childhandler(int) { collectChildren(); }
+void A2LControl::childhandler(int) { ChildState::collectAll(); }
 
 SourceLocation A2LControl::locate(const char* address) {
   const std::string request = std::string(address) + '\n';
   const auto replies = static_cast<unsigned>((request.size() + charactersAtATime - 1) / charactersAtATime);
-  std::optional<SourceLocation> location;
-  session.exchange(conversation, request, {.replies = replies}, [&location](std::string_view line) {
-    if (!location) location = locationIn(line);
+  SourceLocation location;
+  session_.exchange(request, {.replies = replies}, [&location](std::string_view line) {
+    if (location.file.empty()) location = locationIn(line);
   });
-  return location.value_or(SourceLocation{});
+  return location;
 }

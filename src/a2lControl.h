@@ -2,8 +2,10 @@
 // one A2LControl for the whole run, and asks it for one address at a time.
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,9 +20,10 @@ struct SourceLocation {
 /// What `line` of addr2line's output (no newline) is.
 LineKind kindOfReply(std::string_view line);
 
-/// The place that `line`, a reply, names: the first two pieces around ':', the second up to its first character that is
-/// no digit. Empty when it begins with "??" or has fewer than two pieces.
-std::optional<SourceLocation> locationIn(std::string_view line);
+/// The place that `line`, a reply, names: the first two pieces around ':', the second read as atoi does (blanks and a
+/// sign before the digits, anything after them; 0 without digits). Empty when it begins with "??" or has fewer than
+/// two pieces.
+SourceLocation locationIn(std::string_view line);
 
 class A2LControl {
  public:
@@ -45,8 +48,8 @@ class A2LControl {
 
   /// ToolSession's `send` (with the longest wait for a reply), `have` and `readPiece`.
   ssize_t sendA2L(const char* str);
-  int haveA2L(int fd, int tmout) { return session.have(fd, tmout); }
-  int readA2L(char* buf, std::size_t len) { return session.readPiece(buf, len); }
+  int haveA2L(int fd, int tmout) { return session_.have(fd, tmout); }
+  int readA2L(char* buf, std::size_t len) { return session_.readPiece(buf, len); }
 
   /// One exchange whose reply ends with silence: sends the formatted text (at most 4999 characters; none if empty),
   /// then collects pieces until `timeout` seconds and 100 microseconds pass without any. Returns the list, to be
@@ -57,7 +60,7 @@ class A2LControl {
   static void free_reply(reply* rp) { releasePieces(rp); }
 
   /// 1 while a child is believed to run, else 0.
-  int isActive() const { return child.active(); }
+  int isActive() const { return child_.active(); }
 
   /// The SIGCHLD handler: collects every child of the process that has ended.
   static void childhandler(int sig);
@@ -69,9 +72,7 @@ class A2LControl {
   SourceLocation locate(const char* address);
 
  private:
-  static const ToolNames names;
-  static ChildState child;
-  const std::string exename;
-  ToolSession session;
-  Conversation conversation;
+  static ChildState child_;
+  const std::string exename_;
+  ToolSession session_;
 };

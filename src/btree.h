@@ -3,13 +3,13 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <type_traits>
+#include <vector>
 
 #include "tableFile.h"
 
@@ -38,40 +38,31 @@ class BTTableClass {
   /// `Mode` 'w' creates the table `FileName`, empty, in place of any old file, which it locks as long as it lives; 'r'
   /// opens an existing one for Retrieve (a file shorter than its header is an empty table). Does not return on failure.
   BTTableClass(char Mode, const char* FileName) : DataFile(Mode, FileName, sizeof(Node)), OpenMode(Mode) {
-    if (OpenMode == 'r') {
-      ReadHeader();
-    } else if (!WriteHeader()) {
-      DataFile.fail(0, {"cannot be written", errno});
-    }
+    Slots.reserve(mostSlots);  // they are never moved
+    DataFile.exitOn(OpenMode == 'r' ? ReadHeader() : WriteHeader());
   }
 
   /// In mode 'w' completes the file by writing its header; a failure is reported on standard error.
   ~BTTableClass() {
     // A table that failed keeps the header of an empty one, so that nobody takes it for finished.
     if (OpenMode != 'w' || DataFile.failed()) return;
-    const Slot* failed = WriteChanged();
-    if (failed != nullptr || !WriteHeader())
-      DataFile.report(failed != nullptr ? failed->number : 0, {"cannot be written", errno});
+    Problem problem = WriteChanged();
+    if (!problem) problem = WriteHeader();
+    if (problem) DataFile.report(problem);
   }
   BTTableClass(const BTTableClass&) = delete;
   BTTableClass& operator=(const BTTableClass&) = delete;
 
   /// Adds `Item`. False, with nothing changed, when its key is present already.
   bool Insert(const ItemType& Item) {
-    bool MoveUp = false;
-    ItemType NewItem;
-    std::int32_t NewRight = NilPtr;
-    try {
-      PushDown(Item, Root, 0, MoveUp, NewItem, NewRight);
-    } catch (const char*) {
-      return false;
-    }
-    if (MoveUp) {
+    Risen risen;
+    if (!PushDown(Item, Root, 0, risen)) return false;
+    if (risen.any) {
       Node& top = Append();
       top.Count = 1;
-      top.Key[0] = NewItem;
+      top.Key[0] = risen.Item;
       top.Branch[0] = Root;
-      top.Branch[1] = NewRight;
+      top.Branch[1] = risen.Right;
       Root = NumNodes;
     }
     ++NumItems;
@@ -82,8 +73,7 @@ class BTTableClass {
   bool Retrieve(const KeyFieldType& SearchKey, ItemType& Item) {
     std::int32_t number = Root;
     for (int level = 0; number != NilPtr; ++level) {
-      if (level == mostLevels) DataFile.fail(number, endlessPath);
-      const Node& current = Load(number).node;
+      const Node& current = Load(number, level).node;
       int Location = 0;
       if (SearchNode(current, SearchKey, Location)) {
         Item = current.Key[Location];
@@ -95,9 +85,7 @@ class BTTableClass {
   }
 
   /// Writes every node that has changed to the file.
-  void Flush() {
-    if (const Slot* failed = WriteChanged()) DataFile.fail(failed->number, {"cannot be written", errno});
-  }
+  void Flush() { DataFile.exitOn(WriteChanged()); }
 
   /// Whether the table holds no item.
   bool Empty() const { return Root == NilPtr; }
@@ -113,10 +101,10 @@ class BTTableClass {
     if (OpenMode == 'w') Flush();
     Survey survey;
     if (Root != NilPtr && !CheckSubtree(Root, 0, survey)) return false;
-    if (survey.items != NumItems) return Violation(0, {"wrong number of items"});
-    if (survey.nodes != NumNodes) return Violation(0, {"wrong number of nodes"});
+    if (survey.items != NumItems) return DataFile.report({0, "wrong number of items"});
+    if (survey.nodes != NumNodes) return DataFile.report({0, "wrong number of nodes"});
     const std::int64_t length = (static_cast<std::int64_t>(NumNodes) + 1) * static_cast<std::int64_t>(sizeof(Node));
-    return DataFile.size() == length || Violation(0, {"wrong length of the file"});
+    return DataFile.size() == length || DataFile.report({0, "wrong length of the file"});
   }
 
  protected:
@@ -126,6 +114,7 @@ class BTTableClass {
 
  private:
   using Node = NodeType<ItemType>;
+  using Problem = TableFile::Problem;
   static_assert(std::is_trivially_copyable_v<Node> && std::is_standard_layout_v<Node>);
 
   // Nodes in memory at most. With nodes of 28,116 bytes these are 900,000 bytes, whatever the size of the tree; many
@@ -133,10 +122,8 @@ class BTTableClass {
   static constexpr std::size_t mostSlots = 32;
   // More levels than any tree of 2^31 nodes has; a path that is longer is a cycle.
   static constexpr int mostLevels = 32;
-  static constexpr TableFile::Problem endlessPath{"damaged: on a path that does not end"};
-  static constexpr const char* duplicateMessage = "Error: attempt to put a duplicate into B-tree";
 
-  // A node in memory. The one not used for longest makes room for another.
+  // A node in memory. The least recently used one makes room for another.
   struct Slot {
     std::int32_t number = NilPtr;
     std::uint64_t lastUse = 0;
@@ -144,12 +131,18 @@ class BTTableClass {
     Node node;
   };
 
+  // What an insertion into a subtree leaves to be put into the node above it.
+  struct Risen {
+    bool any = false;
+    ItemType Item;
+    std::int32_t Right = NilPtr;  // the node with the keys after it
+  };
+
   // What a subtree turned out to hold.
   struct Survey {
     std::int64_t items = 0;
     std::int64_t nodes = 0;
     int leafLevel = -1;
-    bool anyKey = false;
     KeyFieldType lastKey{};
   };
 
@@ -174,142 +167,124 @@ class BTTableClass {
     ++Current.Count;
   }
 
-  // Splits the full node `CurrentRoot`, into which `CurrentItem` belongs at position `Location` + 1: of the twelve
-  // items the five lowest stay, the sixth moves up as `NewItem`, and the six highest go to the new node `NewRight`. The
-  // incoming item is a copy, as callers pass the same object in and out.
-  void Split(ItemType CurrentItem, std::int32_t CurrentRight, std::int32_t CurrentRoot, int Location, ItemType& NewItem,
-             std::int32_t& NewRight) {
-    const bool toLeft = Location < MinKeys;
+  // Puts what has risen into the full node `Number` at position `At`: of the twelve items the five lowest stay, the
+  // sixth rises in its turn, and the six highest go to a new node.
+  void Split(std::int32_t Number, int At, Risen& risen) {
+    const bool toLeft = At <= MinKeys;
     const int Median = toLeft ? MinKeys : MinKeys + 1;
     Node& right = Append();
-    Node& left = LoadToChange(CurrentRoot);
+    Node& left = LoadToChange(Number, 0);
     std::copy(left.Key + Median, left.Key + MaxKeys, right.Key);
     std::copy(left.Branch + Median + 1, left.Branch + MaxKeysPlusOne, right.Branch + 1);
     right.Count = MaxKeys - Median;
     left.Count = Median;
-    AddItem(CurrentItem, CurrentRight, toLeft ? left : right, toLeft ? Location + 1 : Location - Median + 1);
+    AddItem(risen.Item, risen.Right, toLeft ? left : right, toLeft ? At : At - Median);
     --left.Count;
-    NewItem = left.Key[left.Count];
     right.Branch[0] = left.Branch[left.Count + 1];
+    risen.Item = left.Key[left.Count];
+    risen.Right = NumNodes;
     std::fill(left.Key + left.Count, left.Key + MaxKeys, ItemType{});
     std::fill(left.Branch + left.Count + 1, left.Branch + MaxKeysPlusOne, 0);
-    NewRight = NumNodes;
   }
 
-  // Inserts `CurrentItem` below node `CurrentRoot`. `MoveUp` tells that `NewItem`, with `NewRight` on its right, has to
-  // go into the node above. A key that is present is found before anything is changed.
-  void PushDown(const ItemType& CurrentItem, std::int32_t CurrentRoot, int Level, bool& MoveUp, ItemType& NewItem,
-                std::int32_t& NewRight) {
-    if (CurrentRoot == NilPtr) {
-      MoveUp = true;
-      NewItem = CurrentItem;
-      NewRight = NilPtr;
-      return;
+  // Inserts `Item` below node `Number`. False, with nothing changed, when its key is present: it is found on the way
+  // down.
+  bool PushDown(const ItemType& Item, std::int32_t Number, int Level, Risen& risen) {
+    if (Number == NilPtr) {
+      risen = {true, Item, NilPtr};
+      return true;
     }
-    if (Level == mostLevels) DataFile.fail(CurrentRoot, endlessPath);
     int Location = 0;
-    const Node& onTheWay = Load(CurrentRoot).node;
-    if (SearchNode(onTheWay, CurrentItem.KeyField, Location))
-      throw duplicateMessage;  // NOLINT(misc-throw-by-value-catch-by-reference): Insert's own signal
-    PushDown(CurrentItem, onTheWay.Branch[Location + 1], Level + 1, MoveUp, NewItem, NewRight);
-    if (!MoveUp) return;
-    Node& current = LoadToChange(CurrentRoot);
+    const Node& onTheWay = Load(Number, Level).node;
+    if (SearchNode(onTheWay, Item.KeyField, Location)) return false;
+    if (!PushDown(Item, onTheWay.Branch[Location + 1], Level + 1, risen)) return false;
+    if (!risen.any) return true;
+    Node& current = LoadToChange(Number, Level);
     if (current.Count == MaxKeys) {
-      Split(NewItem, NewRight, CurrentRoot, Location, NewItem, NewRight);
-      return;
+      Split(Number, Location + 1, risen);
+    } else {
+      AddItem(risen.Item, risen.Right, current, Location + 1);
+      risen.any = false;
     }
-    MoveUp = false;
-    AddItem(NewItem, NewRight, current, Location + 1);
+    return true;
   }
 
-  // What makes a node unfit to be used; no text: nothing.
-  TableFile::Problem Defect(const Node& Current) const {
-    if (Current.Count < 1 || Current.Count > MaxKeys) return {"damaged: its number of items"};
+  // What makes a node from the file unfit to be used.
+  Problem Defect(std::int32_t Number, const Node& Current) const {
+    if (Current.Count < 1 || Current.Count > MaxKeys) return {Number, "damaged: its number of items"};
     for (int j = 0; j <= Current.Count; ++j) {
       const std::int32_t branch = Current.Branch[j];
-      if (branch != NilPtr && (branch < 1 || branch > NumNodes)) return {"damaged: a branch to no node"};
+      if (branch != NilPtr && (branch < 1 || branch > NumNodes)) return {Number, "damaged: a branch to no node"};
     }
     for (int i = 0; i < Current.Count; ++i) {
       const ItemType& item = Current.Key[i];
-      if (std::memchr(item.KeyField, 0, sizeof item.KeyField) == nullptr) return {"damaged: a key without an end"};
+      if (std::memchr(item.KeyField, 0, sizeof item.KeyField) == nullptr)
+        return {Number, "damaged: a key without an end"};
       if constexpr (requires { item.isWhole(); }) {
-        if (!item.isWhole()) return {"damaged: a text without an end"};
+        if (!item.isWhole()) return {Number, "damaged: a text without an end"};
       }
     }
     return {};
   }
 
-  Slot* Find(std::int32_t Number) {
-    for (const auto& slot : Slots) {
-      if (slot == nullptr || slot->number != Number) continue;
-      slot->lastUse = ++Uses;
-      return slot.get();
-    }
-    return nullptr;
-  }
-
-  // A slot for node `Number`, which is not in memory. The node that made room for it is written if it has changed. The
+  // A slot for node `Number`, which is not in memory. The node that makes room for it is written if it has changed. The
   // content is left for the caller to overwrite.
   Slot& MakeRoom(std::int32_t Number) {
-    std::unique_ptr<Slot>* oldest = Slots.data();
-    for (auto& slot : Slots) {
-      if (slot == nullptr || (*oldest != nullptr && slot->lastUse < (*oldest)->lastUse)) oldest = &slot;
-      if (slot == nullptr) break;
-    }
-    if (*oldest == nullptr) *oldest = std::make_unique<Slot>();
-    Slot& slot = **oldest;
-    if (!Write(slot)) DataFile.fail(slot.number, {"cannot be written", errno});
+    if (Slots.size() < mostSlots) Slots.emplace_back();
+    Slot& slot = *std::min_element(Slots.begin(), Slots.end(),
+                                   [](const Slot& a, const Slot& b) { return a.lastUse < b.lastUse; });
+    DataFile.exitOn(Write(slot));
     slot.number = Number;
     slot.lastUse = ++Uses;
     return slot;
   }
 
-  // Writes a node that has changed. False on failure, with errno set.
-  bool Write(Slot& slot) {
-    if (slot.changed && !DataFile.tryWrite(slot.number, &slot.node)) return false;
-    slot.changed = false;
-    return true;
+  // Writes a node that has changed.
+  Problem Write(Slot& slot) {
+    const Problem problem = slot.changed ? DataFile.write(slot.number, &slot.node) : Problem();
+    slot.changed = static_cast<bool>(problem);
+    return problem;
   }
 
-  // Writes all nodes that have changed. Null, or the slot of one that cannot be written, with errno set.
-  const Slot* WriteChanged() {
-    for (const auto& slot : Slots) {
-      if (slot != nullptr && !Write(*slot)) return slot.get();
-    }
-    return nullptr;
+  // Writes all nodes that have changed, up to the first problem.
+  Problem WriteChanged() {
+    Problem problem;
+    for (auto slot = Slots.begin(); slot != Slots.end() && !problem; ++slot) problem = Write(*slot);
+    return problem;
   }
 
-  // The node, from memory or the file; null, with the problem, when it cannot be had.
-  Slot* TryLoad(std::int32_t Number, TableFile::Problem& problem) {
-    if (Slot* known = Find(Number)) return known;
-    Slot& slot = MakeRoom(Number);
-    if (DataFile.tryRead(Number, &slot.node)) {
-      problem = Defect(slot.node);
-    } else {
-      problem = {errno != 0 ? "cannot be read" : "cannot be read whole", errno};
+  // Sets `found` to the slot of a node, which is read unless it is in memory.
+  Problem Find(std::int32_t Number, int Level, Slot*& found) {
+    if (Level == mostLevels) return {Number, "damaged: on a path that does not end"};
+    const auto known = std::find_if(Slots.begin(), Slots.end(), [=](const Slot& one) { return one.number == Number; });
+    if (known != Slots.end()) {
+      known->lastUse = ++Uses;
+      found = &*known;
+      return {};
     }
-    if (problem.text == nullptr) return &slot;
-    slot.number = NilPtr;
-    return nullptr;
+    found = &MakeRoom(Number);
+    Problem problem = DataFile.read(Number, &found->node);
+    if (!problem) problem = Defect(Number, found->node);
+    if (problem) found->number = NilPtr;
+    return problem;
   }
 
   // Valid until as many other nodes as there are slots have been used.
-  Slot& Load(std::int32_t Number) {
-    TableFile::Problem problem;
-    Slot* slot = TryLoad(Number, problem);
-    if (slot == nullptr) DataFile.fail(Number, problem);
-    return *slot;
+  Slot& Load(std::int32_t Number, int Level) {
+    Slot* found = nullptr;
+    DataFile.exitOn(Find(Number, Level, found));
+    return *found;
   }
 
-  Node& LoadToChange(std::int32_t Number) {
-    Slot& slot = Load(Number);
+  Node& LoadToChange(std::int32_t Number, int Level) {
+    Slot& slot = Load(Number, Level);
     slot.changed = true;
     return slot.node;
   }
 
   // A new, zeroed node, number `NumNodes`, for the caller to fill.
   Node& Append() {
-    if (NumNodes == INT32_MAX) DataFile.fail(NumNodes, {"is the last possible node"});
+    if (NumNodes == INT32_MAX) DataFile.exitOn({NumNodes, "is the last possible node"});
     Slot& slot = MakeRoom(NumNodes + 1);
     ++NumNodes;
     std::memset(static_cast<void*>(&slot.node), 0, sizeof slot.node);
@@ -318,60 +293,52 @@ class BTTableClass {
   }
 
   // The header has the shape of a node, with its three numbers in the first branches.
-  void ReadHeader() {
+  Problem ReadHeader() {
     const auto header = std::make_unique<Node>();
-    const bool whole = DataFile.tryRead(0, header.get());
-    if (!whole && errno != 0) DataFile.fail(0, {"cannot be read", errno});
-    if (!whole) return;
+    // A file without a header is an empty table.
+    if (const Problem problem = DataFile.read(0, header.get())) return problem.errorNumber != 0 ? problem : Problem();
     NumItems = header->Branch[0];
     NumNodes = header->Branch[1];
     Root = header->Branch[2];
-    const bool empty = Root == NilPtr && NumItems == 0 && NumNodes == 0;
-    if (!empty && (Root < 1 || Root > NumNodes || NumItems < 1)) DataFile.fail(0, {"damaged header"});
+    if (Root == NilPtr && NumItems == 0 && NumNodes == 0) return {};
+    return Root >= 1 && Root <= NumNodes && NumItems >= 1 ? Problem() : Problem{0, "damaged header"};
   }
 
-  bool WriteHeader() {
+  Problem WriteHeader() {
     const auto header = std::make_unique<Node>();
     header->Branch[0] = NumItems;
     header->Branch[1] = NumNodes;
     header->Branch[2] = Root;
-    return DataFile.tryWrite(0, header.get());
-  }
-
-  bool Violation(std::int32_t Number, const TableFile::Problem& problem) {
-    DataFile.report(Number, problem);
-    return false;
+    return DataFile.write(0, header.get());
   }
 
   // Walks the subtree in key order: keys that ascend over the whole walk also lie within the bounds of their branches.
   bool CheckSubtree(std::int32_t Number, int Level, Survey& survey) {
-    if (Level == mostLevels || ++survey.nodes > NumNodes) return Violation(Number, {"damaged: reached twice"});
-    TableFile::Problem problem;
-    const Slot* found = TryLoad(Number, problem);
-    if (found == nullptr) return Violation(Number, problem);
+    if (++survey.nodes > NumNodes) return DataFile.report({Number, "damaged: reached twice"});
+    Slot* found = nullptr;
+    if (const Problem problem = Find(Number, Level, found)) return DataFile.report(problem);
     const auto copy = std::make_unique<Node>(found->node);  // its slot may be reused further down
     const Node& current = *copy;
-    if (Number != Root && current.Count < MinKeys) return Violation(Number, {"damaged: too few items"});
+    if (Number != Root && current.Count < MinKeys) return DataFile.report({Number, "damaged: too few items"});
     const bool leaf = current.Branch[0] == NilPtr;
     if (leaf && survey.leafLevel < 0) survey.leafLevel = Level;
-    if (leaf && survey.leafLevel != Level) return Violation(Number, {"damaged: a leaf at another depth"});
+    if (leaf && survey.leafLevel != Level) return DataFile.report({Number, "damaged: a leaf at another depth"});
     for (int j = 0; j <= current.Count; ++j) {
-      if ((current.Branch[j] == NilPtr) != leaf) return Violation(Number, {"damaged: some branches missing"});
+      if ((current.Branch[j] == NilPtr) != leaf) return DataFile.report({Number, "damaged: some branches missing"});
       if (!leaf && !CheckSubtree(current.Branch[j], Level + 1, survey)) return false;
       if (j == current.Count) break;
       const KeyFieldType& key = current.Key[j].KeyField;
-      if (survey.anyKey && Compare(survey.lastKey, key) >= 0) return Violation(Number, {"damaged: keys out of order"});
+      if (survey.items > 0 && Compare(survey.lastKey, key) >= 0)
+        return DataFile.report({Number, "damaged: keys out of order"});
       std::memcpy(survey.lastKey, key, sizeof key);
-      survey.anyKey = true;
+      ++survey.items;
     }
-    survey.items += current.Count;
     return true;
   }
 
   void DumpSubtree(std::int32_t Number, int Level) {
     if (Number == NilPtr) return;
-    if (Level == mostLevels) DataFile.fail(Number, endlessPath);
-    const auto copy = std::make_unique<Node>(Load(Number).node);
+    const auto copy = std::make_unique<Node>(Load(Number, Level).node);
     for (int j = 0; j <= copy->Count; ++j) {
       DumpSubtree(copy->Branch[j], Level + 1);
       if (j == copy->Count) continue;
@@ -383,6 +350,6 @@ class BTTableClass {
 
   std::int32_t Root = NilPtr;
   std::int32_t NumNodes = 0;
-  std::array<std::unique_ptr<Slot>, mostSlots> Slots;
+  std::vector<Slot> Slots;
   std::uint64_t Uses = 0;
 };

@@ -10,10 +10,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -25,12 +27,33 @@ timespec timeUntil(Deadline deadline) {
   return {left / std::chrono::seconds(1), (left % std::chrono::seconds(1)).count()};
 }
 
+// The status pipe of a child is closed by its exec, or gets a byte before it.
 [[noreturn]] void failInChild(const std::string& what, int statusPipe) {
   const std::string message = "ERROR: " + what + ": " + std::strerror(errno) + ".\n";
   writeRetrying(STDERR_FILENO, message.data(), message.size());
   writeRetrying(statusPipe, "!", 1);
   _exit(255);
 }
+
+// Keeps SIGCHLD from being delivered while it lives, except within `waitFor`. So nothing can happen between looking at
+// a ChildState and acting, or going to sleep, on what was seen.
+class SigchldBlocked {
+ public:
+  SigchldBlocked() {
+    sigset_t sigchld;
+    sigemptyset(&sigchld);
+    sigaddset(&sigchld, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &sigchld, &previous_);
+  }
+  ~SigchldBlocked() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
+  SigchldBlocked(const SigchldBlocked&) = delete;
+  SigchldBlocked& operator=(const SigchldBlocked&) = delete;
+
+  const sigset_t& previous() const { return previous_; }
+
+ private:
+  sigset_t previous_;
+};
 
 // This program's own descriptors are close-on-exec already; these are for those it was given by its parent.
 void closeOtherDescriptors() {
@@ -41,13 +64,13 @@ void closeOtherDescriptors() {
 
 // What the child does between fork and exec. The process has one thread, so the child may call what it likes; it
 // must only leave by exec or _exit, so that nothing inherited from the parent is flushed or destroyed twice.
-[[noreturn]] void runChild(const SpawnRequest& request, const sigset_t& mask, int statusPipe) {
-  const auto redirect = [&](int from, int to, const char* name) {
-    if (dup2(from, to) < 0) failInChild(std::string("unable to dup to ") + name, statusPipe);
+[[noreturn]] void runChild(const SpawnRequest& request, const Spawned& pipes, int statusPipe, const sigset_t& mask) {
+  const auto redirect = [statusPipe](const UniqueFd& from, int to, const char* name) {
+    if (dup2(from.get(), to) < 0) failInChild(std::string("unable to dup to ") + name, statusPipe);
   };
-  redirect(request.standardInput, STDIN_FILENO, "stdin");
-  redirect(request.standardOutputAndError, STDOUT_FILENO, "stdout");
-  redirect(request.standardOutputAndError, STDERR_FILENO, "stderr");
+  redirect(pipes.input.readEnd, STDIN_FILENO, "stdin");
+  redirect(pipes.output.writeEnd, STDOUT_FILENO, "stdout");
+  redirect(pipes.output.writeEnd, STDERR_FILENO, "stderr");
   writeRetrying(STDOUT_FILENO, request.firstOutput.data(), request.firstOutput.size());
   // A debugger that asks a network service for debugging information would hang or answer for another program.
   unsetenv("DEBUGINFOD_URLS");
@@ -55,17 +78,48 @@ void closeOtherDescriptors() {
   signal(SIGXFSZ, SIG_DFL);
   closeOtherDescriptors();
   std::vector<char*> arguments;
-  arguments.reserve(request.argv.size() + 1);
   for (const std::string& word : request.argv) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   execvp(arguments[0], arguments.data());
-  failInChild("Cannot exec " + request.messageName, statusPipe);
+  failInChild(std::string("Cannot exec ") + request.names.lower, statusPipe);
+}
+
+Spawned reportFailure(const std::string& what) {
+  std::fprintf(stderr, "ERROR: unable to %s: %s.\n", what.c_str(), std::strerror(errno));
+  return {};
 }
 
 }  // namespace
 
 ChildState::ChildState() : nextKnown_(knownStates.load()) { knownStates = this; }
+
+Spawned ChildState::spawn(const SpawnRequest& request) {
+  occupyStandardDescriptors();  // so that no end of a pipe takes the place of one
+  Spawned child;
+  Pipe status;
+  const std::string upper = request.names.upper;
+  if (!makePipe(child.input)) return reportFailure("open pipe to " + upper);
+  if (!makePipe(child.output) || !makePipe(status)) return reportFailure("open pipe from " + upper);
+  const SigchldBlocked blocked;
+  // An end of input ends a child that reads; SIGKILL also one that is busy or mute when this process is killed.
+  child.pid = forkBound(SIGKILL);
+  if (child.pid < 0) return reportFailure("fork process");
+  if (child.pid == 0) runChild(request, child, status.writeEnd.get(), blocked.previous());
+  status.writeEnd.reset();
+  child.output.writeEnd.reset();
+  setNonBlocking(child.input.writeEnd.get());
+  setNonBlocking(child.output.readEnd.get());
+  // The end of the status pipe may also mean that the child was killed before its exec, which SIGCHLD will tell.
+  char failed = 0;
+  child.executed = readRetrying(status.readEnd.get(), &failed, 1) == 0;
+  pid_ = child.pid;
+  active_ = child.executed ? 1 : 0;
+  if (child.executed) return child;
+  ::kill(child.pid, SIGKILL);
+  waitpid(child.pid, nullptr, 0);
+  return child;
+}
 
 bool ChildState::stillRuns() {
   const SigchldBlocked blocked;
@@ -75,7 +129,7 @@ bool ChildState::stillRuns() {
 
 // See proc(5) on /proc/[pid]/syscall: "running", or the number of the system call in which the process is blocked, and
 // its arguments. One that waits for input reads it, or waits for descriptors or for other threads.
-bool ChildState::works() const {
+bool ChildState::isBusy() const {
   constexpr long waits[] = {SYS_ppoll, SYS_pselect6, SYS_epoll_pwait, SYS_futex,
 #ifdef SYS_poll
                             SYS_poll,  SYS_select,   SYS_epoll_wait
@@ -93,7 +147,7 @@ bool ChildState::works() const {
 }
 
 void ChildState::awaitEnd(Deadline deadline) {
-  while (stillRuns() && waitOnce(-1, 0, deadline, this) == WaitResult::Interrupted) continue;
+  if (stillRuns()) waitFor(-1, 0, deadline, this);
 }
 
 void ChildState::kill(Deadline deadline) {
@@ -104,7 +158,7 @@ void ChildState::kill(Deadline deadline) {
   active_ = 0;
 }
 
-void collectChildren() {
+void ChildState::collectAll() {
   const int savedErrno = errno;
   for (pid_t pid = waitpid(-1, nullptr, WNOHANG); pid > 0; pid = waitpid(-1, nullptr, WNOHANG)) {
     for (ChildState* state = knownStates; state != nullptr; state = state->nextKnown_) {
@@ -114,24 +168,19 @@ void collectChildren() {
   errno = savedErrno;
 }
 
-SigchldBlocked::SigchldBlocked() {
-  sigset_t sigchld;
-  sigemptyset(&sigchld);
-  sigaddset(&sigchld, SIGCHLD);
-  sigprocmask(SIG_BLOCK, &sigchld, &previous_);
-}
-
-WaitResult waitOnce(int fd, short events, Deadline deadline, const ChildState* child) {
+WaitResult waitFor(int fd, short events, Deadline deadline, const ChildState* child) {
   const SigchldBlocked blocked;
-  const bool noSleep = child != nullptr && !child->active();
-  const timespec left = noSleep ? timespec{0, 0} : timeUntil(deadline);
   sigset_t waitMask = blocked.previous();
   sigdelset(&waitMask, SIGCHLD);
   pollfd watched{fd, events, 0};
-  const int count = ppoll(&watched, 1, &left, &waitMask);
-  if (count > 0) return (watched.revents & POLLNVAL) != 0 ? WaitResult::Failed : WaitResult::Ready;
-  if (count == 0) return WaitResult::TimedOut;
-  return errno == EINTR ? WaitResult::Interrupted : WaitResult::Failed;
+  for (;;) {
+    const bool gone = child != nullptr && !child->active();
+    const timespec left = timeUntil(gone ? Deadline() : deadline);
+    const int count = ppoll(&watched, 1, &left, &waitMask);
+    if (count > 0) return (watched.revents & POLLNVAL) != 0 ? WaitResult::Failed : WaitResult::Ready;
+    if (count < 0 && errno != EINTR) return WaitResult::Failed;
+    if (count == 0 || child == nullptr) return WaitResult::TimedOut;
+  }
 }
 
 pid_t forkBound(int deathSignal) {
@@ -140,24 +189,5 @@ pid_t forkBound(int deathSignal) {
   if (pid != 0) return pid;
   prctl(PR_SET_PDEATHSIG, deathSignal);
   if (getppid() != parent) _exit(255);
-  return 0;
-}
-
-int spawn(const SpawnRequest& request, Pipe status, ChildState& state, bool& executed) {
-  const SigchldBlocked blocked;
-  // An end of input ends a child that reads; SIGKILL also one that is busy or mute when this process is killed.
-  const pid_t pid = forkBound(SIGKILL);
-  if (pid < 0) return errno;
-  if (pid == 0) runChild(request, blocked.previous(), status.writeEnd.get());
-  status.writeEnd.reset();
-  state.pid_ = pid;
-  // An end without a byte: the exec worked, or the child was killed before it, which SIGCHLD will tell. A byte: it
-  // failed.
-  char failed = 0;
-  executed = readRetrying(status.readEnd.get(), &failed, 1) == 0;
-  state.active_ = executed ? 1 : 0;
-  if (executed) return 0;
-  ::kill(pid, SIGKILL);
-  waitpid(pid, nullptr, 0);
   return 0;
 }

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -18,19 +17,23 @@
 /// The pause that ends a piece of text, and the shortest wait for a reply.
 inline constexpr std::chrono::microseconds pieceEndPause{100};
 
-/// What a line of a tool without a prompt is: what completes a reply, a message that answers nothing, or neither.
-enum class LineKind { Reply, Diagnostic, Other };
+/// What a line of a tool's output is.
+enum class LineKind {
+  Reply,       ///< a whole reply
+  Diagnostic,  ///< a message that answers nothing
+  Other,       ///< neither of them
+  Text,        ///< part of a reply that a prompt ends
+  Prompt       ///< the end of such a reply
+};
 
-/// How the output of a tool is to be read: a reply ends with a prompt, or else with its first line of the kind
-/// `Reply`, or else with silence.
+/// How the output of a tool is to be read.
 struct ConversationRules {
-  std::string_view prompt{};                            ///< wherever it stands in a line; empty: none
+  std::string_view prompt{};                            ///< ends a reply wherever it stands in a line; empty: none
   std::string_view header{};                            ///< begins a line that names, in quotes, what was asked
-  LineKind (*kindOf)(std::string_view line) = nullptr;  ///< null: no line ends a reply
-  std::size_t longestPiece = 0;                         ///< text is delivered in pieces of this size; 0: in lines
-  bool singlePiece = false;                             ///< a reply is one piece
-  Clock::duration patience{};  ///< longest wait for a reply; with a prompt or pieces, longest silence within it
-  Clock::duration allInVain = std::chrono::hours(24);  ///< longest time of all waits in vain together
+  LineKind (*kindOf)(std::string_view line) = nullptr;  ///< null: every line is Text
+  Clock::duration patience{};                           ///< longest wait for a reply; for Text, longest silence
+  Clock::duration allInVain = std::chrono::hours(24);   ///< longest time of all waits in vain together
+  std::size_t longestLine = std::size_t{1024} * 1024;   ///< longer ones are cut, to bound the memory
 };
 
 class Conversation {
@@ -43,111 +46,96 @@ class Conversation {
     unsigned replies = 1;                       ///< replies that the tool may give to it; the first one counts
     std::string_view subject{};                 ///< what the header of its reply will name; empty: not known
     std::optional<Clock::duration> patience{};  ///< in place of that of the rules
+    std::size_t longestPiece = 0;               ///< if not 0: any piece of text of this size at most is the reply
   };
 
-  explicit Conversation(const ConversationRules& rules) : rules_(rules), left_(rules.allInVain) {}
+  explicit Conversation(const ConversationRules& rules)
+      : rules_(rules), left_(rules.allInVain), text_(rules.longestLine) {}
 
   /// A new child was started, which owes nothing.
   void start();
 
-  /// Drops `text`, which arrived before a request is sent and so belongs to none. The rest of a line that has not
-  /// arrived whole is dropped later.
-  void drop(LineBuffer& text);
+  /// Drops the text that was at hand, and `bytes`, as a request is about to be sent to which they cannot belong.
+  void drop(std::string_view bytes);
 
-  /// A wait for the reply to `request` begins at `now`.
-  void await(const Request& request, Deadline now);
+  /// A wait for the reply to `request` begins at `now`; `sink` will be given it.
+  void await(const Request& request, Sink sink, Deadline now);
 
   /// A request could not be sent between `begin` and `now`, because the tool does not read.
   void fail(Deadline begin, Deadline now);
 
-  /// Takes off `text` what belongs to the reply, and hands it to `sink`. To be called when text has arrived and when
-  /// the time `until` has come.
-  void hear(LineBuffer& text, Deadline now, const Sink& sink);
+  /// Takes `bytes`, which arrived at `now`; none when the time of the wait has come. Returns until when to wait for
+  /// more, or nothing when the wait is over.
+  std::optional<Deadline> hear(std::string_view bytes, Deadline now);
 
-  /// The output has ended, and so has the wait. A last piece without a newline counts.
-  void end(LineBuffer& text, const Sink& sink);
-
-  /// Whether there is something to wait for, and when that wait ends unless text arrives.
-  bool waits() const { return phase_ != Phase::Idle; }
-  Deadline until() const { return until_; }
+  /// The output has ended, and so has the wait.
+  void end();
 
   /// How long a wait may take from now on: next to nothing while the tool is mute, or when nothing is left.
-  Clock::duration patience() const {
-    return mute_ ? pieceEndPause : std::max<Clock::duration>(std::min(rules_.patience, left_), pieceEndPause);
-  }
+  Clock::duration patience() const;
   /// What is left of the time that all waits in vain may take together.
   Clock::duration left() const { return left_; }
-  /// A wait of `time` for the tool was in vain.
-  void charge(Clock::duration time) { left_ -= std::min(left_, time); }
 
   /// Whether the latest reply was complete (true before the first request).
-  bool complete() const { return complete_; }
+  bool complete() const { return phase_ >= Phase::Further; }
   /// Whether a tool that is at work may still write something that belongs to that reply.
-  bool mayGoOn() const { return complete_ && listens() && left_ > Clock::duration::zero(); }
-  /// Whether any text arrived during the latest wait.
-  bool heard() const { return heard_; }
+  bool mayGoOn() const { return complete() && toListen_ > 0; }
+  /// Bytes that arrived while something was awaited of this child.
+  std::size_t heard() const { return heard_; }
+  /// Whether text is at hand.
+  bool holdsText() const { return !text_.text().empty(); }
 
  private:
-  // Nothing; the reply; the other replies to the same request; what may follow a complete reply at once.
-  enum class Phase { Idle, Waiting, Further, Trailing };
+  // The reply did not come; it is awaited; it has come, and other replies to the same request, or what may follow at
+  // once, are awaited; all is over.
+  enum class Phase { GivenUp, Waiting, Further, Trailing, Over };
 
-  // A line, a piece, or a prompt with what stands before it in its line.
+  // What came of a reply: it is over after a silence, in the last case a short one.
+  enum class Said { Nothing, Part, PerhapsAll };
+
   struct Unit {
-    std::string_view text;
-    bool prompt = false;
+    std::string_view text;  // for a prompt, what stands before it in its line
+    LineKind kind;
   };
 
-  std::optional<Unit> nextUnit(LineBuffer& text, Deadline now);
-  std::optional<Unit> nextLine(LineBuffer& text) const;
-  std::optional<Unit> nextPiece(LineBuffer& text, Deadline now);
-  bool holdsPrompt(std::string_view piece);
-  void take(const Unit& unit, Deadline now, const Sink& sink);
+  static constexpr unsigned always = ~0U;
+
+  bool waits() const { return phase_ != Phase::GivenUp && phase_ != Phase::Over; }
+  std::optional<Unit> nextUnit(Deadline now);
+  std::optional<Unit> nextPiece(Deadline now);
+  void take(const Unit& unit, Deadline now);
   void takeStray(const Unit& unit);
-  void takeTrailing(const Unit& unit, const Sink& sink);
+  void takeReply(std::string_view line, Deadline now);
+  void takeText(std::string_view line);
+  void readHeader(std::string_view rest);
   void takePrompt(std::string_view before, Deadline now);
-  void takeLine(std::string_view line, Deadline now, const Sink& sink);
-  void takeReply(std::string_view line, Deadline now, const Sink& sink);
-  void readHeader(std::string_view line);
   void finish(Deadline now);
   void giveUp(Deadline now);
-  bool listens() const;
-  LineKind kindOf(std::string_view line) const {
-    return rules_.kindOf != nullptr ? rules_.kindOf(line) : LineKind::Other;
-  }
-  bool isPassedOver() const { return passedOver_ && owed_ == 0; }
-  Deadline endOfWait(const LineBuffer& text) const;
+  void charge(Clock::duration time) { left_ -= std::min(left_, time); }
+  bool mayBeOver() const { return said_ == Said::PerhapsAll && owed_ == 0; }
+  Deadline endOfWait() const;
 
   // The tool.
   ConversationRules rules_;
   Clock::duration left_;
-  unsigned long owed_ = 0;      // replies to requests that were given up
-  unsigned singleReplies_ = 0;  // replies of one line
-  bool writesMore_ = false;     // it has written more than one line in a reply
-  bool repeatsPrompt_ = false;  // it has written a prompt twice
-  bool mute_ = false;           // nothing came in the latest wait
-  bool bannerMayCome_ = true;   // it has not replied yet
+  unsigned long owed_ = 0;     // replies to earlier requests that have not come
+  unsigned toListen_ = 64;     // replies after which it will be listened for more; `always` if it wrote more once
+  bool mute_ = false;          // the latest wait was in vain
+  bool bannerMayCome_ = true;  // it has not replied yet
 
   // The wait.
-  Phase phase_ = Phase::Idle;
+  Phase phase_ = Phase::Over;
+  Sink sink_;
   Deadline begin_;     // of the phase
-  Deadline limit_;     // of the phase, whatever arrives
   Deadline lastText_;  // when text arrived, or the phase began
-  Deadline until_;
-  Clock::duration silence_{};  // longest within the wait; 0: no limit of its own
+  Clock::duration patience_{};
   std::string subject_;
-  unsigned replies_ = 0;     // to the request
-  unsigned due_ = 0;         // of them, those that have not come
-  unsigned trailing_ = 0;    // units that followed the reply
-  bool complete_ = true;     // see above
-  bool heard_ = false;       // see above
-  bool passedOver_ = false;  // a line came that was neither reply nor diagnostic
+  std::size_t longestPiece_ = 0;
+  unsigned due_ = 0;  // replies, or lines that follow one, that are still awaited
+  Said said_ = Said::Nothing;
 
-  // The text that arrives.
-  std::uint64_t received_ = 0;  // bytes
-  std::string tail_;            // the last characters of the pieces so far, in which a prompt may have begun
-  bool stale_ = false;          // the line began before the request
-  bool spoke_ = false;          // lines came since the latest prompt
-  bool mayRepeat_ = false;      // a prompt that follows now may be the latest one once more
-  bool skipped_ = false;        // a prompt was passed over as the latest one once more
-  bool elsewhere_ = false;      // its header names something else than was asked
+  // The text that has arrived.
+  std::size_t heard_ = 0;  // see above
+  LineBuffer text_;
+  bool stale_ = false;  // its first line began before the request
 };

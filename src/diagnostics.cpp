@@ -1,4 +1,3 @@
-// The two diagnostic channels, the usage text and the fatal-error routine.
 #include "diagnostics.h"
 
 #include <cstdarg>
@@ -21,6 +20,12 @@ void tolquin_usage() {
 void err_exit(int ErrNbr, const char* errmsg) {
   if (debug_err == 22) std::fprintf(stderr, "tolquin: %i - %s\n", ErrNbr, errmsg);
   std::exit(ErrNbr);
+}
+
+void Error(const char* msg) {
+  std::fprintf(stderr, "%s\n", msg);
+  std::fflush(stderr);
+  std::exit(1);
 }
 
 int shoulddebug() {

@@ -1,4 +1,4 @@
-// The driver's diagnostics: the debug level, traces, the usage text, and the end of the program by a numbered error.
+// Diagnostics: the debug level, traces, the usage text, and the end of the program by an error.
 #pragma once
 
 /// Debug level, set once from the environment variable DEBUG_ERR. 22: verbose messages on standard error.
@@ -10,6 +10,10 @@ void tolquin_usage();
 /// Ends the program with exit status `ErrNbr` (modulo 256, as every status); at debug level 22 with the message
 /// "tolquin: <ErrNbr> - <errmsg>" on standard error. The numbers are listed in the manual page.
 [[noreturn]] void err_exit(int ErrNbr, const char* errmsg);
+
+/// The fatal-error routine of the index: writes `msg` and a newline to standard error and ends the program with exit
+/// status 1.
+[[noreturn]] void Error(const char* msg);
 
 /// 1 when the environment variable VYMDEBUG asks for trace lines (set, not empty, not beginning with 'n' or 'N'),
 /// else 0.

@@ -1,6 +1,7 @@
 #include "gdbAnswer.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <vector>
 
 #include "typeText.h"
@@ -23,7 +24,7 @@ string_view withoutLineNumber(string_view line) {
   return rest;
 }
 
-// Removes the tags that gdb shows behind names whose type has one: "s[abi:cxx11]" is no array.
+// Removes the tags that gdb shows after names whose type has one: "s[abi:cxx11]" is no array.
 void removeAbiTags(string& name) {
   for (std::size_t at = name.find("[abi:"); at != string::npos; at = name.find("[abi:", at)) {
     name.erase(at, std::min(name.find(']', at), name.size() - 1) + 1 - at);

@@ -9,7 +9,7 @@
 bool typeFromDeclaration(std::string_view line, const std::string& vname, std::string& dtype);
 
 /// Finds the first declaration of a variable in the lines (no newlines) of gdb's answer to "info var", given one by
-/// one. Nothing behind the line "Non-debugging symbols" counts, as these symbols have no type. A declaration that gdb
+/// one. Nothing after the line "Non-debugging symbols" counts, as these symbols have no type. A declaration that gdb
 /// spreads over several lines, that of an unnamed struct, counts as one line with "{...}" in it.
 class AnswerReader {
  public:

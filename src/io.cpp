@@ -27,15 +27,6 @@ bool inFull(Byte* at, std::size_t size, off_t offset, Call call) {
   return true;
 }
 
-// Moves a descriptor out of the range of the standard streams. False with errno set when none is free.
-bool moveAboveStandard(UniqueFd& fd) {
-  if (fd.get() > STDERR_FILENO) return true;
-  UniqueFd moved(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-  if (!moved) return false;
-  fd = std::move(moved);
-  return true;
-}
-
 }  // namespace
 
 UniqueFd openFile(const char* path, int flags, mode_t mode) {
@@ -48,6 +39,27 @@ ssize_t readRetrying(int fd, void* buffer, std::size_t size) {
 
 ssize_t writeRetrying(int fd, const void* data, std::size_t size) {
   return retrying([&] { return write(fd, data, size); });
+}
+
+bool writeAll(int fd, std::string_view data) {
+  while (!data.empty()) {
+    const ssize_t count = writeRetrying(fd, data.data(), data.size());
+    if (count < 0) return false;
+    data.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+bool readAll(int fd, std::string& content) {
+  constexpr std::size_t blockSize = std::size_t{256} * 1024;
+  for (ssize_t count = 1; count > 0;) {
+    const std::size_t size = content.size();
+    content.resize(size + blockSize);
+    count = readRetrying(fd, content.data() + size, blockSize);
+    content.resize(size + static_cast<std::size_t>(count > 0 ? count : 0));
+    if (count < 0) return false;
+  }
+  return true;
 }
 
 bool readAt(int fd, void* buffer, std::size_t size, off_t offset) {
@@ -63,7 +75,7 @@ bool makePipe(Pipe& pipe) {
   if (pipe2(ends, O_CLOEXEC) != 0) return false;
   pipe.readEnd.reset(ends[0]);
   pipe.writeEnd.reset(ends[1]);
-  return moveAboveStandard(pipe.readEnd) && moveAboveStandard(pipe.writeEnd);
+  return true;
 }
 
 void setNonBlocking(int fd) {
@@ -82,21 +94,23 @@ LineReader::LineReader(const char* path) : fd_(openFile(path, O_RDONLY)) {}
 
 bool LineReader::next(std::string_view& line) {
   char block[64 * 1024];
-  for (;;) {
-    const LineBuffer::Found found = text_.next(line);
-    if (found == LineBuffer::Found::Line) return true;
-    if (found == LineBuffer::Found::Overlong) {
-      text_.clear();
-      atEnd_ = true;
+  while (!atEnd_) {
+    if (const auto found = text_.next()) {
+      line = *found;
+      if (line.size() <= maxLength) return true;
+      overlong_ = true;
+      text_.drop(text_.text().size());
+      break;
     }
-    if (atEnd_) break;
     const ssize_t count = readRetrying(fd_.get(), block, sizeof block);
     atEnd_ = count <= 0;
     failed_ = count < 0;
     if (count > 0) text_.append({block, static_cast<std::size_t>(count)});
   }
   // A last line without a newline.
+  atEnd_ = true;
   line = text_.text();
   text_.drop(line.size());
-  return !line.empty();
+  overlong_ = overlong_ || line.size() > maxLength;
+  return !line.empty() && !overlong_;
 }

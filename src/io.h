@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 #include "lineBuffer.h"
@@ -17,6 +18,12 @@ UniqueFd openFile(const char* path, int flags, mode_t mode = 0666);
 ssize_t readRetrying(int fd, void* buffer, std::size_t size);
 ssize_t writeRetrying(int fd, const void* data, std::size_t size);
 
+/// Writes all of `data`. False on an error; errno tells which.
+bool writeAll(int fd, std::string_view data);
+
+/// Adds to `content` what can be read until the end. False on an error; errno tells which.
+bool readAll(int fd, std::string& content);
+
 /// Reads exactly `size` bytes at byte `offset`. False when the file ends before (errno is then 0) or on an error.
 bool readAt(int fd, void* buffer, std::size_t size, off_t offset);
 
@@ -29,8 +36,7 @@ struct Pipe {
   UniqueFd writeEnd;
 };
 
-/// Makes a pipe whose ends are close-on-exec and never take the numbers 0 to 2, so that moving them onto a
-/// child's standard descriptors cannot overwrite one of them. False on failure, with errno set.
+/// Makes a pipe whose ends are close-on-exec. False on failure, with errno set.
 bool makePipe(Pipe& pipe);
 
 /// Adds O_NONBLOCK to the status flags of `fd`; failures are ignored, as on the ends of a fresh pipe there are none.
@@ -51,6 +57,8 @@ class LineReader {
   bool isOpen() const { return static_cast<bool>(fd_); }
   /// Whether reading ended with an error rather than at the end of the file.
   bool failed() const { return failed_; }
+  /// Whether it ended with an overlong line.
+  bool metOverlong() const { return overlong_; }
 
   /// Delivers the next line without its newline; the text stays valid until the next call. A last line without a
   /// newline counts. False at the end of the file, at a read error, and at an overlong line.
@@ -58,7 +66,8 @@ class LineReader {
 
  private:
   UniqueFd fd_;
-  LineBuffer text_{maxLength};
+  LineBuffer text_{maxLength + 1};
   bool atEnd_ = false;
   bool failed_ = false;
+  bool overlong_ = false;
 };

@@ -5,20 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <vector>
 
-#include "diagnostics.h"
 #include "gdbControl.h"
 #include "io.h"
 
 using std::string;
 using std::string_view;
-
-void Error(const char* msg) {
-  std::fprintf(stderr, "%s\n", msg);
-  std::fflush(stderr);
-  std::exit(1);
-}
 
 // ---- The records of the index
 
@@ -47,7 +39,8 @@ bool DataFieldType::setVarName(const char* t) {
   return stored;
 }
 
-bool DataFieldType::isWhole() const {
+bool ItemType::isWhole() const {
+  const auto& [type, name] = DataField;
   return std::memchr(type, 0, sizeof type) != nullptr && std::memchr(name, 0, sizeof name) != nullptr;
 }
 
@@ -57,15 +50,7 @@ namespace {
 
 constexpr const char* blanks = " \t";
 
-// Takes the next word off the front of `text`; empty when there is none.
-string_view takeWord(string_view& text, const char* separators) {
-  text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
-  const string_view word = text.substr(0, text.find_first_of(separators));
-  text.remove_prefix(word.size());
-  return word;
-}
-
-// The address text of a declaration line: the hexadecimal digits behind "0x" and the zeros after it in the line's last
+// The address text of a declaration line: the hexadecimal digits after "0x" and the zeros after it in the line's last
 // comment. Empty when the line has none.
 string_view addressInComment(string_view line) {
   if (line.size() < 10 || !line.ends_with("*/;")) return {};
@@ -146,14 +131,11 @@ void fillIndex(const string& directory, IndexTable& table) {
 }
 
 IndexTable& crtMap() {
-  static IndexTable& filled = []() -> IndexTable& {
-    const char* dbenv = std::getenv("DB");
-    const string directory = dbenv != nullptr ? dbenv : "./";
-    static IndexTable btTable('w', (directory + "/vifa.dat").c_str());
-    fillIndex(directory, btTable);
-    return btTable;
-  }();
-  return filled;
+  const char* dbenv = std::getenv("DB");
+  const string directory = dbenv != nullptr ? dbenv : "./";
+  static IndexTable btTable('w', (directory + "/vifa.dat").c_str());
+  fillIndex(directory, btTable);
+  return btTable;
 }
 
 // ---- The debugger
@@ -182,11 +164,7 @@ bool getDataTypeFromGDB(const string& vname, string& dtype) {
   const string command = "info var " + lvname + "\n";
   if (command.size() >= ToolSession::textSize || !isOneLine(vname)) return false;
   AnswerReader answer(vname, dtype);
-  // Asked once more when gdb ends before it answers.
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    if (gctl.isGdbActive() == 0) gctl.startGDB();
-    if (gctl.queryGDB(command, lvname, std::ref(answer)) != GDBControl::Answer::Died) break;
-  }
+  gctl.queryGDB(command, lvname, std::ref(answer));
   return answer.found();
 }
 

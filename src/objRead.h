@@ -2,11 +2,13 @@
 // files by way of the disk table vifa.dat, and by the debugger for variables that these files lack.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>
 
 #include "btree.h"
+#include "diagnostics.h"
 #include "gdbAnswer.h"
 #include "typeText.h"
 
@@ -29,9 +31,6 @@ struct DataFieldType {
   /// Stores `t` as the name text. False when it has more than 499 characters, with the same consequences.
   bool setVarName(const char* t);
 
-  /// Whether both texts have an end, as they must when they come from a file.
-  bool isWhole() const;
-
   char type[2000]{};  ///< data type
   char name[500]{};   ///< name
 };
@@ -41,8 +40,8 @@ struct ItemType {
   KeyFieldType KeyField{};
   DataFieldType DataField;
 
-  /// Whether all texts have an end.
-  bool isWhole() const { return DataField.isWhole(); }
+  /// Whether the texts of `DataField` have an end, as they must when they come from a file.
+  bool isWhole() const;
 };
 
 static_assert(sizeof(ItemType) == KFMaxPlus1 + 2000 + 500);
@@ -68,9 +67,8 @@ bool itemFromDeclaration(std::string_view line, const TMAP& listed, ItemType& it
 /// table then holds what was read of `objdump.txt` before.
 void fillIndex(const std::string& directory, IndexTable& table);
 
-/// Builds the index on the first call unless it is built, in the directory that the environment variable DB names
-/// (default "./"), and returns it, open until the program ends. A `vifa.dat` that cannot be created ends the program
-/// through Error.
+/// Builds the index in the directory that the environment variable DB names (default "./"), and returns it, open until
+/// the program ends. To be called once. A `vifa.dat` that cannot be created ends the program through Error.
 IndexTable& crtMap();
 
 /// Asks gdb for the type of the variable `vname` in the executable that the environment variable EXEFILE names. True

@@ -5,11 +5,13 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <thread>
 
 #include "deadline.h"
+#include "diagnostics.h"
 #include "io.h"
 
 namespace {
@@ -44,12 +46,14 @@ TableFile::TableFile(char mode, const char* fileName, std::size_t recordSize)
   if (!fd_ || (mode == 'w' && !takeOver(fd_.get()))) Error("File cannot be opened");
 }
 
-bool TableFile::tryRead(std::int32_t number, void* record) const {
-  return readAt(fd_.get(), record, recordSize_, offset(number));
+TableFile::Problem TableFile::read(std::int32_t number, void* record) const {
+  if (readAt(fd_.get(), record, recordSize_, offset(number))) return {};
+  return {number, errno != 0 ? "cannot be read" : "cannot be read whole", errno};
 }
 
-bool TableFile::tryWrite(std::int32_t number, const void* record) {
-  return writeAt(fd_.get(), record, recordSize_, offset(number));
+TableFile::Problem TableFile::write(std::int32_t number, const void* record) {
+  if (writeAt(fd_.get(), record, recordSize_, offset(number))) return {};
+  return {number, "cannot be written", errno};
 }
 
 std::int64_t TableFile::size() const {
@@ -57,17 +61,19 @@ std::int64_t TableFile::size() const {
   return fstat(fd_.get(), &status) == 0 ? status.st_size : -1;
 }
 
-void TableFile::fail(std::int32_t number, const Problem& problem) {
+void TableFile::exitOn(const Problem& problem) {
+  if (!problem) return;
   failed_ = true;
-  Error(message(number, problem).c_str());
+  Error(message(problem).c_str());
 }
 
-void TableFile::report(std::int32_t number, const Problem& problem) const {
-  std::fprintf(stderr, "%s\n", message(number, problem).c_str());
+bool TableFile::report(const Problem& problem) const {
+  std::fprintf(stderr, "%s\n", message(problem).c_str());
+  return false;
 }
 
-std::string TableFile::message(std::int32_t number, const Problem& problem) const {
-  std::string text = name_ + ": node " + std::to_string(number) + ": " + problem.text;
+std::string TableFile::message(const Problem& problem) const {
+  std::string text = name_ + ": node " + std::to_string(problem.number) + ": " + problem.text;
   if (problem.errorNumber != 0) text += std::string(": ") + std::strerror(problem.errorNumber);
   return text;
 }

@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 #include "diagnostics.h"
 
@@ -22,15 +25,7 @@ void closeTable(FILE* file, int errorNumber) {
   if (std::fclose(file) == EOF) exitUnclosed(errorNumber, errno);
 }
 
-// The text that sizes.tbl is searched for: the type, already cut and trimmed, without the word "static ".
-std::string_view soughtName(const std::string& trimmedType) {
-  constexpr std::string_view storageClass = "static ";
-  std::string_view name = trimmedType;
-  if (name.starts_with(storageClass)) name.remove_prefix(storageClass.size());
-  return name;
-}
-
-// Whether a line of sizes.tbl is the one that is sought. Sets `sizeText` to what stands behind the type.
+// Whether a line of sizes.tbl is the one that is sought. Sets `sizeText` to what stands after the type.
 bool matchesType(const char* line, std::string_view sought, const char*& sizeText) {
   const char* tab = std::strchr(line, '\t');
   if (tab == nullptr || line[std::strspn(line, "\t")] == '\0') return false;
@@ -91,7 +86,9 @@ void get_Dsize(FILE* Size_Tbl, int* Dsize, char* readbuffer, const char* DataTyp
   const std::string DType(trimmed({DataType, std::strcspn(DataType, "*")}));
   std::rewind(Size_Tbl);
   dprintf("looking for size of(%s)\n", DType.c_str());
-  const std::string_view sought = soughtName(DType);
+  constexpr std::string_view storageClass = "static ";
+  std::string_view sought = DType;
+  if (sought.starts_with(storageClass)) sought.remove_prefix(storageClass.size());
   while (get_rec(Size_Tbl, readbuffer) == 0) {
     const char* sizeText = nullptr;
     if (!matchesType(readbuffer, sought, sizeText)) continue;

@@ -2,6 +2,8 @@
 #include "tolquin.h"
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdio>
 #include <string>
 #include <unordered_map>
 
@@ -10,16 +12,13 @@
 
 namespace {
 
-// Types and sizes variables whose place is known, and writes their rows.
+// Sizes variables whose type and place are known, and writes their rows.
 class RowWriter {
  public:
   RowWriter(FILE* sizes, FILE* table) : sizes_(sizes), table_(table) {}
 
-  // Writes the row of a variable, unless nobody knows its type. The address of `record` is changed.
-  void write(sobjdump1& record, const SourceLocation& location) {
-    if (record.Address[0] == '0') record.Address[0] = ' ';
-    std::string dataType;
-    if (!getVarInfoFromAddr(str_trim(record.Address), record.VariableName, dataType)) return;
+  // Writes the row of a variable.
+  void write(const sobjdump1& record, const std::string& dataType, const SourceLocation& location) {
     row_.GlobalVarKey += 1;
     setText(row_.VariableName, record.VariableName);
     setText(row_.DataType, dataType);
@@ -63,7 +62,12 @@ int processRecords(FILE* objdump1, A2LControl& session, RowWriter& rows) {
     dprintf("input line <%s>\n", objdump1_readbuf);
     if (populate_sobjdump1(&record, objdump1_readbuf) != 0) err_exit(735, "Error parsing objdump.1 record");
     str_trim(record.VariableName);
-    rows.write(record, session.locate(record.Address));
+    const SourceLocation location = session.locate(record.Address);
+    // The index knows addresses without their first '0'.
+    if (record.Address[0] == '0') record.Address[0] = ' ';
+    std::string dataType;
+    if (getVarInfoFromAddr(str_trim(record.Address), record.VariableName, dataType))
+      rows.write(record, dataType, location);
   }
   return std::ferror(objdump1) != 0 ? errno : 0;
 }

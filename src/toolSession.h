@@ -2,15 +2,17 @@
 // Shared by the two session classes, each of which adds its own texts, its own rules and its own child.
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <cstdarg>
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "childProcess.h"
 #include "conversation.h"
-#include "io.h"
 
 /// One received piece of text. A list of them belongs to the caller of the exchange that returned it; nodes and texts
 /// come from the C allocator.
@@ -24,12 +26,6 @@ using response = reply;
 /// Frees every node and text of `list`, which may be null.
 void releasePieces(reply* list);
 
-/// The names of a tool as they stand in the messages of its session.
-struct ToolNames {
-  const char* upper;  ///< "A2L" or "GDB"
-  const char* lower;  ///< "a2l" or "gdb"
-};
-
 /// The wait of an exchange whose time-out is `seconds`, from now on.
 inline Deadline exchangeDeadline(unsigned int seconds) {
   return Clock::now() + std::chrono::seconds(seconds) + pieceEndPause;
@@ -41,21 +37,22 @@ class ToolSession {
   static constexpr std::size_t textSize = 5000;
 
   /// Starts nothing. `names` and `child` must outlive the session.
-  ToolSession(const ToolNames& names, ChildState& child);
+  ToolSession(const ToolNames& names, ChildState& child, const ConversationRules& rules)
+      : names_(names), child_(child), conversation_(rules) {}
 
-  /// Starts a child as `request` says, its pipe ends filled in here, after closing the descriptors of an earlier
-  /// start. Returns 0, or -1 after a message on standard error when a pipe or the fork fails.
-  int start(SpawnRequest request);
+  /// Starts a child as ChildState::spawn does, after closing the descriptors of an earlier start. Returns 0, or -1
+  /// after a message on standard error when a pipe or the fork fails.
+  int start(const std::vector<std::string>& argv, std::string_view firstOutput);
 
   /// Whether the child that this object started is believed to run and can still be heard.
-  bool isRunning() const { return child_.active() && child_.pid() == startedPid_ && fromTool_; }
+  bool isRunning() const { return child_.active() && child_.pid() == tool_.pid && canBeHeard(); }
 
-  /// Whether the child of the latest start has written anything that was read.
-  bool wasHeard() const { return text_.received() > 0; }
+  /// How the conversation stands.
+  const Conversation& conversation() const { return conversation_; }
 
   /// Sends `text`, waiting for room in the pipe until `deadline` at most. Returns the number of bytes taken, or -1
-  /// when nothing was sent: the session is not running, or the child does not read. A rest that found no room is
-  /// sent before the next text, so that the child never sees two texts run together.
+  /// when none was: the session is not running, or the child does not read. A rest that found no room is sent before
+  /// the next text, so that the child never sees two texts run together.
   ssize_t send(std::string_view text, Deadline deadline);
 
   /// 1 when `fd` becomes readable within `seconds` plus 100 microseconds (a signal ends the wait), or when unread text
@@ -73,36 +70,38 @@ class ToolSession {
       __attribute__((format(printf, 4, 0)));
 
   /// One exchange that is paired with its own reply: drops what the child has written so far, sends `text`, and hands
-  /// the reply to `request` to `sink`. An empty `text` is not sent, and nothing is dropped: the reply is what the child
-  /// says of its own accord. Returns whether the reply was complete; false also when the session is not running.
-  bool exchange(Conversation& conversation, std::string_view text, const Conversation::Request& request,
-                const Conversation::Sink& sink);
+  /// the reply to `request` to `sink`. Returns whether the reply was complete; false also when the session is not
+  /// running.
+  bool exchange(std::string_view text, const Conversation::Request& request, const Conversation::Sink& sink);
+
+  /// Hands what the child says of its own accord, up to its first prompt, to `sink`; gives up after `patience` of
+  /// silence. Returns whether the prompt came.
+  bool hear(Clock::duration patience, const Conversation::Sink& sink);
 
   /// Lets the child see the end of its input, and reads and drops its output until it is gone, at most until
   /// `deadline`.
   void awaitEnd(Deadline deadline);
 
  private:
-  // How listening to the child ended.
-  enum class Ending { Over, Output, Error };
+  // Why the output of the child has ended, if it has.
+  enum class Ending { None, Output, Error };
 
-  Ending listen(Conversation& conversation, const Conversation::Sink& sink);
-  std::optional<Ending> readBefore(Deadline deadline);
-  void dropTextAtHand(Conversation& conversation);
-  WaitResult waitFor(int fd, short events, Deadline deadline) const;
-  ssize_t refill();
+  bool canBeHeard() const { return static_cast<bool>(tool_.output.readEnd); }
+  bool sendUnsent(Deadline deadline);
+  std::string nextPiece(std::size_t longest, Clock::duration patience, Ending& ending);
+  Ending listen();
+  Ending readBefore(Deadline deadline);
+  void dropTextAtHand();
+  ssize_t readBlock();
   void noteEnd();
   void report(Ending ending, bool verbose) const;
 
   const ToolNames& names_;
   ChildState& child_;
-  pid_t startedPid_ = -1;
-  UniqueFd toTool_;
-  UniqueFd fromTool_;
-  // Held open here too, so that writing to a child that has gone is no error and raises no SIGPIPE.
-  UniqueFd toolInput_;
+  Conversation conversation_;
+  Spawned tool_;            // the child of the latest start
+  bool stateTells_ = true;  // whether it can be seen that the child is busy
   std::string unsent_;
-  LineBuffer text_;
-  bool executed_ = false;   // the child of the latest start runs the tool
-  bool stateTells_ = true;  // whether the child works can be seen
+  std::vector<char> block_ = std::vector<char>(std::size_t{64} * 1024);
+  std::string_view arrived_;  // what was read last, within the block
 };

@@ -1,16 +1,22 @@
 #include "typeText.h"
 
 #include <algorithm>
+#include <cstddef>
 
 using std::string;
 
+std::string_view takeWord(std::string_view& text, std::string_view separators) {
+  text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
+  const std::string_view word = text.substr(0, text.find_first_of(separators));
+  text.remove_prefix(word.size());
+  return word;
+}
+
 void split(const string& text, const string& separators, std::vector<string>& words) {
   const string source = text;  // NOLINT(performance-unnecessary-copy-initialization): it may be one of `words`
-  for (std::size_t start = source.find_first_not_of(separators); start != string::npos;) {
-    const std::size_t stop = std::min(source.find_first_of(separators, start), source.size());
-    words.push_back(source.substr(start, stop - start));
-    start = source.find_first_not_of(separators, stop);
-  }
+  std::string_view rest = source;
+  for (auto word = takeWord(rest, separators); !word.empty(); word = takeWord(rest, separators))
+    words.emplace_back(word);
 }
 
 string stripStarsAndBrackets(string& vname) {

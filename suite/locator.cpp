@@ -35,9 +35,9 @@ std::string Locator::locate(std::uint64_t address) const {
   const std::string file = pathOf(variable);
   std::string answer = file + ":" + std::to_string(variable.line);
   // A name that its reader would take apart wrongly.
-  const auto read = kindOfReply(answer) == LineKind::Reply ? locationIn(answer) : std::nullopt;
-  const bool clear = read && read->file == file && read->line == variable.line;
-  return clear ? answer : "??:0";
+  const SourceLocation read = locationIn(answer);
+  const bool named = !file.empty() && read.file == file && read.line == variable.line;
+  return named && kindOfReply(answer) == LineKind::Reply ? answer : "??:0";
 }
 
 void answerAddresses(const Locator& locator, std::FILE* in, std::FILE* out) {

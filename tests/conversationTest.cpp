@@ -1,8 +1,11 @@
 // Which text of a tool belongs to which request, as tables of bytes and pauses. A script is a row of steps, each before
 // a '|': ">" a request (the wait for the one before it runs to its end first), "+N" N microseconds, anything else text
 // that arrives. What comes out is, for each request, the lines of its reply, "!" when it did not end well, and the
-// milliseconds that it was waited for, if any.
+// milliseconds that it was waited for, if any, after a "/".
 #include <gtest/gtest.h>
+
+#include <optional>
+#include <utility>
 
 #include "a2lControl.h"
 #include "support.h"
@@ -12,16 +15,23 @@ namespace {
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-const ConversationRules addr2line{
-    .kindOf = kindOfReply, .patience = milliseconds(20000), .allInVain = milliseconds(60000)};
+constexpr std::size_t longestLine = 100;
+
+const ConversationRules addr2line{.kindOf = kindOfReply,
+                                  .patience = milliseconds(20000),
+                                  .allInVain = milliseconds(60000),
+                                  .longestLine = longestLine};
 const ConversationRules gdb{.prompt = "(gdb) ",
                             .header = "All variables matching regular expression \"",
                             .patience = milliseconds(20000),
-                            .allInVain = milliseconds(120000)};
+                            .allInVain = milliseconds(120000),
+                            .longestLine = longestLine};
 
 class Script {
  public:
-  explicit Script(const ConversationRules& rules) : conversation_(rules) {}
+  // `longestPiece`: what is asked for are pieces of this size at most, not lines.
+  explicit Script(const ConversationRules& rules, std::size_t longestPiece = 0)
+      : conversation_(rules), longestPiece_(longestPiece) {}
 
   std::string run(const std::string& steps) {
     for (const std::string& step : splitAt(steps, '|')) {
@@ -30,9 +40,10 @@ class Script {
         ask(step.substr(1));
       } else if (step.starts_with('+')) {
         passUntil(now_ + microseconds(std::stol(step)));
+      } else if (until_) {
+        hear(step);
       } else {
-        text_.append(step);
-        hear();
+        atHand_ += step;
       }
     }
     finish();
@@ -43,37 +54,39 @@ class Script {
   // `what`: the number of replies to expect, or the subject.
   void ask(const std::string& what) {
     const bool counted = !what.empty() && what.find_first_not_of("0123456789") == std::string::npos;
-    conversation_.drop(text_);
+    if (longestPiece_ == 0) conversation_.drop(std::exchange(atHand_, ""));
+    reply_.clear();
     asked_ = now_;
     conversation_.await(
-        {.replies = counted ? static_cast<unsigned>(std::stoul(what)) : 1, .subject = counted ? "" : what}, now_);
-    reply_.clear();
-    hear();
+        {.replies = counted ? static_cast<unsigned>(std::stoul(what)) : 1,
+         .subject = counted ? "" : what,
+         .patience = longestPiece_ > 0 ? std::optional(milliseconds(1000)) : std::nullopt,
+         .longestPiece = longestPiece_},
+        [this](std::string_view line) { reply_ += (reply_.empty() ? "" : ",") + std::string(line); }, now_);
+    hear(std::exchange(atHand_, ""));
   }
-  void hear() {
-    if (!conversation_.waits()) return;
-    conversation_.hear(text_, now_,
-                       [this](std::string_view line) { reply_ += (reply_.empty() ? "" : ",") + std::string(line); });
-    if (!conversation_.waits()) note();
+  void hear(const std::string& bytes) {
+    until_ = conversation_.hear(bytes, now_);
+    if (until_) return;
+    const auto waited = std::chrono::duration_cast<milliseconds>(now_ - asked_).count();
+    result_ += (noted_++ == 0 ? "" : ";") + reply_ + (conversation_.complete() ? "" : "!") +
+               (waited > 0 ? "/" + std::to_string(waited) : "");
   }
   void passUntil(Deadline end) {
-    while (conversation_.waits() && conversation_.until() <= end) {
-      now_ = conversation_.until();
-      hear();
+    while (until_ && *until_ <= end) {
+      now_ = *until_;
+      hear("");
     }
     now_ = end;
   }
   void finish() {
-    while (conversation_.waits()) passUntil(conversation_.until());
-  }
-  void note() {
-    const auto waited = std::chrono::duration_cast<milliseconds>(now_ - asked_).count();
-    result_ += (noted_++ == 0 ? "" : ";") + reply_ + (conversation_.complete() ? "" : "!") +
-               (waited > 0 ? std::to_string(waited) : "");
+    while (until_) passUntil(*until_);
   }
 
   Conversation conversation_;
-  LineBuffer text_{100};
+  std::size_t longestPiece_;
+  std::string atHand_;  // written while nothing was awaited
+  std::optional<Deadline> until_;
   Deadline now_{std::chrono::hours(1)};
   Deadline asked_;
   int noted_ = 0;
@@ -107,31 +120,32 @@ TEST(Conversation, Addr2line) {
       {">|a:1\nb:2\n|+200|" + listened + ">|x:5\n|+50|y:9\n", "a:1,b:2;" + heard + "x:5,y:9"},
       {">|" + repeat("a:1\n", 5000), repeat("a:1,", 1000) + "a:1"},
       // Lines are joined over pauses; what ends a line of before the request is none of its reply.
-      {">|x.|+300|c:|+5000000|5\n|>|z:1\n", "x.c:55000;z:1"},
+      {">|x.|+300|c:|+5000000|5\n|>|z:1\n", "x.c:5/5000;z:1"},
       {">|x:5\n|+200|ha|>|lf:2\n|+50|z:1\n", "x:5;z:1"},
       {"stray:1\n|>|x:5\n", "x:5"},
       {">|" + std::string(101, 'x') + ":1\n|y:2\n", "y:2"},
       // No reply; replies that come late; those that never come.
-      {">|>|>|", "!20000;!;!"},
-      {">|>|+50|late:1\n|+1000000|own:2\n|>|z:3\n", "!20000;own:21000;z:3"},
-      {">|>|>|+500|late:1\nlate:2\n|>|+50|late:3\nown:4\n", "!20000;!;!;own:4"},
-      {">|>|late:1\n|>|late:2\n|>|late:3\n|>|late:4\n", "!20000;!20000;!20000;!;!"},
-      {repeat(">|", 10) + repeat("late:1\n|>|", 30), "!20000" + repeat(";!", 8) + ";!20000;!19999" + repeat(";!", 29)},
+      {">|>|>|", "!/20000;!;!"},
+      {">|>|+50|late:1\n|+1000000|own:2\n|>|z:3\n", "!/20000;own:2/1000;z:3"},
+      {">|>|>|+500|late:1\nlate:2\n|>|+50|late:3\nown:4\n", "!/20000;!;!;own:4"},
+      {">|>|late:1\n|>|late:2\n|>|late:3\n|>|late:4\n", "!/20000;!/20000;!/20000;!;!"},
+      {repeat(">|", 10) + repeat("late:1\n|>|", 30),
+       "!/20000" + repeat(";!", 8) + ";!/20000;!/19999" + repeat(";!", 29)},
       // Neither reply nor diagnostic.
-      {">|a:1\n|>|garbage\n|+200000|>|b:2\n", "a:1;!100;b:2"},
-      {">|a:1\n|>|garbage\n|+50000|b:2\n|>|c:3\n", "a:1;b:250;c:3"},
-      {">|garbage\n|+9000000|a:1\n|>|b:2\n", "a:19000;b:2"},
-      {">|garbage\n|>|b:2\n", "!20000;b:2"},
-      {">|a:1\n|" + repeat(">|nonsense\n|", 500), "a:1" + repeat(";!100", 500)},
-      {">|a:1\n|" + repeat(">|nonsense\n|", 602), "a:1" + repeat(";!100", 600) + ";!;!"},
-      {">|a:1\n|>|addr2line: DWARF error: x:1\n|+300000|b:2\n", "a:1;b:2300"},
+      {">|a:1\n|>|garbage\n|+200000|>|b:2\n", "a:1;!/100;b:2"},
+      {">|a:1\n|>|garbage\n|+50000|b:2\n|>|c:3\n", "a:1;b:2/50;c:3"},
+      {">|garbage\n|+9000000|a:1\n|>|b:2\n", "a:1/9000;b:2"},
+      {">|garbage\n|>|b:2\n", "!/20000;b:2"},
+      {">|a:1\n|" + repeat(">|nonsense\n|", 500), "a:1" + repeat(";!/100", 500)},
+      {">|a:1\n|" + repeat(">|nonsense\n|", 602), "a:1" + repeat(";!/100", 600) + ";!;!"},
+      {">|a:1\n|>|addr2line: DWARF error: x:1\n|+300000|b:2\n", "a:1;b:2/300"},
       // Several replies to one request.
-      {">3|a:1\nb:2\n|+500000|c:3\n|>|z:1\n", "a:1500;z:1"},
-      {">3|a:1\n|>|z:1\n|>3|??:0\nb:2\nc:3\n|>|y:1\n", "a:11000;z:1;??:0;y:1"},
-      {">3|nothing\n|+200000|>|b:1\n|>|c:1\n", "!20000;b:1;c:1"},
-      {">|a:1\n|>3|nothing\n|+200000|>|b:1\n", "a:1;!100;b:1"},
+      {">3|a:1\nb:2\n|+500000|c:3\n|>|z:1\n", "a:1/500;z:1"},
+      {">3|a:1\n|>|z:1\n|>3|??:0\nb:2\nc:3\n|>|y:1\n", "a:1/1000;z:1;??:0;y:1"},
+      {">3|nothing\n|+200000|>|b:1\n|>|c:1\n", "!/20000;b:1;c:1"},
+      {">|a:1\n|>3|nothing\n|+200000|>|b:1\n", "a:1;!/100;b:1"},
       {">|a:1\n|+200|" + std::string(101, 'x') + "|>|y\n|b:1\n|>|c:1\n", "a:1;b:1;c:1"},
-      {repeat(">2|a:1\n|", 62), repeat("a:11000;", 60) + "a:1;a:1"},
+      {repeat(">2|a:1\n|", 62), repeat("a:1/1000;", 60) + "a:1;a:1"},
   };
   for (const auto& [steps, expected] : cases) EXPECT_EQ(Script(addr2line).run(steps), expected) << steps;
 }
@@ -145,31 +159,29 @@ TEST(Conversation, Gdb) {
       {">a|int a;\n(gdb) \n|>b|int b;\n(gdb) \n", "int a;;int b;"},
       {">a|int a;\n(gdb) (gdb) |>b|(gdb) int b;\n(gdb) (gdb) |>c|int c;\n(gdb) ", "int a;;int b;;int c;"},
       {">a|int a;\n(gdb) |+500|int x;\n(gdb) |>b|(gdb) int b;\n(gdb) |>c|(gdb) |(gdb) ", "int a;;int b;;"},
-      {">a|int a;\n(gdb) |+500|late remark\n|>b|(gdb) |>c|int c;\n(gdb) |>d|int d;\n(gdb) ", "int a;;;int c;;int d;"},
-      {">a|int a;\n(gdb) (gdb) |>b|(gdb) |>c|int c;\n(gdb) |>d|int d;\n(gdb) ", "int a;;!20000;int c;;int d;"},
+      {">a|int a;\n(gdb) |+500|late remark\n|>b|(gdb) |>c|int c;\n(gdb) |>d|int d;\n(gdb) ",
+       "int a;;!/100;int c;;int d;"},
+      {">a|int a;\n(gdb) (gdb) |>b|(gdb) |>c|int c;\n(gdb) |>d|int d;\n(gdb) ", "int a;;!/100;int c;;int d;"},
       {">a|int a;\n(gdb) |+500|" + std::string(101, 'x') + "(gdb) |>b|int b;\n(gdb) ", "int a;;int b;"},
       {">a|(gdb) |>b|int b;\n(gdb) ", ";int b;"},
       // Late answers are counted by their prompts, or recognised by what they name.
-      {">a|>b|int a;\n(gdb) int b;\n(gdb) |>c|int c;\n(gdb) ", "!20000;int b;;int c;"},
-      {">a|>b|(gdb) (gdb) int b;\n(gdb) |>c|int c;\n(gdb) ", "!20000;int b;;int c;"},
-      {">a|>b|" + about + "\"b\":\nint b;\n(gdb) |>c|int c;\n(gdb) ", "!20000;" + about + "\"b\":,int b;;int c;"},
+      {">a|>b|int a;\n(gdb) int b;\n(gdb) |>c|int c;\n(gdb) ", "!/20000;int b;;int c;"},
+      {">|(gdb) (gdb) |>a|>b|(gdb) (gdb) int b;\n(gdb) |>c|int c;\n(gdb) ", ";!/20000;int b;;int c;"},
+      {">a|>b|" + about + "\"b\":\nint b;\n(gdb) |>c|int c;\n(gdb) ", "!/20000;" + about + "\"b\":,int b;;int c;"},
       {">b|" + about + "\"a\":\nint b;\n(gdb) |+50|long b;\n(gdb) ", "long b;"},
-      {">b|" + about + "\"a\":\nint b;\n|>c|int c;\n(gdb) |int c;\n(gdb) ", "!20000;int c;"},
+      {">b|" + about + "\"a\":\nint b;\n|>c|int c;\n(gdb) |int c;\n(gdb) ", "!/20000;int c;"},
       // Silence after some lines is an end. A silence is counted from the latest text.
-      {">a|int x;\n|>b|int b;\n(gdb) ", "int x;!20000;int b;"},
-      {">a|int x;\n|+15000000|int a;\n|+15000000|(gdb) ", "int x;,int a;30000"},
-      {repeat(">a|", 8), repeat("!20000;", 5) + "!20000;!;!"},
+      {">a|int x;\n|>b|int b;\n(gdb) ", "int x;!/20000;int b;"},
+      {">a|int x;\n|+15000000|int a;\n|+15000000|(gdb) ", "int x;,int a;/30000"},
+      {repeat(">a|", 8), repeat("!/20000;", 5) + "!/20000;!;!"},
   };
   for (const auto& [steps, expected] : cases) EXPECT_EQ(Script(gdb).run(steps), expected) << steps;
 }
 
 TEST(Conversation, Pieces) {
-  const ConversationRules rules{.prompt = "(gdb) ", .longestPiece = 5, .patience = milliseconds(1000)};
   const Case cases[] = {
-      {">|one\ntwo\n|+50|t|+50|h|+200|ree\n", "one\n,two\n,th,ree\n!1000"},
-      {">|1234\n12345\n123456", "1234\n,12345,\n,12345,6!1000"},
-      {">|one\n(g|+300|db) |>|two\n", "one\n,(g;two\n!1000"},
-      {">|", "!1000"},
+      {">|one\ntwo\n|>|>|+50|t|+50|h|+200|>|ree\n|>|", "one\n;two\n;th;ree\n;!/1000"},
+      {">|1234\n12345\n123456|>|>|>|>|", "1234\n;12345;\n;12345;6"},
   };
-  for (const auto& [steps, expected] : cases) EXPECT_EQ(Script(rules).run(steps), expected) << steps;
+  for (const auto& [steps, expected] : cases) EXPECT_EQ(Script(addr2line, 5).run(steps), expected) << steps;
 }

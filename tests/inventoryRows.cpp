@@ -1,6 +1,7 @@
 // Writes the inventory of a program, a variable a line, its fields apart by tabs and "null" where unknown: for
 // comparisons with what other tools say. Warnings go to standard error.
-// usage: inventoryRows PROGRAM [--artificial] [--known] [-jN]
+// usage: inventoryRows PROGRAM [--artificial] [--known] [-jN] [--share]
+// --share: a small program is shared by processes too
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -44,6 +45,7 @@ int main(int argc, char** argv) {
     const std::string argument = argv[i];
     options.artificial = options.artificial || argument == "--artificial";
     options.known = options.known || argument == "--known";
+    if (argument == "--share") options.bytesOfProcess = 1;
     if (argument.starts_with("-j")) options.jobs = static_cast<unsigned>(std::atoi(&argument[2]));
   }
   try {

@@ -44,7 +44,10 @@ TEST_P(Witnessed, RowsAreRightAndComplete) {
   const TempDir directory;
   const std::string& build = GetParam();
   const std::size_t end = std::min(build.find(';'), build.size());
-  const std::string witness = "/usr/bin/python3 " WITNESS " " INVENTORY_ROWS " ../program ../said";
+  // Processes that share the reading find the same.
+  const std::string witness = INVENTORY_ROWS " ../program >../by_one 2>&1; " INVENTORY_ROWS
+                                             " ../program -j3 --share >../by_three 2>&1; cmp ../by_one ../by_three && "
+                                             "/usr/bin/python3 " WITNESS " " INVENTORY_ROWS " ../program ../said";
   // What the witnesses say is taken before the debugging information is moved about, which confuses gdb 13 at times.
   const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
       c=$1; cxx=$2; shift 2; mkdir src; cd src; cp )" EXAMPLES_DIRECTORY "/inventory/*.* " PROGRAMS R"(/tricky.* .
@@ -239,6 +242,40 @@ TEST(Inventory, FieldsOfOneVariable) {
             directory.run("printf '%x\n' " + std::to_string(*k.address)).out.substr(0, 5));
 }
 
+// Processes that share the reading: whatever happens to them, the result is that of one.
+TEST(Inventory, SharedReading) {
+  const TempDir directory;
+  const RunResult built = directory.run(
+      "for i in 1 2 3 4 5 6 7 8; do echo \"static union { int u; float f; }; struct S { int a[$i]; } s$i; "
+      "inline int shared = 3; int g$i(int (*g)(S &)) { static int state; return g(s$i) + shared + u + ++state; }\" "
+      ">$i.cpp; done; echo 'int main() {}' >m.cpp; g++ -g -w *.cpp -o program");
+  ASSERT_EQ(built.status, 0) << built.err;
+  const std::string rows = INVENTORY_ROWS " program";
+  const RunResult alone = directory.run(rows);
+  ASSERT_EQ(std::count(alone.out.begin(), alone.out.end(), '\n'), 33) << alone.out;
+  const std::string faults[] = {
+      "pipe2:error=EMFILE:when=1",  // no queue
+      "pipe2:error=EMFILE:when=2",  // no way back
+      "pipe2:error=EMFILE:when=3",  // one helper alone
+      "clone:error=EAGAIN",         // none
+      "prctl:signal=SIGSEGV",       // all end before they have begun
+      "write:error=EIO:when=1",     // of what is written first: the queue, and what helpers found
+  };
+  const RunResult shared = directory.run(rows + " -j3 --share");
+  EXPECT_EQ(shared.out, alone.out) << shared.err;
+  if (SANITIZED) GTEST_SKIP() << "sanitizers need pipes of their own";
+  if (run("strace -o /dev/null true").status != 0) GTEST_SKIP() << "strace does not work here";
+  for (const std::string& fault : faults) {
+    const std::string call = fault.substr(0, fault.find(':'));
+    const RunResult result =
+        directory.run("strace -f -qq -o trace -e trace=" + call + " -e inject=" + fault + " " + rows + " -j3 --share");
+    EXPECT_EQ(result.out, alone.out) << fault << result.err;
+    EXPECT_EQ(result.status, 0) << fault << result.err;
+    const std::string trace = readFile(directory / "trace");
+    EXPECT_NE(trace.find(fault.find("SIG") != std::string::npos ? "SIGSEGV" : "INJECTED"), std::string::npos) << fault;
+  }
+}
+
 // Bytes changed at random, anywhere in programs of several kinds and in a .dwo file: an error or an inventory, soon.
 TEST(Inventory, DamagedPrograms) {
   const std::string cases[][2] = {{"gcc -gdwarf-4", "program"},
@@ -252,7 +289,8 @@ TEST(Inventory, DamagedPrograms) {
     writeFile(directory / "s.c",
               "struct s { int a[3]; struct s *n; } v; long q(void) { static long k; return ++k; }\n"
               "char *(*f)(long); int main() { return (int)q() + v.a[1]; }\n");
-    directory.run(build + " -w -nostartfiles -nostdlib -Wl,-emain s.c -o program");
+    directory.run("echo 'struct { int i; } t;' >t.c; " + build +
+                  " -w -nostartfiles -nostdlib -Wl,-emain s.c t.c -o program");
     const std::string good = readFile(directory / file);
     ASSERT_FALSE(good.empty()) << build;
     for (int round = 0; round < 300; ++round) {
@@ -261,6 +299,9 @@ TEST(Inventory, DamagedPrograms) {
       std::copy_n(good.begin(), 64, bytes.begin());
       writeFile(directory / file, bytes);
       EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .known = true})) == "?");
+      if (round % 10 != 0) continue;
+      const ReadOptions shared{.jobs = 2, .bytesOfProcess = 1};
+      EXPECT_EQ(joined(inventoryOf(directory / "program", shared)), joined(inventoryOf(directory / "program")));
     }
   }
 }

@@ -182,7 +182,7 @@ TEST_F(List, Descriptions) {
   const RunResult checked = directory.run("set -e; t=" TOLQUIN "; docs=" SOURCE_DIRECTORY R"(/docs
     $t list prog rows.jsonl vym --format json >variables.json; $t list rows.jsonl --by type --format json >sums.json
     $t list vym --columns name,line --format json >few.json; $t list prog rows.jsonl --format jsonl >lines.jsonl
-    $t list --list-columns | cut -f1 >columns; $t list --help >help
+    $t list --list-columns | cut -f1 >columns; $t list --help >help; $t export --help >>help
     grep -oE '^ +(-[a-z],)?--[a-z-]+' help | grep -oE '[-][-][a-z-]+' >options
     sed 's/\\-/-/g' $docs/tolquin.1 >manual
     for option in $(cat options); do
@@ -219,7 +219,7 @@ TEST_F(List, WrongUseAndBadInput) {
   } cases[] = {
       {"", 2, "an input is missing"},
       {"lst prog", 2, "neither a command nor a file called \"lst\"; did you mean list?"},
-      {"xyz", 2, "the commands are list and tables"},
+      {"xyz", 2, "the commands are list, "},
       {"scan prog", 2, "`tolquin list EXECUTABLE...`"},
       {"show vym", 2, "`tolquin list DIR`"},
       {"list", 2, "an input is missing"},

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -69,6 +70,16 @@ FakeTools::~FakeTools() { setenv("PATH", oldPath_.c_str(), 1); }
 void FakeTools::write(const std::string& name, const std::string& script) {
   writeFile(directory_ / name, "#!/bin/sh\n" + script + "\n");
   fs::permissions(directory_ / name, fs::perms::owner_all);
+}
+
+bool comesTrue(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  bool come = condition();
+  while (!come && std::chrono::steady_clock::now() < end) {
+    usleep(1000);
+    come = condition();
+  }
+  return come;
 }
 
 int openDescriptors() {

@@ -3,12 +3,13 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
 /// How a shell command ended: exit status (128 + signal when killed), and what it wrote.
 struct RunResult {
-  int status;
+  int status = 0;
   std::string out;
   std::string err;
 };
@@ -53,6 +54,9 @@ class FakeTools {
   TempDir directory_;
   std::string oldPath_;
 };
+
+/// Whether `condition` comes true within a minute, however busy the machine.
+bool comesTrue(const std::function<bool()>& condition);
 
 /// Descriptors open in this process, and its children that are still there, ended or not.
 int openDescriptors();

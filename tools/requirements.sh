@@ -1,11 +1,14 @@
 # Shared by the scripts at the root; to be sourced from there.
 
 # What the build needs, and the programs that tolquin runs.
-build_packages=(g++ cmake make pkg-config libdw-dev libcli11-dev libcsv-dev nlohmann-json3-dev binutils gdb)
+build_packages=(g++ cmake make pkg-config libdw-dev libcli11-dev libcsv-dev nlohmann-json3-dev libsqlite3-dev zlib1g-dev binutils gdb)
 # What the tests need as well.
-test_packages=(libgtest-dev clang lld llvm dwz procps strace python3-jsonschema)
+test_packages=(libgtest-dev clang lld llvm dwz procps strace python3-jsonschema python3-yaml cmark-gfm git sqlite3)
 # What .ci/run checks with as well.
-check_packages=(clang-format clang-tidy mandoc)
+check_packages=(clang-format clang-tidy mandoc lintian)
+
+# With these the page of `tolquin report` is tested too.
+page_packages=(chromium chromium-driver python3-selenium)
 
 # Makes sure that the named Debian packages are there: installs the missing ones as root, otherwise says which to install.
 require_packages() {

@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# Builds the Debian package, installs it, lists a program with it, and removes it again. As root.
+# Builds the Debian package, has it checked by lintian, installs it, lists a program with it, and removes it again. As root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
-require_packages "${build_packages[@]}" dpkg-dev man-db bash-completion
+require_packages "${build_packages[@]}" dpkg-dev man-db bash-completion lintian
 build_preset release
 rm -rf build/package
 cpack -G DEB --config build/release/CPackConfig.cmake -B build/package >/dev/null
 package=$(echo build/package/*.deb)
 dpkg-deb --field "$package" Package Version Depends
+lintian --allow-root --fail-on error,warning "$package"
 dpkg -i "$package" >/dev/null
 
 work=$(mktemp -d)

@@ -1,15 +1,13 @@
 // The variables of programs, as a table or as data.
-#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <memory>
-#include <thread>
 #include <utility>
 
+#include "frontend/budgets.h"
+#include "frontend/commands/choice.h"
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
-#include "frontend/selection.h"
 #include "frontend/sums.h"
 #include "frontend/views/csv.h"
 #include "frontend/views/json.h"
@@ -21,28 +19,18 @@
 namespace {
 
 constexpr std::string_view tableFormat = "table";
+constexpr int limitPassed = 3;
 
 struct ListOptions {
-  std::vector<std::string> inputs;
+  Choice choice;
   std::string format{tableFormat};
   std::string columns;
   std::string sort;
-  std::string where;
   std::string by;
+  std::optional<std::string> check;
   std::optional<std::int64_t> rows;
-  bool mutableOnly = false;
-  bool duplicates = false;
   bool explainColumns = false;
-  ReadOptions reading;
 };
-
-// Columns that standard output has for a line; 0: any number.
-std::size_t lineWidth() {
-  const char* set = std::getenv("COLUMNS");
-  if (const long columns = set != nullptr ? std::atol(set) : 0; columns > 0) return static_cast<std::size_t>(columns);
-  winsize size{};
-  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
-}
 
 std::vector<Field<Row>> fieldsNamed(std::string_view list) {
   std::vector<Field<Row>> chosen;
@@ -53,11 +41,11 @@ std::vector<Field<Row>> fieldsNamed(std::string_view list) {
 // All that can be wrong with the options is found before anything is read.
 class List {
  public:
-  explicit List(const ListOptions& options) : options_(options), forTerminal_(isatty(STDOUT_FILENO) != 0) {
-    if (!options.where.empty()) selection_.conditions = parseConditions(options.where);
-    selection_.mutableOnly = options.mutableOnly;
-    selection_.duplicates = options.duplicates;
-    if (options.by.empty()) {
+  explicit List(const ListOptions& options)
+      : options_(options), forTerminal_(isatty(STDOUT_FILENO) != 0), selection_(selectionOf(options.choice)) {
+    if (options.check) {
+      budgets_ = readBudgets(*options.check);
+    } else if (options.by.empty()) {
       if (!options.columns.empty()) fields_ = fieldsNamed(options.columns);
       keys_ = parseSortKeys<Row>(variableFields, options.sort.empty() ? defaultSort() : options.sort);
     } else {
@@ -70,21 +58,23 @@ class List {
   }
 
   int run() {
-    const InputResults results = readInputs(options_.inputs, options_.reading);
+    const InputResults results = readInputs(options_.choice.inputs, options_.choice.reading);
     programs_ = results.programs();
     // A document is whole without a program too, a table is not worth its header.
     if (!programs_.empty() || options_.format == "json") show();
     output_.flush();
-    return results.failed() ? 1 : 0;
+    if (results.failed()) return 1;
+    return isOverBudget_ ? limitPassed : 0;
   }
 
  private:
-  const char* defaultSort() const { return options_.duplicates ? "-size,name,file,line" : "-size"; }
+  const char* defaultSort() const { return options_.choice.duplicates ? "-size,name,file,line" : "-size"; }
 
   void show() {
     rows_ = selectRows(programs_, selection_);
     if (selection_.duplicates) waste_ = keepDuplicates(rows_);
     if (rows_.empty() && !selection_.isWhole()) printMessage("no variable is selected");
+    if (options_.check) return showCheck();
     if (grouping_ != nullptr) return showSums();
     std::vector<Row> sorted = rows_;
     sortRecords(sorted, keys_);
@@ -97,11 +87,21 @@ class List {
     showRecords(sums, sumFields_, "sums");
   }
 
+  void showCheck() {
+    CheckResult result = checkBudgets(budgets_, *options_.check, programs_, rows_);
+    for (const std::string& note : result.notes) printMessage(note);
+    isOverBudget_ = !result.excesses.empty();
+    const bool isExecutableShown = options_.format != tableFormat || isAmongOthers();
+    showRecords<Excess>(result.excesses, {excessFields.begin() + (isExecutableShown ? 0 : 1), excessFields.end()},
+                        "exceeded");
+  }
+
+  bool isAmongOthers() const { return options_.choice.inputs.size() > 1 || programs_.size() > 1; }
+
   std::vector<Field<Row>> defaultFields() const {
     if (options_.format != tableFormat) return {variableFields.begin(), variableFields.end()};
-    const bool isAmongOthers = options_.inputs.size() > 1 || programs_.size() > 1;
     std::vector<Field<Row>> fields =
-        fieldsNamed(isAmongOthers ? "executable,size,section,name,type" : "size,section,name,type");
+        fieldsNamed(isAmongOthers() ? "executable,size,section,name,type" : "size,section,name,type");
     fields.push_back(placeField);
     return fields;
   }
@@ -120,9 +120,15 @@ class List {
   }
 
   void showTable(const Listing& listing, std::size_t all) {
-    const bool bold = forTerminal_ && std::getenv("NO_COLOR") == nullptr;
-    if (all > 0) writeTable(listing, {lineWidth(), bold}, output_);
+    if (all > 0) writeTable(listing, styleOfOutput(), output_);
+    if (options_.check) return writeCheckSummary(all);
     writeSummary({programs_, listing.size(), all, selection_.isWhole(), waste_}, rows_, output_);
+  }
+
+  void writeCheckSummary(std::size_t excesses) {
+    output_.put((excesses > 0 ? "\n" : "") + counted(budgets_.size(), "budget") + ", " +
+                counted(programs_.size(), "executable") + ": " + (excesses > 0 ? withSeparators(excesses) : "none") +
+                " over the limit\n");
   }
 
   const ListOptions& options_;
@@ -133,6 +139,8 @@ class List {
   const Grouping* grouping_ = nullptr;
   std::vector<Field<Sum>> sumFields_;
   std::vector<SortKey<Sum>> sumKeys_;
+  std::vector<Budget> budgets_;
+  bool isOverBudget_ = false;
   std::vector<const Inventory*> programs_;
   std::vector<Row> rows_;
   Waste waste_;
@@ -165,17 +173,6 @@ std::vector<std::string> groupingNames() {
   return names;
 }
 
-void addChoiceOptions(CLI::App& command, ListOptions& options) {
-  command.add_option("--where", options.where, "Only variables that fulfil conditions (see below)")
-      ->type_name("CONDITION,...");
-  command.add_flag("--mutable", options.mutableOnly, "Only variables that are writable or thread-local");
-  command.add_flag("--duplicates", options.duplicates,
-                   "Only variables of the same name, type, file and line at several addresses");
-  command.add_flag("--artificial", options.reading.artificial,
-                   "Also variables that the compiler made up, such as __func__");
-  command.add_option("--by", options.by, "Sums instead of variables")->check(CLI::IsMember(groupingNames()));
-}
-
 void addViewOptions(CLI::App& command, ListOptions& options) {
   command.add_option("--format", options.format, "How to write it")
       ->check(CLI::IsMember({"table", "csv", "tsv", "json", "jsonl"}))
@@ -188,7 +185,23 @@ void addViewOptions(CLI::App& command, ListOptions& options) {
   command.add_option("-n", options.rows, "Show at most N rows")
       ->check(CLI::Range(std::int64_t{0}, std::int64_t{UINT32_MAX}))
       ->type_name("N");
+  command.add_option("--by", options.by, "Sums instead of variables")->check(CLI::IsMember(groupingNames()));
+  command.add_option("--check", options.check, "Budgets (see below) to hold the variables against; shows what is over")
+      ->type_name("FILE");
   command.add_flag("--list-columns", options.explainColumns, "Show the names of all columns and what they hold");
+}
+
+void refuseContradictions(const ListOptions& options) {
+  if (!options.by.empty() && !options.columns.empty()) throw UsageError("--by and --columns exclude each other");
+  if (!options.check) return;
+  const std::pair<bool, const char*> others[] = {{!options.by.empty(), "--by"},
+                                                 {!options.columns.empty(), "--columns"},
+                                                 {!options.sort.empty(), "--sort"},
+                                                 {options.rows.has_value(), "-n"},
+                                                 {options.choice.duplicates, "--duplicates"}};
+  for (const auto& [isGiven, name] : others) {
+    if (isGiven) throw UsageError(std::string("--check and ") + name + " exclude each other");
+  }
 }
 
 std::string helpText() {
@@ -198,13 +211,19 @@ std::string helpText() {
          "expression, as for grep -E. A value is a number (of bytes also with K or M), true,\n"
          "false, null (not known), or a text, which stands in \"\" if it holds a comma. What is\n"
          "not known compares with null only.\n\n"
+         "A line of a file of budgets is a pattern of files as in .gitignore, a section (or *:\n"
+         "all that the program may change) and a limit in bytes, also with K or M. Each program\n"
+         "has to keep each budget; # begins a comment:\n"
+         "  src/net/** .bss 64K\n\n"
          "Examples:\n"
          "  tolquin list ./prog\n"
          "  tolquin list --mutable --where 'file ~ ^src/net/, size >= 4K' ./prog\n"
          "  tolquin list --by file -n 20 build/bin/*\n"
          "  tolquin list --format csv --columns name,type,size,file,line ./prog >prog.csv\n"
-         "  tolquin list --format json ./prog | jq '.variables[] | select(.section == \".bss\")'\n\n"
-         "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong use.";
+         "  tolquin list --format json ./prog | jq '.variables[] | select(.section == \".bss\")'\n"
+         "  tolquin list --check budgets.txt ./prog\n\n"
+         "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong\n"
+         "use; 3 when a program is over a budget.";
 }
 
 }  // namespace
@@ -212,24 +231,17 @@ std::string helpText() {
 void addListCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<ListOptions>();
   CLI::App* command = app.add_subcommand("list", "List the variables of programs; the word list may be left out");
-  command->add_option("INPUT", options->inputs,
-                      "Executables or shared objects compiled with -g, results that list\nwrote as JSON or JSON "
-                      "lines, directories with a result of tolquin.exe");
   addViewOptions(*command, *options);
-  addChoiceOptions(*command, *options);
-  options->reading.jobs = std::max(1u, std::thread::hardware_concurrency());
-  command->add_option("-j,--jobs", options->reading.jobs, "Inputs to read at a time")
-      ->check(CLI::Range(1u, 4096u))
-      ->type_name("N")
-      ->capture_default_str();
+  addSelectionOptions(*command, options->choice);
+  addInputOptions(*command, options->choice);
   command->footer(helpText());
   command->callback([options, &action] {
     if (options->explainColumns) {
       action = explainColumns;
       return;
     }
-    if (options->inputs.empty()) throw UsageError("an input is missing: an executable, for instance");
-    if (!options->by.empty() && !options->columns.empty()) throw UsageError("--by and --columns exclude each other");
+    requireInput(options->choice);
+    refuseContradictions(*options);
     action = [options] { return List(*options).run(); };
   });
 }

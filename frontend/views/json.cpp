@@ -101,6 +101,18 @@ void putProgram(const Inventory& program, Output& output) {
 
 }  // namespace
 
+void putJson(const Inventory& program, Output& output) { putProgram(program, output); }
+
+void putJson(const Row& row, Output& output) {
+  for (const Field<Row>& field : variableFields) {
+    output.put(&field == variableFields.data() ? "{\"" : ", \"");
+    output.put(field.name);
+    output.put("\": ");
+    putValue(field.get(row), field.kind, output);
+  }
+  output.put('}');
+}
+
 void writeJson(const std::vector<const Inventory*>& programs, std::string_view rows, const Listing& listing,
                Output& output) {
   output.put(R"({"schema": 1, "executables": [)");

@@ -41,10 +41,6 @@ std::string sectionText(const Sum& sum, const SectionSizes* sizes) {
   return text + " of " + withSeparators(size->second) + ", " + percentage(sum.bytes, size->second) + " %";
 }
 
-std::string counted(std::uint64_t count, const char* what) {
-  return withSeparators(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 // Adds the sections in which a variable was expected and none was found.
 void addEmptySections(std::vector<Sum>& sums, const SectionSizes& sizes) {
   for (const auto& [name, size] : sizes) {

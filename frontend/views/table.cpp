@@ -1,6 +1,11 @@
 #include "frontend/views/table.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdint>
+#include <cstdlib>
 #include <numeric>
 
 #include "frontend/texts.h"
@@ -8,7 +13,9 @@
 namespace {
 
 bool isText(Kind kind) { return kind == Kind::Text || kind == Kind::Place; }
-bool isRightAligned(Kind kind) { return kind == Kind::Bytes || kind == Kind::Count || kind == Kind::Number; }
+bool isRightAligned(Kind kind) {
+  return kind == Kind::Bytes || kind == Kind::Count || kind == Kind::Number || kind == Kind::Delta;
+}
 
 // `text` itself where it may be shown as it is, otherwise what is shown, which is kept in `made`.
 std::string_view shown(std::string_view text, std::string& made) {
@@ -22,9 +29,13 @@ std::string_view cellText(const Value& value, Kind kind, std::string& made) {
   if (!value.known) return "?";
   switch (kind) {
     case Kind::Text:
+    case Kind::Delta:
       return shown(value.text, made);
     case Kind::Place:
-      made = shownText(value.text);
+      if (plainLength(value.text) == value.text.size())
+        made = value.text;
+      else
+        made = shownText(value.text);
       if (value.number > 0) made.append(":").append(std::to_string(value.number));
       return made;
     case Kind::Flag:
@@ -38,15 +49,33 @@ std::string_view cellText(const Value& value, Kind kind, std::string& made) {
   }
 }
 
+std::size_t digitsOf(std::uint64_t number) {
+  std::size_t digits = 1;
+  for (; number >= 10; number /= 10) ++digits;
+  return digits;
+}
+
+// The width of what a cell says, for most cells without making a text of it.
+std::size_t cellWidth(const Value& value, Kind kind, std::string& made) {
+  const bool isNumber = kind == Kind::Bytes || kind == Kind::Count;
+  if (value.known && isNumber) return digitsOf(value.number) + (digitsOf(value.number) - 1) / 3;
+  const bool isPlain = value.known && isText(kind) && plainLength(value.text) == value.text.size();
+  if (!isPlain) return displayWidth(cellText(value, kind, made));
+  const bool hasLine = kind == Kind::Place && value.number > 0;
+  return value.text.size() + (hasLine ? 1 + digitsOf(value.number) : 0);
+}
+
 class AlignedTable {
  public:
   explicit AlignedTable(const Listing& listing) : listing_(listing), columns_(listing.columns()) {
     std::string made;
     for (const Column& column : columns_) widths_.push_back(displayWidth(column.header));
+    cellWidths_.reserve(listing.size() * columns_.size());
     for (std::size_t row = 0; row < listing.size(); ++row) {
       for (std::size_t i = 0; i < columns_.size(); ++i) {
-        const std::string_view text = cellText(listing.value(row, i), columns_[i].kind, made);
-        widths_[i] = std::max(widths_[i], displayWidth(text));
+        const std::size_t width = cellWidth(listing.value(row, i), columns_[i].kind, made);
+        cellWidths_.push_back(static_cast<std::uint32_t>(width));
+        widths_[i] = std::max(widths_[i], width);
       }
     }
   }
@@ -75,7 +104,8 @@ class AlignedTable {
 
   void write(bool bold, Output& output) const {
     std::string line;
-    for (std::size_t i = 0; i < columns_.size(); ++i) appendCell(line, columns_[i].header, i);
+    for (std::size_t i = 0; i < columns_.size(); ++i)
+      appendCell(line, columns_[i].header, displayWidth(columns_[i].header), i);
     output.put(bold ? "\033[1m" : "");
     putLine(line, output);
     output.put(bold ? "\033[0m\n" : "\n");
@@ -83,7 +113,8 @@ class AlignedTable {
     for (std::size_t row = 0; row < listing_.size(); ++row) {
       line.clear();
       for (std::size_t i = 0; i < columns_.size(); ++i) {
-        appendCell(line, cellText(listing_.value(row, i), columns_[i].kind, made), i);
+        const std::string_view text = cellText(listing_.value(row, i), columns_[i].kind, made);
+        appendCell(line, text, cellWidths_[row * columns_.size() + i], i);
       }
       putLine(line, output);
       output.put('\n');
@@ -93,10 +124,10 @@ class AlignedTable {
  private:
   static constexpr std::size_t gap = 2;
 
-  void appendCell(std::string& line, std::string_view text, std::size_t column) const {
+  // `width`: of `text`, in columns of the terminal.
+  void appendCell(std::string& line, std::string_view text, std::size_t width, std::size_t column) const {
     const Kind kind = columns_[column].kind;
     std::string cut;
-    std::size_t width = displayWidth(text);
     if (cut_ && width > widths_[column]) {
       cut = kind == Kind::Place ? cutFront(text, widths_[column]) : cutEnd(text, widths_[column]);
       text = cut;
@@ -117,11 +148,22 @@ class AlignedTable {
   const Listing& listing_;
   const std::vector<Column>& columns_;
   std::vector<std::size_t> widths_;
+  std::vector<std::uint32_t> cellWidths_;  // of all rows
   std::size_t available_ = 0;
   bool cut_ = false;
 };
 
+// Columns that standard output has for a line; 0: any number.
+std::size_t lineWidth() {
+  const char* set = std::getenv("COLUMNS");
+  if (const long columns = set != nullptr ? std::atol(set) : 0; columns > 0) return static_cast<std::size_t>(columns);
+  winsize size{};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
 }  // namespace
+
+TableStyle styleOfOutput() { return {lineWidth(), isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr}; }
 
 void writeTable(const Listing& listing, const TableStyle& style, Output& output) {
   AlignedTable table(listing);

@@ -1,0 +1,131 @@
+#!/usr/bin/env bash
+# Measures the front end against gdb, nm, abidw and a bare walk with libdw, and prints tables in Markdown: generated programs of
+# many variables, large C++ programs (this project's tests linked several times over, and the programs named), small programs
+# (as named after --small), and the other commands against list. Medians of five rounds in turn, of wall seconds.
+# usage: [MEASURE_WITH="chrt -f 50"] bench/frontend.sh [PROGRAM...] [--small PROGRAM...]
+# MEASURE_WITH is put before each measured command; that one, for root, keeps other work on the machine out of the figures.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. tools/requirements.sh
+. bench/common.sh
+require_packages "${build_packages[@]}" "${test_packages[@]}" abigail-tools
+export LC_ALL=C DEBUGINFOD_URLS=
+build() { # preset, targets
+  cmake --preset "$1" -DBUILD_TESTING=ON >/dev/null
+  cmake --build --preset "$1" -j "$(nproc)" --target "${@:2}" >&2
+}
+build release tolquin bareWalk
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+tolquin=$PWD/build/release/tolquin walk=$PWD/build/release/bench/bareWalk rounds=5
+
+large=() small=()
+list=large
+for program in "$@"; do
+  if [ "$program" = --small ]; then list=small; else declare -n programs=$list && programs+=("$(realpath "$program")"); fi
+done
+
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b + 0 > 0) printf "%.3g", a / b; else printf "-" }'; }
+megabytes() { awk -v kb="$1" 'BEGIN { printf "%.0f", kb / 1024 }'; }
+# Megabytes of .debug_info.
+information() {
+  local size
+  size=$(readelf -SW "$1" | sed -n 's/^ *\[ *[0-9]*\] \.debug_info *//p' | awk '{ print $4 }')
+  awk -v bytes="$((16#$size))" 'BEGIN { printf "%.1f", bytes / 1e6 }'
+}
+
+# The tests of this project $2 times over, in $1.
+link_large() {
+  build asan tolquinTests
+  local objects=() copy object
+  mkdir "$work/objects"
+  for ((copy = 0; copy < $2; ++copy)); do
+    while read -r object; do
+      ln -s "$object" "$work/objects/$copy.${#objects[@]}.o"
+      objects+=("$work/objects/$copy.${#objects[@]}.o")
+    done < <(find "$PWD"/build/asan/{src,debuginfo,suite,frontend,tests} -name '*.cpp.o')
+  done
+  # It is never run.
+  g++ -fsanitize=address,undefined -Wl,-z,muldefs,--unresolved-symbols=ignore-all "${objects[@]}" -o "$1"
+}
+
+many_variables() {
+  local seconds memory versus twice=-
+  echo '| variables | `list`, s | : gdb | : `nm -lS` | : `abidw` | : bare walk | : the same with attributes | `list`, MB | : half as many |'
+  echo '| ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: |'
+  for count in 3000 20000 100000 200000; do
+    generate_program "$count" "$work/$count"
+    mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin list $work/$count" \
+      "gdb -nx -batch -ex 'info variables' $work/$count" "nm -lS $work/$count" "abidw --noout $work/$count" \
+      "$walk $work/$count" "$walk --attributes $work/$count")
+    if [ "$count" -eq 200000 ]; then
+      twice=$(bench/compare.py "$rounds" "$tolquin list $work/200000" "$tolquin list $work/100000" | sed -n '2s/.* //p')
+    fi
+    read -r seconds _ memory _ <<<"${lines[0]}"
+    printf '| %s | %s ' "$count" "$seconds"
+    for versus in "${lines[@]:1}"; do printf '| %s ' "${versus##* }"; done
+    printf '| %s | %s |\n' "$(megabytes "$memory")" "$twice"
+  done
+}
+
+large_programs() {
+  local seconds memory lines size gdb
+  echo '| program | `.debug_info`, MB | `list -j1`, s | MB/s | `-j2` : `-j1` | `-j1` : bare walk | `-j1` : gdb | `list -j1`, MB |'
+  echo '| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: |'
+  link_large "$work/tests" 7
+  for program in "$work/tests" "${large[@]}"; do
+    mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin list -j1 $program" "$tolquin list -j2 $program" "$walk $program")
+    # Once, as it takes half a minute. An empty MEASURE_WITH is no argument.
+    # shellcheck disable=SC2086
+    gdb=$(seconds ${MEASURE_WITH:-} gdb -nx -batch -ex 'info variables' "$program")
+    read -r seconds _ memory _ <<<"${lines[0]}"
+    size=$(information "$program")
+    printf '| %s | %s | %s | %.0f | %s | %s | %s | %s |\n' "$(basename "$program")" "$size" "$seconds" \
+      "$(ratio "$size" "$seconds")" "$(ratio 1 "${lines[1]##* }")" "${lines[2]##* }" "$(ratio "$seconds" "$gdb")" \
+      "$(megabytes "$memory")"
+  done
+}
+
+small_programs() {
+  [ ${#small[@]} -gt 0 ] || return 0
+  local lines
+  echo
+  echo '| program | `.debug_info`, MB | `list`, s | : gdb | : `nm -lS` |'
+  echo '| --- | ---: | ---: | ---: | ---: |'
+  for program in "${small[@]}"; do
+    mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin list $program" \
+      "gdb -nx -batch -ex 'info variables' $program" "nm -lS $program")
+    printf '| %s | %s | %s | %s | %s |\n' "$(basename "$program")" "$(information "$program")" "${lines[0]%% *}" \
+      "${lines[1]##* }" "${lines[2]##* }"
+  done
+}
+
+# A program of 100,000 variables, of which one has grown.
+commands() {
+  local name arguments seconds memory lines
+  [ -e "$work/100000" ] || generate_program 100000 "$work/100000"
+  sed '0,/variable_77\[4\]/s//variable_77[8]/' "$work/100000.c" >"$work/later.c"
+  gcc -g -O0 -fno-pie -no-pie -w "$work/later.c" -o "$work/later"
+  echo '| command, 100,000 variables | s | : `list` | MB |'
+  echo '| --- | ---: | ---: | ---: |'
+  while IFS=: read -r name arguments; do
+    "$tolquin" "${name%% *}" --help >/dev/null 2>&1 || continue
+    mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin $arguments" "$tolquin list $work/100000")
+    read -r seconds _ memory _ <<<"${lines[0]}"
+    printf '| `%s` | %s | %s | %s |\n' "$name" "$seconds" "${lines[1]##* }" "$(megabytes "$memory")"
+  done <<COMMANDS
+list:list $work/100000
+list --format json:list --format json $work/100000
+list --by file:list --by file $work/100000
+report:report -o $work/page.html $work/100000
+diff:diff $work/100000 $work/later
+export:export --sqlite $work/base.db $work/100000
+COMMANDS
+}
+
+many_variables
+echo
+large_programs
+small_programs
+echo
+commands

@@ -1,0 +1,88 @@
+// The variables of programs as a page to look at.
+#include <memory>
+
+#include "frontend/commands/choice.h"
+#include "frontend/commands/commands.h"
+#include "frontend/output.h"
+#include "frontend/outputFiles.h"
+#include "frontend/views/html.h"
+#include "frontend/workers.h"
+#include "src/userError.h"
+
+namespace {
+
+struct ReportOptions {
+  Choice choice;
+  std::string path;
+  PageOptions page;
+};
+
+std::string titleFor(const std::vector<const Inventory*>& programs) {
+  if (programs.size() != 1) return std::to_string(programs.size()) + " programs";
+  const std::string& path = programs[0]->executable;
+  return path.substr(path.find_last_of('/') + 1);
+}
+
+// What does not stand on the page though it was asked for.
+std::vector<std::string> notesOf(const InputResults& results) {
+  std::vector<std::string> notes;
+  for (const InputResult& input : results.inputs) {
+    if (!input.error.empty()) notes.push_back(input.error);
+    for (const Inventory& program : input.programs) {
+      for (const std::string& warning : program.warnings) notes.push_back(program.executable + ": " + warning);
+    }
+  }
+  return notes;
+}
+
+int makeReport(const ReportOptions& options, const Selection& selection) {
+  const InputResults results = readInputs(options.choice.inputs, options.choice.reading);
+  const std::vector<const Inventory*> programs = results.programs();
+  if (programs.empty() && results.failed()) return 1;
+  std::vector<Row> rows = selectRows(programs, selection);
+  if (selection.duplicates) keepDuplicates(rows);
+  if (rows.empty() && !selection.isWhole()) printMessage("no variable is selected");
+  PageOptions page = options.page;
+  if (page.title.empty()) page.title = titleFor(programs);
+  page.notes = notesOf(results);
+  page.isWhole = selection.isWhole();
+  const std::string html = makePage(programs, rows, page);
+  OutputFiles files;
+  files.write(options.path, html);
+  files.commit();
+  return results.failed() ? 1 : 0;
+}
+
+constexpr const char* helpText =
+    "The page needs nothing but itself and a browser. Conditions are those of `tolquin list --help`.\n\n"
+    "Examples:\n"
+    "  tolquin report -o prog.html ./prog\n"
+    "  tolquin report -o state.html --mutable --title 'Shared state' build/bin/*\n"
+    "  tolquin report -o prog.html --source-url 'https://example.org/prog/blob/main/{file}#L{line}' ./prog\n\n"
+    "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong use.";
+
+}  // namespace
+
+void addReportCommand(CLI::App& app, Action& action) {
+  auto options = std::make_shared<ReportOptions>();
+  CLI::App* command = app.add_subcommand("report", "Make a page to look at: one HTML file with a map and a table");
+  command->add_option("-o,--output", options->path, "The page; a file of this name is replaced")
+      ->type_name("FILE")
+      ->required();
+  command->add_option("--title", options->page.title, "Title of the page; default: the name of the program")
+      ->type_name("TEXT");
+  command
+      ->add_option("--source-url", options->page.sourceUrl,
+                   "Make places links to this address (http, https or vscode), in which\n{file} and {line} stand "
+                   "for the place")
+      ->type_name("URL");
+  addSelectionOptions(*command, options->choice);
+  addInputOptions(*command, options->choice);
+  command->footer(helpText);
+  command->callback([options, &action] {
+    requireInput(options->choice);
+    if (!options->page.sourceUrl.empty()) checkSourceUrl(options->page.sourceUrl);
+    const auto selection = std::make_shared<Selection>(selectionOf(options->choice));
+    action = [options, selection] { return makeReport(*options, *selection); };
+  });
+}

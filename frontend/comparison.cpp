@@ -1,0 +1,195 @@
+#include "frontend/comparison.h"
+
+#include <algorithm>
+#include <charconv>
+#include <tuple>
+
+#include "frontend/matching.h"
+#include "frontend/output.h"
+#include "frontend/sums.h"
+#include "src/userError.h"
+
+namespace {
+
+constexpr std::string_view percentSign = "%";
+
+bool differ(std::string_view a, std::string_view b) { return !a.empty() && !b.empty() && a != b; }
+
+// None: nothing has changed that counts.
+std::optional<ChangeClass> classOf(const Variable& before, const Variable& after) {
+  const bool sizesDiffer = before.size && after.size && before.size != after.size;
+  if (differ(before.type, after.type)) {
+    const bool boundsAlone = sizesDiffer && withoutBounds(before.type) == withoutBounds(after.type);
+    if (!boundsAlone) return ChangeClass::Type;
+  }
+  if (sizesDiffer) return *before.size < *after.size ? ChangeClass::Grown : ChangeClass::Shrunk;
+  if (differ(before.section, after.section)) return ChangeClass::Moved;
+  return {};
+}
+
+std::optional<ChangeClass> classOf(const Row* before, const Row* after) {
+  if (before == nullptr) return ChangeClass::Added;
+  if (after == nullptr) return ChangeClass::Removed;
+  return classOf(*before->variable, *after->variable);
+}
+
+std::optional<std::uint64_t> sizeOf(const Row* row) { return row != nullptr ? row->variable->size : 0; }
+
+std::optional<Row> copyOf(const Row* row) { return row != nullptr ? std::optional(*row) : std::nullopt; }
+
+bool isUndecided(const Row& row) { return !isMutable(*row.variable) && !row.variable->writable; }
+
+// What is not known to have been constant is not new.
+bool isNewlyMutable(const Row* before, const Row* after) {
+  if (after == nullptr || !isMutable(*after->variable)) return false;
+  return before == nullptr || !(isMutable(*before->variable) || isUndecided(*before));
+}
+
+std::uint64_t bytesOf(const std::vector<Row>& rows) {
+  const Grouping together{"", "", [](const Row&) { return Value{true}; }};
+  const std::vector<Sum> sums = sumsBy(together, rows);
+  return sums.empty() ? 0 : sums[0].bytes;
+}
+
+// The variables of one build.
+class Side {
+ public:
+  explicit Side(const std::vector<const Inventory*>& programs)
+      : rows_(selectRows(programs, {})), uses_(rows_.size(), Use::None) {}
+
+  const std::vector<Row>& rows() const { return rows_; }
+
+  // Counts the variable `number`; `sized`: its bytes can be compared.
+  void count(std::size_t number, bool sized) { uses_[number] = sized ? Use::Sized : Use::Unsized; }
+
+  Total total() const {
+    Total total;
+    std::vector<Row> sized;
+    for (std::size_t i = 0; i < rows_.size(); ++i) {
+      if (uses_[i] == Use::None) continue;
+      ++total.variables;
+      if (isUndecided(rows_[i])) ++total.undecided;
+      if (uses_[i] == Use::Unsized) ++total.unsized;
+      if (uses_[i] == Use::Sized) sized.push_back(rows_[i]);
+    }
+    total.bytes = bytesOf(sized);
+    std::erase_if(sized, [](const Row& row) { return !isMutable(*row.variable); });
+    total.mutableBytes = bytesOf(sized);
+    return total;
+  }
+
+ private:
+  enum class Use : char { None, Sized, Unsized };
+
+  std::vector<Row> rows_;
+  std::vector<Use> uses_;
+};
+
+class Comparer {
+ public:
+  Comparer(const std::vector<const Inventory*>& before, const std::vector<const Inventory*>& after,
+           const Selection& selection)
+      : before_(before), after_(after), selection_(selection) {}
+
+  Comparison run() {
+    const std::vector<std::size_t> partners = matchRows(before_.rows(), after_.rows());
+    std::vector<bool> isKnown(after_.rows().size());
+    for (std::size_t i = 0; i < partners.size(); ++i) {
+      take(i, partners[i]);
+      if (partners[i] != noRow) isKnown[partners[i]] = true;
+    }
+    for (std::size_t i = 0; i < isKnown.size(); ++i) {
+      if (!isKnown[i]) take(noRow, i);
+    }
+    result_.before = before_.total();
+    result_.after = after_.total();
+    sortChanges();
+    return std::move(result_);
+  }
+
+ private:
+  bool selects(const Row* row) const { return row != nullptr && isSelected(*row, selection_); }
+
+  void take(std::size_t numberBefore, std::size_t numberAfter) {
+    const Row* before = numberBefore != noRow ? &before_.rows()[numberBefore] : nullptr;
+    const Row* after = numberAfter != noRow ? &after_.rows()[numberAfter] : nullptr;
+    if (!selects(before) && !selects(after)) return;
+    const std::optional<std::uint64_t> sizeBefore = sizeOf(before);
+    const std::optional<std::uint64_t> sizeAfter = sizeOf(after);
+    const bool sized = sizeBefore && sizeAfter;
+    if (before != nullptr) before_.count(numberBefore, sized);
+    if (after != nullptr) after_.count(numberAfter, sized);
+    if (isNewlyMutable(before, after)) result_.newlyMutable.push_back(*after);
+    const std::optional<ChangeClass> kind = classOf(before, after);
+    if (!kind) return;
+    ++result_.counts[static_cast<std::size_t>(*kind)];
+    std::optional<Delta> delta;
+    if (sized) delta = deltaOf(*sizeBefore, *sizeAfter);
+    result_.changes.push_back({*kind, delta, copyOf(before), copyOf(after)});
+  }
+
+  void sortChanges() {
+    const auto key = [](const Change& change) {
+      return std::tuple(!change.delta, ~(change.delta ? change.delta->bytes : 0), change.kind);
+    };
+    std::stable_sort(result_.changes.begin(), result_.changes.end(),
+                     [&key](const Change& a, const Change& b) { return key(a) < key(b); });
+  }
+
+  Side before_;
+  Side after_;
+  const Selection& selection_;
+  Comparison result_;
+};
+
+// The number before the percent sign.
+std::optional<double> parsePercentage(std::string_view text) {
+  if (text.find_first_not_of("0123456789.") != std::string_view::npos) return {};
+  double number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
+  if (error != std::errc() || end != text.data() + text.size()) return {};
+  return number;
+}
+
+}  // namespace
+
+Delta deltaOf(std::uint64_t before, std::uint64_t after) {
+  return after < before ? Delta{true, before - after} : Delta{false, after - before};
+}
+
+bool Change::isGrowth() const { return kind == ChangeClass::Added || (delta && !delta->negative && delta->bytes > 0); }
+
+Comparison compare(const std::vector<const Inventory*>& before, const std::vector<const Inventory*>& after,
+                   const Selection& selection) {
+  return Comparer(before, after, selection).run();
+}
+
+GrowthLimit::GrowthLimit(const std::string& text, bool all) : text_(text), all_(all) {
+  std::optional<std::uint64_t> bytes;
+  if (text.ends_with(percentSign)) {
+    percentage_ = parsePercentage(std::string_view(text).substr(0, text.size() - percentSign.size()));
+  } else {
+    bytes = parseBytes(text);
+  }
+  if (!percentage_ && !bytes) {
+    throw UsageError("--fail-on-growth \"" + text + "\": it is a number of bytes, such as 0 or 4K, or a percentage");
+  }
+  bytes_ = bytes.value_or(0);
+}
+
+std::uint64_t GrowthLimit::allowed(std::uint64_t before) const {
+  if (!percentage_) return bytes_;
+  const double bytes = static_cast<double>(before) * *percentage_ / 100;
+  constexpr double tooMany = 18446744073709551616.0;  // 2^64
+  return bytes < tooMany ? static_cast<std::uint64_t>(bytes) : UINT64_MAX;
+}
+
+std::string GrowthLimit::passedBy(const Comparison& comparison) const {
+  const std::uint64_t before = all_ ? comparison.before.bytes : comparison.before.mutableBytes;
+  const std::uint64_t after = all_ ? comparison.after.bytes : comparison.after.mutableBytes;
+  const Delta growth = deltaOf(before, after);
+  if (growth.negative || growth.bytes <= allowed(before)) return "";
+  return std::string("--fail-on-growth ") + text_ + ": " + (all_ ? "all" : "writable and thread-local") +
+         " variables grew by " + counted(growth.bytes, "byte") + ", from " + withSeparators(before) + " to " +
+         withSeparators(after) + ", which is " + withSeparators(growth.bytes - allowed(before)) + " too many";
+}

@@ -1,0 +1,285 @@
+#include "frontend/matching.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <functional>
+#include <optional>
+#include <unordered_set>
+
+namespace {
+
+// What variables have to have in common; a part that does not count is empty.
+struct Key {
+  std::string_view program;
+  std::string_view name;
+  std::string_view file{};
+  std::string_view type{};
+  std::optional<std::uint64_t> size{};
+  std::string_view section{};
+
+  bool operator==(const Key&) const = default;
+};
+
+struct KeyHash {
+  std::size_t operator()(const Key& key) const {
+    constexpr std::size_t factor = 1099511628211u;  // of the FNV hash
+    std::size_t hash = std::hash<std::string_view>()(key.name);
+    for (const std::string_view text : {key.program, key.file, key.type, key.section}) {
+      hash = hash * factor ^ std::hash<std::string_view>()(text);
+    }
+    return hash * factor ^ static_cast<std::size_t>(key.size.value_or(0));
+  }
+};
+
+// A variable that has no partner yet.
+struct Single {
+  std::size_t number;
+  const Variable* variable;
+  std::string_view program;  // what tells its program from others
+};
+
+// Makes keys. A field that one of the builds does not tell of any variable is empty in all of them.
+class KeyMaker {
+ public:
+  KeyMaker(const std::vector<Single>& before, const std::vector<Single>& after) {
+    const auto isTold = [&](const auto& has) {
+      return std::any_of(before.begin(), before.end(), has) && std::any_of(after.begin(), after.end(), has);
+    };
+    files_ = isTold([](const Single& single) { return !single.variable->file.empty(); });
+    types_ = isTold([](const Single& single) { return !single.variable->type.empty(); });
+    sizes_ = isTold([](const Single& single) { return single.variable->size.has_value(); });
+    sections_ = isTold([](const Single& single) { return !single.variable->section.empty(); });
+  }
+
+  Key all(const Single& single) {
+    Key key = allButSection(single);
+    if (sections_) key.section = single.variable->section;
+    return key;
+  }
+  Key allButSection(const Single& single) {
+    Key key = file(single);
+    if (types_) key.type = single.variable->type;
+    if (sizes_) key.size = single.variable->size;
+    return key;
+  }
+  Key file(const Single& single) {
+    Key key{single.program, single.variable->name};
+    if (files_) key.file = single.variable->file;
+    return key;
+  }
+  Key type(const Single& single) {
+    Key key{single.program, single.variable->name};
+    if (types_) key.type = single.variable->type;
+    return key;
+  }
+  Key typeWithoutBounds(const Single& single) {
+    Key key = type(single);
+    key.type = made_.intern(withoutBounds(key.type));
+    return key;
+  }
+
+ private:
+  bool files_;
+  bool types_;
+  bool sizes_;
+  bool sections_;
+  TextPool made_;
+};
+
+using KeyOf = Key (KeyMaker::*)(const Single& single);
+
+// The strictest first.
+constexpr std::array<KeyOf, 5> steps{&KeyMaker::all, &KeyMaker::allButSection, &KeyMaker::file, &KeyMaker::type,
+                                     &KeyMaker::typeWithoutBounds};
+
+// The programs of `rows`, in their order.
+std::vector<const Inventory*> programsOf(const std::vector<Row>& rows) {
+  std::vector<const Inventory*> programs;
+  for (const Row& row : rows) {
+    if (programs.empty() || programs.back() != row.program) programs.push_back(row.program);
+  }
+  return programs;
+}
+
+std::string_view fileName(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+
+bool haveNamesOfTheirOwn(const std::vector<const Inventory*>& programs) {
+  std::unordered_set<std::string_view> names;
+  return std::all_of(programs.begin(), programs.end(),
+                     [&names](const Inventory* program) { return names.insert(fileName(program->executable)).second; });
+}
+
+// Length of the directory that all programs are in, with its '/'.
+std::size_t commonDirectoryLength(const std::vector<const Inventory*>& programs) {
+  std::string_view common = programs[0]->executable;
+  for (const Inventory* program : programs) {
+    const std::string_view path = program->executable;
+    const auto [end, other] = std::mismatch(common.begin(), common.end(), path.begin(), path.end());
+    common = common.substr(0, static_cast<std::size_t>(end - common.begin()));
+  }
+  return common.rfind('/') + 1;
+}
+
+// How programs are told apart.
+enum class Telling { NotAtAll, ByFileName, ByPath };
+
+std::vector<Single> singlesOf(const std::vector<Row>& rows, const std::vector<const Inventory*>& programs,
+                              Telling telling) {
+  const std::size_t directory = programs.empty() ? 0 : commonDirectoryLength(programs);
+  std::vector<Single> singles;
+  singles.reserve(rows.size());
+  for (const Row& row : rows) {
+    std::string_view program = row.program->executable;
+    if (telling == Telling::ByFileName) program = fileName(program);
+    if (telling == Telling::ByPath) program.remove_prefix(directory);
+    if (telling == Telling::NotAtAll) program = {};
+    singles.push_back({singles.size(), row.variable, program});
+  }
+  return singles;
+}
+
+// A variable and the hash of its key.
+struct Hashed {
+  std::size_t hash;
+  std::size_t place;  // among the singles
+};
+
+std::vector<Hashed> hashesOf(const std::vector<Key>& keys) {
+  std::vector<Hashed> hashes;
+  hashes.reserve(keys.size());
+  for (const Key& key : keys) hashes.push_back({KeyHash()(key), hashes.size()});
+  return hashes;
+}
+
+// Removes from `hashes` most that are not among `others`, so that they need not be sorted.
+void removeStrangers(std::vector<Hashed>& hashes, const std::vector<Hashed>& others) {
+  const std::size_t bits = std::bit_ceil(16 * others.size() + 1);
+  std::vector<bool> seen(bits);
+  for (const Hashed& other : others) seen[other.hash % bits] = true;
+  std::erase_if(hashes, [&](const Hashed& own) { return !seen[own.hash % bits]; });
+}
+
+// Puts those of equal hashes together and in their order.
+void sortHashes(std::vector<Hashed>& hashes) {
+  std::sort(hashes.begin(), hashes.end(),
+            [](const Hashed& a, const Hashed& b) { return a.hash != b.hash ? a.hash < b.hash : a.place < b.place; });
+}
+
+// The end of the range of equal hashes that begins at `begin`.
+std::size_t rangeEnd(const std::vector<Hashed>& hashes, std::size_t begin) {
+  std::size_t end = begin + 1;
+  while (end < hashes.size() && hashes[end].hash == hashes[begin].hash) ++end;
+  return end;
+}
+
+// One step of the matching. Its tables are sorted, not hashed, as every step looks at all that is left.
+class Step {
+ public:
+  Step(const std::vector<Key>& before, const std::vector<Key>& after)
+      : keysBefore_(before),
+        keysAfter_(after),
+        hashesBefore_(hashesOf(keysBefore_)),
+        hashesAfter_(hashesOf(keysAfter_)),
+        partners_(before.size(), noRow) {
+    removeStrangers(hashesBefore_, hashesAfter_);
+    removeStrangers(hashesAfter_, hashesBefore_);
+    sortHashes(hashesBefore_);
+    sortHashes(hashesAfter_);
+  }
+
+  // For each of `before` the place of its partner, or noRow.
+  const std::vector<std::size_t>& run() {
+    std::size_t i = 0;
+    std::size_t j = 0;
+    while (i < hashesBefore_.size() && j < hashesAfter_.size()) {
+      if (hashesBefore_[i].hash < hashesAfter_[j].hash) {
+        ++i;
+      } else if (hashesBefore_[i].hash > hashesAfter_[j].hash) {
+        ++j;
+      } else {
+        const std::size_t endBefore = rangeEnd(hashesBefore_, i);
+        const std::size_t endAfter = rangeEnd(hashesAfter_, j);
+        pairRange(i, endBefore, j, endAfter);
+        i = endBefore;
+        j = endAfter;
+      }
+    }
+    return partners_;
+  }
+
+ private:
+  // All in the range have the same hash, and but for a collision the same key: the first that is left fits.
+  void pairRange(std::size_t begin, std::size_t end, std::size_t beginAfter, std::size_t endAfter) {
+    const auto isPaired = [this](std::size_t i) { return partners_[hashesBefore_[i].place] != noRow; };
+    for (std::size_t j = beginAfter; j < endAfter; ++j) {
+      while (begin < end && isPaired(begin)) ++begin;
+      const std::size_t place = hashesAfter_[j].place;
+      std::size_t i = begin;
+      while (i < end && (isPaired(i) || keysBefore_[hashesBefore_[i].place] != keysAfter_[place])) ++i;
+      if (i < end) partners_[hashesBefore_[i].place] = place;
+    }
+  }
+
+  const std::vector<Key>& keysBefore_;
+  const std::vector<Key>& keysAfter_;
+  std::vector<Hashed> hashesBefore_;
+  std::vector<Hashed> hashesAfter_;
+  std::vector<std::size_t> partners_;
+};
+
+std::vector<Key> keysOf(KeyOf keyOf, const std::vector<Single>& singles, KeyMaker& maker) {
+  std::vector<Key> keys;
+  keys.reserve(singles.size());
+  for (const Single& single : singles) keys.push_back((maker.*keyOf)(single));
+  return keys;
+}
+
+// Pairs those of both sides that have `keyOf` in common; only the others stay.
+void pairBy(KeyOf keyOf, KeyMaker& maker, std::vector<Single>& before, std::vector<Single>& after,
+            std::vector<std::size_t>& partners) {
+  if (before.empty() || after.empty()) return;
+  const std::vector<Key> keysBefore = keysOf(keyOf, before, maker);
+  const std::vector<Key> keysAfter = keysOf(keyOf, after, maker);
+  Step step(keysBefore, keysAfter);
+  const std::vector<std::size_t>& places = step.run();
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    if (places[i] == noRow) continue;
+    partners[before[i].number] = after[places[i]].number;
+    after[places[i]].variable = nullptr;
+  }
+  std::erase_if(before, [&partners](const Single& single) { return partners[single.number] != noRow; });
+  std::erase_if(after, [](const Single& single) { return single.variable == nullptr; });
+}
+
+}  // namespace
+
+std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::vector<Row>& after) {
+  const std::vector<const Inventory*> programsBefore = programsOf(before);
+  const std::vector<const Inventory*> programsAfter = programsOf(after);
+  Telling telling = Telling::NotAtAll;
+  if (programsBefore.size() > 1 || programsAfter.size() > 1) {
+    const bool areClear = haveNamesOfTheirOwn(programsBefore) && haveNamesOfTheirOwn(programsAfter);
+    telling = areClear ? Telling::ByFileName : Telling::ByPath;
+  }
+  std::vector<Single> singlesBefore = singlesOf(before, programsBefore, telling);
+  std::vector<Single> singlesAfter = singlesOf(after, programsAfter, telling);
+  std::vector<std::size_t> partners(before.size(), noRow);
+  KeyMaker maker(singlesBefore, singlesAfter);
+  for (const KeyOf keyOf : steps) pairBy(keyOf, maker, singlesBefore, singlesAfter, partners);
+  return partners;
+}
+
+std::string withoutBounds(std::string_view type) {
+  std::string kept;
+  int depth = 0;  // of template arguments
+  for (std::size_t at = 0; at < type.size(); ++at) {
+    const char c = type[at];
+    kept += c;
+    if (c == '<') ++depth;
+    if (c == '>' && depth > 0) --depth;
+    if (c != '[' || depth > 0) continue;
+    while (at + 1 < type.size() && type[at + 1] >= '0' && type[at + 1] <= '9') ++at;
+  }
+  return kept;
+}

@@ -1,0 +1,101 @@
+#include "frontend/views/changes.h"
+
+namespace {
+
+constexpr std::string_view arrow = " \u2192 ";
+
+const Variable& latest(const ShownChange& shown) { return *shown.change->latest().variable; }
+
+// The field called `name`, of the variable as it is now or was at last.
+template <std::size_t number>
+Value fieldOfLatest(const ShownChange& shown) {
+  return variableFields[number].get(shown.change->latest());
+}
+
+Value textOr(const std::string& made, std::string_view text) {
+  const std::string_view chosen = made.empty() ? text : std::string_view(made);
+  return {!chosen.empty(), chosen};
+}
+
+// "from → to", if both are known and not the same.
+std::string transition(std::string_view from, std::string_view to) {
+  if (from.empty() || to.empty() || from == to) return "";
+  return std::string(from).append(arrow).append(to);
+}
+
+std::string fromTo(std::uint64_t before, std::uint64_t after, const char* unit) {
+  return withSeparators(before).append(arrow).append(withSeparators(after)) + unit + " (" +
+         textOf(deltaOf(before, after)) + ")";
+}
+
+}  // namespace
+
+ShownChange shown(const Change& change) {
+  ShownChange result{&change, change.delta ? textOf(*change.delta) : "?", {}, {}};
+  if (!change.before || !change.after) return result;
+  result.section = transition(change.before->variable->section, change.after->variable->section);
+  result.type = transition(change.before->variable->type, change.after->variable->type);
+  return result;
+}
+
+std::vector<Field<ShownChange>> changeFields(const ChangeReport& report) {
+  std::vector<Field<ShownChange>> fields;
+  if (report.before.size() > 1 || report.after.size() > 1) fields.push_back({variableFields[0], fieldOfLatest<0>});
+  const std::vector<Field<ShownChange>> others{
+      {{"change", "Change", Kind::Text, "how it has changed"},
+       [](const ShownChange& shown) {
+         return Value{true, shown.change->className()};
+       }},
+      {{"delta", "Delta", Kind::Delta, "by how many bytes"},
+       [](const ShownChange& shown) {
+         return Value{true, shown.delta};
+       }},
+      {variableFields[3], fieldOfLatest<3>},
+      {variableFields[4], [](const ShownChange& shown) { return textOr(shown.section, latest(shown).section); }},
+      {variableFields[1], fieldOfLatest<1>},
+      {variableFields[2], [](const ShownChange& shown) { return textOr(shown.type, latest(shown).type); }},
+      {placeField, [](const ShownChange& shown) { return placeField.get(shown.change->latest()); }},
+  };
+  fields.insert(fields.end(), others.begin(), others.end());
+  return fields;
+}
+
+std::string textOf(const Delta& delta) {
+  if (delta.bytes == 0) return "0";
+  return (delta.negative ? "-" : "+") + withSeparators(delta.bytes);
+}
+
+std::string countsOf(const ChangeReport& report) {
+  std::string text;
+  for (std::size_t i = 0; i < changeClassNames.size(); ++i) {
+    const std::size_t count = report.comparison.counts[i];
+    const bool isMoved = i == static_cast<std::size_t>(ChangeClass::Moved);
+    if (count == 0 || (isMoved && report.hasMovesHidden)) continue;
+    const bool isType = i == static_cast<std::size_t>(ChangeClass::Type);
+    text.append(text.empty() ? "" : ", ").append(withSeparators(count)).append(" ");
+    text.append(isType ? "of another type" : changeClassNames[i]);
+  }
+  return text;
+}
+
+std::string bytesOf(const Comparison& comparison) {
+  const Total& before = comparison.before;
+  const Total& after = comparison.after;
+  return fromTo(before.bytes, after.bytes, " bytes") + ", writable or thread-local " +
+         fromTo(before.mutableBytes, after.mutableBytes, "");
+}
+
+std::string notesOf(const ChangeReport& report, std::string_view end) {
+  const Comparison& comparison = report.comparison;
+  std::string notes;
+  if (comparison.before.unsized > 0 || comparison.after.unsized > 0) {
+    notes += "Not counted, because a size is not known: " + counted(comparison.before.unsized, "variable") +
+             " before, " + counted(comparison.after.unsized, "variable") + " now";
+    notes += end;
+  }
+  if (const std::size_t moved = comparison.count(ChangeClass::Moved); report.hasMovesHidden && moved > 0) {
+    notes += counted(moved, "variable") + " moved to another section (`--moves` shows them)";
+    notes += end;
+  }
+  return notes;
+}

@@ -1,0 +1,322 @@
+#include "frontend/views/sqlite.h"
+
+#include <filesystem>
+#include <unordered_map>
+
+#include "frontend/database.h"
+#include "frontend/endingSignals.h"
+#include "frontend/texts.h"
+#include "src/userError.h"
+
+namespace {
+
+// What marks a database as one of tolquin: "tolq".
+constexpr std::int64_t applicationId = 0x746f6c71;
+constexpr std::int64_t schemaVersion = 1;
+// Variables of an executable have ids from its own times this, so that they lie together.
+constexpr std::int64_t idsOfExecutable = std::int64_t{1} << 32;
+
+// The columns of `variable` are the fields of a variable, and those of the view `variables` too, in their order.
+constexpr const char* schema = R"(
+PRAGMA application_id = 0x746f6c71;
+PRAGMA user_version = 1;
+CREATE TABLE executable (
+  id INTEGER PRIMARY KEY,
+  path TEXT NOT NULL UNIQUE,
+  build_id TEXT,
+  directory TEXT,
+  modified INTEGER
+);
+CREATE TABLE file (id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);
+CREATE TABLE type (id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);
+CREATE TABLE variable (
+  id INTEGER PRIMARY KEY,
+  executable INTEGER NOT NULL REFERENCES executable (id),
+  name TEXT NOT NULL,
+  type INTEGER REFERENCES type (id),
+  size INTEGER,
+  section TEXT,
+  writable INTEGER,
+  thread_local INTEGER,
+  linkage TEXT,
+  file INTEGER REFERENCES file (id),
+  line INTEGER,
+  address INTEGER
+);
+
+CREATE VIEW variables AS
+SELECT executable.path AS executable, variable.name AS name, type.name AS type, size, section, writable, thread_local,
+       linkage, file.name AS file, line, CASE WHEN address IS NOT NULL THEN printf('0x%x', address) END AS address
+FROM variable
+JOIN executable ON executable.id = variable.executable
+LEFT JOIN type ON type.id = variable.type
+LEFT JOIN file ON file.id = variable.file;
+
+-- Bytes that variables share with those before them count for these alone.
+CREATE VIEW bytes_by_file AS
+WITH placed AS (
+  SELECT file, coalesce(size, 0) AS size, size IS NULL AS unsized,
+         max(address + coalesce(size, 0)) OVER before - address AS shared
+  FROM variable
+  WINDOW before AS (PARTITION BY executable, section, thread_local, file ORDER BY address
+                    ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING)
+)
+SELECT name AS file, count(*) AS variables,
+       CAST(total(max(size - max(coalesce(shared, 0), 0), 0)) AS INTEGER) AS bytes, sum(unsized) AS unsized
+FROM placed LEFT JOIN file ON file.id = placed.file
+GROUP BY placed.file;
+
+CREATE VIEW bytes_by_type AS
+WITH placed AS (
+  SELECT type, coalesce(size, 0) AS size, size IS NULL AS unsized,
+         max(address + coalesce(size, 0)) OVER before - address AS shared
+  FROM variable
+  WINDOW before AS (PARTITION BY executable, section, thread_local, type ORDER BY address
+                    ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING)
+)
+SELECT name AS type, count(*) AS variables,
+       CAST(total(max(size - max(coalesce(shared, 0), 0), 0)) AS INTEGER) AS bytes, sum(unsized) AS unsized
+FROM placed LEFT JOIN type ON type.id = placed.type
+GROUP BY placed.type;
+
+CREATE VIEW shared_names AS
+SELECT name, count(DISTINCT executable) AS executables, count(DISTINCT type) AS types, count(DISTINCT size) AS sizes
+FROM variable
+WHERE coalesce(linkage, 'external') = 'external'
+GROUP BY name
+HAVING executables > 1;
+)";
+
+// Sets a parameter to `text`, or what stands for it in a database; an empty one is not known.
+void bindText(Statement& statement, int parameter, std::string_view text) {
+  if (text.empty()) return statement.bindNull(parameter);
+  if (plainLength(text) == text.size()) return statement.bind(parameter, text);
+  statement.bindCopy(parameter, validText(text));
+}
+
+// A table that holds each text once, by number.
+class Dictionary {
+ public:
+  Dictionary(Database& database, const std::string& table)
+      : find_(database.prepare("SELECT id FROM " + table + " WHERE name = ?")),
+        insert_(database.prepare("INSERT INTO " + table + " (name) VALUES (?) RETURNING id")) {}
+
+  // The number of `text`, which lives as long as this object.
+  std::int64_t numberOf(std::string_view text) {
+    if (text.data() == last_.data() && text.size() == last_.size()) return lastNumber_;
+    const auto [at, isNew] = numbers_.try_emplace(text, 0);
+    if (isNew) at->second = numberInTable(text);
+    last_ = text;
+    return lastNumber_ = at->second;
+  }
+
+ private:
+  std::int64_t numberInTable(std::string_view text) {
+    bindText(find_, 1, text);
+    if (const std::int64_t number = find_.takeNumber(); number > 0) return number;
+    bindText(insert_, 1, text);
+    return insert_.takeNumber();
+  }
+
+  Statement find_;
+  Statement insert_;
+  std::unordered_map<std::string_view, std::int64_t> numbers_;
+  std::string_view last_{};  // neighbors often have the same
+  std::int64_t lastNumber_ = 0;
+};
+
+// The statement that inserts so many variables.
+std::string insertionOf(std::ptrdiff_t count) {
+  std::string columns = "id";
+  std::string parameters = "(?";
+  for (const Field<Row>& field : variableFields) {
+    columns.append(", ").append(field.name);
+    parameters += ", ?";
+  }
+  parameters += ")";
+  std::string values = parameters;
+  for (std::ptrdiff_t i = 1; i < count; ++i) values.append(", ").append(parameters);
+  return "INSERT OR REPLACE INTO variable (" + columns + ") VALUES " + values;
+}
+
+// The path by which the program named `executable` is known, from wherever it is read.
+std::string absolutePath(const std::string& executable) {
+  std::error_code error;
+  std::filesystem::path path;
+  for (const std::filesystem::path& part : std::filesystem::absolute(executable, error)) {
+    if (part == "..") {
+      // What is above a symbolic link is above what the link stands for.
+      std::error_code missing;
+      if (std::filesystem::is_symlink(path, missing)) path = std::filesystem::weakly_canonical(path, missing);
+      path = path.parent_path();
+    } else if (part != ".") {
+      path /= part;
+    }
+  }
+  if (error) throw UserError(executable + ": its absolute path is not known: " + error.message());
+  return path;
+}
+
+// Writes into a transaction that has begun.
+class InventoryWriter {
+ public:
+  explicit InventoryWriter(Database& database)
+      : database_(database),
+        types_(database, "type"),
+        files_(database, "file"),
+        insertMany_(database.prepare(insertionOf(rowsAtATime))) {}
+
+  // Replaces `program` by its variables from `begin` to `end`.
+  void write(const Inventory& program, const Row* begin, const Row* end) {
+    executable_ = writeExecutable(program);
+    std::int64_t id = executable_ * idsOfExecutable;
+    const std::int64_t endId = id + idsOfExecutable;
+    replaced_ = replaced_ || runOnIds("SELECT 1 FROM variable WHERE id >= ? AND id < ?", id, endId) > 0;
+    // They take the places of those of before; what is left of these goes.
+    for (; end - begin >= rowsAtATime; begin += rowsAtATime, id += rowsAtATime) {
+      insert(insertMany_, begin, rowsAtATime, id);
+    }
+    if (const std::ptrdiff_t left = end - begin; left > 0) {
+      Statement insertRest = database_.prepare(insertionOf(left));
+      insert(insertRest, begin, left, id);
+      id += left;
+    }
+    runOnIds("DELETE FROM variable WHERE id >= ? AND id < ?", id, endId);
+  }
+
+  // Removes files and types that no variable has any more.
+  void removeUnused() {
+    if (!replaced_) return;
+    database_.execute(
+        "DELETE FROM file WHERE id NOT IN (SELECT file FROM variable WHERE file IS NOT NULL);"
+        "DELETE FROM type WHERE id NOT IN (SELECT type FROM variable WHERE type IS NOT NULL);");
+  }
+
+ private:
+  // Runs a statement that is about ids from `begin` to before `end`. Returns the number that it finds, if any.
+  std::int64_t runOnIds(std::string_view sql, std::int64_t begin, std::int64_t end) {
+    Statement statement = database_.prepare(sql);
+    statement.bind(1, begin);
+    statement.bind(2, end);
+    return statement.takeNumber();
+  }
+
+  std::int64_t writeExecutable(const Inventory& program) {
+    Statement insertion = database_.prepare(
+        "INSERT INTO executable (path, build_id, directory, modified) VALUES (?, ?, ?, ?) ON CONFLICT (path) DO UPDATE "
+        "SET build_id = excluded.build_id, directory = excluded.directory, modified = excluded.modified RETURNING id");
+    const std::string path = absolutePath(program.executable);
+    bindText(insertion, 1, path);
+    bindText(insertion, 2, program.buildId);
+    bindText(insertion, 3, program.directory);
+    if (program.modified) insertion.bind(4, *program.modified);
+    return insertion.takeNumber();
+  }
+
+  // A column of `variable` after the first.
+  struct TableColumn {
+    const Field<Row>* field;
+    Dictionary* dictionary;  // of the numbers that stand for its texts; null: texts stand there themselves
+    bool isExecutable;
+  };
+
+  std::vector<TableColumn> tableColumns() {
+    std::vector<TableColumn> columns;
+    for (const Field<Row>& field : variableFields) {
+      Dictionary* dictionary = field.name == "type" ? &types_ : field.name == "file" ? &files_ : nullptr;
+      columns.push_back({&field, dictionary, field.name == "executable"});
+    }
+    return columns;
+  }
+
+  void insert(Statement& statement, const Row* begin, std::ptrdiff_t count, std::int64_t id) {
+    int parameter = 1;
+    for (const Row* row = begin; row != begin + count; ++row) {
+      statement.bind(parameter++, id++);
+      for (const TableColumn& column : columns_) bindField(statement, parameter++, column, *row);
+    }
+    statement.run();
+  }
+
+  void bindField(Statement& statement, int parameter, const TableColumn& column, const Row& row) {
+    if (column.isExecutable) return statement.bind(parameter, executable_);
+    const Value value = column.field->get(row);
+    if (!value.known) return statement.bindNull(parameter);
+    if (column.dictionary != nullptr) return statement.bind(parameter, column.dictionary->numberOf(value.text));
+    if (column.field->kind == Kind::Text) return bindText(statement, parameter, value.text);
+    const auto number = static_cast<std::int64_t>(value.number);
+    // SQLite's integers have a sign: of an address the bits count, of a size how large it is.
+    if (number < 0 && column.field->kind != Kind::Address) {
+      return statement.bind(parameter, static_cast<double>(value.number));
+    }
+    statement.bind(parameter, number);
+  }
+
+  // Many at a time take half the time that one at a time takes.
+  static constexpr std::ptrdiff_t rowsAtATime = 64;
+
+  Database& database_;
+  Dictionary types_;
+  Dictionary files_;
+  Statement insertMany_;
+  std::vector<TableColumn> columns_ = tableColumns();
+  std::int64_t executable_ = 0;
+  bool replaced_ = false;
+};
+
+// Throws UserError when `database` belongs to something else. Returns whether there is nothing in it.
+bool checkOwner(Database& database, const std::string& path) {
+  const std::int64_t application = database.number("PRAGMA application_id");
+  const std::int64_t version = database.number("PRAGMA user_version");
+  if (application == applicationId && version == schemaVersion) return false;
+  if (application == applicationId) {
+    throw UserError(path + ": was made by another version of tolquin (schema " + std::to_string(version) + ", not " +
+                    std::to_string(schemaVersion) + "); export into a new file");
+  }
+  const bool isEmpty = database.number("SELECT count(*) FROM sqlite_schema") == 0;
+  if (isEmpty && application == 0 && version == 0) return true;
+  throw UserError(path + ": is a database of another program");
+}
+
+bool isNewOrEmpty(const std::string& path) {
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  return !exists(status) || (is_regular_file(status) && std::filesystem::file_size(path, error) == 0);
+}
+
+}  // namespace
+
+void checkDatabase(const std::string& path) {
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  if (exists(status) && !is_regular_file(status)) throw UserError(path + ": is not a regular file");
+  if (const auto directory = std::filesystem::path(path).parent_path();
+      !directory.empty() && !std::filesystem::is_directory(directory, error)) {
+    throw UserError(path + ": there is no directory " + directory.string());
+  }
+  if (isNewOrEmpty(path)) return;
+  Database database(path, Database::Mode::Existing);
+  checkOwner(database, path);
+}
+
+void writeDatabase(const std::string& path, const std::vector<const Inventory*>& programs,
+                   const std::vector<Row>& rows) {
+  const EndingSignals signals;
+  Database database(path, Database::Mode::New);
+  // Larger pages (of a new database) and a larger cache than usual: fewer writes and waits for the disk.
+  database.execute("PRAGMA page_size = 8192; PRAGMA cache_size = -16000");
+  database.begin();
+  if (checkOwner(database, path)) database.execute(schema);
+  {
+    InventoryWriter writer(database);
+    const Row* next = rows.data();
+    const Row* const last = next + rows.size();
+    for (const Inventory* program : programs) {
+      const Row* const begin = next;
+      while (next != last && next->program == program) ++next;
+      writer.write(*program, begin, next);
+    }
+    writer.removeUnused();
+  }
+  database.commit();
+}
