@@ -114,6 +114,13 @@ TEST(Inventory, Rules) {
        "clang++ -O2 -g -x c++ source -o program",
        {"lex::state|int|4|.bss|function", "n::L::run::runs|int|4|.bss|function"},
        {"warning"}},
+      // Addresses in a section that was compressed as GNU did first.
+      {"int v; int main(void) { return v; }",
+       "clang -g -x c source -c -o a.o; for i in $(seq 60); do echo \"int v$i;\"; done >more; clang -g -x c more -c -o "
+       "b.o; clang a.o b.o -o program; objcopy --compress-debug-sections=zlib-gnu program; readelf -SW program | "
+       "grep -q zdebug_addr",
+       {"v|int|4|.bss|external", "v60|int|4|.bss|external"},
+       {"warning"}},
       // Functions whose names dwz took elsewhere.
       {"namespace n { static int lex(int a) { static int state; return state += a; } } struct P { int x, y; } p;\n"
        "int main() { return n::lex(p.x); }",
