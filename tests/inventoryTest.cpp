@@ -178,6 +178,15 @@ TEST(Inventory, Rules) {
        "gcc -g -x c source -o program",
        {"f|struct F|7|.data|external", "o|struct O|8|.bss|external", "p|struct O *|8|.data|external"},
        {}},
+      // Equal constants of two units at one address.
+      {"#ifdef A\nstatic const double t = 2.5; const void *volatile p = &t;\n#else\n\nstatic const double t = 2.5; "
+       "const "
+       "void *volatile q = &t; int main(void) { return 0; }\n#endif",
+       "clang -O2 -g -DA -x c -c source -o a.o; clang -O2 -g -x c -c source -o b.o; clang a.o b.o -o q; " INVENTORY_ROWS
+       " q | grep '^t' | cut -f 10 >rows; sort -u rows | wc -l >count; cat rows | wc -l >>count; tr '\\n' ' ' <count | "
+       "grep -qx '1 2 ' && mv q program",
+       {"t|const double|8|.rodata|internal"},
+       {}},
       // A type that one unit only declares, and another defines.
       {"#ifdef A\nstruct P; struct P *p;\n#else\nstruct P { long l[3]; } v; int main(void) { return 0; }\n#endif",
        "gcc -g -DA -x c -c source -o a.o; gcc -g -x c -c source -o b.o; gcc a.o b.o -o program",
