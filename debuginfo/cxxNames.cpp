@@ -16,6 +16,17 @@ namespace {
 
 bool isWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$'; }
 
+// The position behind the name of the operator that begins at `at`, "operator<"; `at` when none does.
+std::size_t endOfOperator(std::string_view name, std::size_t at) {
+  constexpr std::string_view word = "operator";
+  if (!name.substr(at).starts_with(word) || (at > 0 && isWordChar(name[at - 1]))) return at;
+  const std::string_view mark = name.substr(at + word.size());
+  for (const std::string_view each : {"<=>", "<<=", ">>=", "->*", "<<", ">>", "<=", ">=", "->", "()", "[]", "<", ">"}) {
+    if (mark.starts_with(each)) return at + word.size() + each.size();
+  }
+  return at;
+}
+
 // The words of one integer type, as gdb orders them.
 class IntegerWords {
  public:
@@ -64,19 +75,22 @@ class Canonicalizer {
  public:
   std::string rewrite(std::string_view name) {
     for (std::size_t at = 0; at < name.size();) {
-      if (isWordChar(name[at])) {
+      if (const std::size_t end = endOfOperator(name, at); end != at) {
+        takeOperator(name.substr(at, end - at));
+        at = end;
+      } else if (isWordChar(name[at])) {
         const std::size_t begin = at;
         while (at < name.size() && isWordChar(name[at])) ++at;
         takeWord(name.substr(begin, at - begin));
-      } else if (const std::size_t end = endOfAddress(name, at); end != at) {
+      } else if (const std::size_t after = endOfAddress(name, at); after != at) {
         // "(& name)" in g++'s words
         takeMark('&');
-        result_ += canonicalName(name.substr(at + 3, end - at - 4));
-        at = end;
-      } else if (name[at] == '\'') {
-        const std::size_t after = endOfLiteral(name, at);
-        takeLiteral(name.substr(at, after - at));
+        result_ += canonicalName(name.substr(at + 3, after - at - 4));
         at = after;
+      } else if (name[at] == '\'') {
+        const std::size_t behind = endOfLiteral(name, at);
+        takeLiteral(name.substr(at, behind - at));
+        at = behind;
       } else {
         takeMark(name[at++]);
       }
@@ -108,6 +122,12 @@ class Canonicalizer {
     const bool typed = !result_.empty() && (result_.back() == ')' || isWordChar(result_.back()));
     if (!typed && literal.size() <= longest && !literal.starts_with("'\\x")) result_ += "(char)";
     result_ += literal;
+    if (!brackets_.empty()) brackets_.back().atStart = false;
+  }
+
+  void takeOperator(std::string_view text) {
+    endInteger();
+    result_ += text;
     if (!brackets_.empty()) brackets_.back().atStart = false;
   }
 
@@ -218,17 +238,6 @@ std::string_view functionName(std::string_view text) {
     if (c == '>' || c == ')' || c == ']' || c == '}') --open;
   }
   return text.substr(begin, end - begin);
-}
-
-// The position behind the name of the operator that begins at `at`, "operator<"; `at` when none does.
-std::size_t endOfOperator(std::string_view name, std::size_t at) {
-  constexpr std::string_view word = "operator";
-  if (!name.substr(at).starts_with(word) || (at > 0 && isWordChar(name[at - 1]))) return at;
-  const std::string_view mark = name.substr(at + word.size());
-  for (const std::string_view each : {"<=>", "<<=", ">>=", "->*", "<<", ">>", "<=", ">=", "->", "()", "[]", "<", ">"}) {
-    if (mark.starts_with(each)) return at + word.size() + each.size();
-  }
-  return at;
 }
 
 }  // namespace

@@ -147,7 +147,9 @@ DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin
   dwarf_ = dwfl_module_getdwarf(module, &dwarfBias);
   if (elf == nullptr || dwarf_ == nullptr) refuse(path, module);
   bias_ = dwarfBias - elfBias;
-  addresses_ = SectionBytes(dwarf_getelf(dwarf_), ".debug_addr");
+  for (const char* name : {".debug_addr", ".zdebug_addr"}) {  // the latter inflated by libdw
+    if (addresses_.begin() == nullptr) addresses_ = SectionBytes(dwarf_getelf(dwarf_), name);
+  }
   openShared(path, module);
   openPackages(path, module);
   image_.emplace(module);

@@ -36,9 +36,13 @@ std::size_t knownFields(const Variable& variable) {
          std::size_t{!variable.file.empty()} + std::size_t{variable.line != 0};
 }
 
-// Whether two descriptions are of one variable, as far as they say.
+// Whether two descriptions are of one variable, as far as they say. Several units may define one for the whole program;
+// those of a unit alone may only share the address, if the linker merges equal constants.
 bool isSame(const Variable& a, const Variable& b) {
-  return a.name == b.name && a.linkage == b.linkage && (a.type == b.type || a.type.empty() || b.type.empty());
+  if (a.name != b.name || a.linkage != b.linkage) return false;
+  if (a.type != b.type && !a.type.empty() && !b.type.empty()) return false;
+  const bool placed = !a.file.empty() && !b.file.empty();
+  return a.linkage == Linkage::External || !placed || (a.file == b.file && a.line == b.line);
 }
 
 std::vector<Position> sortedPositions(const std::vector<Variable>& variables) {

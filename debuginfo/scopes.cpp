@@ -59,7 +59,7 @@ void Scopes::name(const Die& entry, ScopeMap& map, ScopeMap::Id id) {
   scope.inNameless = (own == nullptr && (isFunction || isElsewhere)) || outer.inNameless;
   scope.inFunction = isFunction || outer.inFunction;
   const bool isInNamespaces = outer.forVariables.empty() || outer.forVariables.size() == outer.namespaces + 2;
-  scope.namespaces = isNamespace && isInNamespaces
+  scope.namespaces = isNamespace && isInNamespaces && !text.empty()
                          ? static_cast<std::uint32_t>(outer.forVariables.size() + text.size()) - 2
                          : outer.namespaces;
   scope.forVariables = outer.forVariables + text;

@@ -259,6 +259,8 @@ std::string_view VariableReader::fullName(const Entry& entry, Variable& variable
   std::string scopes = scopes_.ofVariable(outermost, cxx_);
   const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) ||
                            ((entry.inFunction || !scopes.empty()) && scopes_.isInNameless(outermost));
+  if (!cxx_) variable.namespaceLength = 0;
+  if (cxx_ && !isUncertain) variable.namespaceLength = scopes_.namespacesOf(outermost);
   if (!isUncertain && scopes.empty() && !cxx_) return texts_.keep(entry.name);
   if (isUncertain) scopes = scopesBySymbol(entry, variable).value_or(scopes);
   if (!cxx_) return texts_.keep(scopes.append(entry.name));

@@ -54,11 +54,16 @@ TEST_F(FrontEnd, NamesAsGdbSpellsThem) {
       {"V<const S, V<> >", "V<const S, V<> >", "V<const S, V<> >"},
       {"f[abi:cxx11]", "f[abi:cxx11]", "f[abi:cxx11]"},
       {"::::<<(>", "::::<<(>", "<<(>"},
+      {"A::operator<::n", "A::operator<::n", "n"},
+      {"A::operator>><long int>::n", "A::operator>><long>::n", "n"},
+      {"A::operator<< <B::C<int> >", "A::operator<< <B::C<int> >", "operator<< <C<int> >"},
+      {"A::operator()::n", "A::operator()::n", "n"},
   };
   for (const auto& [name, canonical, plain] : cases) {
     EXPECT_EQ(canonicalName(name), canonical);
     EXPECT_EQ(withoutScopes(canonicalName(name)), plain);
   }
+  EXPECT_EQ(scopesOf("A::operator<::n").size(), 3u);
 }
 
 TEST_F(FrontEnd, TablesOfASmallProgram) {

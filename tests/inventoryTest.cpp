@@ -114,6 +114,13 @@ TEST(Inventory, Rules) {
        "clang++ -O2 -g -x c++ source -o program",
        {"lex::state|int|4|.bss|function", "n::L::run::runs|int|4|.bss|function"},
        {"warning"}},
+      // Addresses in a section that was compressed as GNU did first.
+      {"int v; int main(void) { return v; }",
+       "clang -g -x c source -c -o a.o; for i in $(seq 60); do echo \"int v$i;\"; done >more; clang -g -x c more -c -o "
+       "b.o; clang a.o b.o -o program; objcopy --compress-debug-sections=zlib-gnu program; readelf -SW program | "
+       "grep -q zdebug_addr",
+       {"v|int|4|.bss|external", "v60|int|4|.bss|external"},
+       {"warning"}},
       // Functions whose names dwz took elsewhere.
       {"namespace n { static int lex(int a) { static int state; return state += a; } } struct P { int x, y; } p;\n"
        "int main() { return n::lex(p.x); }",
@@ -170,6 +177,26 @@ TEST(Inventory, Rules) {
        "int main(void) { return f.n; }",
        "gcc -g -x c source -o program",
        {"f|struct F|7|.data|external", "o|struct O|8|.bss|external", "p|struct O *|8|.data|external"},
+       {}},
+      // Equal constants of two units at one address.
+      {"#ifdef A\nstatic const double t = 2.5; const void *volatile p = &t;\n#else\n\nstatic const double t = 2.5; "
+       "const "
+       "void *volatile q = &t; int main(void) { return 0; }\n#endif",
+       "clang -O2 -g -DA -x c -c source -o a.o; clang -O2 -g -x c -c source -o b.o; clang a.o b.o -o q; " INVENTORY_ROWS
+       " q | grep '^t' | cut -f 10 >rows; sort -u rows | wc -l >count; cat rows | wc -l >>count; tr '\\n' ' ' <count | "
+       "grep -qx '1 2 ' && mv q program",
+       {"t|const double|8|.rodata|internal"},
+       {}},
+      // A type that one unit only declares, and another defines.
+      {"#ifdef A\nstruct P; struct P *p;\n#else\nstruct P { long l[3]; } v; int main(void) { return 0; }\n#endif",
+       "gcc -g -DA -x c -c source -o a.o; gcc -g -x c -c source -o b.o; gcc a.o b.o -o program",
+       {"v|struct P|24|.bss|external", "p|struct P *|8|.bss|external"},
+       {}},
+      // The first directory of a unit is not one within that which it was compiled in, although it is relative.
+      {"int v; int main(void) { return 0; }",
+       "mkdir d; mv source d/s.c; cd d; gcc -gdwarf-5 -ffile-prefix-map=$(dirname $PWD)=. s.c -o ../q; cd "
+       "..; " INVENTORY_ROWS " q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program",
+       {"v|int|4|.bss|external"},
        {}},
       // What cannot be read, and what is the matter with it.
       {"#include <stdio.h>\n#include <stdlib.h>\nint v; int main(void) { return printf(\"\"); }",
@@ -265,25 +292,28 @@ TEST(Inventory, SharedReading) {
   }
 }
 
-// Bytes changed at random, anywhere in programs of several kinds: an error or an inventory, soon.
+// Bytes changed at random, anywhere in programs of several kinds and in a .dwo file: an error or an inventory, soon.
 TEST(Inventory, DamagedPrograms) {
-  const std::string builds[] = {"gcc -gdwarf-4", "gcc -gdwarf-5 -O2", "clang -g",
-                                "g++ -x c++ -gdwarf-4 -fdebug-types-section"};
+  const std::string cases[][2] = {{"gcc -gdwarf-4", "program"},
+                                  {"gcc -gdwarf-5 -O2", "program"},
+                                  {"clang -g", "program"},
+                                  {"g++ -x c++ -gdwarf-4 -fdebug-types-section", "program"},
+                                  {"g++ -x c++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section", "program-s.dwo"}};
   std::mt19937 random(11);
-  for (const std::string& build : builds) {
+  for (const auto& [build, file] : cases) {
     const TempDir directory;
     writeFile(directory / "s.c",
               "struct s { int a[3]; struct s *n; } v; long q(void) { static long k; return ++k; }\n"
               "char *(*f)(long); int main() { return (int)q() + v.a[1]; }\n");
     directory.run("echo 'struct { int i; } t;' >t.c; " + build +
                   " -w -nostartfiles -nostdlib -Wl,-emain s.c t.c -o program");
-    const std::string good = readFile(directory / "program");
+    const std::string good = readFile(directory / file);
     ASSERT_FALSE(good.empty()) << build;
     for (int round = 0; round < 300; ++round) {
       std::string bytes = good;
       for (int i = 0; i < 30; ++i) bytes[random() % bytes.size()] = static_cast<char>(random());
       std::copy_n(good.begin(), 64, bytes.begin());
-      writeFile(directory / "program", bytes);
+      writeFile(directory / file, bytes);
       EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .known = true})) == "?");
       if (round % 10 != 0) continue;
       const ReadOptions shared{.jobs = 2, .bytesOfProcess = 1};

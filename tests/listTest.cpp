@@ -164,6 +164,12 @@ TEST_F(List, Sums) {
     const std::string out = list("--format tsv --by " + arguments);
     EXPECT_EQ(out.substr(out.find('\n') + 1), rows) << arguments;
   }
+  directory.run(
+      "echo 'namespace a { namespace { struct C { static int s; bool operator<(int) { static int n; return ++n; } }; } "
+      "int C::s; } struct G { static int m; }; int G::m; int main() { return a::C() < a::C::s; }' | "
+      "g++ -g -x c++ - -o spaces");
+  EXPECT_EQ(list("--by namespace --format tsv spaces"),
+            "namespace\tvariables\tbytes\tunsized\na::(anonymous namespace)\t2\t8\t0\n(global)\t1\t4\t0\n");
   EXPECT_EQ(
       list("--by file vym --format json"),
       "{\"schema\": 1, \"executables\": [\n{\"path\": \"vym\", \"build_id\": null, \"directory\": null, \"sections\": "

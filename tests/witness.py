@@ -140,6 +140,11 @@ def address_lists(path):
     return lists
 
 
+def plain_path(path):
+    """Without what both tools put in front of the first directory of DWARF 5 once more if it is relative."""
+    return os.path.normpath(re.sub(r'^\./(.+)/\./\1/', r'./\1/', path))
+
+
 def dwarf_entries(path, number, entries, places):
     """Adds the variables in one file, the `number`th, to `entries`, and places in the code to `places`."""
     lists = address_lists(path)
@@ -165,12 +170,16 @@ def dwarf_entries(path, number, entries, places):
                 entry['discarded'] = int(found[1], 16) == 0
             found = re.search(r'\(DW_OP_const\w+ (0x[0-9a-f]+), DW_OP_(?:GNU_push|form)_tls_address', line)
             if found: entry['offset'] = int(found[1], 16)
-        found = re.search(r'DW_AT_(?:name|specification|abstract_origin)\s+\((?:0x[0-9a-f]+ )?"(.*)"\)', line)
-        if found and not entry['name']: entry['name'] = found[1]
+        found = re.search(r'DW_AT_name\s+\("(.*)"\)', line)
+        if found: entry['name'] = found[1]
+        found = re.search(r'DW_AT_(?:specification|abstract_origin)\s+\(0x[0-9a-f]+ "(.*)"\)', line)
+        if found: entry['shown'] = found[1]
         found = re.search(r'DW_AT_(?:specification|abstract_origin)\s+\((<alt )?(0x[0-9a-f]+)', line)
         if found: entry['completes'] = (1 if found[1] else number, int(found[2], 16))
         found = re.search(r'DW_AT_decl_file\s+\("(.*)"\)', line)
-        if found: entry['file'] = os.path.normpath(found[1])
+        if found: entry['file'] = plain_path(found[1])
+        found = re.search(r'DW_AT_linkage_name\s+\("(.*)"\)', line)
+        if found: entry['linkage'] = found[1]
         if 'DW_AT_artificial' in line: entry['artificial'] = True
 
 
@@ -183,7 +192,9 @@ def dwarf_variables(program):
         while 'completes' in other and (other := entries.get(other['completes'])):
             entry['artificial'] = entry['artificial'] or other['artificial']
             entry['name'] = entry['name'] or other['name']
-            if 'file' in other: entry.setdefault('file', other['file'])
+            for key in 'file', 'linkage':
+                if key in other: entry.setdefault(key, other[key])
+        entry['name'] = entry['name'] or entry.get('shown')
     located = [{key: value for key, value in entry.items() if key != 'completes'}
                for entry in entries.values() if 'address' in entry or 'offset' in entry]
     return located, sorted(places)
@@ -244,7 +255,9 @@ class Comparison:
         if said:
             with open(said, 'w') as file: json.dump([self.entries, self.known, self.symbols], file)
         self.files = collections.defaultdict(set)
+        self.entries_at = collections.defaultdict(list)
         for entry in self.entries:
+            self.entries_at[entry.get('address')].append(entry)
             if 'file' in entry: self.files['address' in entry, entry.get('address', entry.get('offset'))].add(entry['file'])
         self.faults = 0
         if done.returncode != 0: self.fault('cannot be read: ' + self.warnings)
@@ -303,7 +316,7 @@ class Comparison:
     def ask_gdb(self, places):
         with tempfile.TemporaryDirectory() as directory:
             hints, result = directory + '/hints', directory + '/result'
-            names = {row['name'] for row in self.rows} | {entry['name'] for entry in self.entries if entry['name']}
+            names = {row['name'] for row in self.rows} | {name for entry in self.entries for name in (entry['name'], entry.get('shown')) if name}
             with open(hints, 'w') as file: json.dump({'places': places, 'names': sorted(names)}, file)
             environment = dict(os.environ, WITNESS_HINTS=hints, WITNESS_RESULT=result, DEBUGINFOD_URLS='')
             done = subprocess.run([os.environ.get('GDB', 'gdb'), '-nx', '-batch', '-x', os.path.abspath(__file__), self.program],
@@ -321,6 +334,9 @@ class Comparison:
                 continue
             else:
                 candidates = [row for row in self.by_address[fact['address']] if self.is_named(row, fact)]
+                # In C gdb takes the name of the symbol if the source gives it one.
+                labels = [entry['name'] for entry in self.entries_at[fact['address']] if entry.get('linkage') == fact['name']]
+                candidates = candidates or [row for row in self.by_address[fact['address']] if row['name'] in labels]
             if not candidates and fact['name'] not in self.warnings:
                 self.fault('missing: %s, which gdb has at %x' % (fact['name'], fact['address'] or 0))
             differences = [self.differences(row, fact, self.by_address[fact['address']]) for row in candidates]
@@ -337,7 +353,7 @@ class Comparison:
     def files_of(self, row, fact):
         """By llvm-dwarfdump, if it knows the address: gdb 13 looks numbers up in the list of another unit at times."""
         place = int(row['address']) if row['address'] != 'null' else None
-        return self.files.get((row['thread_local'] == 'false', place)) or {os.path.normpath(fact['file'])}
+        return self.files.get((row['thread_local'] == 'false', place)) or {plain_path(fact['file'])}
 
     def differences(self, row, fact, beside=()):
         said = []
