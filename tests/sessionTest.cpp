@@ -1,5 +1,6 @@
 // The conversations with the child tools: with fakes that misbehave in every way, and what is left afterwards.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <csignal>
 #include <functional>
@@ -269,5 +270,7 @@ TEST_F(GDB, LateAnswersAreDropped) {
     for (int i = 0; i < 1000; ++i) EXPECT_EQ(ask(session, "5"), "?");
     session.endGDB();
   });
-  kill(std::stoi(readFile(directory / "id")), SIGKILL);
+  const pid_t leftBehind = std::stoi(readFile(directory / "id"));
+  kill(leftBehind, SIGKILL);
+  waitpid(leftBehind, nullptr, 0);  // or the handler of SIGCHLD did it
 }
