@@ -65,7 +65,7 @@ class Check : public testing::Test {
   // Runs `tolquin list` with these budgets.
   RunResult check(const std::string& budgets, const std::string& arguments = "rows.jsonl") const {
     writeFile(directory / "budget", budgets);
-    return directory.run(TOLQUIN " list --check budget " + arguments);
+    return directory.run("tolquin list --check budget " + arguments);
   }
 
   const TempDir directory;
@@ -122,17 +122,13 @@ TEST_F(Check, Formats) {
   EXPECT_EQ(check(budgets, "rows.jsonl --format csv").out,
             "executable,pattern,section,bytes,limit,over\r\n"
             "\"net\",\"src/**\",\".bss\",150,120,30\r\n\"ui\",\"src/**\",\".bss\",1024,120,904\r\n");
-  const RunResult one =
-      directory.run("grep ui rows.jsonl >ui.jsonl; " TOLQUIN " list --check budget ui.jsonl | head -n 1");
+  const RunResult one = directory.run("grep ui rows.jsonl >ui.jsonl; tolquin list --check budget ui.jsonl | head -n 1");
   EXPECT_EQ(one.out, "Pattern  Section  Bytes  Limit  Over by\n");
-  const RunResult described =
-      directory.run(TOLQUIN
-                    " list --check budget rows.jsonl --format json >check.json\n"
-                    "/usr/bin/python3 -c 'import json, jsonschema, sys\n"
-                    "jsonschema.validate(json.load(open(\"check.json\")), json.load(sys.stdin))' <" SOURCE_DIRECTORY
-                    "/docs/schema.json");
+  const RunResult described = directory.run(R"(tolquin list --check budget rows.jsonl --format json >check.json
+/usr/bin/python3 -c 'import json, jsonschema, sys
+jsonschema.validate(json.load(open("check.json")), json.load(sys.stdin))' <$SOURCE/docs/schema.json)");
   EXPECT_EQ(described.status, 0) << described.err;
-  EXPECT_NE(directory.run(TOLQUIN " list check.json").err.find("holds the result of a check"), std::string::npos);
+  EXPECT_NE(directory.run("tolquin list check.json").err.find("holds the result of a check"), std::string::npos);
 }
 
 TEST_F(Check, WrongUse) {
@@ -158,10 +154,10 @@ TEST_F(Check, WrongUse) {
     EXPECT_EQ(result.out, "");
     EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
   }
-  EXPECT_EQ(directory.run(TOLQUIN " list rows.jsonl --check none").err,
+  EXPECT_EQ(directory.run("tolquin list rows.jsonl --check none").err,
             "tolquin: none: cannot be opened: No such file or directory\n");
-  EXPECT_EQ(directory.run(TOLQUIN " list rows.jsonl --check .").status, 2);
-  EXPECT_EQ(directory.run(TOLQUIN " list rows.jsonl --check ''").status, 2);
+  EXPECT_EQ(directory.run("tolquin list rows.jsonl --check .").status, 2);
+  EXPECT_EQ(directory.run("tolquin list rows.jsonl --check ''").status, 2);
   // An input that fails comes first: the check is not whole.
   EXPECT_EQ(check("* .bss 1", "rows.jsonl none").status, 1);
 }

@@ -87,7 +87,7 @@ std::string randomVariables(std::mt19937& random, std::size_t most) {
 class Diff : public testing::Test {
  protected:
   // The result of `tolquin diff` with these arguments, within the directory.
-  RunResult diff(const std::string& arguments) const { return directory.run(TOLQUIN " diff " + arguments); }
+  RunResult diff(const std::string& arguments) const { return directory.run("tolquin diff " + arguments); }
 
   // A result with these lines, in each of which what is not said is what most variables have.
   void writeRows(const std::string& name, const std::string& lines) const {
@@ -216,13 +216,13 @@ TEST_F(Diff, Formats) {
   EXPECT_EQ(diff("old new --where 'name = moved'").out,
             "No variable has changed\n1 → 1 bytes (0), writable or thread-local 0 → 1 (+1)\n"
             "1 variable moved to another section (`--moves` shows them)\n");
-  EXPECT_EQ(directory.run("GITHUB_WORKSPACE=/build " TOLQUIN " diff --format github -n 2 old new").out,
+  EXPECT_EQ(directory.run("GITHUB_WORKSPACE=/build tolquin diff --format github -n 2 old new").out,
             "::warning file=src/a%2Cb%3Ac%25.c,line=7,title=Variable has grown::alias, int → long: 8 bytes, +4\n"
             "::warning file=h.h,title=Variable added::x\\x1b[31m\\x0a::error::: of unknown size\n");
-  const RunResult checked = directory.run(TOLQUIN R"( diff old new --moves --format json >diff.json
+  const RunResult checked = directory.run(R"(tolquin diff old new --moves --format json >diff.json
     /usr/bin/python3 -c '
-import json, jsonschema
-schema = json.load(open(")" SOURCE_DIRECTORY R"(/docs/schema.json"))
+import json, jsonschema, os
+schema = json.load(open(os.environ["SOURCE"] + "/docs/schema.json"))
 document = json.load(open("diff.json"))
 jsonschema.validate(document, schema)
 rows = [dict(json.loads(line)) for line in open("new")]
@@ -231,7 +231,7 @@ for change in document["changes"]:
     print(change["class"], change["delta"], variable["name"].encode("unicode_escape").decode())
 total = document["total"]
 print(total["old"]["variables"], total["new"]["unsized"], total["mutable_delta"], total["type"], total["grown"])
-'; )" TOLQUIN " diff.json 2>&1");
+'; tolquin diff.json 2>&1)");
   EXPECT_EQ(checked.out,
             "removed -18446744073709551615 gone\ntype 4 alias\nmoved 0 moved\nadded None x\\x1b[31m\\n::error::\n"
             "4 1 -18446744073709551606 1 0\ntolquin: diff.json: holds changes, not variables\n")
@@ -275,10 +275,9 @@ def escaped(c):
 print(shown == sorted("".join(map(escaped, name)).strip() for name in names))
 )");
   const RunResult result = directory.run(
-      "/usr/bin/python3 make.py; : >none.jsonl; t() { " TOLQUIN
-      " diff --format markdown none.jsonl $@ 2>/dev/null; }; t odd -n 1000 >odd.md; /usr/bin/python3 check.py; "
-      "for n in 0 5 100; do t long -n $n >long.md; wc -c <long.md; tail -n 1 long.md; grep -c '^| add' long.md; done; "
-      "t odd | grep -c '^| add'");
+      R"(/usr/bin/python3 make.py; : >none.jsonl; t() { tolquin diff --format markdown none.jsonl $@ 2>/dev/null; }
+t odd -n 1000 >odd.md; /usr/bin/python3 check.py; for n in 0 5 100; do t long -n $n >long.md; wc -c <long.md
+tail -n 1 long.md; grep -c '^| add' long.md; done; t odd | grep -c '^| add')");
   const std::vector<std::string> lines = splitAt(result.out, '\n');
   ASSERT_EQ(lines.size(), 13u) << result.out << result.err;
   EXPECT_EQ(lines[0] + lines[1] + lines[2], "0 set(){7}True") << result.out << result.err;
@@ -347,11 +346,10 @@ TEST_F(Diff, LimitsAndWrongUse) {
 // What is said of diff is complete, and its options are completed.
 TEST_F(Diff, Descriptions) {
   const RunResult checked =
-      directory.run(TOLQUIN R"( diff --help | grep -oE '^ +(-[a-z],)?--[a-z-]+' | grep -oE '[-][-][a-z-]+' >options
-    sed 's/\\-/-/g; 1,/^.SH OPTIONS OF DIFF/d; /^.SH OPTIONS OF TABLES/,$d' )" SOURCE_DIRECTORY
-                            R"(/docs/tolquin.1 >manual
+      directory.run(R"(tolquin diff --help | grep -oE '^ +(-[a-z],)?--[a-z-]+' | grep -oE '[-][-][a-z-]+' >options
+    sed 's/\\-/-/g; 1,/^.SH OPTIONS OF DIFF/d; /^.SH OPTIONS OF TABLES/,$d' $SOURCE/docs/tolquin.1 >manual
     for option in $(grep -v -e --help options); do
-      for text in manual )" SOURCE_DIRECTORY R"(/completion/tolquin.*; do
+      for text in manual $SOURCE/completion/tolquin.*; do
         grep -qE -e "$option|-l ${option#--} " $text || echo $option is missing in $text
       done
     done; wc -l <options)");
@@ -361,15 +359,15 @@ TEST_F(Diff, Descriptions) {
 // The steps of the workflow in the document, taken from it, on a repository with a pull request; what the workflow asks
 // of GitHub is written down by a script called gh.
 TEST_F(Diff, Workflow) {
-  writeFile(directory / "steps.py", R"(import re, yaml
-text = open(")" SOURCE_DIRECTORY R"(/docs/continuous-integration.md").read()
+  writeFile(directory / "steps.py", R"(import os, re, yaml
+text = open(os.environ["SOURCE"] + "/docs/continuous-integration.md").read()
 workflow = yaml.safe_load(re.search("```yaml\n(.*?)```", text, re.S).group(1))
 for step in workflow["jobs"]["variables"]["steps"]:
     open(step["name"].split()[0], "w").write(step["run"])
 print("export BUILD=\"%s\"; export PROGRAM=%s" % (workflow["env"]["BUILD"], workflow["env"]["PROGRAM"]))
 )");
   const RunResult result = directory.run(R"(set -e
-    mkdir bin temp work; ln -s )" TOLQUIN R"( bin/tolquin
+    mkdir bin temp work; ln -s $(command -v tolquin) bin/tolquin
     cat >bin/gh <<'END'
 #!/bin/sh
 echo gh "$@" | sed "s|$RUNNER_TEMP|TEMP|g" >&2

@@ -32,7 +32,7 @@ std::string bare(const std::string& type) {
 }
 
 const std::string gnu = "/usr/bin";
-const std::string ours = LOCATOR_DIRECTORY;
+const std::string ours = "$LOCATOR";
 
 // Compares a row with what objdump.1 lists, with the place that a batch of addr2line tells, and with gdb's witness.
 void expectRight(const Columns& row, const Columns& listed, const std::string& place, const Columns& witness) {
@@ -97,15 +97,15 @@ TEST_P(Example, EveryRowIsRight) {
   const std::size_t end = std::min(build.find(';'), build.size());
   // What gdb says is taken before the debugging information is moved about, which confuses gdb 13 at times.
   const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
-      c=$1; cxx=$2; shift 2; mkdir 'a b'; cp )" EXAMPLES_DIRECTORY R"(/inventory/*.* 'a b'; cd 'a b'
+      c=$1; cxx=$2; shift 2; mkdir 'a b'; cp $SOURCE/examples/inventory/*.* 'a b'; cd 'a b'
       $c -w $* -c parts.c; $cxx -w $* -c main.cpp; $cxx -w $* main.o parts.o -o ../program
-      cd ..; )" EXAMPLES_DIRECTORY "/make_tables.sh program vym" +
-                                        build.substr(end) + "\n" TOLQUIN " tables program -o vym --quiet");
+      cd ..; $SOURCE/examples/make_tables.sh program vym)" +
+                                        build.substr(end) + R"(
+tolquin tables program -o vym --quiet)");
   ASSERT_EQ(built.status, 0) << built.err;
   const std::string vym = directory / "vym";
   const auto expectAllBut = [&](const std::set<std::string>& unknown, const std::string& tool) {
-    const RunResult result =
-        directory.run("PATH=" + tool + ":$PATH DB=vym EXEFILE=program " TOLQUIN_EXE " vym program");
+    const RunResult result = directory.run("PATH=" + tool + ":$PATH DB=vym EXEFILE=program tolquin.exe vym program");
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out + result.err, "");
     for (const std::string& name : compare(vym, directory / "program", tool))
@@ -135,7 +135,7 @@ TEST(Program, RowsTracesAndRequestsToTheLetter) {
   writeSmallTables(directory.path());
   fake.addr2line(std::string("read a; echo $a.c:12; read a; echo ??:0\n") + echoingTool);
   fake.gdb("printf '(gdb) '; read a; echo $a >question; printf '3:\\tint unknown;\\n(gdb) '; read a");
-  const RunResult result = directory.run("DEBUG_ERR=22 VYMDEBUG=yes GDB_VERSION=5 EXEFILE=x " TOLQUIN_EXE " . x");
+  const RunResult result = directory.run("DEBUG_ERR=22 VYMDEBUG=yes GDB_VERSION=5 EXEFILE=x tolquin.exe . x");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err,
@@ -172,7 +172,7 @@ TEST(Program, OddReplies) {
     // A tool that is kept off the processor for long does not get its second line in.
     RunResult result;
     for (int tries = 0; tries < 5 && result.out != c.places + "|"; ++tries)
-      result = directory.run("EXEFILE=x " TOLQUIN_EXE " . x; cut -f8,9 tGlobalVarDef.tbl | tr '\\t\\n' ' |'");
+      result = directory.run(R"(EXEFILE=x tolquin.exe . x; cut -f8,9 tGlobalVarDef.tbl | tr '\t\n' ' |')");
     EXPECT_EQ(result.out, c.places + "|") << c.tool;
     EXPECT_EQ(result.err, "") << c.tool;
   }
@@ -189,7 +189,7 @@ TEST(Program, DebuggerThatEnds) {
     fake.addr2line(echoingTool);
     fake.gdb(after.empty() ? "printf '(gdb) '; read a b name; printf \"int $name;\\n(gdb) \""
                            : after + "echo \"long ${a##* };\"; printf '(gdb) '");
-    const RunResult result = directory.run("EXEFILE=x " TOLQUIN_EXE " . x; cut -f2,3 tGlobalVarDef.tbl");
+    const RunResult result = directory.run("EXEFILE=x tolquin.exe . x; cut -f2,3 tGlobalVarDef.tbl");
     const std::string type = after.empty() ? "int" : "long";
     EXPECT_EQ(result.out, "counter\t" + type + "\ntable\t" + type + "\nns::unknown\t" + type + "\n");
     EXPECT_EQ(result.err, "");
@@ -205,7 +205,7 @@ TEST(Program, ToolThatIsNeverHeardSeesItsInputClose) {
   writeFile(directory / "objdump.1", "");
   RunResult result;
   for (int tries = 0; tries < 20 && result.out != "ended\nstarted\n"; ++tries)
-    result = directory.run("rm -f *ed; " TOLQUIN_EXE " . x; ls | grep ed$");
+    result = directory.run("rm -f *ed; tolquin.exe . x; ls | grep ed$");
   EXPECT_EQ(result.out, "ended\nstarted\n");
 }
 
@@ -232,7 +232,7 @@ TEST(Program, IndexThatAnotherRunHas) {
 
   lock = open("/dev/null", O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(flock(lock, LOCK_EX), 0);
-  const RunResult result = directory.run("ln -sf /dev/null vifa.dat; timeout 100 " TOLQUIN_EXE " . x");
+  const RunResult result = directory.run("ln -sf /dev/null vifa.dat; timeout 100 tolquin.exe . x");
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(table(directory / "tGlobalVarDef.tbl").size(), 2u);
   close(lock);
@@ -247,9 +247,9 @@ TEST(Program, RunsThatShareAnIndex) {
   writeSmallTables(directory / "a");
   writeSmallTables(directory / "b");
   for (int i = 0; i < 20; ++i) {
-    const RunResult result = directory.run("rm -f */tGlobalVarDef.tbl; DB=a " TOLQUIN_EXE " a x & DB=a " TOLQUIN_EXE
-                                           " b x; echo $?; wait $!; echo $?; wc -l <a/tGlobalVarDef.tbl; "
-                                           "wc -l <b/tGlobalVarDef.tbl");
+    const RunResult result = directory.run(
+        R"(rm -f */tGlobalVarDef.tbl; DB=a tolquin.exe a x & DB=a tolquin.exe b x; echo $?; wait $!; echo $?
+wc -l <a/tGlobalVarDef.tbl; wc -l <b/tGlobalVarDef.tbl)");
     EXPECT_EQ(result.out, "0\n0\n2\n2\n");
   }
 }
@@ -265,7 +265,7 @@ TEST(Program, Faults) {
   const std::string unlocated =
       "1\tcounter\tint\t4\t4\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n"
       "2\ttable\tchar *\t16\t1\t<NULL>\t<NULL>\t<NULL>\t0\t-1\n";
-  const std::string start = "DEBUG_ERR=22 VYMDEBUG=no DB=. " TOLQUIN_EXE " ";
+  const std::string start = "DEBUG_ERR=22 VYMDEBUG=no DB=. tolquin.exe ";
   const std::string usual = start + ". x";
   const std::string notFound = "Var info from Address 8049f50 Not Found\n";
   const std::string longName(600, 'n');
@@ -279,10 +279,10 @@ TEST(Program, Faults) {
       {start + ". x y", 112, usage, "", "-"},
       {start + "'' x", 112, usage, "", "-"},
       {start + ".// x", 0, "", notFound, rows},
-      {"DEBUG_ERR=021 DB=. " TOLQUIN_EXE " . x", 0, "", "", rows},
+      {"DEBUG_ERR=021 DB=. tolquin.exe . x", 0, "", "", rows},
       {"rm objdump.txt; " + usual, 114, "", "tolquin: 114 - Unable to open input file: ./objdump.txt 2\n", "-"},
       {"rm objdump.1; " + usual, 120, "", "tolquin: 120 - Unable to open input file: ./objdump.1 2\n", "-"},
-      {"rm objdump.1; DEBUG_ERR=21 DB=. " TOLQUIN_EXE " . x", 120, "", "", "-"},
+      {"rm objdump.1; DEBUG_ERR=21 DB=. tolquin.exe . x", 120, "", "", "-"},
       {"mkdir tGlobalVarDef.tbl; " + usual, 126, "",
        "tolquin: 126 - Unable to open input file: ./tGlobalVarDef.tbl 21\n", "-"},
       {"rm sizes.tbl; " + usual, 132, "", "tolquin: 132 - Unable to open input file: ./sizes.tbl 2\n", ""},
@@ -291,14 +291,14 @@ TEST(Program, Faults) {
       {"echo 08049f48 4 >>objdump.1; " + usual, 223, "", notFound + "tolquin: 735 - Error parsing objdump.1 record\n",
        rows},
       {"echo >objdump.1; " + usual, 223, "", "tolquin: 735 - Error parsing objdump.1 record\n", ""},
-      {"seq 100000 | tr '0\\n' '\\0x' >objdump.1; DB=. " TOLQUIN_EXE " . x", 223, "", "", ""},
+      {R"(seq 100000 | tr '0\n' '\0x' >objdump.1; DB=. tolquin.exe . x)", 223, "", "", ""},
       {": >objdump.1; " + usual, 0, "", "", ""},
-      {"DEBUG_ERR=22 DB=none " TOLQUIN_EXE " . x", 1, "", "File cannot be opened\n", ""},
-      {"mkdir d; DB=d " TOLQUIN_EXE " . x", 0, "", "cannot open d/objdump.1to read\n", ""},
-      {"mkdir d; cp objdump.1 d; DB=d " TOLQUIN_EXE " . x", 0, "", "cannot open d/objdump.txtto read\n", ""},
+      {"DEBUG_ERR=22 DB=none tolquin.exe . x", 1, "", "File cannot be opened\n", ""},
+      {"mkdir d; DB=d tolquin.exe . x", 0, "", "cannot open d/objdump.1to read\n", ""},
+      {"mkdir d; cp objdump.1 d; DB=d tolquin.exe . x", 0, "", "cannot open d/objdump.txtto read\n", ""},
       {"ulimit -f 10; " + usual, 1, "", "./vifa.dat: node 0: cannot be written: File too large\n", ""},
       {"echo >$(command -v addr2line); " + usual, 0, "", "EOF reading from A2L!\n" + notFound, unlocated},
-      {"PATH=.; EXEFILE=x " + usual, 0, "", notFound, unlocated},
+      {"PATH=$(dirname $(command -v tolquin.exe)); EXEFILE=x " + usual, 0, "", notFound, unlocated},
       {usual + " <&- >&- 2>&-", 0, "", "", rows},
       {"echo 08049f50 4 again >>objdump.1; EXEFILE=x " + usual, 0, "", notFound + notFound, rows},
       {"echo '1 4 c\\' >objdump.1; EXEFILE=x " + usual, 0, "", "Var info from Address 1 Not Found\n", ""},

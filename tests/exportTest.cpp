@@ -44,7 +44,7 @@ class Export : public testing::Test {
 
   // Exports into `all.db`.
   void exportAll(const std::string& arguments) const {
-    const RunResult result = directory.run(TOLQUIN " export --sqlite all.db " + arguments);
+    const RunResult result = directory.run("tolquin export --sqlite all.db " + arguments);
     EXPECT_EQ(result.status, 0) << arguments << result.err;
     EXPECT_EQ(result.out + result.err, "");
   }
@@ -85,7 +85,7 @@ assert list(ours[0]) == list(theirs[0])
 )");
   const std::string inputs = "prog rows.jsonl odd.jsonl";
   exportAll(inputs);
-  const RunResult compared = directory.run(TOLQUIN " list --format jsonl " + inputs + " | /usr/bin/python3 compare.py");
+  const RunResult compared = directory.run("tolquin list --format jsonl " + inputs + " | /usr/bin/python3 compare.py");
   EXPECT_EQ(compared.status, 0) << compared.err;
   EXPECT_EQ(
       ask("SELECT * FROM executable WHERE id < 3"),
@@ -96,7 +96,7 @@ assert list(ours[0]) == list(theirs[0])
   for (const std::string group : {"file", "type"}) {
     EXPECT_EQ(ask("SELECT * FROM bytes_by_" + group + " ORDER BY 1 NULLS LAST"),
               directory
-                  .run(TOLQUIN " list prog rows.jsonl --format tsv --sort " + group + " --by " + group +
+                  .run("tolquin list prog rows.jsonl --format tsv --sort " + group + " --by " + group +
                        " | tail -n +2 | sed 's/^\\t/NULL\\t/; s/\\t/ /g'")
                   .out);
   }
@@ -123,7 +123,7 @@ TEST_F(Export, Repeated) {
   EXPECT_EQ(ask("SELECT count(*) FROM executable"), "4\n");
   // One that fails keeps what there is of it; the others are exported.
   writeFile(directory / "prog", "no program");
-  const RunResult failed = directory.run(TOLQUIN " export --sqlite all.db prog rows.jsonl --where 'name = b'");
+  const RunResult failed = directory.run("tolquin export --sqlite all.db prog rows.jsonl --where 'name = b'");
   EXPECT_EQ(failed.status, 1);
   EXPECT_NE(failed.err.find("prog: is not an ELF file"), std::string::npos);
   EXPECT_EQ(ask("SELECT name FROM variable ORDER BY id LIMIT 3"), "b\nb\napp::config\n");
@@ -143,8 +143,8 @@ TEST_F(Export, Interrupted) {
   if (directory.run("strace -o /dev/null true").status != 0) GTEST_SKIP() << "strace does not work here";
   writeFile(directory / "many.awk", R"(BEGIN { for (i = 0; i < 6000; ++i)
     printf "{\"executable\": \"/m\", \"name\": \"v%d\", \"type\": \"T%d\", \"size\": %d}\n", i, i % 999, i * factor })");
-  directory.run("awk -v factor=1 -f many.awk >one.jsonl; awk -v factor=2 -f many.awk >two.jsonl; " TOLQUIN
-                " export --sqlite two.db two.jsonl");
+  directory.run(R"(awk -v factor=1 -f many.awk >one.jsonl; awk -v factor=2 -f many.awk >two.jsonl
+tolquin export --sqlite two.db two.jsonl)");
   exportAll("one.jsonl");
   const std::string before = state("all.db");
   const std::string after = state("two.db");
@@ -158,7 +158,7 @@ TEST_F(Export, Interrupted) {
         about.append(" ").append(words[i]).append(" ").append(event);
         std::string command = "ASAN_OPTIONS=detect_leaks=0 strace -qq -o /dev/null -e trace=" + words[0];
         command.append(" -e inject=" + words[0] + ":" + event + ":when=" + words[i]);
-        command.append(" " TOLQUIN " export two.jsonl --sqlite ");
+        command.append(" tolquin export two.jsonl --sqlite ");
         const int status = directory.run(command + "all.db").status;
         const std::string now = state("all.db");
         EXPECT_TRUE(now == after || (now == before && status != 0)) << about;
@@ -168,15 +168,15 @@ TEST_F(Export, Interrupted) {
         const bool isThere = directory.run("ls new.db*").status == 0;
         EXPECT_TRUE(event != "signal=INT" || !isThere || state("new.db") == after) << about;
         EXPECT_TRUE(event.starts_with("signal") || isThere != hasFailed || words[0] == "unlink") << about;
-        EXPECT_EQ(directory.run(TOLQUIN " export two.jsonl --sqlite new.db").status, 0) << about;
+        EXPECT_EQ(directory.run("tolquin export two.jsonl --sqlite new.db").status, 0) << about;
         EXPECT_EQ(state("new.db"), after) << about;
         directory.run("rm new.db");
       }
     }
   }
   EXPECT_GT(undone, 9);
-  const RunResult full = directory.run("ulimit -f 100; for d in all new; do " TOLQUIN
-                                       " export --sqlite $d.db two.jsonl; echo $?; done; ls *.db* | xargs");
+  const RunResult full = directory.run(
+      "ulimit -f 100; for d in all new; do tolquin export --sqlite $d.db two.jsonl; echo $?; done; ls *.db* | xargs");
   EXPECT_EQ(full.out, "1\n1\nall.db two.db\n") << full.err;
   EXPECT_TRUE(full.err.starts_with("tolquin: all.db: cannot be ")) << full.err;
   EXPECT_EQ(state("all.db"), before);
@@ -184,19 +184,19 @@ TEST_F(Export, Interrupted) {
 
 // Several at a time wait for each other.
 TEST_F(Export, AtTheSameTime) {
-  const RunResult result = directory.run("for i in 1 2 3 4 5 6 7 8; do sed s:/p:/$i: rows.jsonl >$i.jsonl; " TOLQUIN
-                                         " export --sqlite all.db $i.jsonl & done; wait");
+  const RunResult result = directory.run(R"(for i in 1 2 3 4 5 6 7 8; do sed s:/p:/$i: rows.jsonl >$i.jsonl
+tolquin export --sqlite all.db $i.jsonl & done; wait)");
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(ask("SELECT count(*), count(DISTINCT executable) FROM variables"), "26 9\n");
 }
 
 TEST_F(Export, WrongUseAndBadDatabases) {
   directory.run(
-      "echo text >text; head -c 5000 /dev/urandom >noise; mkdir d; mkfifo pipe; : >empty.db; touch -- :memory:\n"
-      "sqlite3 other.db 'CREATE TABLE t (a)'; sqlite3 marked.db 'PRAGMA application_id = 7'\n" TOLQUIN
-      " export --sqlite next.db prog; sqlite3 next.db 'PRAGMA user_version = 2'\n" TOLQUIN
-      " export --sqlite short.db prog; truncate -s 9000 short.db; cp other.db locked.db\n" TOLQUIN
-      " export --sqlite ro.db prog; chmod a=r ro.db; chmod a+rx .");
+      R"(echo text >text; head -c 5000 /dev/urandom >noise; mkdir d; mkfifo pipe; : >empty.db; touch -- :memory:
+sqlite3 other.db 'CREATE TABLE t (a)'; sqlite3 marked.db 'PRAGMA application_id = 7'
+tolquin export --sqlite next.db prog; sqlite3 next.db 'PRAGMA user_version = 2'
+tolquin export --sqlite short.db prog; truncate -s 9000 short.db; cp other.db locked.db
+tolquin export --sqlite ro.db prog; chmod a=r ro.db; chmod a+rx .)");
   const struct {
     std::string arguments;
     int status;
@@ -223,7 +223,7 @@ TEST_F(Export, WrongUseAndBadDatabases) {
       {"--sqlite new.db prog --where size=3", 0, "no variable is selected"},
   };
   for (const auto& [arguments, status, message] : cases) {
-    const RunResult result = directory.run(TOLQUIN " export " + arguments);
+    const RunResult result = directory.run("tolquin export " + arguments);
     EXPECT_EQ(result.status, status) << arguments << result.err;
     EXPECT_NE(result.err.find(message), std::string::npos) << arguments << ": " << result.err;
     EXPECT_EQ(result.err.empty(), message.empty()) << result.err;
@@ -231,11 +231,11 @@ TEST_F(Export, WrongUseAndBadDatabases) {
   }
   EXPECT_EQ(directory.run("ls a.db; stat -c %s :memory: | grep -c ...").out, "1\n");
   const RunResult locked = directory.run(
-      "mkfifo in; sqlite3 locked.db <in >log & exec 3>in; echo 'BEGIN EXCLUSIVE; SELECT 1;' >&3\n"
-      "until [ -s log ]; do sleep 0.01; done; " TOLQUIN " export --sqlite locked.db prog; exec 3>&-; wait");
+      R"(mkfifo in; sqlite3 locked.db <in >log & exec 3>in; echo 'BEGIN EXCLUSIVE; SELECT 1;' >&3
+until [ -s log ]; do sleep 0.01; done; tolquin export --sqlite locked.db prog; exec 3>&-; wait)");
   EXPECT_EQ(locked.err, "tolquin: locked.db: is locked by another program\n");
   const std::string unprivileged = directory.run("id -u").out == "0\n" ? "setpriv --reuid=65534 --clear-groups " : "";
-  EXPECT_EQ(directory.run(unprivileged + TOLQUIN " export --sqlite ro.db prog").err, "tolquin: ro.db: is read-only\n");
+  EXPECT_EQ(directory.run(unprivileged + "tolquin export --sqlite ro.db prog").err, "tolquin: ro.db: is read-only\n");
 }
 
 // Every table and column is described, and every question in the document has an answer.

@@ -19,9 +19,9 @@ class Fault : public testing::Test {
  protected:
   void SetUp() override {
     const std::string none = directory / "none";
-    const RunResult made = run("make -s -C " EXAMPLES_DIRECTORY "/inventory PROGRAM=" + program +
-                               " && " TOLQUIN " tables " + program + " -o " + vym + " --quiet && sed -i '/ busy /d' " +
-                               vym + "/objdump.txt && mkdir " + none + " && cp " + vym + "/objdump.1 " + none);
+    const RunResult made = run("make -s -C $SOURCE/examples/inventory PROGRAM=" + program + " && tolquin tables " +
+                               program + " -o " + vym + " --quiet && sed -i '/ busy /d' " + vym +
+                               "/objdump.txt && mkdir " + none + " && cp " + vym + "/objdump.1 " + none);
     ASSERT_EQ(made.status, 0) << made.err;
     // Where the index fails, gdb answers.
     for (const std::string& index : {vym, none}) {
@@ -55,7 +55,7 @@ class Fault : public testing::Test {
   const std::string vym = directory / "vym";
   // The search for leaks cannot run under strace.
   const std::string command = "ASAN_OPTIONS=detect_leaks=0 DB=" + vym + " EXEFILE=" + program + " timeout 100 ";
-  const std::string core = TOLQUIN_EXE " " + vym + " " + program;
+  const std::string core = "tolquin.exe " + vym + " " + program;
   std::set<std::string> allowed;
 };
 
@@ -193,7 +193,7 @@ TEST(Soak, EveryRowIsRightOrEmpty) {
   writeFile(directory / "objdump.txt", text);
   writeFile(directory / "sizes.tbl", "int\t4\n");
   const RunResult result =
-      run("DB=" + directory.path() + " " TOLQUIN_EXE " " + directory.path() + " x & pid=$!; peak=0; " +
+      run("DB=" + directory.path() + " tolquin.exe " + directory.path() + " x & pid=$!; peak=0; " +
           "while line=$(grep VmHWM /proc/$pid/status 2>/dev/null); do peak=$line; sleep 0.05; done; " +
           "wait $pid; echo $? $peak");
   const std::vector<std::string> words = splitAt(result.out, ' ');

@@ -23,8 +23,8 @@ class FrontEnd : public testing::Test {
 
 // For scripts: `scan PROGRAM DIRECTORY` makes the tables of the program, and the result from them.
 std::string scanning(const std::string& debugger = "EXEFILE=$PWD/$1 ") {
-  return "scan() { " TOLQUIN " tables --quiet $3 -o $2 $1; " + debugger +
-         "DB=$2 PATH=" LOCATOR_DIRECTORY ":$PATH " TOLQUIN_EXE " $2 $PWD/$1; }\n";
+  return "scan() { tolquin tables --quiet $3 -o $2 $1; " + debugger +
+         "DB=$2 PATH=$LOCATOR:$PATH tolquin.exe $2 $PWD/$1; }\n";
 }
 
 }  // namespace
@@ -67,7 +67,7 @@ TEST_F(FrontEnd, NamesAsGdbSpellsThem) {
 }
 
 TEST_F(FrontEnd, TablesOfASmallProgram) {
-  EXPECT_EQ(directory.run(TOLQUIN " tables program; cat program.vym/* | sed -E 's/(0x)?[0-9a-f]{4,16}/ADDRESS/'").out,
+  EXPECT_EQ(directory.run("tolquin tables program; cat program.vym/* | sed -E 's/(0x)?[0-9a-f]{4,16}/ADDRESS/'").out,
             "program.vym: 1 variables, 1 declarations, 1 sizes of types\n"
             "ADDRESS 8 counter\nlong counter /* ADDRESS */;\nlong\t8\n");
 }
@@ -133,7 +133,7 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
                                   {"short", "short: has no sections; the file is truncated"},
                                   {"program -o text/x", "text/x: cannot be made a directory: Not a directory"}};
   for (const auto& [arguments, message] : cases) {
-    const RunResult result = directory.run(TOLQUIN " tables " + arguments);
+    const RunResult result = directory.run("tolquin tables " + arguments);
     EXPECT_EQ(result.status, 1) << arguments;
     EXPECT_EQ(result.out, "");
     EXPECT_TRUE(result.err.starts_with("tolquin: ")) << result.err;
@@ -141,7 +141,7 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
   }
   // A full disk leaves nothing behind, and an earlier table as it was.
   const RunResult full =
-      directory.run(TOLQUIN " tables program >log; (ulimit -f 0; " TOLQUIN " tables program) 2>&1 | cat; ls *.vym");
+      directory.run("tolquin tables program >log; (ulimit -f 0; tolquin tables program) 2>&1 | cat; ls *.vym");
   EXPECT_EQ(full.out,
             "tolquin: program.vym/objdump.1: cannot be written: File too large\nobjdump.1\nobjdump.txt\nsizes.tbl\n");
 }
@@ -151,7 +151,7 @@ TEST_F(FrontEnd, PackagesOfDwoFiles) {
   const std::string cases[][2] = {{"gcc g++ -gdwarf-4", "dwp"}, {"clang clang++ -gdwarf-5", "llvm-dwp"}};
   for (const auto& [compilers, packer] : cases) {
     const RunResult result =
-        directory.run(scanning("") + "set -e; cp " EXAMPLES_DIRECTORY "/inventory/*.* .; set -- " + compilers +
+        directory.run(scanning("") + "set -e; cp $SOURCE/examples/inventory/*.* .; set -- " + compilers +
                       R"(
             $1 -w $3 -gsplit-dwarf -c parts.c; $2 -w $3 -gsplit-dwarf -c main.cpp; $2 *.o -o p; rm -rf *.dwp a b
             )"
@@ -177,7 +177,7 @@ TEST_F(FrontEnd, DamagedDebuggingInformation) {
       std::string bytes = good;
       for (int i = 0; i < 40; ++i) bytes[from + random() % (bytes.size() - from)] = static_cast<char>(random());
       writeFile(directory / file, bytes);
-      const RunResult result = directory.run("timeout 60 " TOLQUIN " tables " + file.substr(0, file.find('.')));
+      const RunResult result = directory.run("timeout 60 tolquin tables " + file.substr(0, file.find('.')));
       ASSERT_LE(result.status, 1) << file << round << ": " << result.err;
       const bool warned = result.err.find("warning") != std::string::npos;
       EXPECT_EQ(result.status == 1 || warned, result.err.starts_with("tolquin: ")) << result.err;

@@ -45,12 +45,12 @@ TEST_P(Witnessed, RowsAreRightAndComplete) {
   const std::string& build = GetParam();
   const std::size_t end = std::min(build.find(';'), build.size());
   // Processes that share the reading find the same.
-  const std::string witness = INVENTORY_ROWS " ../program >../by_one 2>&1; " INVENTORY_ROWS
-                                             " ../program -j3 --share >../by_three 2>&1; cmp ../by_one ../by_three && "
-                                             "/usr/bin/python3 " WITNESS " " INVENTORY_ROWS " ../program ../said";
+  const std::string witness =
+      R"(inventoryRows ../program >../by_one 2>&1; inventoryRows ../program -j3 --share >../by_three 2>&1
+cmp ../by_one ../by_three && /usr/bin/python3 $SOURCE/tests/witness.py inventoryRows ../program ../said)";
   // What the witnesses say is taken before the debugging information is moved about, which confuses gdb 13 at times.
   const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
-      c=$1; cxx=$2; shift 2; mkdir src; cd src; cp )" EXAMPLES_DIRECTORY "/inventory/*.* " PROGRAMS R"(/tricky.* .
+      c=$1; cxx=$2; shift 2; mkdir src; cd src; cp $SOURCE/examples/inventory/*.* $SOURCE/tests/programs/tricky.* .
       $c -w $* -c parts.c -o parts.o; $c -w $* -c tricky.c -o tricky_c.o; $cxx -w $* -c main.cpp -o main.o
       $cxx -std=c++17 -w $* -c tricky.cpp -o tricky.o; $cxx -w $* main.o tricky.o parts.o tricky_c.o -o ../program)");
   ASSERT_EQ(built.status, 0) << built.err;
@@ -158,11 +158,10 @@ TEST(Inventory, Rules) {
       // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
       {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
        "int _start(void) { static char state; return ++state + (int)kept[1]; }",
-       "for v in 4 5; do clang --target=powerpc-linux-gnu -gdwarf-$v -ffreestanding -nostdlib -static -fuse-ld=lld -x "
-       "c "
-       "source -o program; mv program $v; " INVENTORY_ROWS " $v >>rows; done; cut -f 1-9 rows | sort | uniq -c | awk "
-       "'$1 != 2' >odd; test ! -s odd; clang --target=powerpc-linux-gnu -g -gsplit-dwarf -ffreestanding -c -x c source "
-       "-o a.o; ld.lld -static a.o -o program; llvm-dwp -e program -o program.dwp; rm a.dwo",
+       R"(for v in 4 5; do clang --target=powerpc-linux-gnu -gdwarf-$v -ffreestanding -nostdlib -static -fuse-ld=lld -x c source -o program
+mv program $v; inventoryRows $v >>rows; done; cut -f 1-9 rows | sort | uniq -c | awk '$1 != 2' >odd
+test ! -s odd; clang --target=powerpc-linux-gnu -g -gsplit-dwarf -ffreestanding -c -x c source -o a.o
+ld.lld -static a.o -o program; llvm-dwp -e program -o program.dwp; rm a.dwo)",
        {"kept|long [3]|12|.data|internal", "words|const char * const [2]|8|.data.rel.ro|external",
         "_start::state|char|1|.bss|function", "each|int|4|.tdata|external", "every|short|2|.tbss|external"},
        {"warning"}},
@@ -182,10 +181,9 @@ TEST(Inventory, Rules) {
       {"#ifdef A\nstatic const double t = 2.5; const void *volatile p = &t;\n#else\n\nstatic const double t = 2.5; "
        "const "
        "void *volatile q = &t; int main(void) { return 0; }\n#endif",
-       "for u in A B; do gcc -O2 -g -fmerge-all-constants -D$u -x c -c source -o $u.o; done; gcc A.o B.o -o "
-       "q; " INVENTORY_ROWS
-       " q | grep '^t' | cut -f 10 >rows; sort -u rows | wc -l >count; cat rows | wc -l >>count; tr '\\n' ' ' <count | "
-       "grep -qx '1 2 ' && mv q program",
+       R"(for u in A B; do gcc -O2 -g -fmerge-all-constants -D$u -x c -c source -o $u.o; done; gcc A.o B.o -o q
+inventoryRows q | grep '^t' | cut -f 10 >rows; sort -u rows | wc -l >count; cat rows | wc -l >>count
+tr '\n' ' ' <count | grep -qx '1 2 ' && mv q program)",
        {"t|const double|8|.rodata|internal"},
        {}},
       // A type that one unit only declares, and another defines.
@@ -195,8 +193,8 @@ TEST(Inventory, Rules) {
        {}},
       // The first directory of a unit is not one within that which it was compiled in, although it is relative.
       {"int v; int main(void) { return 0; }",
-       "mkdir d; mv source d/s.c; cd d; gcc -gdwarf-5 -ffile-prefix-map=$(dirname $PWD)=. s.c -o ../q; cd "
-       "..; " INVENTORY_ROWS " q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program",
+       R"(mkdir d; mv source d/s.c; cd d; gcc -gdwarf-5 -ffile-prefix-map=$(dirname $PWD)=. s.c -o ../q; cd ..
+inventoryRows q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program)",
        {"v|int|4|.bss|external"},
        {}},
       // What cannot be read, and what is the matter with it.
@@ -224,7 +222,7 @@ TEST(Inventory, Rules) {
   for (const auto& each : cases) {
     const TempDir directory;
     writeFile(directory / "source", each.source + "\n");
-    const RunResult result = directory.run("(set -e; " + each.build + ") >&2; " INVENTORY_ROWS " program");
+    const RunResult result = directory.run("(set -e; " + each.build + ") >&2; inventoryRows program");
     const std::string path = directory / "program";
     std::string all = joined(inventoryOf(path));
     for (std::size_t at = 0; (at = all.find(path)) != std::string::npos;) all.replace(at, path.size(), "program");
@@ -267,7 +265,7 @@ TEST(Inventory, SharedReading) {
       "inline int shared = 3; int g$i(int (*g)(S &)) { static int state; return g(s$i) + shared + u + ++state; }\" "
       ">$i.cpp; done; echo 'int main() {}' >m.cpp; g++ -g -w *.cpp -o program");
   ASSERT_EQ(built.status, 0) << built.err;
-  const std::string rows = INVENTORY_ROWS " program";
+  const std::string rows = "inventoryRows program";
   const RunResult alone = directory.run(rows);
   ASSERT_EQ(std::count(alone.out.begin(), alone.out.end(), '\n'), 33) << alone.out;
   const std::string faults[] = {

@@ -44,7 +44,7 @@ int main() { return depth + *count() + app::names[depth & 1][0] + (app::config.a
 
   // Standard output of `tolquin list` with these arguments.
   std::string list(const std::string& arguments) const {
-    const RunResult result = directory.run(TOLQUIN " list " + arguments);
+    const RunResult result = directory.run("tolquin list " + arguments);
     EXPECT_EQ(result.status, 0) << arguments << result.err;
     return result.out;
   }
@@ -65,18 +65,16 @@ TEST_F(List, FieldsOfAProgram) {
             "prog\tdepth\tint\t4\t.tdata\ttrue\ttrue\texternal\tprog.cpp\t8\n");
   EXPECT_EQ(
       directory
-          .run(TOLQUIN " list prog --where 'thread_local = false' --sort address --format tsv --columns address | "
-                       "tail -n +2 >ours; nm -n prog | sed -nE 's/^0*([0-9a-f]+) . "
-                       "_?(_ZN?(L5table|3app)|_ZZ5count).*/0x\\1/p' | "
-                       "diff - ours")
+          .run(
+              R"(tolquin list prog --where 'thread_local = false' --sort address --format tsv --columns address | tail -n +2 >ours
+nm -n prog | sed -nE 's/^0*([0-9a-f]+) . _?(_ZN?(L5table|3app)|_ZZ5count).*/0x\1/p' | diff - ours)")
           .out,
       "");
   // The same from everything that it writes, also through a pipe, and put together with others.
   for (const std::string format : {"json", "jsonl"}) {
     const RunResult again =
-        directory.run("set -e; t() { " TOLQUIN
-                      " list \"$@\"; }; for f in json jsonl csv; do t --format $f prog >a.$f; done\n"
-                      "t --sort name --format " +
+        directory.run(R"(set -e; t() { tolquin list "$@"; }; for f in json jsonl csv; do t --format $f prog >a.$f; done
+t --sort name --format )" +
                       format +
                       " prog | t --format csv /dev/stdin | diff a.csv -\n"
                       "t a." +
@@ -105,16 +103,16 @@ TEST_F(List, Formats) {
             "q              ?  ?        \\x1b[31m\\u202e\"ä,\\x09漢  ?           ?\n"
             "\n5 variables, 116 bytes and 1 of unknown size\n  .bss 100\n  .rodata 16\n  elsewhere 0\n");
   EXPECT_EQ(
-      directory.run("COLUMNS=36 " TOLQUIN " vym --columns name,file,line; COLUMNS=45 " TOLQUIN " prog -n 1").out,
+      directory.run("COLUMNS=36 tolquin vym --columns name,file,line; COLUMNS=45 tolquin prog -n 1").out,
       "Name   File    Line\nx      /d/x.c     7\ny\\xff  ?          ?\n\n2 variables, 4 bytes and 1 of unknown size\n"
       "  elsewhere 4\n"
       "Size  Section  Name      Type       Place\n  48  .rodata  app::ta…  const do…  …og.cpp:5\n\n"
       "5 variables, 80 bytes; 1 of 5 rows shown\n" +
-          directory.run(TOLQUIN " prog | sed '1,/ variables/d'").out);
+          directory.run("tolquin prog | sed '1,/ variables/d'").out);
   // On a terminal nothing is obeyed, whatever the format.
   for (const std::string format : {"table", "csv", "tsv", "json", "jsonl"}) {
     const RunResult shown =
-        directory.run("NO_COLOR=1 script -qec '" TOLQUIN " rows.jsonl --format " + format + "' /dev/null");
+        directory.run("NO_COLOR=1 script -qec 'tolquin rows.jsonl --format " + format + "' /dev/null");
     EXPECT_NE(shown.out.find("b"), std::string::npos);
     EXPECT_EQ(shown.out.find('\x1b'), std::string::npos) << format;
     EXPECT_EQ(shown.out.find("\u202e"), std::string::npos) << format;
@@ -142,7 +140,7 @@ TEST_F(List, Choice) {
   };
   for (const auto& [options, expected] : cases) {
     const std::string columns = options.find("--columns") == std::string::npos ? " --columns name " : " ";
-    writeFile(directory / "command", TOLQUIN " list rows.jsonl --format jsonl " + options + columns + " 2>note");
+    writeFile(directory / "command", "tolquin list rows.jsonl --format jsonl " + options + columns + " 2>note");
     const RunResult shown = directory.run("sh ./command | sed -E 's/^[^:]*: \"?|\"?}$//g' | paste -sd' '");
     EXPECT_EQ(shown.out, expected + "\n") << options;
     const bool noted = readFile(directory / "note") == "tolquin: no variable is selected\n";
@@ -179,14 +177,14 @@ TEST_F(List, Sums) {
 
 // Everything that is written fits its description, and every option and column is documented and completed.
 TEST_F(List, Descriptions) {
-  const RunResult checked = directory.run("set -e; t=" TOLQUIN "; docs=" SOURCE_DIRECTORY R"(/docs
-    $t list prog rows.jsonl vym --format json >variables.json; $t list rows.jsonl --by type --format json >sums.json
-    $t list vym --columns name,line --format json >few.json; $t list prog rows.jsonl --format jsonl >lines.jsonl
-    $t list --list-columns | cut -f1 >columns; $t list --help >help; $t export --help >>help
+  const RunResult checked = directory.run(R"(set -e; docs=$SOURCE/docs
+    tolquin list prog rows.jsonl vym --format json >variables.json; tolquin list rows.jsonl --by type --format json >sums.json
+    tolquin list vym --columns name,line --format json >few.json; tolquin list prog rows.jsonl --format jsonl >lines.jsonl
+    tolquin list --list-columns | cut -f1 >columns; tolquin list --help >help; tolquin export --help >>help
     grep -oE '^ +(-[a-z],)?--[a-z-]+' help | grep -oE '[-][-][a-z-]+' >options
     sed 's/\\-/-/g' $docs/tolquin.1 >manual
     for option in $(cat options); do
-      for text in manual )" SOURCE_DIRECTORY R"(/completion/tolquin.*; do
+      for text in manual $SOURCE/completion/tolquin.*; do
         [ $option = --help ] || grep -qE -e "$option|-l ${option#--} " $text || echo $option is missing in $text
       done
     done
@@ -257,14 +255,14 @@ TEST_F(List, WrongUseAndBadInput) {
       {"--help >/dev/full", 1, "No space left on device"},
   };
   for (const auto& [arguments, status, message] : cases) {
-    const RunResult result = directory.run(TOLQUIN " " + arguments);
+    const RunResult result = directory.run("tolquin " + arguments);
     EXPECT_EQ(result.status, status) << arguments << result.err;
     EXPECT_TRUE(result.err.starts_with("tolquin: ")) << arguments << result.err;
     EXPECT_NE(result.err.find(message), std::string::npos) << arguments << ": " << result.err;
     EXPECT_EQ(result.out.empty(), status != 0) << arguments;
   }
-  EXPECT_EQ(directory.run(TOLQUIN " prog | head -n 1").err, "");
-  EXPECT_EQ(directory.run("printf '\\033[31m' >name; " TOLQUIN " ./$(cat name)").err,
+  EXPECT_EQ(directory.run("tolquin prog | head -n 1").err, "");
+  EXPECT_EQ(directory.run(R"(printf '\033[31m' >name; tolquin ./$(cat name))").err,
             "tolquin: ./\\x1b[31m: cannot be opened: No such file or directory\n");
 }
 
@@ -289,7 +287,7 @@ END
 )");
   for (const std::string jobs : {"1", "2", "50"}) {
     if (SANITIZED) break;  // the sanitizer wants to be loaded first
-    const RunResult result = directory.run("LD_PRELOAD=$PWD/crash.so " TOLQUIN " list -j " + jobs +
+    const RunResult result = directory.run("LD_PRELOAD=$PWD/crash.so tolquin list -j " + jobs +
                                            " prog none1 crash none2 rows.jsonl prog --format csv --columns executable");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err, errors) << jobs;
@@ -297,19 +295,18 @@ END
   }
   // With few descriptors fewer are read at a time.
   const RunResult few =
-      directory.run("ulimit -n 12; " TOLQUIN " list -j 30 $(yes prog | head -n 30) --format jsonl | wc -l");
+      directory.run("ulimit -n 12; tolquin list -j 30 $(yes prog | head -n 30) --format jsonl | wc -l");
   EXPECT_EQ(few.out + few.err, "150\n");
   // Interrupted while an input waits for something that never comes: no process is left.
   const RunResult interrupted = directory.run(
-      "mkfifo pipe; " TOLQUIN
-      " list prog pipe & pid=$!; until child=$(pgrep -P $pid) && [ $(echo $child | wc -w) = 1 ]; do sleep 0.01; done\n"
-      "kill -TERM $pid; wait $pid; echo $?; while [ -e /proc/$child/exe ]; do sleep 0.01; done");
+      R"(mkfifo pipe; tolquin list prog pipe & pid=$!; until child=$(pgrep -P $pid) && [ $(echo $child | wc -w) = 1 ]; do sleep 0.01; done
+kill -TERM $pid; wait $pid; echo $?; while [ -e /proc/$child/exe ]; do sleep 0.01; done)");
   EXPECT_EQ(interrupted.out, "143\n");
 }
 
 // Bytes changed at random, in programs and in results: a list, or a message and the other input whole; never a crash.
 TEST_F(List, DamagedInputs) {
-  directory.run(TOLQUIN " list prog --format json >prog.json");
+  directory.run("tolquin list prog --format json >prog.json");
   std::mt19937 random(5);
   for (const std::string file : {"prog", "prog.json", "rows.jsonl", "vym/tGlobalVarDef.tbl"}) {
     const std::string good = readFile(directory / file);
@@ -322,8 +319,7 @@ TEST_F(List, DamagedInputs) {
       mkdir("-p " + directory / "bad");
       writeFile(directory / (file.starts_with("vym") ? "bad/tGlobalVarDef.tbl" : "bad/file"), bytes);
       const std::string input = file.starts_with("vym") ? "bad" : "bad/file";
-      const RunResult result =
-          directory.run("timeout 60 " TOLQUIN " list --format tsv --columns name rows.jsonl " + input);
+      const RunResult result = directory.run("timeout 60 tolquin list --format tsv --columns name rows.jsonl " + input);
       ASSERT_LE(result.status, 1) << file << round << ": " << result.err;
       EXPECT_EQ(result.err.find("signal"), std::string::npos) << file << round << result.err;
       EXPECT_GE(splitAt(result.out, '\n').size(), 6u) << file << round;

@@ -13,7 +13,7 @@ class Report : public testing::Test {
     writeFile(directory / "bad", "neither a program nor JSON");
   }
 
-  RunResult report(const std::string& arguments) const { return directory.run(TOLQUIN " report " + arguments); }
+  RunResult report(const std::string& arguments) const { return directory.run("tolquin report " + arguments); }
 
   const TempDir directory;
 };
@@ -45,7 +45,7 @@ TEST_F(Report, FileAppearsWholeOrNotAtAll) {
   EXPECT_EQ(report("-o no/where.html rows.jsonl").status, 1);
   writeFile(directory / "old.html", "old");
   EXPECT_EQ(report("-o old.html bad missing").status, 1);
-  EXPECT_EQ(directory.run("ulimit -f 8; trap '' XFSZ; " TOLQUIN " report -o old.html rows.jsonl").status, 1);
+  EXPECT_EQ(directory.run("ulimit -f 8; trap '' XFSZ; tolquin report -o old.html rows.jsonl").status, 1);
   EXPECT_EQ(readFile(directory / "old.html"), "old");
   // One input of two makes a page, and it says what is not there.
   const RunResult half = report("-o half.html rows.jsonl bad");

@@ -13,6 +13,19 @@
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// Commands in tests find the programs as tolquin, tolquin.exe and inventoryRows on PATH, the sources in $SOURCE, and
+// the directory of the project's own addr2line in $LOCATOR.
+const bool environmentIsSet = [] {
+  setenv("PATH", (std::string(PROGRAM_DIRECTORIES ":") + std::getenv("PATH")).c_str(), 1);
+  setenv("SOURCE", SOURCE_DIRECTORY, 1);
+  setenv("LOCATOR", LOCATOR_DIRECTORY, 1);
+  return true;
+}();
+
+}  // namespace
+
 TempDir::TempDir() : path_(fs::temp_directory_path() / "tolquin-test-XXXXXX") {
   if (mkdtemp(path_.data()) == nullptr) std::abort();
 }
@@ -55,7 +68,7 @@ pid_t startTolquin(const std::string& directory, const std::string& program) {
   setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
   alarm(60);
   std::freopen("/dev/null", "w", stderr);
-  execl(TOLQUIN_EXE, TOLQUIN_EXE, directory.c_str(), program.c_str(), nullptr);
+  execlp("tolquin.exe", "tolquin.exe", directory.c_str(), program.c_str(), nullptr);
   _exit(99);
 }
 
