@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds tolquin, compiles the example program, and shows its variables and the suite's table of it.
+# Builds tolquin and the example program, and shows the program's variables, also as the suite's table.
 set -euo pipefail
 cd "$(dirname "$0")"
 . tools/requirements.sh

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds everything and runs all tests. Installs what is missing first (as root on Debian; otherwise says what to install).
+# Builds everything and runs all tests. First installs missing packages (on Debian as root; otherwise prints which to install).
 # usage: test.sh [preset]      release (default), debug or asan
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -8,5 +8,5 @@ require_packages "${build_packages[@]}" "${test_packages[@]}"
 preset=${1:-release}
 build_preset "$preset" -DBUILD_TESTING=ON
 dpkg-query -W "${page_packages[@]}" >/dev/null 2>&1 ||
-  echo "The page of tolquin report is not tested: that takes ${page_packages[*]}." >&2
+  echo "The page of tolquin report will not be tested, which requires ${page_packages[*]}." >&2
 ctest --preset "$preset" -j "$(nproc)"

@@ -1,6 +1,6 @@
-# Shared by the scripts in this directory; to be sourced from the root of the project.
+# Shared by the scripts in this directory, which source it from the root of the project.
 
-# Writes a program of $1 globals of mixed types to $2.c and compiles it to $2.
+# Writes a program of $1 global variables of mixed types to $2.c, and compiles it to $2.
 generate_program() {
   awk -v n="$1" 'BEGIN {
     split("int;unsigned long;char *;double;struct point", type, ";")
@@ -12,7 +12,7 @@ generate_program() {
   gcc -g -O0 -fno-pie -no-pie -w "$2.c" -o "$2"
 }
 
-# Prints the seconds that a command takes; its output is dropped.
+# Runs a command, discards its output, and prints the seconds that it takes.
 seconds() {
   local start=$EPOCHREALTIME status=0
   "$@" >/dev/null 2>&1 || status=$?

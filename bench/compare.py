@@ -1,9 +1,8 @@
 #!/usr/bin/env python3
-"""Runs commands in turn, round after round, and prints a line for each: medians of the seconds it took and of the processor
-seconds, its peak memory in kB (that of the largest process, but never less than this script takes,
-about 14,000), and the median over all rounds of what the first command took
-compared with it. A command that cannot be found gives a line of dashes.
-usage: compare.py ROUNDS COMMAND...      MEASURE_WITH: what is put before each command, such as "chrt -f 50"
+"""Runs commands alternately for several rounds, and prints a line for each: its wall-clock seconds, its processor seconds,
+its peak memory in kB (of the largest process; never below that of this script, about 14,000), and the ratio of the
+seconds of the first command to its own. All are medians over the rounds. A missing command gives a line of dashes.
+usage: compare.py ROUNDS COMMAND...      MEASURE_WITH: a prefix for each command, such as "chrt -f 50"
 """
 import os
 import shlex
@@ -15,7 +14,7 @@ import time
 
 
 def run(command):
-    """Returns seconds, processor seconds and peak memory of one run."""
+    """Returns the wall-clock seconds, processor seconds and peak memory of one run."""
     start = time.perf_counter()
     process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     _, _, usage = os.wait4(process.pid, 0)
@@ -31,7 +30,7 @@ def main():
             if shutil.which(command[0]) is None:
                 continue
             result = run(prefix + command)
-            if round > 0:  # the first fills caches
+            if round > 0:  # the first round fills the caches
                 results.append(result)
     for results in runs:
         if not results:

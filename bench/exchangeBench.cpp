@@ -1,7 +1,7 @@
-// The bare limit of a run: addr2line asked one address at a time by a program that does nothing else. And the cost of
-// starting and ending each session.
-// usage: exchangeBench exchange <program> < addresses     prints the seconds
-//        exchangeBench sessions <program>                 prints the seconds of addr2line's and gdb's start and end
+// The lower bound for a run, in which the program only asks addr2line for one address at a time, and the cost of
+// starting and ending each session. Called by bench/run.sh. usage: exchangeBench exchange <program> < addresses prints
+// seconds
+//        exchangeBench sessions <program>                 prints seconds for starting and ending addr2line and gdb
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -48,7 +48,7 @@ void sessions(const char* program) {
   A2LControl locator(program);
   const double locatorSeconds = secondsOf([&] { locator.startA2L(), locator.endA2L(); });
   GDBControl debugger(program);
-  debugger.startGDB();  // learns which options this gdb knows
+  debugger.startGDB();  // finds out which options this gdb supports
   debugger.endGDB();
   const double debuggerSeconds = secondsOf([&] { debugger.startGDB(), debugger.endGDB(); });
   std::printf("%.4f %.4f\n", locatorSeconds, debuggerSeconds);

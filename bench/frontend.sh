@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Measures the front end against gdb, nm, abidw and a bare walk with libdw, and prints tables in Markdown: generated programs of
-# many variables, large C++ programs (this project's tests linked several times over, and the programs named), small programs
-# (as named after --small), and the other commands against list. Medians of five rounds in turn, of wall seconds.
+# Compares the front end with gdb, nm, abidw and a bare walk with libdw, and prints tables in Markdown: for generated programs
+# with many variables, large C++ programs (this project's tests linked several times over, and each PROGRAM), small programs
+# (those after --small), and the other commands compared with list. Figures are medians of wall-clock seconds over five rounds.
 # usage: [MEASURE_WITH="chrt -f 50"] bench/frontend.sh [PROGRAM...] [--small PROGRAM...]
-# MEASURE_WITH is put before each measured command; that one, for root, keeps other work on the machine out of the figures.
+# MEASURE_WITH is a prefix for each measured command; the one above, for root, keeps other processes from disturbing it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
@@ -27,14 +27,14 @@ done
 
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b + 0 > 0) printf "%.3g", a / b; else printf "-" }'; }
 megabytes() { awk -v kb="$1" 'BEGIN { printf "%.0f", kb / 1024 }'; }
-# Megabytes of .debug_info.
-information() {
+# Size of .debug_info in megabytes.
+debug_info_size() {
   local size
   size=$(readelf -SW "$1" | sed -n 's/^ *\[ *[0-9]*\] \.debug_info *//p' | awk '{ print $4 }')
   awk -v bytes="$((16#$size))" 'BEGIN { printf "%.1f", bytes / 1e6 }'
 }
 
-# The tests of this project $2 times over, in $1.
+# Links $2 copies of this project's tests to the program $1, which is never run.
 link_large() {
   build asan tolquinTests
   local objects=() copy object
@@ -45,7 +45,6 @@ link_large() {
       objects+=("$work/objects/$copy.${#objects[@]}.o")
     done < <(find "$PWD"/build/asan/{src,debuginfo,suite,frontend,tests} -name '*.cpp.o')
   done
-  # It is never run.
   g++ -fsanitize=address,undefined -Wl,-z,muldefs,--unresolved-symbols=ignore-all "${objects[@]}" -o "$1"
 }
 
@@ -75,11 +74,11 @@ large_programs() {
   link_large "$work/tests" 7
   for program in "$work/tests" "${large[@]}"; do
     mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin list -j1 $program" "$tolquin list -j2 $program" "$walk $program")
-    # Once, as it takes half a minute. An empty MEASURE_WITH is no argument.
+    # Only once, as it takes half a minute. MEASURE_WITH is split into words.
     # shellcheck disable=SC2086
     gdb=$(seconds ${MEASURE_WITH:-} gdb -nx -batch -ex 'info variables' "$program")
     read -r seconds _ memory _ <<<"${lines[0]}"
-    size=$(information "$program")
+    size=$(debug_info_size "$program")
     printf '| %s | %s | %s | %.0f | %s | %s | %s | %s |\n' "$(basename "$program")" "$size" "$seconds" \
       "$(ratio "$size" "$seconds")" "$(ratio 1 "${lines[1]##* }")" "${lines[2]##* }" "$(ratio "$seconds" "$gdb")" \
       "$(megabytes "$memory")"
@@ -95,12 +94,12 @@ small_programs() {
   for program in "${small[@]}"; do
     mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin list $program" \
       "gdb -nx -batch -ex 'info variables' $program" "nm -lS $program")
-    printf '| %s | %s | %s | %s | %s |\n' "$(basename "$program")" "$(information "$program")" "${lines[0]%% *}" \
+    printf '| %s | %s | %s | %s | %s |\n' "$(basename "$program")" "$(debug_info_size "$program")" "${lines[0]%% *}" \
       "${lines[1]##* }" "${lines[2]##* }"
   done
 }
 
-# A program of 100,000 variables, of which one has grown.
+# A second program of 100,000 variables, in which one has grown, is for diff.
 commands() {
   local name arguments seconds memory lines
   [ -e "$work/100000" ] || generate_program 100000 "$work/100000"

@@ -1,5 +1,5 @@
-// The disk table and the index build next to their bare limits, on 100,000 items. Files are made in the directory that
-// the environment variable BENCH_DIRECTORY names (default: the working directory).
+// Measures the disk table and the index build with 100,000 items, and their lower bounds. Called by bench/run.sh. Files
+// are created in the directory that the environment variable BENCH_DIRECTORY names (default: the working directory).
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <malloc.h>
@@ -34,7 +34,7 @@ ItemType item(int number) {
   return made;
 }
 
-// Memory that belongs to this process alone, in KiB.
+// Private memory of this process, in KiB.
 double privateMemory() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
@@ -48,7 +48,7 @@ void insertAll(IndexTable& table) {
 }
 
 void inserts(benchmark::State& state) {
-  state.counters["KiB"] = 0;  // every benchmark has to have every counter
+  state.counters["KiB"] = 0;  // the CSV output needs the same counters in all benchmarks
   for (auto _ : state) {
     IndexTable table('w', tablePath().c_str());
     insertAll(table);
@@ -58,7 +58,7 @@ void inserts(benchmark::State& state) {
 
 void insertsAndLookups(benchmark::State& state) {
   for (auto _ : state) {
-    malloc_trim(0);  // what an earlier table has left would hide what this one takes
+    malloc_trim(0);  // or memory freed by an earlier table would be reused
     const double before = privateMemory();
     IndexTable table('w', tablePath().c_str());
     insertAll(table);
@@ -71,7 +71,7 @@ void insertsAndLookups(benchmark::State& state) {
   std::filesystem::remove(tablePath());
 }
 
-// The records of the table's file, each written once.
+// Writes each record of the table's file once.
 void bareWrites(benchmark::State& state) {
   state.counters["KiB"] = 0;
   {

@@ -187,7 +187,7 @@ std::vector<Budget> readBudgets(const std::string& path) {
       throw UsageError(place(path, number) + error.what());
     }
   }
-  if (reader.metOverlong()) throw UsageError(place(path, number + 1) + "the line is too long");
+  if (reader.foundOverlongLine()) throw UsageError(place(path, number + 1) + "the line is too long");
   if (reader.failed()) throw UsageError(path + ": cannot be read: " + std::strerror(errno));
   return budgets;
 }

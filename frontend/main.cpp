@@ -111,7 +111,7 @@ void prepare() {
   // Names may be in UTF-8, whatever the user's language.
   if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
   const bool closed = fcntl(STDOUT_FILENO, F_GETFD) < 0;
-  occupyStandardDescriptors();
+  ensureStandardDescriptorsOpen();
   if (closed) throw UserError("standard output is closed");
 }
 

@@ -1,5 +1,5 @@
-// The reader of debugging information: a file in ELF, however damaged, gives an error, or variables in order whose
-// texts can be taken apart.
+// Fuzzes the reader of debugging information: any ELF file, however damaged, gives either an error, or variables in
+// ascending order of addresses with well-formed texts.
 #include <sys/mman.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// A condition that has to hold in a fuzz target, in every build.
+// EXPECT(condition): aborts a fuzz target if the condition is false, also in release builds.
 #pragma once
 
 #include <cstdio>
@@ -7,7 +7,7 @@
 #define EXPECT(condition)                                                          \
   do {                                                                             \
     if (!(condition)) {                                                            \
-      std::fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition); \
+      std::fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #condition); \
       std::abort();                                                                \
     }                                                                              \
   } while (false)

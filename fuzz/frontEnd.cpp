@@ -1,5 +1,5 @@
-// What the front end reads beside programs: the first character of the input chooses JSON, a condition, or what a
-// worker sends. Whatever was read can be written, is the same when it is read again, and has not changed
+// Fuzzes what the front end reads apart from programs: the first character of the input selects JSON, a condition, or
+// the message of a worker. Whatever was read can be written, is the same when read again, and shows no changes when
 // compared with itself.
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
-// What a tool writes, cut into blocks, with requests and pauses in between: whatever comes, a conversation ends, in
-// time, what it hands over is what the tool wrote, and an addr2line that answers each request with one line gets every
-// line paired with its request. The first byte of the input chooses the tool; of the rest, bytes from 0xf0 are steps.
+// Fuzzes conversations: the output of a tool in blocks, with requests and pauses in between. Every conversation ends in
+// time and passes on only what the tool wrote; if an addr2line answers each request with one line, each line is paired
+// with its request. The first byte of the input selects the tool; of the rest, bytes from 0xf0 are steps.
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -19,66 +19,68 @@ using std::chrono::seconds;
 constexpr std::size_t longestLine = 64;
 
 const ConversationRules rules[] = {
-    {.kindOf = kindOfReply, .patience = seconds(20), .allInVain = seconds(60), .longestLine = longestLine},
+    {.classify = classifyReply, .timeout = seconds(20), .timeoutBudget = seconds(60), .longestLine = longestLine},
     {.prompt = "(gdb) ",
      .header = "All variables ",
-     .patience = seconds(20),
-     .allInVain = seconds(120),
+     .timeout = seconds(20),
+     .timeoutBudget = seconds(120),
      .longestLine = longestLine},
 };
 
+// A tool and the conversation with it, with a simulated clock.
 class Tool {
  public:
-  // `longestPiece`: what is asked for are pieces of this size at most, not lines.
+  // `longestPiece`: if not 0, requests ask for pieces of at most this size instead of lines.
   Tool(const ConversationRules& chosen, std::size_t longestPiece)
       : rules_(chosen), longestPiece_(longestPiece), conversation_(chosen) {}
 
   void write(char c) {
     written_ += c;
     if (until_) {
-      hear({&c, 1});
+      receive({&c, 1});
     } else {
-      atHand_ += c;
+      unread_ += c;
     }
   }
 
   void ask(unsigned replies) {
     while (until_) pass(*until_);
-    if (longestPiece_ == 0) conversation_.drop(std::exchange(atHand_, ""));
-    const Clock::duration left = conversation_.left();
+    if (longestPiece_ == 0) conversation_.discard(std::exchange(unread_, ""));
+    const Clock::duration before = conversation_.remainingBudget();
     conversation_.await({.replies = replies, .subject = "a", .longestPiece = longestPiece_}, sink_, now_);
-    hear(std::exchange(atHand_, ""));
+    receive(std::exchange(unread_, ""));
     while (until_ && replies > 8) pass(*until_);
-    EXPECT(conversation_.left() <= left && conversation_.left() >= Clock::duration::zero());
+    const Clock::duration left = conversation_.remainingBudget();
+    EXPECT(left <= before && left >= Clock::duration::zero());
   }
 
   void pass(Deadline end) {
     while (until_ && *until_ <= end) {
       now_ = std::max(now_, *until_);
-      hear({});
+      receive({});
     }
     now_ = std::max(now_, end);
   }
   void pass(microseconds time) { pass(now_ + time); }
 
   void end() {
-    conversation_.end();
+    conversation_.endOfOutput();
     until_.reset();
-    EXPECT(!conversation_.holdsText());
-    conversation_.start();
+    EXPECT(!conversation_.hasText());
+    conversation_.restart();
   }
 
  private:
-  void hear(std::string_view bytes) {
-    until_ = conversation_.hear(bytes, now_);
+  void receive(std::string_view bytes) {
+    until_ = conversation_.receive(bytes, now_);
     EXPECT(!until_ || *until_ > now_);
-    EXPECT(!until_ || *until_ - now_ <= rules_.allInVain);
+    EXPECT(!until_ || *until_ - now_ <= rules_.timeoutBudget);
   }
 
   ConversationRules rules_;
   std::size_t longestPiece_;
   Conversation conversation_;
-  std::string atHand_;  // written while nothing was awaited
+  std::string unread_;  // written while no reply was awaited
   std::string written_;
   std::optional<Deadline> until_;
   Deadline now_{std::chrono::hours(1)};
@@ -89,30 +91,30 @@ class Tool {
       return;
     }
     EXPECT(unit.size() <= longestLine);
-    EXPECT(rules_.kindOf == nullptr || rules_.kindOf(unit) == LineKind::Reply);
+    EXPECT(rules_.classify == nullptr || rules_.classify(unit) == LineKind::Reply);
     EXPECT(rules_.prompt.empty() || unit.find(rules_.prompt) == std::string_view::npos);
-    if (rules_.kindOf != nullptr) locationIn(unit);
+    if (rules_.classify != nullptr) parseLocation(unit);
   };
 };
 
-// Each request is answered with its own number, by blocks of the sizes that the input gives.
+// Answers each request with its own number, in blocks of the sizes given by the input.
 void answerInTurn(const std::uint8_t* data, std::size_t size) {
   Conversation conversation(rules[0]);
   Deadline now{std::chrono::hours(1)};
   for (std::size_t at = 0; at < size; ++at) {
     const std::string reply = std::to_string(at) + ".c:1\n";
     const std::size_t block = data[at] % 8 + 1;
-    std::string heard;
-    conversation.drop({});
+    std::string received;
+    conversation.discard({});
     conversation.await(
-        {}, [&heard](std::string_view line) { heard += line; }, now);
+        {}, [&received](std::string_view line) { received += line; }, now);
     std::optional<Deadline> until;
     for (std::size_t from = 0; from < reply.size(); from += block) {
       now += microseconds(data[at] * 100);
-      until = conversation.hear(std::string_view(reply).substr(from, block), now);
+      until = conversation.receive(std::string_view(reply).substr(from, block), now);
     }
-    EXPECT(heard + "\n" == reply);
-    while (until) until = conversation.hear({}, now = std::max(now, *until));
+    EXPECT(received + "\n" == reply);
+    while (until) until = conversation.receive({}, now = std::max(now, *until));
   }
 }
 

@@ -1,14 +1,13 @@
 #!/usr/bin/env bash
-# Builds the fuzzers and runs each for a time, from its seed corpus; new inputs go to build/fuzz/corpus. Ends with an error at
-# the first finding, whose input lies in build/fuzz/findings.
-# A target also ends after five million runs.
-# usage: fuzz/run.sh <seconds for each> [target...]
+# Builds the fuzzers and runs each for the given time, or for five million inputs at most. New inputs go to build/fuzz/corpus.
+# Fails at the first finding, whose input is then in build/fuzz/findings.
+# usage: fuzz/run.sh <seconds per target> [target...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
 require_packages "${build_packages[@]}" clang
 build_preset fuzz
-time=${1:?seconds for each target}
+time=${1:?seconds per target}
 shift
 targets=("$@")
 [ $# -gt 0 ] || targets=(texts replies table debugInfo frontEnd)
@@ -20,7 +19,7 @@ for target in "${targets[@]}"; do
     seeds=build/fuzz/seeds
     mkdir -p "$seeds"
     for option in -gdwarf-4 -gdwarf-5 '-O2 -g'; do
-      # shellcheck disable=SC2086 -- several options in one
+      # shellcheck disable=SC2086 -- $option can be several options
       echo 'struct s { int a[3]; struct s *next; } v = {{1}}; static char *(*f[2])(long); int main() { return v.a[0] + !f[0]; }' |
         g++ -x c++ $option -nostartfiles -Wl,-emain - -o "$seeds/program${option// /}" -w
     done

@@ -1,6 +1,6 @@
-// A table file with changes made to it: the input is a row of changes, each of three bytes of place and one of value,
-// to a good table of some nodes. Opening, looking up and checking end with an answer or with Error, in bounded time,
-// and an answer that is found is the item asked for.
+// Fuzzes damaged table files: the input is a sequence of changes to a valid table of several nodes, each three bytes of
+// offset and one of value. Opening, looking up and checking end with a result or with Error, in bounded time, and an
+// item that is found is the right one.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -19,7 +19,7 @@ struct Failed {};
 struct Item {
   char KeyField[51]{};
   char text[2500]{};
-  bool isWhole() const { return std::memchr(text, 0, sizeof text) != nullptr; }
+  bool isValid() const { return std::memchr(text, 0, sizeof text) != nullptr; }
 };
 using Table = BTTableClass<char[51], Item>;
 
@@ -43,7 +43,7 @@ std::string goodTable(const std::string& path, int file) {
 
 }  // namespace
 
-// The program's own Error would end the process; it is not linked in here.
+// Replaces the program's own Error, which would end the process.
 void Error(const char*) { throw Failed(); }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -54,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (std::size_t at = 0; at + 4 <= size; at += 4) {
     const unsigned where = static_cast<unsigned>(data[at] << 16 | data[at + 1] << 8 | data[at + 2]);
     const std::size_t place = where % bytes.size();
-    // A change to the first word of the table cuts the file off there instead.
+    // A change to the first four bytes truncates the file instead.
     if (place < 4)
       bytes.resize(bytes.size() - data[at + 3] * 100u);
     else

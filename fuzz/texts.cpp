@@ -1,4 +1,4 @@
-// The parsers of texts: the first character of the input chooses one, the rest is what it reads.
+// Fuzzes the parsers of texts: the first character of the input selects one, which reads the rest.
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -10,14 +10,14 @@
 
 namespace {
 
-// Takes the first line off the front of `text`.
+// Removes the first line from `text`, and returns it.
 std::string takeLine(std::string& text) {
   const std::string line = text.substr(0, text.find('\n'));
   text.erase(0, line.size() + 1);
   return line;
 }
 
-// The answer of gdb to the question for the name in the first line.
+// An answer of gdb, to a query for the name in the first line.
 void readAnswer(std::string text) {
   const std::string name = takeLine(text);
   std::string type;
@@ -28,22 +28,22 @@ void readAnswer(std::string text) {
   EXPECT(remove_all_scopes(remove_all_scopes(name)) == remove_all_scopes(name));
 }
 
-// Lines of objdump.txt: whatever they hold, an item has whole texts and a key of the right form.
+// Lines of objdump.txt: every item has terminated texts and a well-formed key.
 void readDeclarations(std::string text) {
-  static const TMAP listed{{"8049f40", 0}, {"8049f44", 0}, {"abcd", 0}, {std::string(50, 'e'), 0}};
+  static const TMAP addresses{{"8049f40", 0}, {"8049f44", 0}, {"abcd", 0}, {std::string(50, 'e'), 0}};
   while (!text.empty()) {
     const std::string line = takeLine(text);
     ItemType item;
-    if (!itemFromDeclaration(line, listed, item)) continue;
-    EXPECT(line.ends_with("*/;") && item.isWhole() && std::strlen(item.KeyField) == KeyFieldMax);
+    if (!itemFromDeclaration(line, addresses, item)) continue;
+    EXPECT(line.ends_with("*/;") && item.isValid() && std::strlen(item.KeyField) == KeyFieldMax);
     const std::string key(item.KeyField, std::strcspn(item.KeyField, " "));
-    EXPECT(listed.contains(key) && line.find(key) != std::string::npos);
+    EXPECT(addresses.contains(key) && line.find(key) != std::string::npos);
     const std::string name = item.DataField.getVarName();
     EXPECT(name.find_first_of(" \t[") == std::string::npos && !name.starts_with('*'));
   }
 }
 
-// A line of objdump.1, against a slow reading of the same line.
+// A line of objdump.1, compared with a simpler parser.
 void readRecord(const std::string& text) {
   std::string line = text.substr(0, RecordSize - 1).c_str();
   std::vector<std::string> words;
@@ -55,8 +55,8 @@ void readRecord(const std::string& text) {
   EXPECT(words[1] != "<NULL>" || record.DataSize == -1);
 }
 
-// The lookup of the type in the first line in a sizes.tbl of the others. A size comes from a line that begins with the
-// type, and asking twice gives the same.
+// The lookup of the type in the first line, in a sizes.tbl of the other lines. A size comes from a line with the type
+// in it, and a second lookup gives the same.
 void lookUpSize(std::string text) {
   const std::string type = takeLine(text);
   text += '\n';

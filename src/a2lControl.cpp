@@ -12,20 +12,18 @@ namespace {
 
 constexpr ToolNames names{"A2L", "a2l"};
 
-// How long a child that was never heard may take to see the end of its input, and how long one that was killed may take
-// to be collected.
-constexpr std::chrono::milliseconds goodbyePatience{200};
-constexpr std::chrono::seconds killPatience{1};
+constexpr std::chrono::milliseconds exitTimeout{200};  // from the end of a child's input to its exit
+constexpr std::chrono::seconds reapTimeout{1};         // from SIGKILL to the reaping of the child
 
-// GNU addr2line reads this many characters of a line at a time, and answers each part.
-constexpr std::size_t charactersAtATime = 99;
+// GNU addr2line reads a line in chunks of this many characters, and answers each chunk.
+constexpr std::size_t chunkSize = 99;
 
-// A NUL ends a line, as it does in every text of the suite.
+// A NUL ends a line, like every text in the suite's tables.
 std::string_view untilNul(std::string_view line) { return line.substr(0, line.find('\0')); }
 
 }  // namespace
 
-LineKind kindOfReply(std::string_view line) {
+LineKind classifyReply(std::string_view line) {
   for (const std::string_view diagnostic : {"addr2line: ", "BFD: ", "ERROR: "}) {
     if (line.starts_with(diagnostic)) return LineKind::Diagnostic;
   }
@@ -33,18 +31,19 @@ LineKind kindOfReply(std::string_view line) {
   return text.starts_with("??") || text.find(':') != text.npos ? LineKind::Reply : LineKind::Other;
 }
 
-SourceLocation locationIn(std::string_view line) {
+SourceLocation parseLocation(std::string_view line) {
   if (line.starts_with("??")) return {};
   line = untilNul(line);
-  const std::string file(takeWord(line, ":"));
-  const std::string number(takeWord(line, ":"));
+  const std::string file(nextWord(line, ":"));
+  const std::string number(nextWord(line, ":"));
   if (number.empty()) return {};
   return {file, saturatingInt(number.c_str(), 10)};
 }
 
-A2LControl::A2LControl(const char* exe, Clock::duration replyWait)
+A2LControl::A2LControl(const char* exe, Clock::duration replyTimeout)
     : exename_(exe),
-      session_(names, child_, {.kindOf = kindOfReply, .patience = replyWait, .allInVain = maxTimeouts * replyWait}) {}
+      session_(names, child_,
+               {.classify = classifyReply, .timeout = replyTimeout, .timeoutBudget = maxTimeouts * replyTimeout}) {}
 
 int A2LControl::startA2L() {
   std::signal(SIGCHLD, childhandler);
@@ -52,11 +51,11 @@ int A2LControl::startA2L() {
 }
 
 void A2LControl::endA2L() {
-  if (session_.conversation().heard() == 0) session_.awaitEnd(Clock::now() + goodbyePatience);
-  child_.kill(Clock::now() + killPatience);
+  if (session_.conversation().received() == 0) session_.closeInputAndAwaitExit(Clock::now() + exitTimeout);
+  child_.kill(Clock::now() + reapTimeout);
 }
 
-ssize_t A2LControl::sendA2L(const char* str) { return session_.send(str, Clock::now() + replyPatience); }
+ssize_t A2LControl::sendA2L(const char* str) { return session_.send(str, Clock::now() + defaultReplyTimeout); }
 
 reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
   va_list arguments;
@@ -66,14 +65,14 @@ reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
   return pieces;
 }
 
-void A2LControl::childhandler(int) { ChildState::collectAll(); }
+void A2LControl::childhandler(int) { ChildState::reapAll(); }
 
 SourceLocation A2LControl::locate(const char* address) {
   const std::string request = std::string(address) + '\n';
-  const auto replies = static_cast<unsigned>((request.size() + charactersAtATime - 1) / charactersAtATime);
+  const auto replies = static_cast<unsigned>((request.size() + chunkSize - 1) / chunkSize);
   SourceLocation location;
   session_.exchange(request, {.replies = replies}, [&location](std::string_view line) {
-    if (location.file.empty()) location = locationIn(line);
+    if (location.file.empty()) location = parseLocation(line);
   });
   return location;
 }

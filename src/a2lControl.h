@@ -1,5 +1,5 @@
-// The address-to-line session: a child `addr2line -e <executable>` and the exchanges with it. The main loop makes
-// one A2LControl for the whole run, and asks it for one address at a time.
+// The address-to-line session: a child `addr2line -e <executable>` and the exchanges with it. The main loop creates one
+// A2LControl per run, and asks it for one address at a time.
 #pragma once
 
 #include <sys/types.h>
@@ -11,64 +11,65 @@
 
 #include "toolSession.h"
 
-/// Where a variable is defined. An empty file name: not known.
+/// Where a variable is defined. The file name is empty when unknown.
 struct SourceLocation {
   std::string file;
-  int line = 0;  ///< counted from 1; 0 when not known
+  int line = 0;  ///< counted from 1; 0 when unknown
 };
 
-/// What `line` of addr2line's output (no newline) is.
-LineKind kindOfReply(std::string_view line);
+/// Classifies `line` of addr2line's output (no newline).
+LineKind classifyReply(std::string_view line);
 
-/// The place that `line`, a reply, names: the first two pieces around ':', the second read as atoi does (blanks and a
-/// sign before the digits, anything after them; 0 without digits). Empty when it begins with "??" or has fewer than
-/// two pieces.
-SourceLocation locationIn(std::string_view line);
+/// Parses `line`, a reply: its first two fields between ':', the second read like atoi (blanks and a sign before the
+/// digits, anything after them; 0 without digits). The location is empty when `line` begins with "??" or has fewer than
+/// two fields.
+SourceLocation parseLocation(std::string_view line);
 
+/// A session with addr2line, which is killed when this object is destroyed.
 class A2LControl {
  public:
-  /// Longest wait for one reply while the child lives, and longest time of all waits in vain together.
-  static constexpr std::chrono::seconds replyPatience{20};
+  /// Timeout for one reply while the child lives; all waits that time out take at most `maxTimeouts` times as long.
+  static constexpr std::chrono::seconds defaultReplyTimeout{20};
   static constexpr int maxTimeouts = 3;
 
-  /// `exe`: path of the executable to analyse; `replyWait`: longest wait of `locate` for a reply. Starts nothing.
-  explicit A2LControl(const char* exe, Clock::duration replyWait = replyPatience);
+  /// `exe`: path of the executable to analyze; `replyTimeout`: for each reply to `locate`. Starts nothing.
+  explicit A2LControl(const char* exe, Clock::duration replyTimeout = defaultReplyTimeout);
   ~A2LControl() { endA2L(); }
   A2LControl(const A2LControl&) = delete;
   A2LControl& operator=(const A2LControl&) = delete;
 
-  /// Installs the SIGCHLD handler and starts the child. Returns 0, or -1 after a message on standard error when a
-  /// pipe or the fork fails. When addr2line cannot be executed the result is 0, the session is not active, and the
-  /// reason is the first text that an exchange returns.
+  /// Installs the SIGCHLD handler and starts the child. Returns 0, or -1 after a message on standard error when a pipe
+  /// or the fork fails. When addr2line cannot be executed, returns 0, but the session is not active, and the reason is
+  /// the first text that an exchange returns.
   int startA2L();
 
-  /// Kills the child if it is active, and waits a moment until it is collected. One that was never heard has 0.2
-  /// seconds to see the end of its input first. Further calls do nothing.
+  /// Kills the child if it is active, and waits briefly until it is reaped. One that has not written anything yet first
+  /// has 0.2 seconds to exit at the end of its input. Further calls do nothing.
   void endA2L();
 
-  /// ToolSession's `send` (with the longest wait for a reply), `have` and `readPiece`.
+  /// ToolSession's `send` (with the timeout for a reply), `have` and `readPiece`.
   ssize_t sendA2L(const char* str);
   int haveA2L(int fd, int tmout) { return session_.have(fd, tmout); }
   int readA2L(char* buf, std::size_t len) { return session_.readPiece(buf, len); }
 
-  /// One exchange whose reply ends with silence: sends the formatted text (at most 4999 characters; none if empty),
-  /// then collects pieces until `timeout` seconds and 100 microseconds pass without any. Returns the list, to be
-  /// released with free_reply; null when nothing came. A reply that comes later is at the head of the next list.
+  /// Sends the formatted text (at most 4999 characters; nothing if empty), then collects pieces until `timeout` seconds
+  /// and 100 microseconds pass without any. Returns the list, to be released with free_reply; null when nothing came. A
+  /// later reply is at the head of the next list.
   reply* convA2L(unsigned int timeout, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 
   /// Frees a list returned by convA2L; null is allowed.
-  static void free_reply(reply* rp) { releasePieces(rp); }
+  static void free_reply(reply* rp) { freeReplies(rp); }
 
   /// 1 while a child is believed to run, else 0.
   int isActive() const { return child_.active(); }
 
-  /// The SIGCHLD handler: collects every child of the process that has ended.
+  /// The SIGCHLD handler: reaps every child of the process that has exited.
   static void childhandler(int sig);
 
-  /// One exchange that is paired with its own reply: sends `address` (hexadecimal text) and a newline, and returns the
-  /// location that the reply names. Waits at most `replyWait` for it while the child lives; once that has been in
-  /// vain, 100 microseconds a call until a reply comes again; all waits in vain together, `maxTimeouts` times
-  /// `replyWait`. Replies to requests given up before are recognised as such and dropped.
+  /// Sends `address` (hexadecimal text) and a newline, and returns the location in the reply to this request. Waits at
+  /// most `replyTimeout` while the child lives; after a timeout, only 100 microseconds per call until a reply comes
+  /// again. All waits that time out take at most `maxTimeouts` times `replyTimeout`. Late replies to earlier requests
+  /// are recognized and discarded.
   SourceLocation locate(const char* address);
 
  private:

@@ -1,5 +1,5 @@
-// A B-tree table on disk: items keyed by a text, in a file of fixed-size node records. The file's layout, byte by byte,
-// is described in docs/vifa.dat.md. One object, one file, one thread.
+// A B-tree table on disk: items keyed by a text, in a file of fixed-size node records. docs/vifa.dat.md describes the
+// file byte by byte. Not thread-safe; no two tables may use one file. Instantiated by objRead for the index.
 #pragma once
 
 #include <algorithm>
@@ -18,7 +18,7 @@ inline constexpr int MaxKeysPlusOne = MaxKeys + 1;  ///< branches in one node
 inline constexpr int MinKeys = 5;                   ///< fewest items in any node but the root
 inline constexpr std::int32_t NilPtr = -1;          ///< no node
 
-/// One node, as it lies in the file. Items from position `Count` and branches after position `Count` are zeros.
+/// One node, as in the file. Items from position `Count` and branches after position `Count` are zeros.
 template <typename ItemType>
 struct NodeType {
   std::int32_t Count = 0;                 ///< items in use
@@ -26,25 +26,25 @@ struct NodeType {
   std::int32_t Branch[MaxKeysPlusOne]{};  ///< Branch[j] holds the keys between Key[j - 1] and Key[j]; NilPtr: none
 };
 
-/// The table. `KeyFieldType` is an array of characters holding a NUL-terminated text; keys are compared as C strings,
-/// as unsigned bytes. `ItemType` is a plain record with a field `KeyField` of that type; if it has an operation
-/// `isWhole`, a node with an item for which that is false counts as damaged.
+/// The table. `KeyFieldType` is an array of characters with a NUL-terminated text; keys are compared as C strings, as
+/// unsigned bytes. `ItemType` is a trivially copyable struct with a field `KeyField` of that type; if it has a function
+/// `isValid`, a node with an item for which that is false counts as damaged.
 ///
-/// Changed nodes wait in memory, a bounded number of them, until their place is needed or `Flush` is called. A node
-/// that cannot be read or written whole, or that is damaged, ends the program through Error.
+/// A cache of fixed size keeps changed nodes until they are evicted or `Flush` is called. A node that cannot be read or
+/// written completely, or that is damaged, ends the program through Error.
 template <typename KeyFieldType, typename ItemType>
 class BTTableClass {
  public:
-  /// `Mode` 'w' creates the table `FileName`, empty, in place of any old file, which it locks as long as it lives; 'r'
-  /// opens an existing one for Retrieve (a file shorter than its header is an empty table). Does not return on failure.
+  /// `Mode` 'w' creates an empty table in the file `FileName`, replacing its content, and locks it until destroyed; 'r'
+  /// opens one for Retrieve (a file shorter than its header is an empty table). Does not return on failure.
   BTTableClass(char Mode, const char* FileName) : DataFile(Mode, FileName, sizeof(Node)), OpenMode(Mode) {
-    Slots.reserve(mostSlots);  // they are never moved
-    DataFile.exitOn(OpenMode == 'r' ? ReadHeader() : WriteHeader());
+    Slots.reserve(maxSlots);  // so that they never move
+    DataFile.exitOnProblem(OpenMode == 'r' ? ReadHeader() : WriteHeader());
   }
 
   /// In mode 'w' completes the file by writing its header; a failure is reported on standard error.
   ~BTTableClass() {
-    // A table that failed keeps the header of an empty one, so that nobody takes it for finished.
+    // After a failure the header still describes an empty table, so that the file is not mistaken for a finished one.
     if (OpenMode != 'w' || DataFile.failed()) return;
     Problem problem = WriteChanged();
     if (!problem) problem = WriteHeader();
@@ -53,23 +53,23 @@ class BTTableClass {
   BTTableClass(const BTTableClass&) = delete;
   BTTableClass& operator=(const BTTableClass&) = delete;
 
-  /// Adds `Item`. False, with nothing changed, when its key is present already.
+  /// Adds `Item`. False, with nothing changed, if its key is already present.
   bool Insert(const ItemType& Item) {
-    Risen risen;
-    if (!PushDown(Item, Root, 0, risen)) return false;
-    if (risen.any) {
+    Promotion promoted;
+    if (!PushDown(Item, Root, 0, promoted)) return false;
+    if (promoted.MoveUp) {
       Node& top = Append();
       top.Count = 1;
-      top.Key[0] = risen.Item;
+      top.Key[0] = promoted.NewItem;
       top.Branch[0] = Root;
-      top.Branch[1] = risen.Right;
+      top.Branch[1] = promoted.NewRight;
       Root = NumNodes;
     }
     ++NumItems;
     return true;
   }
 
-  /// Looks `SearchKey` up. True: the item is copied to `Item`. False: not present, and `Item` is left as it was.
+  /// Looks up `SearchKey`. True with its item copied to `Item`; false, with `Item` unchanged, if it is not present.
   bool Retrieve(const KeyFieldType& SearchKey, ItemType& Item) {
     std::int32_t number = Root;
     for (int level = 0; number != NilPtr; ++level) {
@@ -84,19 +84,19 @@ class BTTableClass {
     return false;
   }
 
-  /// Writes every node that has changed to the file.
-  void Flush() { DataFile.exitOn(WriteChanged()); }
+  /// Writes all changed nodes to the file.
+  void Flush() { DataFile.exitOnProblem(WriteChanged()); }
 
-  /// Whether the table holds no item.
+  /// Whether the table has no items.
   bool Empty() const { return Root == NilPtr; }
 
-  /// Prints the tree to standard error, one item a line, indented by its level; `Item` must have a `DataField` with
+  /// Prints the tree to standard error, one item per line, indented by level; `ItemType` must have a `DataField` with
   /// getDataType and getVarName.
   void Dump() { DumpSubtree(Root, 0); }
 
-  /// Verifies everything that holds of a finished file: unique ascending keys within their bounds, all leaves at the
-  /// same depth, the number of items in each node, each node used once, the counts, and the file's length. False at
-  /// the first violation, with a line on standard error that says which.
+  /// Verifies all invariants of a finished file: unique ascending keys within their bounds, all leaves at the same
+  /// depth, the number of items in each node, each node used once, the counts, and the file's length. False at the
+  /// first violation, which is reported on standard error.
   bool Check() {
     if (OpenMode == 'w') Flush();
     Survey survey;
@@ -104,7 +104,7 @@ class BTTableClass {
     if (survey.items != NumItems) return DataFile.report({0, "wrong number of items"});
     if (survey.nodes != NumNodes) return DataFile.report({0, "wrong number of nodes"});
     const std::int64_t length = (static_cast<std::int64_t>(NumNodes) + 1) * static_cast<std::int64_t>(sizeof(Node));
-    return DataFile.size() == length || DataFile.report({0, "wrong length of the file"});
+    return DataFile.size() == length || DataFile.report({0, "wrong file length"});
   }
 
  protected:
@@ -117,13 +117,13 @@ class BTTableClass {
   using Problem = TableFile::Problem;
   static_assert(std::is_trivially_copyable_v<Node> && std::is_standard_layout_v<Node>);
 
-  // Nodes in memory at most. With nodes of 28,116 bytes these are 900,000 bytes, whatever the size of the tree; many
-  // more than one path through it.
-  static constexpr std::size_t mostSlots = 32;
-  // More levels than any tree of 2^31 nodes has; a path that is longer is a cycle.
-  static constexpr int mostLevels = 32;
+  // Size of the cache: 900,000 bytes, with nodes of 28,116 bytes, for a tree of any size; far more nodes than its
+  // height.
+  static constexpr std::size_t maxSlots = 32;
+  // No tree of 2^31 nodes has more levels; a longer path is a cycle.
+  static constexpr int maxLevels = 32;
 
-  // A node in memory. The least recently used one makes room for another.
+  // A place in the cache. The least recently used one is evicted.
   struct Slot {
     std::int32_t number = NilPtr;
     std::uint64_t lastUse = 0;
@@ -131,14 +131,14 @@ class BTTableClass {
     Node node;
   };
 
-  // What an insertion into a subtree leaves to be put into the node above it.
-  struct Risen {
-    bool any = false;
-    ItemType Item;
-    std::int32_t Right = NilPtr;  // the node with the keys after it
+  // The item that an insertion into a subtree moves up into the parent node.
+  struct Promotion {
+    bool MoveUp = false;
+    ItemType NewItem;
+    std::int32_t NewRight = NilPtr;  // the subtree with the keys after it
   };
 
-  // What a subtree turned out to hold.
+  // What CheckSubtree has seen so far.
   struct Survey {
     std::int64_t items = 0;
     std::int64_t nodes = 0;
@@ -148,8 +148,8 @@ class BTTableClass {
 
   static int Compare(const KeyFieldType& a, const KeyFieldType& b) { return std::strncmp(a, b, sizeof a); }
 
-  // Sets `Location` to the position of the greatest key that is not greater than `Target`, -1 if there is none. Returns
-  // whether that key is `Target`.
+  // Sets `Location` to the position of the greatest key not greater than `Target`, -1 if none. Returns whether that key
+  // is `Target`.
   static bool SearchNode(const Node& Current, const KeyFieldType& Target, int& Location) {
     for (Location = Current.Count - 1; Location >= 0; --Location) {
       const int order = Compare(Target, Current.Key[Location].KeyField);
@@ -167,9 +167,9 @@ class BTTableClass {
     ++Current.Count;
   }
 
-  // Puts what has risen into the full node `Number` at position `At`: of the twelve items the five lowest stay, the
-  // sixth rises in its turn, and the six highest go to a new node.
-  void Split(std::int32_t Number, int At, Risen& risen) {
+  // Inserts the promoted item into the full node `Number` at position `At`: of the twelve items the five lowest stay,
+  // the sixth is promoted in turn, and the six highest go to a new node.
+  void Split(std::int32_t Number, int At, Promotion& promoted) {
     const bool toLeft = At <= MinKeys;
     const int Median = toLeft ? MinKeys : MinKeys + 1;
     Node& right = Append();
@@ -178,101 +178,100 @@ class BTTableClass {
     std::copy(left.Branch + Median + 1, left.Branch + MaxKeysPlusOne, right.Branch + 1);
     right.Count = MaxKeys - Median;
     left.Count = Median;
-    AddItem(risen.Item, risen.Right, toLeft ? left : right, toLeft ? At : At - Median);
+    AddItem(promoted.NewItem, promoted.NewRight, toLeft ? left : right, toLeft ? At : At - Median);
     --left.Count;
     right.Branch[0] = left.Branch[left.Count + 1];
-    risen.Item = left.Key[left.Count];
-    risen.Right = NumNodes;
+    promoted.NewItem = left.Key[left.Count];
+    promoted.NewRight = NumNodes;
     std::fill(left.Key + left.Count, left.Key + MaxKeys, ItemType{});
     std::fill(left.Branch + left.Count + 1, left.Branch + MaxKeysPlusOne, 0);
   }
 
-  // Inserts `Item` below node `Number`. False, with nothing changed, when its key is present: it is found on the way
-  // down.
-  bool PushDown(const ItemType& Item, std::int32_t Number, int Level, Risen& risen) {
+  // Inserts `Item` into the subtree of node `Number`. False, with nothing changed, if its key is present: it is found
+  // on the way down.
+  bool PushDown(const ItemType& Item, std::int32_t Number, int Level, Promotion& promoted) {
     if (Number == NilPtr) {
-      risen = {true, Item, NilPtr};
+      promoted = {true, Item, NilPtr};
       return true;
     }
     int Location = 0;
-    const Node& onTheWay = Load(Number, Level).node;
-    if (SearchNode(onTheWay, Item.KeyField, Location)) return false;
-    if (!PushDown(Item, onTheWay.Branch[Location + 1], Level + 1, risen)) return false;
-    if (!risen.any) return true;
+    const Node& onPath = Load(Number, Level).node;
+    if (SearchNode(onPath, Item.KeyField, Location)) return false;
+    if (!PushDown(Item, onPath.Branch[Location + 1], Level + 1, promoted)) return false;
+    if (!promoted.MoveUp) return true;
     Node& current = LoadToChange(Number, Level);
     if (current.Count == MaxKeys) {
-      Split(Number, Location + 1, risen);
+      Split(Number, Location + 1, promoted);
     } else {
-      AddItem(risen.Item, risen.Right, current, Location + 1);
-      risen.any = false;
+      AddItem(promoted.NewItem, promoted.NewRight, current, Location + 1);
+      promoted.MoveUp = false;
     }
     return true;
   }
 
-  // What makes a node from the file unfit to be used.
+  // What is wrong with a node from the file, if anything.
   Problem Defect(std::int32_t Number, const Node& Current) const {
-    if (Current.Count < 1 || Current.Count > MaxKeys) return {Number, "damaged: its number of items"};
+    if (Current.Count < 1 || Current.Count > MaxKeys) return {Number, "damaged: invalid number of items"};
     for (int j = 0; j <= Current.Count; ++j) {
       const std::int32_t branch = Current.Branch[j];
-      if (branch != NilPtr && (branch < 1 || branch > NumNodes)) return {Number, "damaged: a branch to no node"};
+      if (branch != NilPtr && (branch < 1 || branch > NumNodes)) return {Number, "damaged: invalid branch"};
     }
     for (int i = 0; i < Current.Count; ++i) {
       const ItemType& item = Current.Key[i];
-      if (std::memchr(item.KeyField, 0, sizeof item.KeyField) == nullptr)
-        return {Number, "damaged: a key without an end"};
-      if constexpr (requires { item.isWhole(); }) {
-        if (!item.isWhole()) return {Number, "damaged: a text without an end"};
+      if (std::memchr(item.KeyField, 0, sizeof item.KeyField) == nullptr) return {Number, "damaged: unterminated key"};
+      if constexpr (requires { item.isValid(); }) {
+        if (!item.isValid()) return {Number, "damaged: unterminated text"};
       }
     }
     return {};
   }
 
-  // A slot for node `Number`, which is not in memory. The node that makes room for it is written if it has changed. The
-  // content is left for the caller to overwrite.
-  Slot& MakeRoom(std::int32_t Number) {
-    if (Slots.size() < mostSlots) Slots.emplace_back();
+  // A slot for node `Number`, which is not in the cache. Writes the evicted node if it has changed. The caller
+  // overwrites the content.
+  Slot& AllocateSlot(std::int32_t Number) {
+    if (Slots.size() < maxSlots) Slots.emplace_back();
     Slot& slot = *std::min_element(Slots.begin(), Slots.end(),
                                    [](const Slot& a, const Slot& b) { return a.lastUse < b.lastUse; });
-    DataFile.exitOn(Write(slot));
+    DataFile.exitOnProblem(Write(slot));
     slot.number = Number;
     slot.lastUse = ++Uses;
     return slot;
   }
 
-  // Writes a node that has changed.
+  // Writes the node if it has changed.
   Problem Write(Slot& slot) {
     const Problem problem = slot.changed ? DataFile.write(slot.number, &slot.node) : Problem();
     slot.changed = static_cast<bool>(problem);
     return problem;
   }
 
-  // Writes all nodes that have changed, up to the first problem.
+  // Writes all changed nodes, up to the first problem.
   Problem WriteChanged() {
     Problem problem;
     for (auto slot = Slots.begin(); slot != Slots.end() && !problem; ++slot) problem = Write(*slot);
     return problem;
   }
 
-  // Sets `found` to the slot of a node, which is read unless it is in memory.
+  // Sets `found` to the slot of a node, and reads the node unless it is cached.
   Problem Find(std::int32_t Number, int Level, Slot*& found) {
-    if (Level == mostLevels) return {Number, "damaged: on a path that does not end"};
-    const auto known = std::find_if(Slots.begin(), Slots.end(), [=](const Slot& one) { return one.number == Number; });
-    if (known != Slots.end()) {
-      known->lastUse = ++Uses;
-      found = &*known;
+    if (Level == maxLevels) return {Number, "damaged: cycle"};
+    const auto cached = std::find_if(Slots.begin(), Slots.end(), [=](const Slot& one) { return one.number == Number; });
+    if (cached != Slots.end()) {
+      cached->lastUse = ++Uses;
+      found = &*cached;
       return {};
     }
-    found = &MakeRoom(Number);
+    found = &AllocateSlot(Number);
     Problem problem = DataFile.read(Number, &found->node);
     if (!problem) problem = Defect(Number, found->node);
     if (problem) found->number = NilPtr;
     return problem;
   }
 
-  // Valid until as many other nodes as there are slots have been used.
+  // The result is valid until `maxSlots` other nodes have been used.
   Slot& Load(std::int32_t Number, int Level) {
     Slot* found = nullptr;
-    DataFile.exitOn(Find(Number, Level, found));
+    DataFile.exitOnProblem(Find(Number, Level, found));
     return *found;
   }
 
@@ -282,17 +281,17 @@ class BTTableClass {
     return slot.node;
   }
 
-  // A new, zeroed node, number `NumNodes`, for the caller to fill.
+  // Adds an all-zero node, number `NumNodes`, for the caller to fill.
   Node& Append() {
-    if (NumNodes == INT32_MAX) DataFile.exitOn({NumNodes, "is the last possible node"});
-    Slot& slot = MakeRoom(NumNodes + 1);
+    if (NumNodes == INT32_MAX) DataFile.exitOnProblem({NumNodes, "no further node is possible"});
+    Slot& slot = AllocateSlot(NumNodes + 1);
     ++NumNodes;
     std::memset(static_cast<void*>(&slot.node), 0, sizeof slot.node);
     slot.changed = true;
     return slot.node;
   }
 
-  // The header has the shape of a node, with its three numbers in the first branches.
+  // The header has the layout of a node, with its three numbers in the first branches.
   Problem ReadHeader() {
     const auto header = std::make_unique<Node>();
     // A file without a header is an empty table.
@@ -312,19 +311,19 @@ class BTTableClass {
     return DataFile.write(0, header.get());
   }
 
-  // Walks the subtree in key order: keys that ascend over the whole walk also lie within the bounds of their branches.
+  // Visits the subtree in key order: keys that ascend throughout are also within the bounds of their branches.
   bool CheckSubtree(std::int32_t Number, int Level, Survey& survey) {
-    if (++survey.nodes > NumNodes) return DataFile.report({Number, "damaged: reached twice"});
+    if (++survey.nodes > NumNodes) return DataFile.report({Number, "damaged: a node is referenced twice"});
     Slot* found = nullptr;
     if (const Problem problem = Find(Number, Level, found)) return DataFile.report(problem);
-    const auto copy = std::make_unique<Node>(found->node);  // its slot may be reused further down
+    const auto copy = std::make_unique<Node>(found->node);  // its slot may be reused by the recursion
     const Node& current = *copy;
     if (Number != Root && current.Count < MinKeys) return DataFile.report({Number, "damaged: too few items"});
     const bool leaf = current.Branch[0] == NilPtr;
     if (leaf && survey.leafLevel < 0) survey.leafLevel = Level;
-    if (leaf && survey.leafLevel != Level) return DataFile.report({Number, "damaged: a leaf at another depth"});
+    if (leaf && survey.leafLevel != Level) return DataFile.report({Number, "damaged: leaf at a different depth"});
     for (int j = 0; j <= current.Count; ++j) {
-      if ((current.Branch[j] == NilPtr) != leaf) return DataFile.report({Number, "damaged: some branches missing"});
+      if ((current.Branch[j] == NilPtr) != leaf) return DataFile.report({Number, "damaged: missing branches"});
       if (!leaf && !CheckSubtree(current.Branch[j], Level + 1, survey)) return false;
       if (j == current.Count) break;
       const KeyFieldType& key = current.Key[j].KeyField;

@@ -19,15 +19,15 @@
 
 namespace {
 
-// Every ChildState, newest first; the handler walks this list.
-std::atomic<ChildState*> knownStates{nullptr};
+// List of all ChildState objects, newest first, for the signal handler.
+std::atomic<ChildState*> allStates{nullptr};
 
 timespec timeUntil(Deadline deadline) {
   const std::chrono::nanoseconds left = std::max(deadline - Clock::now(), Clock::duration::zero());
   return {left / std::chrono::seconds(1), (left % std::chrono::seconds(1)).count()};
 }
 
-// The status pipe of a child is closed by its exec, or gets a byte before it.
+// Reports `what` on standard error, and to the parent through the status pipe, which a successful exec closes.
 [[noreturn]] void failInChild(const std::string& what, int statusPipe) {
   const std::string message = "ERROR: " + what + ": " + std::strerror(errno) + ".\n";
   writeRetrying(STDERR_FILENO, message.data(), message.size());
@@ -35,19 +35,19 @@ timespec timeUntil(Deadline deadline) {
   _exit(255);
 }
 
-// Keeps SIGCHLD from being delivered while it lives, except within `waitFor`. So nothing can happen between looking at
-// a ChildState and acting, or going to sleep, on what was seen.
-class SigchldBlocked {
+// Blocks SIGCHLD during its lifetime, except within `waitFor`, so that no ChildState changes between being checked and
+// being acted upon.
+class SigchldBlocker {
  public:
-  SigchldBlocked() {
+  SigchldBlocker() {
     sigset_t sigchld;
     sigemptyset(&sigchld);
     sigaddset(&sigchld, SIGCHLD);
     sigprocmask(SIG_BLOCK, &sigchld, &previous_);
   }
-  ~SigchldBlocked() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
-  SigchldBlocked(const SigchldBlocked&) = delete;
-  SigchldBlocked& operator=(const SigchldBlocked&) = delete;
+  ~SigchldBlocker() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
+  SigchldBlocker(const SigchldBlocker&) = delete;
+  SigchldBlocker& operator=(const SigchldBlocker&) = delete;
 
   const sigset_t& previous() const { return previous_; }
 
@@ -55,16 +55,17 @@ class SigchldBlocked {
   sigset_t previous_;
 };
 
-// This program's own descriptors are close-on-exec already; these are for those it was given by its parent.
+// This program opens all descriptors close-on-exec; this is for those that it inherited.
 void closeOtherDescriptors() {
   if (close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0) return;
-  constexpr int usualLimit = 1024;  // a kernel before 5.11
+  constexpr int usualLimit = 1024;  // for kernels before 5.11
   for (int fd = STDERR_FILENO + 1; fd < usualLimit; ++fd) fcntl(fd, F_SETFD, FD_CLOEXEC);
 }
 
-// What the child does between fork and exec. The process has one thread, so the child may call what it likes; it
-// must only leave by exec or _exit, so that nothing inherited from the parent is flushed or destroyed twice.
-[[noreturn]] void runChild(const SpawnRequest& request, const Spawned& pipes, int statusPipe, const sigset_t& mask) {
+// Runs in the child from fork to exec. The process has one thread, so the child may call any function; it must leave
+// only by exec or _exit, so that nothing inherited from the parent is flushed or destroyed twice.
+[[noreturn]] void runChild(const SpawnRequest& request, const SpawnedChild& pipes, int statusPipe,
+                           const sigset_t& mask) {
   const auto redirect = [statusPipe](const UniqueFd& from, int to, const char* name) {
     if (dup2(from.get(), to) < 0) failInChild(std::string("unable to dup to ") + name, statusPipe);
   };
@@ -72,9 +73,9 @@ void closeOtherDescriptors() {
   redirect(pipes.output.writeEnd, STDOUT_FILENO, "stdout");
   redirect(pipes.output.writeEnd, STDERR_FILENO, "stderr");
   writeRetrying(STDOUT_FILENO, request.firstOutput.data(), request.firstOutput.size());
-  // A debugger that asks a network service for debugging information would hang or answer for another program.
+  // A debugger that fetches debugging information from the network could hang, or answer for another program.
   unsetenv("DEBUGINFOD_URLS");
-  // Ignored here only so that a file that grows too large is an error of its write.
+  // Ignored in the parent only, see main.cpp.
   signal(SIGXFSZ, SIG_DFL);
   closeOtherDescriptors();
   std::vector<char*> arguments;
@@ -85,32 +86,32 @@ void closeOtherDescriptors() {
   failInChild(std::string("Cannot exec ") + request.names.lower, statusPipe);
 }
 
-Spawned reportFailure(const std::string& what) {
+SpawnedChild reportFailure(const std::string& what) {
   std::fprintf(stderr, "ERROR: unable to %s: %s.\n", what.c_str(), std::strerror(errno));
   return {};
 }
 
 }  // namespace
 
-ChildState::ChildState() : nextKnown_(knownStates.load()) { knownStates = this; }
+ChildState::ChildState() : nextState_(allStates.load()) { allStates = this; }
 
-Spawned ChildState::spawn(const SpawnRequest& request) {
-  occupyStandardDescriptors();  // so that no end of a pipe takes the place of one
-  Spawned child;
+SpawnedChild ChildState::spawn(const SpawnRequest& request) {
+  ensureStandardDescriptorsOpen();  // so that no pipe gets one of their numbers
+  SpawnedChild child;
   Pipe status;
   const std::string upper = request.names.upper;
   if (!makePipe(child.input)) return reportFailure("open pipe to " + upper);
   if (!makePipe(child.output) || !makePipe(status)) return reportFailure("open pipe from " + upper);
-  const SigchldBlocked blocked;
-  // An end of input ends a child that reads; SIGKILL also one that is busy or mute when this process is killed.
-  child.pid = forkBound(SIGKILL);
+  const SigchldBlocker blocked;
+  // If this process is killed, end of input ends a child that reads; SIGKILL also ends one that does not.
+  child.pid = forkWithDeathSignal(SIGKILL);
   if (child.pid < 0) return reportFailure("fork process");
   if (child.pid == 0) runChild(request, child, status.writeEnd.get(), blocked.previous());
   status.writeEnd.reset();
   child.output.writeEnd.reset();
   setNonBlocking(child.input.writeEnd.get());
   setNonBlocking(child.output.readEnd.get());
-  // The end of the status pipe may also mean that the child was killed before its exec, which SIGCHLD will tell.
+  // End of file may also mean that the child was killed before exec; SIGCHLD will report that.
   char failed = 0;
   child.executed = readRetrying(status.readEnd.get(), &failed, 1) == 0;
   pid_ = child.pid;
@@ -121,14 +122,14 @@ Spawned ChildState::spawn(const SpawnRequest& request) {
   return child;
 }
 
-bool ChildState::stillRuns() {
-  const SigchldBlocked blocked;
+bool ChildState::reapIfExited() {
+  const SigchldBlocker blocked;
   if (active_ && waitpid(pid_, nullptr, WNOHANG) != 0) active_ = 0;
-  return active_ != 0;
+  return active_ == 0;
 }
 
-// See proc(5) on /proc/[pid]/syscall: "running", or the number of the system call in which the process is blocked, and
-// its arguments. One that waits for input reads it, or waits for descriptors or for other threads.
+// See proc(5) on /proc/[pid]/syscall: "running", or the number and arguments of the system call that blocks the
+// process. A process waiting for input is reading it, or waits for descriptors or for other threads.
 bool ChildState::isBusy() const {
   constexpr long waits[] = {SYS_ppoll, SYS_pselect6, SYS_epoll_pwait, SYS_futex,
 #ifdef SYS_poll
@@ -146,22 +147,22 @@ bool ChildState::isBusy() const {
   return std::find(std::begin(waits), std::end(waits), call) == std::end(waits);
 }
 
-void ChildState::awaitEnd(Deadline deadline) {
-  if (stillRuns()) waitFor(-1, 0, deadline, this);
+void ChildState::awaitExit(Deadline deadline) {
+  if (!reapIfExited()) waitFor(-1, 0, deadline, this);
 }
 
 void ChildState::kill(Deadline deadline) {
-  const SigchldBlocked blocked;
-  if (!stillRuns()) return;
+  const SigchldBlocker blocked;
+  if (reapIfExited()) return;
   ::kill(pid_, SIGKILL);
-  awaitEnd(deadline);
+  awaitExit(deadline);
   active_ = 0;
 }
 
-void ChildState::collectAll() {
+void ChildState::reapAll() {
   const int savedErrno = errno;
   for (pid_t pid = waitpid(-1, nullptr, WNOHANG); pid > 0; pid = waitpid(-1, nullptr, WNOHANG)) {
-    for (ChildState* state = knownStates; state != nullptr; state = state->nextKnown_) {
+    for (ChildState* state = allStates; state != nullptr; state = state->nextState_) {
       if (state->pid_ == pid) state->active_ = 0;
     }
   }
@@ -169,7 +170,7 @@ void ChildState::collectAll() {
 }
 
 WaitResult waitFor(int fd, short events, Deadline deadline, const ChildState* child) {
-  const SigchldBlocked blocked;
+  const SigchldBlocker blocked;
   sigset_t waitMask = blocked.previous();
   sigdelset(&waitMask, SIGCHLD);
   pollfd watched{fd, events, 0};
@@ -183,7 +184,7 @@ WaitResult waitFor(int fd, short events, Deadline deadline, const ChildState* ch
   }
 }
 
-pid_t forkBound(int deathSignal) {
+pid_t forkWithDeathSignal(int deathSignal) {
   const pid_t parent = getpid();
   const pid_t pid = fork();
   if (pid != 0) return pid;

@@ -1,6 +1,5 @@
-// Starting, watching and ending child processes. The session classes (a2lControl, gdbControl) each keep one
-// ChildState; what runs between fork and exec of a tool, and everything that must not race with SIGCHLD, is in this
-// module.
+// Starts, watches and ends child processes. Each session class (a2lControl, gdbControl) has one ChildState. This module
+// holds what runs between fork and exec of a tool, and everything that must not race with SIGCHLD.
 #pragma once
 
 #include <sys/types.h>
@@ -15,7 +14,7 @@
 #include "deadline.h"
 #include "io.h"
 
-/// The names of a tool as they stand in messages.
+/// The names of a tool in messages.
 struct ToolNames {
   const char* upper;  ///< "A2L" or "GDB"
   const char* lower;  ///< "a2l" or "gdb"
@@ -24,29 +23,29 @@ struct ToolNames {
 /// What to run.
 struct SpawnRequest {
   const ToolNames& names;
-  std::vector<std::string> argv;  ///< program, looked up on the search path, and its arguments
-  std::string_view firstOutput;   ///< text the child writes to its standard output before the exec
+  std::vector<std::string> argv;  ///< program, looked up in PATH, and its arguments
+  std::string_view firstOutput;   ///< text that the child writes to its standard output before exec
 };
 
-/// A child with pipes on its standard streams. The ends here do not block. The read end of its input is held here too,
-/// so that writing to a child that has gone is no error and raises no SIGPIPE.
-struct Spawned {
+/// A child with pipes on its standard streams. The ends used here are non-blocking. The read end of its input stays
+/// open here too, so that writing to a child that has exited neither fails nor raises SIGPIPE.
+struct SpawnedChild {
   pid_t pid = -1;
-  bool executed = false;  ///< it runs the program; if not, it has been collected, and its message is in the pipe
+  bool executed = false;  ///< exec succeeded; if not, the child has been reaped, and its message is in the pipe
   Pipe input;
-  Pipe output;  ///< from its standard output and error; the read end alone, none when the start has failed
+  Pipe output;  ///< from its standard output and error; only the read end, and not even that after a failed start
 };
 
-/// What is known of the latest child of one kind. Objects have to live for the whole program, as the signal handler
-/// reaches them at any time.
+/// The state of the latest child of one kind. Objects must live as long as the program, as the signal handler may
+/// access them at any time.
 class ChildState {
  public:
   ChildState();
 
-  /// Starts a child with the three standard descriptors alone, without DEBUGINFOD_URLS in its environment, and told to
-  /// die with this process. Returns as soon as the exec has succeeded or failed; the child is active if it has
-  /// succeeded. When a pipe or the fork fails, a message says so on standard error, and nothing is changed.
-  Spawned spawn(const SpawnRequest& request);
+  /// Starts a child that has only the three standard descriptors, no DEBUGINFOD_URLS in its environment, and that is
+  /// killed when this process ends. Returns as soon as exec has succeeded, which makes the child active, or failed. A
+  /// pipe or fork that fails is reported on standard error and changes nothing.
+  SpawnedChild spawn(const SpawnRequest& request);
 
   /// Process id of the latest child, 0 when there was none.
   pid_t pid() const { return pid_; }
@@ -54,42 +53,42 @@ class ChildState {
   /// 1 while the child is believed to run, else 0.
   int active() const { return active_; }
 
-  /// Whether the child is seen to do something else than wait for input: it computes, writes, sleeps, or waits for a
-  /// child of its own. False also when the system does not tell.
+  /// Whether the child is doing anything other than waiting for input: it computes, writes, sleeps, or waits for a
+  /// child of its own. False also when the system does not say.
   bool isBusy() const;
 
-  /// Collects the child if it has ended, whatever handler owns SIGCHLD. Returns whether it still runs.
-  bool stillRuns();
+  /// Reaps the child if it has exited, whichever handler is installed for SIGCHLD. True when it is no longer running.
+  bool reapIfExited();
 
-  /// Waits until the child is collected, at most until `deadline`.
-  void awaitEnd(Deadline deadline);
+  /// Waits until the child has been reaped, at most until `deadline`.
+  void awaitExit(Deadline deadline);
 
-  /// Sends SIGKILL to the child if it runs, never to a collected process id, waits as `awaitEnd`, and marks it not
-  /// active.
+  /// Sends SIGKILL to the child if it is running, never to the process id of a reaped one, waits like `awaitExit`, and
+  /// marks the child inactive.
   void kill(Deadline deadline);
 
-  /// Marks the child not active without signalling it.
-  void forget() { active_ = 0; }
+  /// Marks the child inactive without sending it a signal.
+  void markInactive() { active_ = 0; }
 
-  /// Collects every child of the process that has ended and marks those of them that a ChildState knows as not active.
-  /// The body of a SIGCHLD handler: async-signal-safe, errno kept.
-  static void collectAll();
+  /// Reaps every child of the process that has exited, and marks those of the ChildState objects inactive. The body of
+  /// a SIGCHLD handler: async-signal-safe, preserves errno.
+  static void reapAll();
 
  private:
   volatile std::sig_atomic_t active_ = 0;
   std::atomic<pid_t> pid_{0};
-  ChildState* const nextKnown_;
+  ChildState* const nextState_;
 };
-// So that the handler can still reach it while the program exits.
+// The handler may still access it while the program exits.
 static_assert(std::is_trivially_destructible_v<ChildState>);
 
 /// How a wait on a descriptor ended.
 enum class WaitResult { Ready, TimedOut, Failed };
 
-/// Waits until `fd` (-1: none) is ready for `events` (poll(2)'s POLLIN or POLLOUT; an end of file or an error on the
-/// descriptor counts as ready), at most until `deadline`, and only while `child` is active. Without a child, any signal
-/// ends the wait. A SIGCHLD that arrives just before the wait is not missed.
+/// Waits until `fd` (-1: none) is ready for `events` (POLLIN or POLLOUT of poll(2); end of file and errors count as
+/// ready), at most until `deadline`, and only while `child` is active. With a null `child`, any signal ends the wait. A
+/// SIGCHLD that arrives just before the wait is not missed.
 WaitResult waitFor(int fd, short events, Deadline deadline, const ChildState* child);
 
-/// fork(2), with a child that gets `deathSignal` when this process ends, however it ends.
-pid_t forkBound(int deathSignal);
+/// Forks like fork(2); the child gets the signal `deathSignal` when this process ends, however it ends.
+pid_t forkWithDeathSignal(int deathSignal);

@@ -4,197 +4,196 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds lonelyLinePause{100};  // after what may be all that a tool has to say
-constexpr std::chrono::seconds furtherPatience{1};         // for the other replies to one request, all together
-constexpr unsigned mostTrailing = 1000;                    // lines that follow a reply; more are written without end
+constexpr std::chrono::milliseconds possibleEndTimeout{100};  // after text that may be the whole reply
+constexpr std::chrono::seconds furtherRepliesTimeout{1};      // for all other replies to one request
+constexpr unsigned maxTrailingLines = 1000;                   // a tool that writes more writes endlessly
 
 bool isBlank(std::string_view line) { return line.find_first_not_of(" \t\r") == std::string_view::npos; }
 
 }  // namespace
 
-void Conversation::start() {
-  const Clock::duration left = left_;
+void Conversation::restart() {
+  const Clock::duration budget = budget_;
   *this = Conversation(rules_);
-  left_ = left;
+  budget_ = budget;
 }
 
-void Conversation::drop(std::string_view bytes) {
+void Conversation::discard(std::string_view bytes) {
   longestPiece_ = 0;
   text_.append(bytes);
-  while (const auto unit = nextUnit({})) takeStray(*unit);
-  stale_ = holdsText();
+  while (const auto token = nextToken({})) handleStray(*token);
+  stale_ = hasText();
 }
 
 void Conversation::await(const Request& request, Sink sink, Deadline now) {
-  phase_ = Phase::Waiting;
+  phase_ = Phase::AwaitingReply;
   sink_ = std::move(sink);
-  begin_ = lastText_ = now;
-  patience_ = request.patience.value_or(patience());
+  phaseStart_ = lastReceived_ = now;
+  timeout_ = request.timeout.value_or(timeout());
   subject_ = request.subject;
   longestPiece_ = request.longestPiece;
-  due_ = request.replies;
-  said_ = Said::Nothing;
+  expected_ = request.replies;
+  progress_ = Progress::None;
 }
 
-void Conversation::fail(Deadline begin, Deadline now) {
-  charge(now - begin);
-  mute_ = true;
-  phase_ = Phase::GivenUp;
+void Conversation::sendTimedOut(Deadline begin, Deadline now) {
+  spend(now - begin);
+  unresponsive_ = true;
+  phase_ = Phase::Failed;
 }
 
-std::optional<Deadline> Conversation::hear(std::string_view bytes, Deadline now) {
+std::optional<Deadline> Conversation::receive(std::string_view bytes, Deadline now) {
   text_.append(bytes);
-  heard_ += bytes.size();
-  if (!bytes.empty()) lastText_ = now;
-  while (waits()) {
-    const auto unit = nextUnit(now);
-    if (!unit) break;
-    take(*unit, now);
+  received_ += bytes.size();
+  if (!bytes.empty()) lastReceived_ = now;
+  while (waiting()) {
+    const auto token = nextToken(now);
+    if (!token) break;
+    handle(*token, now);
   }
-  if (waits() && now >= endOfWait()) giveUp(now);
-  return waits() ? std::optional(endOfWait()) : std::nullopt;
+  if (waiting() && now >= deadline()) timeOut(now);
+  return waiting() ? std::optional(deadline()) : std::nullopt;
 }
 
-void Conversation::end() {
-  // What is left is a piece.
-  if (longestPiece_ > 0) hear({}, Deadline::max());
+void Conversation::endOfOutput() {
+  // The rest of the text is a piece.
+  if (longestPiece_ > 0) receive({}, Deadline::max());
   text_.drop(text_.text().size());
-  phase_ = complete() ? Phase::Over : Phase::GivenUp;
-  owed_ = 0;
+  phase_ = complete() ? Phase::Done : Phase::Failed;
+  outstanding_ = 0;
 }
 
-Clock::duration Conversation::patience() const {
-  const bool mute = mute_ && rules_.kindOf != nullptr;
-  return mute ? pieceEndPause : std::max<Clock::duration>(std::min(rules_.patience, left_), pieceEndPause);
+Clock::duration Conversation::timeout() const {
+  const bool minimal = unresponsive_ && rules_.classify != nullptr;
+  return minimal ? pieceTimeout : std::max<Clock::duration>(std::min(rules_.timeout, budget_), pieceTimeout);
 }
 
-std::optional<Conversation::Unit> Conversation::nextUnit(Deadline now) {
+std::optional<Conversation::Token> Conversation::nextToken(Deadline now) {
   if (longestPiece_ > 0) return nextPiece(now);
   if (!rules_.prompt.empty()) {
     const std::string_view first = text_.text().substr(0, text_.text().find('\n'));
     if (const std::size_t at = first.find(rules_.prompt); at != std::string_view::npos) {
       text_.drop(at + rules_.prompt.size());
-      return Unit{first.substr(0, at), LineKind::Prompt};
+      return Token{first.substr(0, at), LineKind::Prompt};
     }
   }
   const auto line = text_.next();
   if (!line) return std::nullopt;
-  return Unit{*line, rules_.kindOf != nullptr ? rules_.kindOf(*line) : LineKind::Text};
+  return Token{*line, rules_.classify != nullptr ? rules_.classify(*line) : LineKind::Text};
 }
 
-// A piece ends with its newline, at its greatest length, or at a pause.
-std::optional<Conversation::Unit> Conversation::nextPiece(Deadline now) {
+// A piece ends with its newline, at its maximum length, or with a pause.
+std::optional<Conversation::Token> Conversation::nextPiece(Deadline now) {
   const std::string_view text = text_.text().substr(0, longestPiece_);
   const std::size_t newline = text.find('\n');
   const bool whole = newline != std::string_view::npos || text.size() == longestPiece_;
-  if (text.empty() || (!whole && now < lastText_ + pieceEndPause)) return std::nullopt;
+  if (text.empty() || (!whole && now < lastReceived_ + pieceTimeout)) return std::nullopt;
   const std::string_view piece = text.substr(0, newline == std::string_view::npos ? newline : newline + 1);
   text_.drop(piece.size());
-  return Unit{piece, LineKind::Text};
+  return Token{piece, LineKind::Text};
 }
 
-void Conversation::take(const Unit& unit, Deadline now) {
+void Conversation::handle(const Token& token, Deadline now) {
   if (longestPiece_ > 0) {
-    sink_(unit.text);
-    phase_ = Phase::Over;
+    sink_(token.text);
+    phase_ = Phase::Done;
   } else if (std::exchange(stale_, false)) {
-    takeStray(unit);
+    handleStray(token);
   } else if (phase_ == Phase::Trailing) {
-    takeStray(unit);
-    if (unit.kind == LineKind::Reply) sink_(unit.text);
-    if (--due_ == 0) phase_ = Phase::Over;
-  } else if (unit.kind == LineKind::Reply) {
-    takeReply(unit.text, now);
-  } else if (unit.kind == LineKind::Prompt) {
-    takePrompt(unit.text, now);
-  } else if (unit.kind == LineKind::Text) {
-    takeText(unit.text);
-  } else if (unit.kind == LineKind::Other) {
-    said_ = Said::PerhapsAll;
+    handleStray(token);
+    if (token.kind == LineKind::Reply) sink_(token.text);
+    if (--expected_ == 0) phase_ = Phase::Done;
+  } else if (token.kind == LineKind::Reply) {
+    handleReply(token.text, now);
+  } else if (token.kind == LineKind::Prompt) {
+    handlePrompt(token.text, now);
+  } else if (token.kind == LineKind::Text) {
+    handleText(token.text);
+  } else if (token.kind == LineKind::Other) {
+    progress_ = Progress::PossiblyAll;
   }
 }
 
-// What belongs to no request pays a debt, or shows that the tool writes more than one line in a reply.
-void Conversation::takeStray(const Unit& unit) {
-  const bool prompt = unit.kind == LineKind::Prompt;
-  if (owed_ > 0 && (prompt || unit.kind == LineKind::Reply)) {
-    --owed_;
-    mute_ = false;
-  } else if (!bannerMayCome_ && unit.kind != LineKind::Diagnostic && (prompt || !isBlank(unit.text))) {
-    toListen_ = always;
+// Text that answers no current request is a late reply, or shows that the tool writes more than one line per reply.
+void Conversation::handleStray(const Token& token) {
+  const bool prompt = token.kind == LineKind::Prompt;
+  if (outstanding_ > 0 && (prompt || token.kind == LineKind::Reply)) {
+    --outstanding_;
+    unresponsive_ = false;
+  } else if (!bannerPossible_ && token.kind != LineKind::Diagnostic && (prompt || !isBlank(token.text))) {
+    trailingWaits_ = always;
   }
 }
 
-void Conversation::takeReply(std::string_view line, Deadline now) {
-  mute_ = bannerMayCome_ = false;
-  said_ = Said::Nothing;
-  if (owed_ > 0) {
-    --owed_;
-    patience_ = patience();
-  } else if (phase_ == Phase::Further) {
-    if (--due_ == 0) phase_ = Phase::Over;
+void Conversation::handleReply(std::string_view line, Deadline now) {
+  unresponsive_ = bannerPossible_ = false;
+  progress_ = Progress::None;
+  if (outstanding_ > 0) {
+    --outstanding_;
+    timeout_ = timeout();
+  } else if (phase_ == Phase::AwaitingMore) {
+    if (--expected_ == 0) phase_ = Phase::Done;
   } else {
     sink_(line);
-    if (--due_ == 0) return finish(now);
-    phase_ = Phase::Further;
-    begin_ = now;
-    patience_ = furtherPatience;
+    if (--expected_ == 0) return completeReply(now);
+    phase_ = Phase::AwaitingMore;
+    phaseStart_ = now;
+    timeout_ = furtherRepliesTimeout;
   }
 }
 
-void Conversation::takeText(std::string_view line) {
-  if (!isBlank(line)) said_ = Said::Part;
-  if (!rules_.header.empty() && line.starts_with(rules_.header)) readHeader(line.substr(rules_.header.size()));
-  if (owed_ == 0) sink_(line);
+void Conversation::handleText(std::string_view line) {
+  if (!isBlank(line)) progress_ = Progress::Partial;
+  if (!rules_.header.empty() && line.starts_with(rules_.header)) handleHeader(line.substr(rules_.header.size()));
+  if (outstanding_ == 0) sink_(line);
 }
 
-// Replies that name what they answer need not be counted.
-void Conversation::readHeader(std::string_view rest) {
+// Replies that quote their subject need not be counted.
+void Conversation::handleHeader(std::string_view rest) {
   const std::size_t quote = rest.rfind('"');
   if (subject_.empty() || quote == std::string_view::npos) return;
-  owed_ = rest.substr(0, quote) == subject_ ? 0 : std::max(owed_, 1UL);
+  outstanding_ = rest.substr(0, quote) == subject_ ? 0 : std::max(outstanding_, 1UL);
 }
 
-void Conversation::takePrompt(std::string_view before, Deadline now) {
-  const bool first = said_ == Said::Nothing && isBlank(before);
-  said_ = Said::Nothing;
-  if (owed_ > 0) {
-    --owed_;
-  } else if (first && toListen_ == always) {
-    // The prompt of the reply before, once more, or the end of an empty one.
-    said_ = Said::PerhapsAll;
+void Conversation::handlePrompt(std::string_view before, Deadline now) {
+  const bool empty = progress_ == Progress::None && isBlank(before);
+  progress_ = Progress::None;
+  if (outstanding_ > 0) {
+    --outstanding_;
+  } else if (empty && trailingWaits_ == always) {
+    // The prompt of the previous reply, repeated, or the end of an empty one.
+    progress_ = Progress::PossiblyAll;
   } else {
-    finish(now);
+    completeReply(now);
   }
 }
 
-void Conversation::finish(Deadline now) {
-  mute_ = bannerMayCome_ = false;
-  phase_ = toListen_ > 0 ? Phase::Trailing : Phase::Over;
-  due_ = mostTrailing;
-  lastText_ = now;
+void Conversation::completeReply(Deadline now) {
+  unresponsive_ = bannerPossible_ = false;
+  phase_ = trailingWaits_ > 0 ? Phase::Trailing : Phase::Done;
+  expected_ = maxTrailingLines;
+  lastReceived_ = now;
 }
 
-// The time of the wait is over.
-void Conversation::giveUp(Deadline now) {
-  const Phase phase = std::exchange(phase_, complete() ? Phase::Over : Phase::GivenUp);
+void Conversation::timeOut(Deadline now) {
+  const Phase phase = std::exchange(phase_, complete() ? Phase::Done : Phase::Failed);
   if (longestPiece_ > 0) return;
   if (phase == Phase::Trailing) {
-    if (toListen_ != always) --toListen_;
+    if (trailingWaits_ != always) --trailingWaits_;
     return;
   }
-  charge(now - begin_);
-  if (phase == Phase::Further) return;
-  bannerMayCome_ = false;
-  // What was said, if only in part, is over; the rest may still come.
-  mute_ = said_ != Said::Part && !mayBeOver();
-  if (mute_) owed_ += due_;
+  spend(now - phaseStart_);
+  if (phase == Phase::AwaitingMore) return;
+  bannerPossible_ = false;
+  // If part of the reply came, the rest is not waited for; otherwise all of it is outstanding.
+  unresponsive_ = progress_ != Progress::Partial && !possiblyComplete();
+  if (unresponsive_) outstanding_ += expected_;
 }
 
-Deadline Conversation::endOfWait() const {
-  if (phase_ == Phase::Trailing) return lastText_ + pieceEndPause;
-  if (longestPiece_ > 0) return lastText_ + (holdsText() ? pieceEndPause : patience_);
-  const Deadline from = rules_.kindOf != nullptr ? begin_ : lastText_;
-  const Deadline end = std::min(from + patience_, begin_ + std::max<Clock::duration>(left_, pieceEndPause));
-  return mayBeOver() && !bannerMayCome_ ? std::min(end, lastText_ + lonelyLinePause) : end;
+Deadline Conversation::deadline() const {
+  if (phase_ == Phase::Trailing) return lastReceived_ + pieceTimeout;
+  if (longestPiece_ > 0) return lastReceived_ + (hasText() ? pieceTimeout : timeout_);
+  const Deadline from = rules_.classify != nullptr ? phaseStart_ : lastReceived_;
+  const Deadline end = std::min(from + timeout_, phaseStart_ + std::max<Clock::duration>(budget_, pieceTimeout));
+  return possiblyComplete() && !bannerPossible_ ? std::min(end, lastReceived_ + possibleEndTimeout) : end;
 }

@@ -1,4 +1,4 @@
-// The clock by which everything here waits.
+// The clock of all timeouts and deadlines.
 #pragma once
 
 #include <chrono>

@@ -29,9 +29,9 @@ void Error(const char* msg) {
 }
 
 int shoulddebug() {
-  const char* wish = std::getenv("VYMDEBUG");
-  if (wish == nullptr || *wish == '\0') return 0;
-  return *wish == 'n' || *wish == 'N' ? 0 : 1;
+  const char* setting = std::getenv("VYMDEBUG");
+  if (setting == nullptr || *setting == '\0') return 0;
+  return *setting == 'n' || *setting == 'N' ? 0 : 1;
 }
 
 void dprintf(const char* fmt, ...) {

@@ -18,7 +18,7 @@ ForkedProcess& ForkedProcess::operator=(ForkedProcess&& other) noexcept {
 }
 
 ForkedProcess ForkedProcess::start(const std::function<int()>& work) {
-  const pid_t pid = forkBound(SIGKILL);
+  const pid_t pid = forkWithDeathSignal(SIGKILL);
   if (pid == 0) {
     try {
       _exit(work());

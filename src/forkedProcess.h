@@ -1,4 +1,4 @@
-// A process that runs a part of this program.
+// A process that runs a function of this program; debuginfo/ and frontend/ read inputs in such processes.
 #pragma once
 
 #include <sys/types.h>
@@ -6,8 +6,8 @@
 #include <functional>
 #include <utility>
 
-/// The owner of a process that runs a part of this program. When the owner goes, or this process ends in any way, it is
-/// killed.
+/// The owner of a process that runs a function of this program. The process is killed when the owner is destroyed, and
+/// when this process ends, however it ends.
 class ForkedProcess {
  public:
   ForkedProcess() = default;
@@ -17,13 +17,13 @@ class ForkedProcess {
   ForkedProcess& operator=(const ForkedProcess&) = delete;
   ~ForkedProcess() { end(); }
 
-  /// Starts a process that calls `work` and leaves with the exit status that it returns (255 when it throws); nothing
-  /// of this process is flushed or destroyed there. Returns an empty owner on failure; errno tells why.
+  /// Starts a process that calls `work` and exits with the status that it returns (255 when it throws), without
+  /// flushing or destroying anything inherited. Returns an empty owner on failure, with errno set.
   static ForkedProcess start(const std::function<int()>& work);
   /// Whether it owns a process.
   explicit operator bool() const { return pid_ > 0; }
 
-  /// Waits until the process has ended, and returns its status as waitpid(2) does. The owner is empty then.
+  /// Waits until the process has ended, and returns its status like waitpid(2). The owner is then empty.
   int await();
 
  private:

@@ -13,8 +13,8 @@ namespace {
 
 bool isFileHeading(string_view line) { return line.starts_with("File "); }
 
-// Removes the source line number, colon and tab that gdb puts before a declaration (the tab alone when it does not know
-// the line).
+// Removes the source line number, colon and tab that gdb prints before a declaration (only the tab if the line is
+// unknown).
 string_view withoutLineNumber(string_view line) {
   const std::size_t digits = std::min(line.find_first_not_of("0123456789"), line.size());
   string_view rest = line.substr(digits);
@@ -24,17 +24,17 @@ string_view withoutLineNumber(string_view line) {
   return rest;
 }
 
-// Removes the tags that gdb shows after names whose type has one: "s[abi:cxx11]" is no array.
+// Removes the ABI tags that gdb prints after names: "s[abi:cxx11]" is not an array.
 void removeAbiTags(string& name) {
   for (std::size_t at = name.find("[abi:"); at != string::npos; at = name.find("[abi:", at)) {
     name.erase(at, std::min(name.find(']', at), name.size() - 1) + 1 - at);
   }
 }
 
-// Takes the declared name off the end of `words`. A name may hold blanks within brackets, as that of a template
-// instance or of an unnamed namespace does: words are joined until the brackets match. Where they never do, as in
-// "operator->", the last word is the name.
-string takeName(std::vector<string>& words) {
+// Removes the declared name from the end of `words`. It may have blanks within brackets, like that of a template
+// instance or of an unnamed namespace: words are joined until the brackets match. If they never match, as in
+// "operator->", the name is the last word.
+string popDeclaredName(std::vector<string>& words) {
   string name = words.back();
   const auto count = [&name](char c) { return std::count(name.begin(), name.end(), c); };
   std::size_t rest = words.size() - 1;
@@ -47,8 +47,8 @@ string takeName(std::vector<string>& words) {
   return name;
 }
 
-// Length of the marks that begin a declarator: '*', '&', and "T::*" of a pointer to a member.
-std::size_t lengthOfMarks(string_view declarator) {
+// Length of the operators at the start of a declarator: '*', '&', and "T::*" for a pointer to member.
+std::size_t ptrOperatorLength(string_view declarator) {
   int inside = 0;
   std::size_t end = 0;
   for (std::size_t at = 0; at < declarator.size(); ++at) {
@@ -71,32 +71,32 @@ bool typeFromDeclaration(string_view line, const string& vname, string& dtype) {
   split(data, " ", words);
   if (words.size() < 2) return false;
   // The newline stays with the last word: one that ends neither in ';' nor in a dimension matches no name.
-  string l_vname = takeName(words);
+  string l_vname = popDeclaredName(words);
   removeAbiTags(l_vname);
-  // What stands before the name of a reference or of a pointer to a member belongs to the type.
-  string marks = l_vname.substr(0, lengthOfMarks(l_vname));
-  l_vname.erase(0, marks.size());
-  marks += stripStarsAndBrackets(l_vname);
+  // The operators before the name belong to the type.
+  string ptrOperators = l_vname.substr(0, ptrOperatorLength(l_vname));
+  l_vname.erase(0, ptrOperators.size());
+  ptrOperators += stripStarsAndBrackets(l_vname);
   l_vname.erase(std::min(l_vname.find(';'), l_vname.size()));
   if (remove_all_scopes(vname) != remove_all_scopes(l_vname)) return false;
   if (words.front() == "class") words.erase(words.begin());
   for (const string& word : words) dtype += word + " ";
-  dtype += marks;
+  dtype += ptrOperators;
   dtype.erase(dtype.find_last_not_of(' ') + 1);
   return true;
 }
 
 void AnswerReader::operator()(string_view line) {
   if (ended_ || found_) return;
-  // A declaration that is never closed ends where gdb goes on to something else.
-  if (line.empty() || isFileHeading(line)) opening_.clear();
+  // These end a declaration that lacks its closing brace.
+  if (line.empty() || isFileHeading(line)) firstLine_.clear();
   if (line.ends_with('{')) {
-    opening_ = line;
-  } else if (opening_.empty()) {
+    firstLine_ = line;
+  } else if (firstLine_.empty()) {
     examine(line);
   } else if (line.starts_with('}')) {
-    examine(opening_ + "..." + string(line));
-    opening_.clear();
+    examine(firstLine_ + "..." + string(line));
+    firstLine_.clear();
   }
 }
 

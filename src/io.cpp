@@ -13,9 +13,10 @@ auto retrying(Call call) {
   return result;
 }
 
-// Repeats pread or pwrite until all bytes are moved. False at the end of the file (errno is then 0), or on an error.
+// Repeats pread or pwrite until all bytes are transferred. False at the end of the file (errno is then 0) or on an
+// error.
 template <typename Byte, typename Call>
-bool inFull(Byte* at, std::size_t size, off_t offset, Call call) {
+bool transferFully(Byte* at, std::size_t size, off_t offset, Call call) {
   while (size > 0) {
     const ssize_t count = retrying([&] { return call(at, size, offset); });
     if (count == 0) errno = 0;
@@ -63,11 +64,12 @@ bool readAll(int fd, std::string& content) {
 }
 
 bool readAt(int fd, void* buffer, std::size_t size, off_t offset) {
-  return inFull(static_cast<char*>(buffer), size, offset, [fd](auto... part) { return pread(fd, part...); });
+  return transferFully(static_cast<char*>(buffer), size, offset, [fd](auto... part) { return pread(fd, part...); });
 }
 
 bool writeAt(int fd, const void* data, std::size_t size, off_t offset) {
-  return inFull(static_cast<const char*>(data), size, offset, [fd](auto... part) { return pwrite(fd, part...); });
+  return transferFully(static_cast<const char*>(data), size, offset,
+                       [fd](auto... part) { return pwrite(fd, part...); });
 }
 
 bool makePipe(Pipe& pipe) {
@@ -83,9 +85,9 @@ void setNonBlocking(int fd) {
   if (flags >= 0) fcntl(fd, F_SETFL, flags | O_NONBLOCK);
 }
 
-void occupyStandardDescriptors() {
+void ensureStandardDescriptorsOpen() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-    // The lowest free number is `fd` itself, as those below it are taken. It is meant to stay open for good.
+    // The lowest free number is `fd`, as those below it are in use. It stays open until the program ends.
     if (fcntl(fd, F_GETFD) < 0 && errno == EBADF && open("/dev/null", O_RDWR) < 0) return;
   }
 }

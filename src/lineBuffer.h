@@ -1,4 +1,4 @@
-// Bytes in, lines out, with bounded memory: the buffer of the readers of files and of child tools.
+// A line buffer with bounded memory, used by LineReader for files and by Conversation for the output of tools.
 #pragma once
 
 #include <algorithm>
@@ -7,12 +7,13 @@
 #include <string>
 #include <string_view>
 
+/// Splits bytes into lines.
 class LineBuffer {
  public:
-  /// Of a line of more than `longest` characters, only the first `longest` are delivered.
+  /// Lines of more than `longest` characters are cut to this length.
   explicit LineBuffer(std::size_t longest) : longest_(longest) {}
 
-  /// Appends `bytes`. Lines delivered before become invalid.
+  /// Appends `bytes`. Invalidates the lines returned so far.
   void append(std::string_view bytes) {
     buffer_.erase(0, begin_);
     searched_ -= begin_;
@@ -20,29 +21,29 @@ class LineBuffer {
     buffer_.append(bytes);
   }
 
-  /// Takes the next line, without its newline, off the text: a whole one, or the beginning of one that is too long, the
-  /// rest of which will be dropped.
+  /// Removes the next line from the text, and returns it without its newline. Of a line that is too long, returns the
+  /// beginning at once, and drops the rest when it comes. Nothing when there is no complete line.
   std::optional<std::string_view> next() {
     for (;;) {
       const std::size_t newline = buffer_.find('\n', searched_);
       const bool whole = newline != std::string::npos;
       searched_ = whole ? newline : buffer_.size();
       const std::string_view line = text().substr(0, searched_ - begin_);
-      const bool continued = dropping_;
+      const bool continued = skipping_;
       if (!whole && !continued && line.size() <= longest_) return std::nullopt;
       drop(line.size() + (whole ? 1 : 0));
-      dropping_ = !whole;
+      skipping_ = !whole;
       if (!continued) return line.substr(0, longest_);
       if (!whole) return std::nullopt;
     }
   }
 
-  /// The text not taken yet.
+  /// The text that has not been removed.
   std::string_view text() const { return std::string_view(buffer_).substr(begin_); }
 
-  /// Takes `size` bytes, which must not exceed the text, off its front. A line that is too long is over with that.
+  /// Removes the first `size` bytes of the text, which must have as many. Ends the dropping of a line that is too long.
   void drop(std::size_t size) {
-    dropping_ = false;
+    skipping_ = false;
     begin_ += size;
     searched_ = std::max(searched_, begin_);
   }
@@ -50,7 +51,7 @@ class LineBuffer {
  private:
   std::size_t longest_;
   std::string buffer_;
-  std::size_t begin_ = 0;     // of the text not taken yet
-  std::size_t searched_ = 0;  // up to here there is no newline
-  bool dropping_ = false;     // the beginning of a line that is too long was delivered
+  std::size_t begin_ = 0;     // of the text
+  std::size_t searched_ = 0;  // no newline before this position
+  bool skipping_ = false;     // the rest of a line that is too long is being dropped
 };

@@ -1,4 +1,4 @@
-// The entry point: checks the command line and hands over to the main loop.
+// The entry point of tolquin.exe: checks the command line and calls the main loop.
 #include <sys/prctl.h>
 
 #include <csignal>
@@ -9,10 +9,10 @@
 #include "tolquin.h"
 
 int main(int argc, char** argv) {
-  occupyStandardDescriptors();
-  // The waits for tools are as short as 100 microseconds; the usual slack of timers would lengthen them by half.
+  ensureStandardDescriptorsOpen();
+  // Timeouts are as short as 100 microseconds; the default timer slack would make them half as long again.
   prctl(PR_SET_TIMERSLACK, 1UL);
-  // A file that grows too large is an error of its write, which is reported.
+  // So that writing to a file that grows too large fails, which is reported, instead of ending the program.
   std::signal(SIGXFSZ, SIG_IGN);
   if (argc != 3 || argv[1][0] == '\0') {
     tolquin_usage();

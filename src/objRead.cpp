@@ -39,7 +39,7 @@ bool DataFieldType::setVarName(const char* t) {
   return stored;
 }
 
-bool ItemType::isWhole() const {
+bool ItemType::isValid() const {
   const auto& [type, name] = DataField;
   return std::memchr(type, 0, sizeof type) != nullptr && std::memchr(name, 0, sizeof name) != nullptr;
 }
@@ -50,8 +50,8 @@ namespace {
 
 constexpr const char* blanks = " \t";
 
-// The address text of a declaration line: the hexadecimal digits after "0x" and the zeros after it in the line's last
-// comment. Empty when the line has none.
+// The address in the last comment of a declaration line, in hexadecimal without "0x" and leading zeros. Empty if there
+// is none.
 string_view addressInComment(string_view line) {
   if (line.size() < 10 || !line.ends_with("*/;")) return {};
   const std::size_t comment = line.rfind("/*");
@@ -62,10 +62,10 @@ string_view addressInComment(string_view line) {
   return line.substr(0, line.find_first_not_of("0123456789abcdefABCDEF"));
 }
 
-// Splits a declaration into its type words, joined by single blanks, and its declarator. Comments are left out.
+// Splits a declaration into its type words, joined by single blanks, and its declarator. Skips comments.
 void splitDeclaration(string_view declaration, string& datatype, string& vname) {
   bool inComment = false;
-  for (string_view word = takeWord(declaration, blanks); !word.empty(); word = takeWord(declaration, blanks)) {
+  for (string_view word = nextWord(declaration, blanks); !word.empty(); word = nextWord(declaration, blanks)) {
     if (word == "/*") inComment = true;
     if (!inComment) {
       if (!vname.empty()) datatype.append(vname).append(" ");
@@ -76,39 +76,39 @@ void splitDeclaration(string_view declaration, string& datatype, string& vname) 
 }
 
 // The key of the index for an address text of at most KeyFieldMax characters.
-void formKey(string_view address, KeyFieldType& key) {
+void makeKey(string_view address, KeyFieldType& key) {
   std::memset(key, ' ', KeyFieldMax);
   std::memcpy(key, address.data(), address.size());
   key[KeyFieldMax] = '\0';
 }
 
-// Hands each line of a file to `useLine`. A file that cannot be opened, or not be read to its end, is reported; the
-// result is then false.
+// Passes each line of a file to `useLine`. False, after a message on standard error, when the file cannot be opened or
+// read completely.
 template <typename UseLine>
-bool readLines(const string& path, UseLine useLine) {
+bool forEachLine(const string& path, UseLine useLine) {
   LineReader reader(path.c_str());
   for (string_view line; reader.isOpen() && reader.next(line);) useLine(line);
-  const bool whole = reader.isOpen() && !reader.failed();
-  if (!whole) std::fprintf(stderr, "cannot open %sto read\n", path.c_str());
-  return whole;
+  const bool complete = reader.isOpen() && !reader.failed();
+  if (!complete) std::fprintf(stderr, "cannot open %sto read\n", path.c_str());
+  return complete;
 }
 
 }  // namespace
 
-bool itemFromDeclaration(string_view line, const TMAP& listed, ItemType& item) {
+bool itemFromDeclaration(string_view line, const TMAP& addresses, ItemType& item) {
   constexpr std::size_t shortestAddress = 4;
   const string_view address = addressInComment(line);
   if (address.size() < shortestAddress || address.size() > KeyFieldMax) return false;
-  if (listed.find(address) == listed.end()) return false;
+  if (addresses.find(address) == addresses.end()) return false;
   string datatype;
   string vname;
   // The declaration ends at the first ':' that does not begin the line.
-  splitDeclaration(takeWord(line, ":"), datatype, vname);
+  splitDeclaration(nextWord(line, ":"), datatype, vname);
   if (vname.find_first_not_of('*') == string::npos) return false;
   datatype += stripStarsAndBrackets(vname);
   datatype.erase(datatype.find_last_not_of(blanks) + 1);
   if (datatype.empty()) return false;
-  formKey(address, item.KeyField);
+  makeKey(address, item.KeyField);
   item.DataField.setDataType(datatype.c_str());
   item.DataField.setVarName(vname.c_str());
   return true;
@@ -116,14 +116,14 @@ bool itemFromDeclaration(string_view line, const TMAP& listed, ItemType& item) {
 
 void fillIndex(const string& directory, IndexTable& table) {
   TMAP tmap;
-  const bool listed = readLines(directory + "/objdump.1", [&tmap](string_view line) {
-    string_view word = takeWord(line, " ");
+  const bool complete = forEachLine(directory + "/objdump.1", [&tmap](string_view line) {
+    string_view word = nextWord(line, " ");
     if (word.empty()) return;
     if (word.front() == '0') word.remove_prefix(1);
     tmap.emplace_hint(tmap.end(), word, '\0');
   });
-  if (!listed) return;
-  readLines(directory + "/objdump.txt", [&tmap, &table](string_view line) {
+  if (!complete) return;
+  forEachLine(directory + "/objdump.txt", [&tmap, &table](string_view line) {
     ItemType item;
     if (itemFromDeclaration(line, tmap, item)) table.Insert(item);
   });
@@ -142,11 +142,11 @@ IndexTable& crtMap() {
 
 namespace {
 
-// Whether gdb will take a command with `vname` at its end for one command: a backslash there joins it with the next.
-bool isOneLine(const string& vname) { return !vname.ends_with('\\') && vname.find('\n') == string::npos; }
+// Whether gdb reads a command that ends with `vname` as exactly one: a backslash at its end would continue the line.
+bool isSingleCommand(const string& vname) { return !vname.ends_with('\\') && vname.find('\n') == string::npos; }
 
-// The name by which gdb is asked for `vname`; gdb 5 wants it without its first scopes.
-string askedName(const string& vname) {
+// The name to ask gdb for; for gdb 5, the last component alone.
+string nameForGdb(const string& vname) {
   static const char* const p = std::getenv("GDB_VERSION");
   static const string gdbversion = p != nullptr ? p : "6";
   string lvname = vname;
@@ -160,9 +160,9 @@ bool getDataTypeFromGDB(const string& vname, string& dtype) {
   const char* exe = std::getenv("EXEFILE");
   if (exe == nullptr) return false;
   static GDBControl gctl(exe);
-  const string lvname = askedName(vname);
+  const string lvname = nameForGdb(vname);
   const string command = "info var " + lvname + "\n";
-  if (command.size() >= ToolSession::textSize || !isOneLine(vname)) return false;
+  if (command.size() >= ToolSession::textSize || !isSingleCommand(vname)) return false;
   AnswerReader answer(vname, dtype);
   gctl.queryGDB(command, lvname, std::ref(answer));
   return answer.found();
@@ -175,7 +175,7 @@ bool getVarInfoFromAddr(const char* addr, const string& vname, string& dtype) {
   const string_view inp(addr);
   if (inp.size() <= KeyFieldMax) {
     KeyFieldType key;
-    formKey(inp, key);
+    makeKey(inp, key);
     ItemType Item;
     if (btTable.Retrieve(key, Item)) {
       dtype = Item.DataField.getDataType();

@@ -1,5 +1,5 @@
-// The variable information index: which data type has the variable at this address? Answered from the suite's objdump
-// files by way of the disk table vifa.dat, and by the debugger for variables that these files lack.
+// The variable information index: the data type of the variable at an address. It comes from the suite's objdump files,
+// by way of the disk table vifa.dat, or from the debugger if these files lack the variable.
 #pragma once
 
 #include <cstddef>
@@ -18,17 +18,17 @@ inline constexpr int KFMaxPlus1 = KeyFieldMax + 1;  ///< bytes of a key, termina
 /// The key of an item: an address text padded with blanks to KeyFieldMax characters, then NUL.
 using KeyFieldType = char[KFMaxPlus1];
 
-/// What is known of a variable. Bytes after the end of a text are zeros.
+/// The data of an item. Bytes after the end of a text are zeros.
 struct DataFieldType {
   /// The type text, NUL-terminated.
   const char* getDataType() const { return type; }
   /// The name text, NUL-terminated.
   const char* getVarName() const { return name; }
 
-  /// Stores `t` as the type text. False when it has more than 1999 characters: the text is then empty, and at debug
-  /// level 22 a line on standard error says so.
+  /// Stores `t` as the type text. If it has more than 1999 characters, stores an empty text and returns false, with a
+  /// message on standard error at debug level 22.
   bool setDataType(const char* t);
-  /// Stores `t` as the name text. False when it has more than 499 characters, with the same consequences.
+  /// Stores `t` as the name text, in the same way; at most 499 characters.
   bool setVarName(const char* t);
 
   char type[2000]{};  ///< data type
@@ -40,8 +40,8 @@ struct ItemType {
   KeyFieldType KeyField{};
   DataFieldType DataField;
 
-  /// Whether the texts of `DataField` have an end, as they must when they come from a file.
-  bool isWhole() const;
+  /// Whether the texts of `DataField` are NUL-terminated; those read from a damaged file may not be.
+  bool isValid() const;
 };
 
 static_assert(sizeof(ItemType) == KFMaxPlus1 + 2000 + 500);
@@ -49,33 +49,33 @@ static_assert(sizeof(NodeType<ItemType>) == 4 + MaxKeys * sizeof(ItemType) + 3 +
 
 using IndexTable = BTTableClass<KeyFieldType, ItemType>;
 
-/// Orders texts byte by byte; a proper prefix orders first.
+/// Orders texts byte by byte, a prefix before the longer text.
 struct ltstr {
   using is_transparent = void;
   bool operator()(std::string_view s1, std::string_view s2) const { return s1 < s2; }
 };
 
-/// The set of listed addresses; only the keys matter.
+/// The addresses that `objdump.1` lists; only the keys matter.
 using TMAP = std::map<std::string, char, ltstr>;
 
-/// Makes the item of the index for one line of `objdump.txt` (no newline). False when the line does not declare a
-/// variable whose address is in `listed`.
-bool itemFromDeclaration(std::string_view line, const TMAP& listed, ItemType& item);
+/// Makes the index item for one line of `objdump.txt` (no newline). False when the line does not declare a variable
+/// whose address is in `addresses`.
+bool itemFromDeclaration(std::string_view line, const TMAP& addresses, ItemType& item);
 
-/// Fills `table` from `objdump.1` and `objdump.txt` in `directory` (text put before "/objdump.1" as it is), and writes
-/// its nodes to its file. A file that cannot be opened, or not be read to its end, is reported on standard error; the
-/// table then holds what was read of `objdump.txt` before.
+/// Fills `table` from `objdump.1` and `objdump.txt` in `directory` (prepended to "/objdump.1" unchanged), and writes
+/// its nodes to its file. A file that cannot be opened or read completely is reported on standard error; the table then
+/// has what was read of `objdump.txt` up to there.
 void fillIndex(const std::string& directory, IndexTable& table);
 
-/// Builds the index in the directory that the environment variable DB names (default "./"), and returns it, open until
-/// the program ends. To be called once. A `vifa.dat` that cannot be created ends the program through Error.
+/// Builds the index in the directory that the environment variable DB names (default "./"). The table returned is open
+/// until the program ends. To be called once. If `vifa.dat` cannot be created, ends the program through Error.
 IndexTable& crtMap();
 
 /// Asks gdb for the type of the variable `vname` in the executable that the environment variable EXEFILE names. True
-/// with the type appended to `dtype`; false, `dtype` untouched, when gdb knows none or cannot be asked.
+/// with the type appended to `dtype`; false, with `dtype` unchanged, when gdb knows none or cannot be asked.
 bool getDataTypeFromGDB(const std::string& vname, std::string& dtype);
 
 /// Finds the data type of the variable at `addr` (hexadecimal text without its first '0'): by address in the index,
-/// which the first call builds, else by its name `vname` from the debugger. True with `dtype` set; false when neither
-/// knows it, with a line on standard error at debug level 22.
+/// which the first call builds, otherwise by its name `vname` with the debugger. True with `dtype` set; false when
+/// neither knows it, with a message on standard error at debug level 22.
 bool getVarInfoFromAddr(const char* addr, const std::string& vname, std::string& dtype);

@@ -16,12 +16,11 @@
 
 namespace {
 
-// Waits until nobody else has `fd` locked, and locks it, where the file system knows locks. False when that takes too
-// long.
-bool lockAlone(int fd) {
-  constexpr std::chrono::seconds lockPatience{120};
+// Waits for an exclusive lock on `fd`, if the file system has locks. False on timeout.
+bool lockExclusively(int fd) {
+  constexpr std::chrono::seconds lockTimeout{120};
   constexpr std::chrono::milliseconds interval{10};
-  const Deadline end = Clock::now() + lockPatience;
+  const Deadline end = Clock::now() + lockTimeout;
   while (flock(fd, LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK && errno != EINTR) return true;
     if (Clock::now() >= end) return false;
@@ -30,11 +29,11 @@ bool lockAlone(int fd) {
   return true;
 }
 
-// Whoever fills a file in mode 'w' has it to itself, and finds it empty. What is no regular file is left as it is.
-bool takeOver(int fd) {
+// Prepares a file for mode 'w'. One that is not a regular file is left as it is.
+bool lockAndTruncate(int fd) {
   struct stat status {};
   if (fstat(fd, &status) != 0) return false;
-  return !S_ISREG(status.st_mode) || (lockAlone(fd) && ftruncate(fd, 0) == 0);
+  return !S_ISREG(status.st_mode) || (lockExclusively(fd) && ftruncate(fd, 0) == 0);
 }
 
 }  // namespace
@@ -43,12 +42,12 @@ TableFile::TableFile(char mode, const char* fileName, std::size_t recordSize)
     : name_(fileName), recordSize_(recordSize) {
   if (mode != 'r' && mode != 'w') Error("Incorrect mode given to BTTableClass constructor");
   fd_ = openFile(fileName, mode == 'r' ? O_RDONLY : O_RDWR | O_CREAT);
-  if (!fd_ || (mode == 'w' && !takeOver(fd_.get()))) Error("File cannot be opened");
+  if (!fd_ || (mode == 'w' && !lockAndTruncate(fd_.get()))) Error("File cannot be opened");
 }
 
 TableFile::Problem TableFile::read(std::int32_t number, void* record) const {
   if (readAt(fd_.get(), record, recordSize_, offset(number))) return {};
-  return {number, errno != 0 ? "cannot be read" : "cannot be read whole", errno};
+  return {number, errno != 0 ? "cannot be read" : "unexpected end of file", errno};
 }
 
 TableFile::Problem TableFile::write(std::int32_t number, const void* record) {
@@ -61,7 +60,7 @@ std::int64_t TableFile::size() const {
   return fstat(fd_.get(), &status) == 0 ? status.st_size : -1;
 }
 
-void TableFile::exitOn(const Problem& problem) {
+void TableFile::exitOnProblem(const Problem& problem) {
   if (!problem) return;
   failed_ = true;
   Error(message(problem).c_str());

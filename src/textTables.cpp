@@ -1,12 +1,9 @@
-// The suite's table files: opening and closing, the lines of objdump.1 and sizes.tbl, the rows of tGlobalVarDef.tbl.
 #include "textTables.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <string>
-#include <string_view>
 
 #include "diagnostics.h"
 
@@ -22,10 +19,10 @@ FILE* openTable(const std::string& path, const char* mode, int errorNumber) {
 }
 
 void closeTable(FILE* file, int errorNumber) {
-  if (std::fclose(file) == EOF) exitUnclosed(errorNumber, errno);
+  if (std::fclose(file) == EOF) exitOnTableError(errorNumber, errno);
 }
 
-// Whether a line of sizes.tbl is the one that is sought. Sets `sizeText` to what stands after the type.
+// Whether the type in a line of sizes.tbl begins with `sought`. Sets `sizeText` to the text after the type.
 bool matchesType(const char* line, std::string_view sought, const char*& sizeText) {
   const char* tab = std::strchr(line, '\t');
   if (tab == nullptr || line[std::strspn(line, "\t")] == '\0') return false;
@@ -35,7 +32,7 @@ bool matchesType(const char* line, std::string_view sought, const char*& sizeTex
 
 }  // namespace
 
-void exitUnclosed(int ErrNbr, int error) {
+void exitOnTableError(int ErrNbr, int error) {
   err_exit(ErrNbr, ("Unable to close file " + std::to_string(error)).c_str());
 }
 
@@ -83,7 +80,7 @@ int hex2dec(int* cvtint, const char* str) {
 
 void get_Dsize(FILE* Size_Tbl, int* Dsize, char* readbuffer, const char* DataType) {
   *Dsize = -1;
-  const std::string DType(trimmed({DataType, std::strcspn(DataType, "*")}));
+  const std::string DType(sizeLookupName(DataType));
   std::rewind(Size_Tbl);
   dprintf("looking for size of(%s)\n", DType.c_str());
   constexpr std::string_view storageClass = "static ";

@@ -1,4 +1,3 @@
-// The main loop.
 #include "tolquin.h"
 
 #include <cerrno>
@@ -12,12 +11,11 @@
 
 namespace {
 
-// Sizes variables whose type and place are known, and writes their rows.
+// Writes the rows of tGlobalVarDef.tbl, with the sizes of the types from sizes.tbl.
 class RowWriter {
  public:
   RowWriter(FILE* sizes, FILE* table) : sizes_(sizes), table_(table) {}
 
-  // Writes the row of a variable.
   void write(const sobjdump1& record, const std::string& dataType, const SourceLocation& location) {
     row_.GlobalVarKey += 1;
     setText(row_.VariableName, record.VariableName);
@@ -30,19 +28,18 @@ class RowWriter {
     if (std::fwrite(line.data(), 1, line.size(), table_) < line.size() && writeError_ == 0) writeError_ = errno;
   }
 
-  // errno of the first row that could not be written, or 0.
+  // errno of the first failed write, or 0.
   int writeError() const { return writeError_; }
 
  private:
-  // Remembered from earlier lookups, so that sizes.tbl is not read again for every variable.
+  // Cached, so that sizes.tbl is not read for every variable.
   int sizeOf(const char* dataType) {
-    constexpr std::size_t mostKnown = 4096;  // bounds the memory of a run
-    // Traces are written by each lookup.
-    static const bool traced = shoulddebug() != 0;
-    if (const auto known = knownSizes_.find(dataType); known != knownSizes_.end() && !traced) return known->second;
-    if (knownSizes_.size() >= mostKnown) knownSizes_.clear();
+    constexpr std::size_t maxCached = 4096;         // to bound the memory
+    static const bool traced = shoulddebug() != 0;  // each lookup then writes its trace lines
+    if (const auto known = sizeCache_.find(dataType); known != sizeCache_.end() && !traced) return known->second;
+    if (sizeCache_.size() >= maxCached) sizeCache_.clear();
     char buffer[RecordSize];
-    int& size = knownSizes_[dataType];
+    int& size = sizeCache_[dataType];
     get_Dsize(sizes_, &size, buffer, dataType);
     return size;
   }
@@ -50,11 +47,11 @@ class RowWriter {
   FILE* sizes_;
   FILE* table_;
   sGlobalVarDef_tbl row_;
-  std::unordered_map<std::string, int> knownSizes_;
+  std::unordered_map<std::string, int> sizeCache_;
   int writeError_ = 0;
 };
 
-// One pass over objdump.1. Returns 0, or the errno of a read error that ended the list.
+// Processes all records of objdump.1. Returns 0, or the errno of a read error.
 int processRecords(FILE* objdump1, A2LControl& session, RowWriter& rows) {
   char objdump1_readbuf[RecordSize] = "";
   sobjdump1 record;
@@ -63,7 +60,7 @@ int processRecords(FILE* objdump1, A2LControl& session, RowWriter& rows) {
     if (populate_sobjdump1(&record, objdump1_readbuf) != 0) err_exit(735, "Error parsing objdump.1 record");
     str_trim(record.VariableName);
     const SourceLocation location = session.locate(record.Address);
-    // The index knows addresses without their first '0'.
+    // Addresses in the index lack their first '0'.
     if (record.Address[0] == '0') record.Address[0] = ' ';
     std::string dataType;
     if (getVarInfoFromAddr(str_trim(record.Address), record.VariableName, dataType))
@@ -85,8 +82,8 @@ int process_objdump1(const char* dirname, const char* ExeName) {
   RowWriter rows(FDsizes_tbl, FDGlobalVarDef_tbl);
   const int readError = processRecords(FDobjdump1, session, rows);
   close_files(FDobjdump, FDobjdump1, FDGlobalVarDef_tbl);
-  // A list that broke off must not pass for a short one, nor a row be lost because the last block found room again.
-  if (readError != 0) exitUnclosed(151, readError);
-  if (rows.writeError() != 0) exitUnclosed(156, rows.writeError());
+  // An incomplete table must not be mistaken for a complete one, even if closing the files succeeds.
+  if (readError != 0) exitOnTableError(151, readError);
+  if (rows.writeError() != 0) exitOnTableError(156, rows.writeError());
   return 0;
 }

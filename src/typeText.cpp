@@ -5,7 +5,7 @@
 
 using std::string;
 
-std::string_view takeWord(std::string_view& text, std::string_view separators) {
+std::string_view nextWord(std::string_view& text, std::string_view separators) {
   text.remove_prefix(std::min(text.find_first_not_of(separators), text.size()));
   const std::string_view word = text.substr(0, text.find_first_of(separators));
   text.remove_prefix(word.size());
@@ -15,7 +15,7 @@ std::string_view takeWord(std::string_view& text, std::string_view separators) {
 void split(const string& text, const string& separators, std::vector<string>& words) {
   const string source = text;  // NOLINT(performance-unnecessary-copy-initialization): it may be one of `words`
   std::string_view rest = source;
-  for (auto word = takeWord(rest, separators); !word.empty(); word = takeWord(rest, separators))
+  for (auto word = nextWord(rest, separators); !word.empty(); word = nextWord(rest, separators))
     words.emplace_back(word);
 }
 

@@ -1,5 +1,5 @@
-// The owner of one file descriptor. Every descriptor of the program is held by a UniqueFd from the call that
-// made it, so none leaks on an early return and none is closed twice.
+// The owner of one file descriptor. A UniqueFd holds every descriptor of the program from the call that creates it, so
+// that none leaks on an early return and none is closed twice.
 #pragma once
 
 #include <unistd.h>
@@ -24,10 +24,10 @@ class UniqueFd {
   int get() const { return fd_; }
   explicit operator bool() const { return fd_ >= 0; }
 
-  /// Closes the descriptor held, if any. False when that fails, with errno set: what was written may then be lost.
+  /// Closes the descriptor, if any. False when that fails, with errno set: data written to it may be lost.
   bool close() { return fd_ < 0 || ::close(std::exchange(fd_, -1)) == 0; }
 
-  /// Closes the descriptor held, if any, and takes `fd` instead. A failed close is not reported.
+  /// Closes the descriptor, if any, and takes ownership of `fd`. A failed close is not reported.
   void reset(int fd = -1) {
     if (fd_ >= 0) ::close(fd_);
     fd_ = fd;

@@ -1,4 +1,4 @@
-// Finds the definition of the variable that covers an address: what the program addr2line of this project answers.
+// Finds the definition of the variable at an address, for the project's own program addr2line (locatorMain.cpp).
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,14 @@
 
 #include "debuginfo/inventory.h"
 
+/// The variables of a program, by address range.
 class Locator {
  public:
   /// `inventory` must outlive this object.
   explicit Locator(const Inventory& inventory);
 
-  /// "file:line" of the variable whose bytes hold `address`; "??:0" when there is none, its place is not known, or the
-  /// name of its file would be misunderstood in such a reply.
+  /// "file:line" of the variable whose address range includes `address`; "??:0" if there is none, its location is
+  /// unknown, or tolquin.exe would misread the name of its file.
   std::string locate(std::uint64_t address) const;
 
  private:
@@ -28,6 +29,6 @@ class Locator {
   std::vector<Range> ranges_;
 };
 
-/// Answers each line of `in`, an address in hexadecimal, with a line on `out`, flushed. Lines are read in bites of 99
-/// characters, each of which is answered, as GNU addr2line does: who asks it counts on that.
+/// Answers each line of `in`, an address in hexadecimal, with a line on `out`, flushed. Like GNU addr2line, reads lines
+/// in chunks of 99 characters and answers each chunk; tolquin.exe relies on that.
 void answerAddresses(const Locator& locator, std::FILE* in, std::FILE* out);

@@ -1,5 +1,5 @@
-// The program addr2line of this project: speaks GNU addr2line's protocol for data addresses, and knows the variables of
-// every compiler. Called by tolquin.exe as `addr2line -e <executable>`.
+// The project's own program addr2line: like GNU addr2line for addresses of variables, but for the output of any
+// compiler. Called by tolquin.exe as `addr2line -e <executable>`.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
   if (argc != 3 || std::strcmp(argv[1], "-e") != 0) {
     std::fprintf(stderr,
                  "usage: addr2line -e <executable>\n"
-                 "Reads addresses of variables, one a line, and writes the file and line of each definition.\n");
+                 "Reads addresses of variables, one per line, and writes the file and line of each definition.\n");
     return 2;
   }
   unsetenv("DEBUGINFOD_URLS");
@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
   try {
     inventory = readInventory(argv[2], {});
   } catch (const std::exception& error) {
-    // The questions are answered all the same, with nothing.
+    // Every address still gets a reply, "??:0".
     std::fprintf(stderr, "addr2line: %s\n", error.what());
   }
   answerAddresses(Locator(inventory), stdin, stdout);

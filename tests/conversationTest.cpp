@@ -17,14 +17,14 @@ using std::chrono::milliseconds;
 
 constexpr std::size_t longestLine = 100;
 
-const ConversationRules addr2line{.kindOf = kindOfReply,
-                                  .patience = milliseconds(20000),
-                                  .allInVain = milliseconds(60000),
+const ConversationRules addr2line{.classify = classifyReply,
+                                  .timeout = milliseconds(20000),
+                                  .timeoutBudget = milliseconds(60000),
                                   .longestLine = longestLine};
 const ConversationRules gdb{.prompt = "(gdb) ",
                             .header = "All variables matching regular expression \"",
-                            .patience = milliseconds(20000),
-                            .allInVain = milliseconds(120000),
+                            .timeout = milliseconds(20000),
+                            .timeoutBudget = milliseconds(120000),
                             .longestLine = longestLine};
 
 class Script {
@@ -41,7 +41,7 @@ class Script {
       } else if (step.starts_with('+')) {
         passUntil(now_ + microseconds(std::stol(step)));
       } else if (until_) {
-        hear(step);
+        receive(step);
       } else {
         atHand_ += step;
       }
@@ -54,19 +54,19 @@ class Script {
   // `what`: the number of replies to expect, or the subject.
   void ask(const std::string& what) {
     const bool counted = !what.empty() && what.find_first_not_of("0123456789") == std::string::npos;
-    if (longestPiece_ == 0) conversation_.drop(std::exchange(atHand_, ""));
+    if (longestPiece_ == 0) conversation_.discard(std::exchange(atHand_, ""));
     reply_.clear();
     asked_ = now_;
     conversation_.await(
         {.replies = counted ? static_cast<unsigned>(std::stoul(what)) : 1,
          .subject = counted ? "" : what,
-         .patience = longestPiece_ > 0 ? std::optional(milliseconds(1000)) : std::nullopt,
+         .timeout = longestPiece_ > 0 ? std::optional(milliseconds(1000)) : std::nullopt,
          .longestPiece = longestPiece_},
         [this](std::string_view line) { reply_ += (reply_.empty() ? "" : ",") + std::string(line); }, now_);
-    hear(std::exchange(atHand_, ""));
+    receive(std::exchange(atHand_, ""));
   }
-  void hear(const std::string& bytes) {
-    until_ = conversation_.hear(bytes, now_);
+  void receive(const std::string& bytes) {
+    until_ = conversation_.receive(bytes, now_);
     if (until_) return;
     const auto waited = std::chrono::duration_cast<milliseconds>(now_ - asked_).count();
     result_ += (noted_++ == 0 ? "" : ";") + reply_ + (conversation_.complete() ? "" : "!") +
@@ -75,7 +75,7 @@ class Script {
   void passUntil(Deadline end) {
     while (until_ && *until_ <= end) {
       now_ = *until_;
-      hear("");
+      receive("");
     }
     now_ = end;
   }

@@ -179,9 +179,9 @@ TEST(Formats, RepliesOfAddr2line) {
                                   {"BFD: a.out:12", "d"},
                                   {"ERROR: Cannot exec a2l: 12", "d"}};
   for (const auto& [line, expected] : cases) {
-    const LineKind kind = kindOfReply(line);
+    const LineKind kind = classifyReply(line);
     std::string found = kind == LineKind::Reply ? "?" : kind == LineKind::Diagnostic ? "d" : "-";
-    if (const SourceLocation location = locationIn(line); !location.file.empty() && kind == LineKind::Reply)
+    if (const SourceLocation location = parseLocation(line); !location.file.empty() && kind == LineKind::Reply)
       found = location.file + " " + std::to_string(location.line);
     EXPECT_EQ(found, expected) << line;
   }

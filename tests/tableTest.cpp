@@ -139,7 +139,7 @@ TEST(Table, DamageIsReported) {
     writeFile(path, bytes);
     ItemType found;
     EXPECT_EXIT(IndexTable('r', path.c_str()).Retrieve(item(5).KeyField, found), testing::ExitedWithCode(1),
-                "t: node [0-9]+: (damaged|cannot be read whole)");
+                "t: node [0-9]+: (damaged|unexpected end of file)");
     testing::internal::CaptureStderr();
     EXPECT_FALSE(IndexTable('r', path.c_str()).Check());
     EXPECT_TRUE(testing::internal::GetCapturedStderr().starts_with(path + ": node "));

@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
-"""Draws one-line changes of C++ sources at random, for tools/mutate.sh.
+"""Prints random one-line changes of C++ sources, for tools/mutate.sh.
 
 usage: mutants.py SEED NUMBER FILE...
 
-Writes one change a line: file, number of the line, what was done, and the new line, separated by tabs. The same
-arguments give the same changes as long as the files are the same.
+Prints one change per line: file, line number, description and new line, separated by tabs. The same arguments give the
+same changes as long as the files are the same.
 """
 import random
 import re
 import sys
 
-# What is looked for and what takes its place. Each is a fault that people make.
+# Patterns and their replacements: common mistakes.
 CHANGES = [
     (r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "),
     (r" == ", " != "), (r" != ", " == "), (r" && ", " || "), (r" \|\| ", " && "),
@@ -23,14 +23,14 @@ CHANGES = [
 
 
 def code_of(line):
-    """The line without a comment at its end, or nothing where it holds no code that could be changed."""
+    """Returns the line without a trailing comment, or "" if it has no code to change."""
     code = line.split("//")[0].rstrip()
     skipped = ("#", "///", "*", "using", "template", "static_assert", "class", "struct", "enum", "namespace")
     return "" if code.lstrip().startswith(skipped) else code
 
 
 def changes_of(path):
-    """All changes of a file: (path, number of the line, what was done, new line)."""
+    """Yields all changes of a file: (path, line number, description, new line)."""
     with open(path, encoding="utf-8") as file:
         for number, line in enumerate(file, 1):
             code = code_of(line.rstrip("\n"))
@@ -44,7 +44,7 @@ def changes_of(path):
 
 
 def negated(code, start):
-    """The line whose condition, which begins at `start`, is negated; nothing when it ends on another line."""
+    """Returns the line with the condition that begins at `start` negated, or "" if it ends on another line."""
     depth = 1
     for at in range(start, len(code)):
         depth += {"(": 1, ")": -1}.get(code[at], 0)
@@ -54,7 +54,7 @@ def negated(code, start):
 
 
 def main():
-    """Draws the changes."""
+    """Prints the chosen changes."""
     seed, number, paths = sys.argv[1], int(sys.argv[2]), sorted(sys.argv[3:])
     found = [change for path in paths for change in changes_of(path)]
     for path, line, what, new in random.Random(seed).sample(found, min(number, len(found))):

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Says which small faults the tests would not find: applies one-line changes to the product's sources, drawn at random with a fixed
-# seed, one at a time, in a copy of the tree, and runs the tests on each. Prints every change that survives, and the rate of those
-# found. A change that the compiler refuses does not count.
-# usage: tools/mutate.sh [number of changes [seed [folder...]]]      default: 300 1 src debuginfo suite frontend
+# Mutation testing: applies random one-line changes (mutants) to the sources, one at a time, in a copy of the tree, and runs the
+# tests on each. Prints the mutants that survive, and the rate of those that the tests find. Mutants that do not compile do not
+# count. The same seed gives the same mutants.
+# usage: tools/mutate.sh [number of mutants [seed [folder...]]]      default: 300 1 src debuginfo suite frontend
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
@@ -17,12 +17,12 @@ build() { cmake --build "$tree/build" -j "$(nproc)" >build/mutants/log 2>&1; }
 cmake -S "$tree" -B "$tree/build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-O1 -DBUILD_TESTING=ON >/dev/null
 build || { tail build/mutants/log >&2; exit 1; }
 
-# Whether a test fails, or does not end, in the tree as it is.
+# Whether a test fails or hangs.
 found() {
   ! timeout -k 10 600 ctest --test-dir "$tree/build" -j "$(nproc)" --timeout 60 --stop-on-failure >build/mutants/log 2>&1 </dev/null
 }
 if found; then
-  echo "the tests fail without any change" >&2
+  echo "the tests fail on the original sources" >&2
   exit 1
 fi
 
@@ -31,7 +31,7 @@ git ls-files "${folders[@]}" | grep -E '\.(cpp|h)$' | xargs python3 tools/mutant
 while IFS=$'\t' read -r file line what new; do
   awk -v line="$line" -v new="${new//\\/\\\\}" 'NR == line { print new; next } { print }' "$file" >"$tree/$file"
   if ! build; then
-    outcome=refused
+    outcome=uncompilable
   elif found; then
     outcome=found
   else
@@ -44,6 +44,6 @@ done <build/mutants/list
 
 awk -F '\t' '{ count[$1]++ } END {
   tested = count["found"] + count["survives"]
-  printf "%d changes, %d refused by the compiler; of %d the tests found %d, %.0f %%\n",
-    NR, count["refused"], tested, count["found"], tested ? 100 * count["found"] / tested : 0
+  printf "%d mutants, %d of which do not compile; of the other %d, the tests find %d, %.0f %%\n",
+    NR, count["uncompilable"], tested, count["found"], tested ? 100 * count["found"] / tested : 0
 }' "$results"

@@ -1,16 +1,15 @@
-# Shared by the scripts at the root; to be sourced from there.
+# Lists of Debian packages, and functions for the scripts of the project, which source this file from its root.
 
-# What the build needs, and the programs that tolquin runs.
+# For the build, and the programs that tolquin runs.
 build_packages=(g++ cmake make pkg-config libdw-dev libcli11-dev libcsv-dev nlohmann-json3-dev libsqlite3-dev zlib1g-dev binutils gdb)
-# What the tests need as well.
+# Also needed by the tests.
 test_packages=(libgtest-dev clang lld llvm dwz procps strace python3-jsonschema python3-yaml cmark-gfm git sqlite3)
-# What .ci/run checks with as well.
+# Also needed by .ci/run.
 check_packages=(clang-format clang-tidy mandoc lintian)
-
-# With these the page of `tolquin report` is tested too.
+# Optional: for testing the page of `tolquin report` in a browser.
 page_packages=(chromium chromium-driver python3-selenium)
 
-# Makes sure that the named Debian packages are there: installs the missing ones as root, otherwise says which to install.
+# Installs the given packages if they are missing; without root, prints which to install, and exits.
 require_packages() {
   local missing=() package
   for package in "$@"; do
@@ -26,7 +25,7 @@ require_packages() {
   DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# Configures and builds a preset of CMakePresets.json; further arguments go to the configuration step.
+# Configures and builds a preset of CMakePresets.json; passes further arguments to the configuration step.
 build_preset() {
   local preset=$1
   shift

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the Debian package, has it checked by lintian, installs it, lists a program with it, and removes it again. As root.
+# Tests the Debian package: builds it, checks it with lintian, installs it, lists a program with it, and removes it again.
+# Must be run as root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
@@ -27,6 +28,6 @@ bash -ic '. /usr/share/bash-completion/completions/tolquin && complete -p tolqui
 
 dpkg -r tolquin >/dev/null
 for left in /usr/bin/tolquin /usr/bin/tolquin.exe /usr/libexec/tolquin; do
-  [ ! -e "$left" ] || { echo "$left is left behind" >&2; exit 1; }
+  [ ! -e "$left" ] || { echo "$left was not removed" >&2; exit 1; }
 done
 echo "the package installs, lists and removes cleanly"

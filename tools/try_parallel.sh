@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the recipe of docs/many-programs.md for GNU parallel on ten programs, one of them damaged, and that for Slurm on one.
+# Tests the recipes of docs/many-programs.md: for GNU parallel on ten programs, one of them damaged, and for Slurm on one.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/requirements.sh
@@ -29,7 +29,7 @@ run 2>messages || status=$?
 expect "failed jobs" 1 "$status"
 grep -q 'program 4: ' messages || { cat messages >&2; exit 1; }
 expect "results" 9 "$(find results -name '*.jsonl' | wc -l)"
-expect "files that are no result" 0 "$(find results -type f ! -name '*.jsonl' | wc -l)"
+expect "other files" 0 "$(find results -type f ! -name '*.jsonl' | wc -l)"
 expect "bytes" "executable,variables,bytes,unsized
 \"$work/program 10\",2,14,0" "$(together --by executable --sort -bytes -n 1 --format csv | tr -d '\r')"
 expect "variables" 18 "$(together --format jsonl | wc -l)"
@@ -37,7 +37,7 @@ expect "variables" 18 "$(together --format jsonl | wc -l)"
 cp "program 5" "program 4"
 run
 expect "results after the repair" 10 "$(find results -name '*.jsonl' | wc -l)"
-expect "lines of the log: a header, ten jobs, one again" 12 "$(wc -l <list.log)"
+expect "lines of the log: a header, ten jobs, one retry" 12 "$(wc -l <list.log)"
 
 rm -r results
 SLURM_ARRAY_TASK_ID=3 bash list.sbatch

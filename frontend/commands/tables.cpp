@@ -36,7 +36,7 @@ int makeAll(const TablesOptions& options) {
   const SuiteTables tables = makeTables(options.executable, options.qualified);
   makeDirectory(directory);
   OutputFiles files;
-  files.write(directory + "/objdump.1", tables.list);
+  files.write(directory + "/objdump.1", tables.variableText);
   files.write(directory + "/objdump.txt", tables.declarationText);
   files.write(directory + "/sizes.tbl", tables.sizeText);
   files.commit();
