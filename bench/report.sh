@@ -9,8 +9,8 @@ report=docs/performance.md
   echo
   echo "Written by \`bench/report.sh\` on $(date +%F), on a machine with $(nproc) processors"
   echo "($(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), Linux $(uname -r | cut -d- -f1), $(g++ --version | head -n 1))."
-  echo "Each row is a ratio from one run on the same input; times are medians of several rounds. The machine is noisy: figures vary"
-  echo "by a tenth, those of a bare exchange left to the scheduler by a factor of three."
+  echo "Each row is a ratio of one run on the same input; medians of several rounds. The machine is noisy: figures vary by a"
+  echo "tenth, those of a bare exchange left to the scheduler by a factor of three."
   echo
   echo "## The core: tolquin.exe"
   echo
@@ -20,7 +20,7 @@ report=docs/performance.md
   echo
   echo "## The front end"
   echo
-  echo "Written by \`bench/frontend.sh\`: medians of five interleaved rounds; a column \`: X\` is the ratio of the times to those of X."
+  echo "Written by \`bench/frontend.sh\`: medians of five rounds in turn; a column \`: X\` is the ratio to X, of the seconds."
   echo
   bench/frontend.sh "$@"
   echo
