@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Writes the three tables that tolquin.exe reads, objdump.1, objdump.txt and sizes.tbl, for a program with debugging
-# information, from what nm and gdb say of it; and witness.tbl, what gdb says in plain words, to compare results with:
-# address, name, type as it should come out, size, size of the type without pointers and arrays (-1: none), file, line.
+# Makes the three tables that tolquin.exe reads (objdump.1, objdump.txt, sizes.tbl) from the output of nm and gdb for a program
+# with debugging information. Also makes witness.tbl, the expected results according to gdb, which the tests compare with:
+# address, name, type, size, size of the type without pointers and arrays (-1: none), file, line.
 # usage: make_tables.sh <program> <directory>
 set -euo pipefail
 [ $# -eq 2 ] || { echo "usage: $0 <program> <directory>" >&2; exit 2; }
@@ -10,8 +10,8 @@ mkdir -p "$directory"
 export LC_ALL=C
 unset DEBUGINFOD_URLS
 
-# Address (one leading zero), size, and name without blanks, local numbers and the functions and unnamed namespaces
-# around it.
+# Address with one leading zero, size, and name without blanks, numeric suffixes, enclosing functions and unnamed
+# namespaces.
 nm -SC --defined-only "$program" | awk '
   NF >= 4 && $3 ~ /^[bBdDrRuVv]$/ {
     address = $1; size = $2
@@ -39,7 +39,7 @@ def take(block, static):
         try:
             address = symbol.value().address
         except gdb.error:
-            continue  # gdb 13 follows a nullptr_t
+            continue  # gdb 13 dereferences a nullptr_t
         if address is not None: found.setdefault(int(address), (symbol, static))
 
 for line in open(directory + '/functions.tmp'):
@@ -74,7 +74,7 @@ for address, (symbol, static) in sorted(found.items()):
     if apart: outcome = spelled
     witness.append((address, name, storage + outcome, symbol.type.sizeof, base_size, symbol.symtab.fullname(),
                     symbol.line))
-    # The index cannot hold a ':', the debugger answers for these; nor a name of more than one word.
+    # The index can hold neither a ':' (gdb answers for these variables) nor a name of more than one word.
     if ':' in spelled: continue
     own = name.split('::')[-1]
     if apart: text, dimensions = spelled + ' ', ''

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Lists the variables of one executable into a directory of results: that of /srv/bin/prog into DIRECTORY/srv/bin/prog.jsonl.
-# The result is there as a whole or not at all.
+# Lists the variables of one executable. The result of /srv/bin/prog goes to DIRECTORY/srv/bin/prog.jsonl, which is written
+# completely or not at all.
 # usage: one.sh DIRECTORY EXECUTABLE
 set -euo pipefail
 result=$1$(realpath "$2").jsonl

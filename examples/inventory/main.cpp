@@ -1,4 +1,4 @@
-// The C++ half: class statics, namespaces (unnamed too), templates, inline variables, references.
+// The C++ half: static members, namespaces (also unnamed), templates, inline variables, references.
 #include <cstdio>
 
 #include "parts.h"

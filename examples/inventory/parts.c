@@ -1,4 +1,4 @@
-/* The C half: file statics, statics in functions, arrays, pointers to functions, unnamed structs. */
+/* The C half: static variables of files and functions, arrays, pointers to functions, unnamed structs. */
 #include "parts.h"
 
 #include <string.h>
@@ -54,7 +54,7 @@ struct part *add_part(const char *code, enum unit unit, unsigned stock) {
 }
 
 unsigned count_parts(void) {
-  static unsigned next_slot = 7; /* the same name as in add_part, elsewhere */
+  static unsigned next_slot = 7; /* another variable of this name is in add_part */
   unsigned count = 0;
   busy = 1;
   code_list = 0;

@@ -1,4 +1,4 @@
-/* A small parts store: the C half, which main.cpp uses. */
+/* A small parts store: interface of the C half, used by main.cpp. */
 #ifndef PARTS_H
 #define PARTS_H
 
