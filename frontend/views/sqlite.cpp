@@ -115,9 +115,9 @@ class Dictionary {
  private:
   std::int64_t numberInTable(std::string_view text) {
     bindText(find_, 1, text);
-    if (const std::int64_t number = find_.takeNumber(); number > 0) return number;
+    if (const std::int64_t number = find_.runForNumber(); number > 0) return number;
     bindText(insert_, 1, text);
-    return insert_.takeNumber();
+    return insert_.runForNumber();
   }
 
   Statement find_;
@@ -200,7 +200,7 @@ class InventoryWriter {
     Statement statement = database_.prepare(sql);
     statement.bind(1, begin);
     statement.bind(2, end);
-    return statement.takeNumber();
+    return statement.runForNumber();
   }
 
   std::int64_t writeExecutable(const Inventory& program) {
@@ -212,7 +212,7 @@ class InventoryWriter {
     bindText(insertion, 2, program.buildId);
     bindText(insertion, 3, program.directory);
     if (program.modified) insertion.bind(4, *program.modified);
-    return insertion.takeNumber();
+    return insertion.runForNumber();
   }
 
   // A column of `variable` after the first.
