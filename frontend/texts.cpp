@@ -66,7 +66,7 @@ bool isPlain(const char* text) {
   constexpr std::uint64_t ones = 0x0101010101010101;
   std::uint64_t bytes = 0;
   std::memcpy(&bytes, text, sizeof bytes);
-  // The top bit of a byte is set in `beyond` if the byte is above '~', in `below` if it, or one below it, is under ' '.
+  // The top bit of a byte is set in `beyond` if the byte is above '~', in `below` if it or a lower byte is under ' '.
   const std::uint64_t beyond = bytes | (bytes + ones);
   const std::uint64_t below = bytes - ones * ' ';
   return ((beyond | below) & (ones << 7)) == 0;
