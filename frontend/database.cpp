@@ -26,7 +26,8 @@ std::string reasonOf(sqlite3* connection, int code) {
     case SQLITE_CANTOPEN:
       return "cannot be opened, or no file can be created next to it";
     default:
-      return std::string("cannot be used: ") + (connection != nullptr ? sqlite3_errmsg(connection) : "not enough memory");
+      return std::string("cannot be used: ") +
+             (connection != nullptr ? sqlite3_errmsg(connection) : "not enough memory");
   }
 }
 

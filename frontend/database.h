@@ -25,8 +25,8 @@ class Statement {
   bool step();
   /// Runs the statement to completion and resets it. Parameters keep their values. Throws UserError.
   void run();
-  /// Runs the statement for the number in the first column of its first row, 0 if there is no row, and resets it. Throws
-  /// UserError.
+  /// Runs the statement for the number in the first column of its first row, 0 if there is no row, and resets it.
+  /// Throws UserError.
   std::int64_t runForNumber();
 
  private:

@@ -80,7 +80,8 @@ const std::array<Field<Row>, 11> variableFields{{
     {{"line", "Line", Kind::Number, "line of the definition"},
      [](const Row& row) { return lineOf(row.variable->line); },
      [](Variable& variable, const Value& value) { return setLine(variable.line, value); }},
-    {{"address", "Address", Kind::Address, "in the executable; for a thread-local variable, the offset in the TLS block"},
+    {{"address", "Address", Kind::Address,
+      "in the executable; for a thread-local variable, the offset in the TLS block"},
      [](const Row& row) { return numberOf(row.variable->address); },
      [](Variable& variable, const Value& value) { return setNumber(variable.address, value); }},
 }};

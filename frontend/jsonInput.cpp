@@ -112,7 +112,8 @@ class Handler : public nlohmann::json_sax<Json> {
     if (context() == Context::Document && key_ == "executables") return enter(Context::Programs);
     if (context() == Context::Document && key_ == "variables") return enter(Context::Variables);
     if (context() == Context::Document && key_ == "sums") throw UserError("contains sums, not variables");
-    if (context() == Context::Document && key_ == "exceeded") throw UserError("contains the result of a check, not variables");
+    if (context() == Context::Document && key_ == "exceeded")
+      throw UserError("contains the result of a check, not variables");
     if (context() == Context::Document && key_ == "changes") throw UserError("contains changes, not variables");
     return enter(context() == Context::Program && key_ == "sections" ? Context::Sections : Context::Ignored);
   }

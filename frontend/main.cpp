@@ -118,7 +118,8 @@ void prepare() {
 
 int main(int argc, char** argv) try {
   prepare();
-  CLI::App app{"Lists the global variables of C and C++ programs with type, size, section and source location.", "tolquin"};
+  CLI::App app{"Lists the global variables of C and C++ programs with type, size, section and source location.",
+               "tolquin"};
   return parse(app, withCommand({argv + std::min(argc, 1), argv + argc}))();
 } catch (const UsageError& error) {
   printMessage(error.what());

@@ -11,10 +11,10 @@
 /// In place of an index: no such variable.
 constexpr std::size_t noRow = static_cast<std::size_t>(-1);
 
-/// Finds the counterpart in `after` of each variable in `before`. Returns its index in `after`, or noRow. Variables with
-/// the same name, file, type, size and section are paired first; then those with the same name, file, type and size;
-/// name and file; name and type; and finally name and type regardless of array bounds. Variables with equal keys are
-/// paired in order. If there are several programs, only variables of programs with the same file name are paired. A
+/// Finds the counterpart in `after` of each variable in `before`. Returns its index in `after`, or noRow. Variables
+/// with the same name, file, type, size and section are paired first; then those with the same name, file, type and
+/// size; name and file; name and type; and finally name and type regardless of array bounds. Variables with equal keys
+/// are paired in order. If there are several programs, only variables of programs with the same file name are paired. A
 /// field that one of the builds does not know for any variable is ignored.
 std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::vector<Row>& after);
 

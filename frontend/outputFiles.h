@@ -1,5 +1,5 @@
-// Atomic output files for `report` and `tables`: each is written under a temporary name next to its destination and then
-// renamed. Signals that end the program are blocked meanwhile, so that no temporary file is left.
+// Atomic output files for `report` and `tables`: each is written under a temporary name next to its destination and
+// then renamed. Signals that end the program are blocked meanwhile, so that no temporary file is left.
 #pragma once
 
 #include <string>

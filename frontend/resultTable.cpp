@@ -67,8 +67,7 @@ Inventory readResultTable(const std::string& directory) {
     Columns columns;
     Variable variable;
     if (!splitColumns(line, columns) || !readVariable(columns, variable)) {
-      throw UserError(path + ": line " + std::to_string(number) +
-                      " is malformed; a result table has ten columns");
+      throw UserError(path + ": line " + std::to_string(number) + " is malformed; a result table has ten columns");
     }
     for (std::string_view* text : {&variable.name, &variable.type, &variable.file}) *text = program.texts.intern(*text);
     program.variables.push_back(variable);

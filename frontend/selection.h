@@ -33,8 +33,8 @@ struct Waste {
   std::uint64_t bytes = 0;      ///< that would be saved by having only one copy of each
 };
 
-/// Removes from `rows` all variables except those that have the same name, type, file and line as one at another address
-/// in the same program. A variable for which one of these is unknown is removed too.
+/// Removes from `rows` all variables except those that have the same name, type, file and line as one at another
+/// address in the same program. A variable for which one of these is unknown is removed too.
 Waste keepDuplicates(std::vector<Row>& rows);
 
 /// A field to sort by.

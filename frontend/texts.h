@@ -17,14 +17,15 @@ struct Character {
 /// The first character of `text`, which must not be empty.
 Character firstCharacter(std::string_view text);
 
-/// Whether `code` must not be sent to a terminal: control characters, those that change the direction of the surrounding
-/// text, and invisible ones.
+/// Whether `code` must not be sent to a terminal: control characters, those that change the direction of the
+/// surrounding text, and invisible ones.
 bool isControl(char32_t code);
 
 /// Length of the longest prefix of `text` that is printable ASCII.
 std::size_t plainLength(std::string_view text);
 
-/// `text` with escapes such as "\x1b" and "\u202e" for control characters, and "\xff" for bytes that are not valid UTF-8.
+/// `text` with escapes such as "\x1b" and "\u202e" for control characters, and "\xff" for bytes that are not valid
+/// UTF-8.
 std::string shownText(std::string_view text);
 
 /// `text` as valid UTF-8: each invalid byte becomes U+FFFD, and so does a zero byte, at which many readers would stop.

@@ -60,7 +60,8 @@ std::size_t answerSize(std::string_view begin) {
 std::string reasonOf(int status) {
   if (!WIFSIGNALED(status)) return "the process reading it exited with status " + std::to_string(WEXITSTATUS(status));
   const int number = WTERMSIG(status);
-  std::string reason = "the process reading it was killed by signal " + std::to_string(number) + " (" + strsignal(number) + ")";
+  std::string reason =
+      "the process reading it was killed by signal " + std::to_string(number) + " (" + strsignal(number) + ")";
   if (number == SIGKILL) return reason + "; there may not be enough memory";
   return reason + "; its debugging information may be damaged";
 }

@@ -24,6 +24,6 @@ struct InputResults {
   bool failed() const;
 };
 
-/// Reads the inputs `paths`, up to `options.jobs` at a time. Prints errors and warnings in the order of the inputs. When
-/// this process ends, so do those that it started.
+/// Reads the inputs `paths`, up to `options.jobs` at a time. Prints errors and warnings in the order of the inputs.
+/// When this process ends, so do those that it started.
 InputResults readInputs(const std::vector<std::string>& paths, const ReadOptions& options);

@@ -139,7 +139,8 @@ class TableMaker {
   // it takes the first variable that has `name` in its name and the same last component.
   bool wouldBeMistaken(const std::string& name, std::string_view type) {
     if (known_.empty()) {
-      for (const NamedType& each : inventory_.known) known_.emplace(remove_all_scopes(std::string(each.name)), &each);
+      for (const Declaration& each : inventory_.declarations)
+        known_.emplace(remove_all_scopes(std::string(each.name)), &each);
     }
     const auto [begin, end] = known_.equal_range(remove_all_scopes(name));
     return std::any_of(begin, end, [&](const auto& entry) {
@@ -185,14 +186,14 @@ class TableMaker {
   SuiteTables tables_;
   SizeTable sizes_;
   const Inventory& inventory_;
-  std::unordered_multimap<std::string, const NamedType*> known_;  // by the last component of the name
+  std::unordered_multimap<std::string, const Declaration*> known_;  // by the last component of the name
   const bool qualified_;
 };
 
 }  // namespace
 
 SuiteTables makeTables(const std::string& executable, bool qualified) {
-  Inventory inventory = readInventory(executable, {.artificial = false, .known = true});
+  Inventory inventory = readInventory(executable, {.artificial = false, .declarations = true});
   SuiteTables tables = TableMaker(inventory, qualified).make();
   tables.warnings = std::move(inventory.warnings);
   return tables;

@@ -315,7 +315,7 @@ TEST(Inventory, DamagedPrograms) {
       for (int i = 0; i < 30; ++i) bytes[random() % bytes.size()] = static_cast<char>(random());
       std::copy_n(good.begin(), 64, bytes.begin());
       writeFile(directory / file, bytes);
-      EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .known = true})) == "?");
+      EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .declarations = true})) == "?");
       if (round % 10 != 0) continue;
       const ReadOptions shared{.jobs = 2, .bytesOfProcess = 1};
       EXPECT_EQ(joined(inventoryOf(directory / "program", shared)), joined(inventoryOf(directory / "program")));

@@ -65,7 +65,8 @@ class Diff {
   }
 
  private:
-  // Reports variables for which an input does not record whether they are writable. Throws UserError if that holds for all.
+  // Reports variables for which an input does not record whether they are writable. Throws UserError if that holds for
+  // all.
   void warnOfUndecided() const {
     const Total* const totals[] = {&report_.comparison.before, &report_.comparison.after};
     const std::string* const inputs[] = {&options_.before, &options_.after};

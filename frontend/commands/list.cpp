@@ -180,7 +180,8 @@ void addViewOptions(CLI::App& command, ListOptions& options) {
       ->type_name("[-]COLUMN,...");
   addRowsOption(command, options.rows, "Show at most N rows");
   command.add_option("--by", options.by, "Show sums instead of variables")->check(CLI::IsMember(groupingNames()));
-  command.add_option("--check", options.check, "Check the budgets in FILE (see below) and show those that are exceeded")
+  command
+      .add_option("--check", options.check, "Check the budgets in FILE (see below) and show those that are exceeded")
       ->type_name("FILE");
   command.add_flag("--list-columns", options.explainColumns, "Show the names and meanings of all columns");
 }

@@ -22,8 +22,9 @@ void warn(const TablesOptions& options, const std::string& what) {
 void warnOfAll(const TablesOptions& options, const SuiteTables& tables) {
   for (const std::string& warning : tables.warnings) warn(options, warning);
   if (tables.leftOut > 0) {
-    warn(options, counted(tables.leftOut, "variable") +
-                      " left out: the tables cannot hold them, or their type is unknown and gdb would give a wrong one");
+    warn(options,
+         counted(tables.leftOut, "variable") +
+             " left out: the tables cannot hold them, or their type is unknown and gdb would give a wrong one");
   }
   if (tables.sharing > 0) {
     warn(options, counted(tables.sharing, "variable") + " left out: another variable has the same address");
@@ -55,10 +56,9 @@ void addTablesCommand(CLI::App& app, Action& action) {
   CLI::App* tables = app.add_subcommand("tables", "Write the tables that tolquin.exe reads");
   tables->add_option("executable", options->executable, "Executable or shared object, compiled with -g")->required();
   tables->add_option("-o,--output", options->directory, "Directory for the tables; default: <executable>.vym");
-  tables->add_flag(
-      "--qualified", options->qualified,
-      "Leave C++ declarations that need a scope to gdb, which gives qualified names; by default types are "
-      "written without scopes");
+  tables->add_flag("--qualified", options->qualified,
+                   "Leave C++ declarations that need a scope to gdb, which gives qualified names; by default types are "
+                   "written without scopes");
   tables->footer(
       "Example: tolquin tables ./prog -o prog.vym && DB=prog.vym EXEFILE=./prog tolquin.exe prog.vym ./prog");
   tables->add_flag("--quiet", options->quiet, "Do not print a summary");

@@ -89,8 +89,8 @@ std::string notesOf(const ChangeReport& report, std::string_view end) {
   const Comparison& comparison = report.comparison;
   std::string notes;
   if (comparison.before.unsized > 0 || comparison.after.unsized > 0) {
-    notes += "Not counted because a size is unknown: " + counted(comparison.before.unsized, "variable") +
-             " before, " + counted(comparison.after.unsized, "variable") + " now";
+    notes += "Not counted because a size is unknown: " + counted(comparison.before.unsized, "variable") + " before, " +
+             counted(comparison.after.unsized, "variable") + " now";
     notes += end;
   }
   if (const std::size_t moved = comparison.count(ChangeClass::Moved); report.hasMovesHidden && moved > 0) {

@@ -28,8 +28,8 @@ void writeChangeJson(const ChangeReport& report, Output& output);
 /// comment. Names are escaped so that they cannot act as markup.
 void writeChangeMarkdown(const ChangeReport& report, std::size_t rows, Output& output);
 
-/// Writes a GitHub Actions warning for each variable that was added or has grown. The names of files within the directory
-/// `workspace` are relative to it; if it is empty, they are those in the program.
+/// Writes a GitHub Actions warning for each variable that was added or has grown. The names of files within the
+/// directory `workspace` are relative to it; if it is empty, they are those in the program.
 void writeAnnotations(const ChangeReport& report, const std::string& workspace, Output& output);
 
 /// The texts made to show a change; other texts belong to the programs.
@@ -55,5 +55,6 @@ std::string countsOf(const ChangeReport& report);
 /// The bytes of all variables: "16 → 48 bytes (+32), writable or thread-local 8 → 8 (0)".
 std::string bytesOf(const Comparison& comparison);
 
-/// Lines about variables that bytesOf does not count and about hidden moves, each followed by `end`; empty if none apply.
+/// Lines about variables that bytesOf does not count and about hidden moves, each followed by `end`; empty if none
+/// apply.
 std::string notesOf(const ChangeReport& report, std::string_view end);

@@ -15,8 +15,8 @@ struct PageOptions {
   bool isWhole = true;             ///< whether all variables of the programs are on it
 };
 
-/// Throws UsageError unless `url` is an http, https or vscode URL with {file}, and optionally {line}, after its host, so
-/// that the name of a file cannot influence which host is contacted.
+/// Throws UsageError unless `url` is an http, https or vscode URL with {file}, and optionally {line}, after its host,
+/// so that the name of a file cannot influence which host is contacted.
 void checkSourceUrl(std::string_view url);
 
 /// Inserts `rows`, variables of `programs` in their order, into the template frontend/report.html. Returns the page.

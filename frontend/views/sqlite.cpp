@@ -271,8 +271,8 @@ bool checkOwner(Database& database, const std::string& path) {
   const std::int64_t version = database.number("PRAGMA user_version");
   if (application == applicationId && version == schemaVersion) return false;
   if (application == applicationId) {
-    throw UserError(path + ": was created by a different version of tolquin (schema " + std::to_string(version) + ", not " +
-                    std::to_string(schemaVersion) + "); export to a new file");
+    throw UserError(path + ": was created by a different version of tolquin (schema " + std::to_string(version) +
+                    ", not " + std::to_string(schemaVersion) + "); export to a new file");
   }
   const bool isEmpty = database.number("SELECT count(*) FROM sqlite_schema") == 0;
   if (isEmpty && application == 0 && version == 0) return true;

@@ -6,8 +6,8 @@
 
 #include "frontend/fields.h"
 
-/// Throws UserError when writeDatabase could not write to `path`: when it is anything but a new name, an empty file or a
-/// database that writeDatabase created.
+/// Throws UserError when writeDatabase could not write to `path`: when it is anything but a new name, an empty file or
+/// a database that writeDatabase created.
 void checkDatabase(const std::string& path);
 
 /// Writes `programs` and their variables `rows`, in the order of the programs, to the database `path`, which is created

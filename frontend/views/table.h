@@ -13,6 +13,6 @@ struct TableStyle {
 /// The style for standard output and the environment variables COLUMNS and NO_COLOR.
 TableStyle styleOfOutput();
 
-/// Writes `listing` in aligned columns below a header. Texts that are too long are cut, source locations at their front;
-/// unknown values are "?". Throws UserError.
+/// Writes `listing` in aligned columns below a header. Texts that are too long are cut, source locations at their
+/// front; unknown values are "?". Throws UserError.
 void writeTable(const Listing& listing, const TableStyle& style, Output& output);
