@@ -22,6 +22,5 @@ std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_v
 /// The variable whose mangled name `symbol` is, "ns::name"; empty if it is not the mangled name of a variable.
 std::string variableOfSymbol(std::string_view symbol);
 
-/// The name of the variable of a structured binding, "[a, b]", from the name of its symbol; empty if `symbol` is not
-/// one.
+/// The name of the variable of a structured binding, "[a, b]", if `symbol` is the mangled name of one; otherwise empty.
 std::string bindingInSymbol(std::string_view symbol);

@@ -54,8 +54,7 @@ class DebugFile : public OtherFiles {
   /// files was prelinked.
   std::uint64_t toExecutable(std::uint64_t address) const { return address + bias_; }
 
-  /// The entry `index` of the address table of `unit`, to which forms such as DW_FORM_addrx refer; empty if there is
-  /// none.
+  /// Entry `index` of the address table of `unit`, used by forms such as DW_FORM_addrx; empty if there is none.
   std::optional<std::uint64_t> indexedAddress(const Unit& unit, std::uint64_t index) const;
 
   Dwarf_Die type(const Dwarf_Attribute& reference) const override;

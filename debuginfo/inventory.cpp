@@ -11,8 +11,7 @@
 
 namespace {
 
-// The sort key of a variable in the inventory: by address, then thread-local ones by offset, then those of unknown
-// address.
+// The sort key of a variable: by address, then thread-local ones by offset, then those of unknown address.
 struct Position {
   std::uint64_t address;
   std::uint32_t number;  // the order in which they were read

@@ -1,5 +1,4 @@
-// Limits the memory used by a reader that makes one pass over a memory-mapped file. Used by debugFile and
-// sharedReading.
+// Limits the memory of a reader that makes one pass over a memory-mapped file. Used by debugFile and sharedReading.
 #pragma once
 
 #include <cstdint>

@@ -48,8 +48,7 @@ class ProgramImage {
   std::uint64_t threadLocalOffset(std::uint64_t location) const;
   /// The section that contains the byte `offset` of the TLS block; null if there is none.
   const ImageSection* findThreadLocal(std::uint64_t offset) const;
-  /// The offset of the only thread-local variable with this name in the symbol table; empty if there is none or
-  /// several.
+  /// The offset of the thread-local variable with this name in the symbol table; empty unless there is exactly one.
   std::optional<std::uint64_t> threadLocalNamed(std::string_view name, const char* linkageName) const;
   /// Whether the program can write to `address` in `section` at run time.
   bool isWritable(const ImageSection& section, std::uint64_t address) const;

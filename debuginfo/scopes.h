@@ -15,8 +15,8 @@ class Scopes {
   /// The abbreviations of that unit.
   const AbbreviationTable& abbreviations() const { return *table_; }
 
-  /// The prefix of the name of the variable `entry`: "ns::Class::function::". In C (not `cxx`) only functions are
-  /// scopes.
+  /// The prefix of the name of the variable `entry`: "ns::Class::function::". In C (not `cxx`) only
+  /// functions are scopes.
   const std::string& ofVariable(const Die& entry, bool cxx);
   /// The length of the namespaces at the start of that prefix in C++.
   std::uint32_t namespacesOf(const Die& entry) { return named(entry).namespaces; }

@@ -185,8 +185,7 @@ void VariableReader::addVariable(Entry& entry, const Location& location, const I
   found_.variables.push_back(variable);
 }
 
-// Adds the members of an unnamed union, which some compilers describe as an unnamed variable. False if `entry` is not
-// one.
+// Adds the members of an unnamed union, which some compilers describe as a variable. False if `entry` is not one.
 bool VariableReader::addMembers(const Entry& entry, const Location& location, const ImageSection* section) {
   constexpr int deepest = 8;
   const Die type = typeEntry(entry);

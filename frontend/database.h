@@ -25,7 +25,7 @@ class Statement {
   bool step();
   /// Runs the statement to completion and resets it. Parameters keep their values. Throws UserError.
   void run();
-  /// Runs the statement for the number in the first column of its first row, 0 if there is no row, and resets it.
+  /// Runs the statement and resets it. Returns the number in the first column of the first row, 0 if there is no row.
   /// Throws UserError.
   std::int64_t runForNumber();
 

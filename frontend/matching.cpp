@@ -209,8 +209,7 @@ class Step {
   }
 
  private:
-  // All in the range have the same hash and, barring collisions, the same key, so the first unpaired one usually
-  // matches.
+  // All in the range have the same hash and almost always the same key, so the first unpaired one usually matches.
   void pairRange(std::size_t begin, std::size_t end, std::size_t beginAfter, std::size_t endAfter) {
     const auto isPaired = [this](std::size_t i) { return partners_[hashesBefore_[i].index] != noRow; };
     for (std::size_t j = beginAfter; j < endAfter; ++j) {

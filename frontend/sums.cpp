@@ -6,8 +6,7 @@
 
 namespace {
 
-// Counts bytes of variables that are added in address order. A new program, section or block starts a new address
-// range.
+// Counts bytes of variables that are added in address order, in a separate range for each program and section.
 class ByteCounter {
  public:
   // Returns the bytes of `row` that have not been counted yet.

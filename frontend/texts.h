@@ -24,8 +24,7 @@ bool isControl(char32_t code);
 /// Length of the longest prefix of `text` that is printable ASCII.
 std::size_t plainLength(std::string_view text);
 
-/// `text` with escapes such as "\x1b" and "\u202e" for control characters, and "\xff" for bytes that are not valid
-/// UTF-8.
+/// `text` with escapes such as "\x1b" and "\u202e" for control characters, and "\xff" for invalid UTF-8 bytes.
 std::string shownText(std::string_view text);
 
 /// `text` as valid UTF-8: each invalid byte becomes U+FFFD, and so does a zero byte, at which many readers would stop.

@@ -65,8 +65,7 @@ class Diff {
   }
 
  private:
-  // Reports variables for which an input does not record whether they are writable. Throws UserError if that holds for
-  // all.
+  // Warns about variables that may or may not be writable. Throws UserError if that holds for all of an input.
   void warnOfUndecided() const {
     const Total* const totals[] = {&report_.comparison.before, &report_.comparison.after};
     const std::string* const inputs[] = {&options_.before, &options_.after};

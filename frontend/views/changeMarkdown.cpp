@@ -22,8 +22,7 @@ bool isPlain(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == ' ' || (c & 0x80) != 0;
 }
 
-// `text` as code without active markup. A code span cannot contain every character within a table, so <code> is used
-// then.
+// `text` as code without active markup: a code span, or <code> if a code span in a table cannot contain it.
 std::string code(std::string_view text) {
   const std::string shortened = cut(shownText(text));
   if (shortened.find_first_of("`|\\") == std::string::npos) return "`" + shortened + "`";

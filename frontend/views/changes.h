@@ -55,6 +55,5 @@ std::string countsOf(const ChangeReport& report);
 /// The bytes of all variables: "16 → 48 bytes (+32), writable or thread-local 8 → 8 (0)".
 std::string bytesOf(const Comparison& comparison);
 
-/// Lines about variables that bytesOf does not count and about hidden moves, each followed by `end`; empty if none
-/// apply.
+/// Lines about variables that bytesOf does not count and about hidden moves, each followed by `end`; may be empty.
 std::string notesOf(const ChangeReport& report, std::string_view end);
