@@ -187,5 +187,5 @@ std::string GrowthLimit::excess(const Comparison& comparison) const {
   if (growth.negative || growth.bytes <= allowed(before)) return "";
   return std::string("--fail-on-growth ") + text_ + ": " + (all_ ? "all" : "writable and thread-local") +
          " variables grew by " + counted(growth.bytes, "byte") + ", from " + withSeparators(before) + " to " +
-         withSeparators(after) + ", which exceeds the limit by " + withSeparators(growth.bytes - allowed(before));
+         withSeparators(after) + ", " + withSeparators(growth.bytes - allowed(before)) + " more than allowed";
 }

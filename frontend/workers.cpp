@@ -63,7 +63,7 @@ std::string reasonOf(int status) {
   std::string reason =
       "the process reading it was killed by signal " + std::to_string(number) + " (" + strsignal(number) + ")";
   if (number == SIGKILL) return reason + "; there may not be enough memory";
-  return reason + "; its debugging information may be damaged";
+  return reason + "; the debugging information may be damaged";
 }
 
 // The result in the complete answer of a worker.

@@ -202,8 +202,9 @@ TEST(Inventory, Rules) {
       // What cannot be read, and what is the matter with it.
       {"#include <stdio.h>\n#include <stdlib.h>\nint v; int main(void) { return printf(\"\"); }",
        "gcc -g3 -x c source -o program; objcopy --compress-debug-sections=zstd program",
-       {"error: program: its debugging information is compressed by zstd, which libdw cannot read here; objcopy "
-        "--decompress-debug-sections makes a copy without"},
+       {"error: program: its debugging information is compressed with zstd, which this libdw cannot read; decompress "
+        "it with "
+        "objcopy --decompress-debug-sections"},
        {}},
       {"struct S { int i; } v; int main() { return v.i; }",
        "g++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section -gz -x c++ -c source -o a.o; g++ a.o -o program",
@@ -211,14 +212,13 @@ TEST(Inventory, Rules) {
        {"warning"}},
       {"int v = 3; int main(void) { return v++; }",
        "gcc -O2 -g -flto -gsplit-dwarf -w -x c source -c -o a.o; gcc -O2 -g -flto -gsplit-dwarf -w a.o -o program",
-       {"warning: variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; link "
-        "without -gsplit-dwarf"},
+       {"warning: variables are missing: with both -flto and -gsplit-dwarf, gcc loses their names and types; "
+        "link without -gsplit-dwarf"},
        {}},
       {"int v; int main(void) { return v; }",
        "gcc -g -gsplit-dwarf -x c source -c -o a.o; gcc a.o -o program; rm a.dwo",
-       {"warning: the debugging information in a.dwo is missing: the file cannot be found where the compiler left it, "
-        "or "
-        "in program.dwp"},
+       {"warning: the debugging information in a.dwo is missing: the file is neither where the compiler put it "
+        "nor in program.dwp"},
        {}},
   };
   for (const auto& each : cases) {

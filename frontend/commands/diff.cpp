@@ -75,7 +75,7 @@ class Diff {
         throw UserError(*inputs[i] + ": does not say which variables are writable, so the limit cannot be checked");
       }
       printMessage(*inputs[i] + ": warning: " + counted(totals[i]->undecided, "variable") +
-                   " not checked, because it is unknown whether they are writable");
+                   " not checked: unknown whether writable");
     }
   }
 
