@@ -10,6 +10,7 @@ namespace {
 
 using Operator = Condition::Operator;
 
+// An operator and how it is written.
 struct OperatorText {
   std::string_view text;
   Operator meaning;

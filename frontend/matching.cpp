@@ -23,6 +23,7 @@ struct Key {
   bool operator==(const Key&) const = default;
 };
 
+// The hash function of keys.
 struct KeyHash {
   std::size_t operator()(const Key& key) const {
     constexpr std::size_t factor = 1099511628211u;  // of the FNV hash

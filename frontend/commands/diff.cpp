@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t defaultMarkdownRows = 50;
 
+// The values of the command's options.
 struct DiffOptions {
   std::string before;
   std::string after;

@@ -9,6 +9,7 @@
 
 namespace {
 
+// The values of the command's options.
 struct ExportOptions {
   Choice choice;
   std::string database;

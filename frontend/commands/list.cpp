@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::string_view tableFormat = "table";
 
+// The values of the command's options.
 struct ListOptions {
   Choice choice;
   std::string format{tableFormat};

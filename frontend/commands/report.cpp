@@ -11,6 +11,7 @@
 
 namespace {
 
+// The values of the command's options.
 struct ReportOptions {
   Choice choice;
   std::string path;

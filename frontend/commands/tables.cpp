@@ -8,6 +8,7 @@
 
 namespace {
 
+// The values of the command's options.
 struct TablesOptions {
   std::string executable;
   std::string directory;
