@@ -211,8 +211,8 @@ struct TypeNames::Builder {
   std::string typeName(const Die& type) {
     const std::vector<Die> chain = descriptions(type);
     const char* name = firstName(chain);
-    // The name is unknown if the type unit cannot be found. Other types must have one, unless they are not types of C,
-    // such as Fortran strings.
+    // Without a name, it is a stub whose type unit cannot be found, an unnamed structure or the like, or a type that C
+    // does not have, such as a Fortran string.
     const bool mayHaveNone = type.tag() == DW_TAG_structure_type || type.tag() == DW_TAG_class_type ||
                              type.tag() == DW_TAG_union_type || type.tag() == DW_TAG_enumeration_type;
     if (name == nullptr && (type.has(DW_AT_signature) || !mayHaveNone)) damaged = true;
