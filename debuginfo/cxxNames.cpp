@@ -88,9 +88,9 @@ class Canonicalizer {
         result_ += canonicalName(name.substr(at + 3, after - at - 4));
         at = after;
       } else if (name[at] == '\'') {
-        const std::size_t end = endOfLiteral(name, at);
-        addLiteral(name.substr(at, end - at));
-        at = end;
+        const std::size_t literalEnd = endOfLiteral(name, at);
+        addLiteral(name.substr(at, literalEnd - at));
+        at = literalEnd;
       } else {
         addPunctuation(name[at++]);
       }
