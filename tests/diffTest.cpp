@@ -332,7 +332,7 @@ TEST_F(Diff, LimitsAndWrongUse) {
       {"old new --fail-on-growth 1e3%", 2, "a percentage"},
       {"old new --all", 2, "--all requires --fail-on-growth"},
       {"old new --format csv", 2, "{table,json,markdown,github}"},
-      {"old new --where size", 2, "followed by one of"},
+      {"old new --where size", 2, "expected one of"},
       {"old none --fail-on-growth 0", 1, "none: cannot open: No such file or directory"},
       {"old new >/dev/full", 1, "No space left on device"},
   };
