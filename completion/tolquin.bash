@@ -1,6 +1,6 @@
-# bash completion for tolquin
+# Completion of tolquin for bash; installed where bash-completion loads it.
 
-# Completes the last word of a list separated by commas. Usage: _tolquin_list <current word> <words>
+# Completes the last item of a comma-separated list. Usage: _tolquin_list <current word> <words>
 _tolquin_list() {
   local before= last=$1
   if [[ $1 == *,* ]]; then before=${1%,*}, last=${1##*,}; fi
@@ -11,7 +11,7 @@ _tolquin_list() {
 
 _tolquin() {
   local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command=${COMP_WORDS[1]}
-  # A "=" is a word of its own.
+  # bash splits --option=value into three words.
   if [ "$word" = = ]; then
     word=
   elif [ "$previous" = = ]; then

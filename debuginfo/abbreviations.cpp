@@ -7,7 +7,8 @@
 
 namespace {
 
-constexpr std::uint64_t largestDense = 1 << 16;  // codes beyond are not those of a compiler
+constexpr std::uint64_t largestDense =
+    1 << 16;  // compilers number abbreviations from 1; larger codes go to a hash table
 
 Slot slotOf(unsigned name) {
   switch (name) {
@@ -62,7 +63,7 @@ EntryKind kindOf(unsigned tag, bool located, bool declaration) {
   }
 }
 
-// Entries within which nothing is of interest.
+// Whether DIEs with this tag never contain variables or scopes.
 bool isClosed(unsigned tag) {
   return tag == DW_TAG_enumeration_type || tag == DW_TAG_array_type || tag == DW_TAG_subroutine_type ||
          tag == DW_TAG_call_site || tag == DW_TAG_GNU_call_site;
@@ -78,13 +79,13 @@ AbbreviationTable::AbbreviationTable(const UnitLayout& unit) : begin_(unit.abbre
     entry.hasChildren = cursor.byte() != 0;
     readAttributes(cursor, tag, entry);
     if (cursor.failed()) break;
-    entry.known = true;
+    entry.isDefined = true;
     if (code >= largestDense) {
       others_.try_emplace(code, entry);
       continue;
     }
     if (code >= dense_.size()) dense_.resize(std::max<std::size_t>(code + 1, dense_.size() * 2));
-    if (!dense_[code].known) dense_[code] = entry;
+    if (!dense_[code].isDefined) dense_[code] = entry;
   }
 }
 

@@ -1,10 +1,11 @@
-// Reads numbers from bytes that may be damaged: what would be beyond their end is 0, and `failed` is set.
+// Reads numbers and texts from a byte range that may be damaged. Used by all code that parses DWARF sections.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
+/// A position in a byte range. Reading past the end yields 0 and sets failed().
 class ByteCursor {
  public:
   ByteCursor(const unsigned char* begin, const unsigned char* end, bool bigEndian)
@@ -40,7 +41,7 @@ class ByteCursor {
     return value;
   }
 
-  /// A number in the format LEB128, unsigned. What exceeds 64 bits is dropped.
+  /// An unsigned LEB128 number. Bits beyond 64 are dropped.
   std::uint64_t leb() {
     if (at_ != end_ && *at_ < 0x80) return *at_++;
     std::uint64_t value = 0;
@@ -51,7 +52,7 @@ class ByteCursor {
     }
   }
 
-  /// The same, signed, in two's complement.
+  /// A signed LEB128 number, in two's complement.
   std::uint64_t signedLeb() {
     const unsigned char* begin = at_;
     const std::uint64_t value = leb();
@@ -60,7 +61,7 @@ class ByteCursor {
     return negative && bits < 64 ? value | ~std::uint64_t{0} << bits : value;
   }
 
-  /// A text that ends with a zero byte; empty when it does not end.
+  /// A zero-terminated text; empty, with failed() set, if the terminator is missing.
   const char* text() {
     const auto* begin = reinterpret_cast<const char*>(at_);
     const void* zero = left() > 0 ? std::memchr(at_, 0, left()) : nullptr;

@@ -16,7 +16,7 @@ namespace {
 
 bool isWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '$'; }
 
-// The position behind the name of the operator that begins at `at`, "operator<"; `at` when none does.
+// The end of the name of an operator that starts at `at`, such as "operator<"; `at` if there is none.
 std::size_t endOfOperator(std::string_view name, std::size_t at) {
   constexpr std::string_view word = "operator";
   if (!name.substr(at).starts_with(word) || (at > 0 && isWordChar(name[at - 1]))) return at;
@@ -27,11 +27,11 @@ std::size_t endOfOperator(std::string_view name, std::size_t at) {
   return at;
 }
 
-// The words of one integer type, as gdb orders them.
+// Collects the words of one integer type and orders them as gdb does.
 class IntegerWords {
  public:
-  // Takes `word` if it can be part of an integer type.
-  bool take(std::string_view word) {
+  // Adds `word` if it can be part of an integer type. Returns whether it can.
+  bool add(std::string_view word) {
     if (word == "unsigned")
       isUnsigned_ = true;
     else if (word == "signed")
@@ -76,23 +76,23 @@ class Canonicalizer {
   std::string rewrite(std::string_view name) {
     for (std::size_t at = 0; at < name.size();) {
       if (const std::size_t end = endOfOperator(name, at); end != at) {
-        takeOperator(name.substr(at, end - at));
+        addOperator(name.substr(at, end - at));
         at = end;
       } else if (isWordChar(name[at])) {
         const std::size_t begin = at;
         while (at < name.size() && isWordChar(name[at])) ++at;
-        takeWord(name.substr(begin, at - begin));
+        addWord(name.substr(begin, at - begin));
       } else if (const std::size_t after = endOfAddress(name, at); after != at) {
-        // "(& name)" in g++'s words
-        takeMark('&');
+        // g++ writes "(& name)"
+        addPunctuation('&');
         result_ += canonicalName(name.substr(at + 3, after - at - 4));
         at = after;
       } else if (name[at] == '\'') {
-        const std::size_t behind = endOfLiteral(name, at);
-        takeLiteral(name.substr(at, behind - at));
-        at = behind;
+        const std::size_t literalEnd = endOfLiteral(name, at);
+        addLiteral(name.substr(at, literalEnd - at));
+        at = literalEnd;
       } else {
-        takeMark(name[at++]);
+        addPunctuation(name[at++]);
       }
     }
     endInteger();
@@ -101,12 +101,12 @@ class Canonicalizer {
 
  private:
   struct Bracket {
-    bool isList;             // of arguments or parameters
-    bool atStart = true;     // of one of these
-    std::string qualifiers;  // found there, to be put behind the argument's first type
+    bool isList;             // encloses arguments or parameters
+    bool atStart = true;     // at the start of an argument or parameter
+    std::string qualifiers;  // found there, to be moved after its type
   };
 
-  // The position behind the character literal that begins at `at`.
+  // The end of the character literal that starts at `at`.
   static std::size_t endOfLiteral(std::string_view name, std::size_t at) {
     for (++at; at < name.size() && name[at] != '\''; ++at) {
       if (name[at] == '\\') ++at;
@@ -114,9 +114,8 @@ class Canonicalizer {
     return std::min(at + 1, name.size());
   }
 
-  // gdb shows the type of a character that is a template argument, unless the compiler wrote it in a way that it does
-  // not know.
-  void takeLiteral(std::string_view literal) {
+  // gdb shows the type of a character literal that is a template argument, if it can parse the compiler's spelling.
+  void addLiteral(std::string_view literal) {
     constexpr std::size_t longest = std::string_view("'\\000'").size();
     endInteger();
     const bool typed = !result_.empty() && (result_.back() == ')' || isWordChar(result_.back()));
@@ -125,13 +124,13 @@ class Canonicalizer {
     if (!brackets_.empty()) brackets_.back().atStart = false;
   }
 
-  void takeOperator(std::string_view text) {
+  void addOperator(std::string_view text) {
     endInteger();
     result_ += text;
     if (!brackets_.empty()) brackets_.back().atStart = false;
   }
 
-  // The position behind the address of something that begins at `at`; `at` when none does.
+  // The end of an address "(& name)" that starts at `at`; `at` if there is none.
   static std::size_t endOfAddress(std::string_view name, std::size_t at) {
     const std::size_t end = name.substr(at).starts_with("(& ") ? name.find(')', at) : std::string_view::npos;
     return end == std::string_view::npos ? at : end + 1;
@@ -139,25 +138,25 @@ class Canonicalizer {
 
   bool inList() const { return !brackets_.empty() && brackets_.back().isList; }
 
-  void takeWord(std::string_view word) {
-    if (integer_.take(word)) {
-      blankAfterInteger_ = false;
+  void addWord(std::string_view word) {
+    if (integer_.add(word)) {
+      spaceAfterInteger_ = false;
     } else if (inList() && brackets_.back().atStart && (word == "const" || word == "volatile")) {
       brackets_.back().qualifiers.append(" ").append(word);
       return;
     } else {
       endInteger();
       if (inList() && result_.ends_with('*') && (word == "const" || word == "volatile")) result_ += ' ';
-      // The suffix of a number: "4UL" is shown as "4ul".
+      // gdb shows suffixes of numbers in lower case: "4ul".
       const bool number = std::isdigit(static_cast<unsigned char>(word[0])) != 0;
       for (const char c : word) result_ += number ? static_cast<char>(std::tolower(static_cast<unsigned char>(c))) : c;
     }
     if (!brackets_.empty()) brackets_.back().atStart = false;
   }
 
-  void takeMark(char c) {
+  void addPunctuation(char c) {
     if (c == ' ' && !integer_.empty()) {
-      blankAfterInteger_ = true;
+      spaceAfterInteger_ = true;
       return;
     }
     if (c == ' ' && inList() && brackets_.back().atStart) {
@@ -166,7 +165,7 @@ class Canonicalizer {
     }
     const bool opensDeclarator = c == '(' && inList() && !brackets_.back().atStart;
     const bool endsType = c == '*' || c == '&' || c == ',' || c == '>' || c == ')' || opensDeclarator;
-    if (endsType) blankAfterInteger_ = false;
+    if (endsType) spaceAfterInteger_ = false;
     endInteger();
     if (endsType && inList()) endType();
     if (opensDeclarator && !result_.ends_with(')') && !result_.ends_with('*')) result_ += ' ';
@@ -179,7 +178,7 @@ class Canonicalizer {
     if (c == ',' && !brackets_.empty()) brackets_.back().atStart = true;
   }
 
-  // Puts the qualifiers that stood before a type behind it.
+  // Moves the qualifiers found before a type after it.
   void endType() {
     while (result_.ends_with(' ')) result_.pop_back();
     result_ += std::exchange(brackets_.back().qualifiers, "");
@@ -188,26 +187,26 @@ class Canonicalizer {
   void endInteger() {
     if (integer_.empty()) return;
     result_ += integer_.text();
-    if (blankAfterInteger_) result_ += ' ';
+    if (spaceAfterInteger_) result_ += ' ';
     integer_ = {};
-    blankAfterInteger_ = false;
+    spaceAfterInteger_ = false;
   }
 
   std::string result_;
   IntegerWords integer_;
-  bool blankAfterInteger_ = false;
+  bool spaceAfterInteger_ = false;
   std::vector<Bracket> brackets_;
 };
 
-// Whether what is in the bracket that opens at `at` is part of a declarator, "(*)" or "(T::*)", or of a name.
+// Whether the parenthesis at `at` belongs to a declarator, "(*)" or "(T::*)", or to "(anonymous namespace)".
 bool isDeclarator(std::string_view name, std::size_t at) {
   const std::string_view within = name.substr(at + 1, name.find(')', at) - at - 1);
   return within.starts_with('*') || within.starts_with('&') || within.ends_with("::*") ||
          within == "anonymous namespace";
 }
 
-// gdb leaves names as they are which it cannot parse: with 128-bit integers, empty lists of arguments, and functions
-// that are arguments themselves, "F<int(char)>".
+// Whether gdb can parse `name`. It leaves other names unchanged: those with 128-bit integers, empty argument lists, and
+// function types as arguments, "F<int(char)>".
 bool isParsedByGdb(std::string_view name) {
   if (name.find("__int128") != std::string_view::npos || name.find("<>") != std::string_view::npos) return false;
   for (std::size_t at = name.find('<'); at < name.size(); ++at) {
@@ -219,13 +218,13 @@ bool isParsedByGdb(std::string_view name) {
   return true;
 }
 
-// What the symbol `name` stands for; empty when it is not mangled.
+// The demangled symbol `name`; empty if it is not a mangled name.
 std::string demangled(const char* name) {
   const std::unique_ptr<char, void (*)(void*)> full(abi::__cxa_demangle(name, nullptr, nullptr, nullptr), std::free);
   return full && std::string_view(name).starts_with("_Z") ? full.get() : "";
 }
 
-// The name within the text of a function, "f<int>" in "void f<int>(int) const".
+// The name in the text of a function: "f<int>" in "void f<int>(int) const".
 std::string_view functionName(std::string_view text) {
   std::size_t begin = 0;
   std::size_t end = text.size();
@@ -243,15 +242,15 @@ std::string_view functionName(std::string_view text) {
 }  // namespace
 
 std::string canonicalName(std::string_view name) {
-  // Most are one word, none of which can be an integer type.
-  if (std::all_of(name.begin(), name.end(), isWordChar) && !IntegerWords().take(name)) return std::string(name);
+  // Fast path: most names are a single word that is not an integer type.
+  if (std::all_of(name.begin(), name.end(), isWordChar) && !IntegerWords().add(name)) return std::string(name);
   if (!isParsedByGdb(name)) return std::string(name);
   return Canonicalizer().rewrite(name);
 }
 
 std::string withoutScopes(std::string_view name) {
   std::string result;
-  std::vector<std::size_t> starts{0};  // where the name at work began, for each open bracket
+  std::vector<std::size_t> starts{0};  // where the current name starts, for each open bracket
   for (std::size_t at = 0; at < name.size(); ++at) {
     if (const std::size_t end = endOfOperator(name, at); end != at) {
       result += name.substr(at, end - at);
@@ -260,7 +259,7 @@ std::string withoutScopes(std::string_view name) {
     }
     const char c = name[at];
     if (c == ':' && name.substr(at).starts_with("::")) {
-      // The '*' of a pointer to a member needs its class.
+      // A pointer to a member, "C::*", keeps its class.
       if (name.substr(at).starts_with("::*")) {
         result += "::";
       } else {
@@ -330,7 +329,7 @@ std::string templateArguments(std::string_view name, const char* linkageName) {
 std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_view name) {
   std::string full = demangled(std::string(symbol).c_str());
   if (full.empty()) {
-    // In C: "function.name", with a number behind it if there are several.
+    // In C: "function.name", followed by a number if there are several.
     const std::size_t dot = symbol.find('.');
     if (dot == 0 || dot == std::string_view::npos || !symbol.substr(dot + 1).starts_with(name)) return {};
     return std::string(symbol.substr(0, dot)).append("::");
@@ -345,7 +344,7 @@ std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_v
 }
 
 std::string variableOfSymbol(std::string_view symbol) {
-  // Tables and the like that compilers make up, and what is within functions.
+  // Symbols generated by compilers, such as vtables and guards, and symbols of entities within functions.
   for (const std::string_view other : {"_ZT", "_ZG", "_ZZ"}) {
     if (symbol.starts_with(other)) return "";
   }

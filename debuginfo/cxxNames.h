@@ -1,27 +1,26 @@
-// The texts that C++ names consist of, taken apart and put together as gdb does.
+// Parses C++ names and respells them as gdb does. Pure functions on texts.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
 
-/// Spells the integer types in `name` as gdb does ("long unsigned int" becomes "unsigned long"), also within template
-/// arguments, whose closing brackets are kept apart by blanks.
+/// Respells `name` as gdb does: integer types ("long unsigned int" becomes "unsigned long"), also within template
+/// arguments, and a space between consecutive closing angle brackets.
 std::string canonicalName(std::string_view name);
 
-/// Removes the tags that compilers put behind names: "name[abi:cxx11]" becomes "name".
+/// Removes ABI tags: "name[abi:cxx11]" becomes "name".
 std::string withoutTags(std::string name);
 
-/// The arguments of an instance of a variable template, "<3>", which compilers give in the symbol's name `linkageName`
-/// (may be null) alone; empty when `name` holds them or has none.
+/// The arguments of an instance of a variable template, "<3>". Compilers give them only in the symbol name
+/// `linkageName`, which may be null. Empty if `name` contains them already or there are none.
 std::string templateArguments(std::string_view name, const char* linkageName);
 
-/// What stands before `name` in the name of its symbol: "ns::function::". Empty when that is not known.
+/// The scopes before `name` in the name of its symbol: "ns::function::". Empty if they cannot be determined.
 std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_view name);
 
-/// The variable that `symbol` is a mangled name of, "ns::name"; empty when it is of something else, or not mangled.
+/// The variable whose mangled name `symbol` is, "ns::name"; empty if it is not the mangled name of a variable.
 std::string variableOfSymbol(std::string_view symbol);
 
-/// What the variable is called whose parts a structured binding names, "[a, b]", by the name of its symbol; empty when
-/// that is no such name.
+/// The name of the variable of a structured binding, "[a, b]", if `symbol` is the mangled name of one; otherwise empty.
 std::string bindingInSymbol(std::string_view symbol);

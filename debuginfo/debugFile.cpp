@@ -25,31 +25,31 @@ const Dwfl_Callbacks callbacks{.find_elf = dwfl_build_id_find_elf,
                                .section_address = dwfl_offline_section_address,
                                .debuginfo_path = nullptr};
 
-// Refuses what libdwfl would take apart but what is no program: archives, object files, core files.
+// Throws UserError unless `path` is a program: libdwfl also accepts archives, object files and core files.
 void expectProgram(const std::string& path) {
-  const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);  // which does not wait for a pipe's writer
-  if (!file) throw UserError(path + ": cannot be opened: " + std::strerror(errno));
+  const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);  // does not block on a pipe
+  if (!file) throw UserError(path + ": cannot open: " + std::strerror(errno));
   elf_version(EV_CURRENT);
   const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
   if (elf && elf_kind(elf.get()) == ELF_K_AR)
-    throw UserError(path + ": is an archive; name a program or shared object that it was linked into");
+    throw UserError(path + ": is an archive; specify a program or shared object that it was linked into");
   GElf_Ehdr header;
   if (!elf || elf_kind(elf.get()) != ELF_K_ELF || gelf_getehdr(elf.get(), &header) == nullptr) {
-    throw UserError(path + ": is not an ELF file; an executable or shared object is wanted");
+    throw UserError(path + ": is not an ELF file; expected an executable or shared object");
   }
   if (header.e_type == ET_REL)
-    throw UserError(path + ": is an object file; name a program or shared object that it was linked into");
+    throw UserError(path + ": is an object file; specify a program or shared object that it was linked into");
   if (header.e_type != ET_EXEC && header.e_type != ET_DYN) {
     throw UserError(path + ": is neither an executable nor a shared object");
   }
   std::size_t sections = 0;
   if (elf_getshdrnum(elf.get(), &sections) != 0 || elf_nextscn(elf.get(), nullptr) == nullptr) {
-    throw UserError(path + ": has no sections; the file is truncated, or was stripped of them");
+    throw UserError(path + ": has no section headers; the file is truncated or they were stripped");
   }
 }
 
-// Why the debugging information of `elf` cannot be read although it is there; empty when that is not so.
-std::string unreadableCompression(Elf* elf, std::string_view name) {
+// The compression method of the section `name`, which libdw could not read; empty if it is missing or not compressed.
+std::string compressionMethod(Elf* elf, std::string_view name) {
   Elf_Scn* section = elf != nullptr ? findSection(elf, name) : nullptr;
   GElf_Shdr header;
   GElf_Chdr compression;
@@ -57,10 +57,10 @@ std::string unreadableCompression(Elf* elf, std::string_view name) {
       gelf_getchdr(section, &compression) == nullptr)
     return "";
   constexpr unsigned zstd = 2;
-  return compression.ch_type == zstd ? "zstd" : "a method of number " + std::to_string(compression.ch_type);
+  return compression.ch_type == zstd ? "zstd" : "method " + std::to_string(compression.ch_type);
 }
 
-// Throws the error of a program whose debugging information libdw does not find.
+// Throws the UserError for a program whose debugging information libdw cannot find or read.
 [[noreturn]] void refuse(const std::string& path, Dwfl_Module* module) {
   const std::string reason = dwfl_errmsg(-1);
   const char* debugPath = nullptr;
@@ -68,32 +68,30 @@ std::string unreadableCompression(Elf* elf, std::string_view name) {
   for (const std::string& place : {path, std::string(debugPath != nullptr ? debugPath : "")}) {
     const UniqueFd file = openFile(place.c_str(), O_RDONLY | O_NONBLOCK);
     const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
-    const std::string method = unreadableCompression(elf.get(), ".debug_info");
+    const std::string method = compressionMethod(elf.get(), ".debug_info");
     if (method.empty()) continue;
-    throw UserError(std::string(place).append(": its debugging information is compressed by ").append(method) +
-                    ", which libdw cannot read here; objcopy --decompress-debug-sections makes a copy without");
+    throw UserError(std::string(place).append(": its debugging information is compressed with ").append(method) +
+                    ", which this libdw cannot read; decompress it with objcopy --decompress-debug-sections");
   }
-  throw UserError(
-      path + ": has no debugging information that can be read (" + reason +
-      "); compile it with -g, or install its debug symbols (the package with -dbgsym in its name) where gdb "
-      "would find them");
+  throw UserError(path + ": has no debugging information that can be read (" + reason +
+                  "); compile it with -g, or install its debug symbols (its -dbgsym package) where gdb finds them");
 }
 
-// The name of the .dwo file that a skeleton stands for.
+// The name of the .dwo file to which a skeleton refers.
 std::string dwoName(const Die& skeleton) {
   for (const unsigned code : {DW_AT_dwo_name, DW_AT_GNU_dwo_name}) {
     if (const char* name = skeleton.text(code)) return name;
   }
-  return "a .dwo file without a name";
+  return "an unnamed .dwo file";
 }
 
-// Where the compiler left that file.
+// The path where the compiler put that file.
 std::string dwoPath(const Die& skeleton) {
   const char* directory = skeleton.text(DW_AT_comp_dir);
   return fs::path(directory != nullptr ? directory : "") / dwoName(skeleton);
 }
 
-// Why a .dwo file that is there cannot be used; empty when it is not there.
+// Why a .dwo file cannot be used, as the end of a sentence; empty if it does not exist.
 std::string dwoFault(const Die& skeleton) {
   const std::string path = dwoPath(skeleton);
   const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);
@@ -103,18 +101,19 @@ std::string dwoFault(const Die& skeleton) {
   int sections = 0;
   for (Elf_Scn* section = nullptr; (section = findSection(elf.get(), ".debug_info.dwo", section)) != nullptr;)
     ++sections;
-  const std::string method = unreadableCompression(elf.get(), ".debug_info.dwo");
+  const std::string method = compressionMethod(elf.get(), ".debug_info.dwo");
   if (!method.empty() && method == "zstd")
-    return "is compressed by zstd, which libdw cannot read here; objcopy --decompress-debug-sections changes that";
+    return "is compressed with zstd, which this libdw cannot read; decompress it with objcopy "
+           "--decompress-debug-sections";
   if (sections > 1)
-    return "has a section for each type, which cannot be read when it is compressed; compile without -gz, or without "
+    return "has a compressed section for each type, which cannot be read; compile without -gz or without "
            "-fdebug-types-section";
-  return "is not the one that belongs to this program: it was compiled again since, or is damaged";
+  return "does not belong to this program, because it was recompiled since, or is damaged";
 }
 
-// Adds the units of `dwarf` to `listed`. False when there is damage among them.
+// Adds the units of `dwarf` to `listed`. False if one is damaged.
 bool listUnits(Dwarf* dwarf, std::vector<ListedUnit>& listed) {
-  constexpr std::uint64_t costOfFile = std::uint64_t{64} * 1024;  // of opening the one that was split off
+  constexpr std::uint64_t costOfFile = std::uint64_t{64} * 1024;  // of opening a .dwo file
   Dwarf_CU* unit = nullptr;
   std::uint8_t type = 0;
   std::uint64_t last = 0;
@@ -122,9 +121,9 @@ bool listUnits(Dwarf* dwarf, std::vector<ListedUnit>& listed) {
   PassedPages pages;
   int result = 0;
   while ((result = dwarf_get_units(dwarf, unit, &unit, nullptr, &type, &next.top, nullptr)) == 0) {
-    pages.at(next.top.addr);
+    pages.advanceTo(next.top.addr);
     next.isSkeleton = type == DW_UT_skeleton;
-    // Where a unit ends is known when the next begins, if that is in the same section.
+    // A unit ends where the next one in the same section starts.
     const std::uint64_t offset = dwarf_dieoffset(&next.top);
     if (last != 0 && offset > last) listed.back().cost += offset - last;
     last = offset;
@@ -147,7 +146,7 @@ DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin
   dwarf_ = dwfl_module_getdwarf(module, &dwarfBias);
   if (elf == nullptr || dwarf_ == nullptr) refuse(path, module);
   bias_ = dwarfBias - elfBias;
-  for (const char* name : {".debug_addr", ".zdebug_addr"}) {  // the latter inflated by libdw
+  for (const char* name : {".debug_addr", ".zdebug_addr"}) {  // libdw has decompressed the latter
     if (addresses_.begin() == nullptr) addresses_ = SectionBytes(dwarf_getelf(dwarf_), name);
   }
   openShared(path, module);
@@ -155,7 +154,7 @@ DebugFile::DebugFile(const std::string& path) : path_(path), session_(dwfl_begin
   image_.emplace(module);
 }
 
-// libdw looks for a file with a relative name in the working directory; it is named from where the program is.
+// Opens the supplementary file. libdw resolves a relative name against the working directory instead of the program's.
 void DebugFile::openShared(const std::string& path, Dwfl_Module* module) {
   const char* name = nullptr;
   const void* id = nullptr;
@@ -195,8 +194,7 @@ std::vector<ListedUnit> DebugFile::units(std::vector<std::string>& warnings) con
   const void* id = nullptr;
   if (dwarf_getalt(dwarf_) == nullptr && sharedTexts_.begin() == nullptr &&
       dwelf_dwarf_gnu_debugaltlink(dwarf_, &shared, &id) > 0)
-    warnings.push_back(std::string(shared) +
-                       ", which dwz took a part of the debugging information to, cannot be found");
+    warnings.push_back(std::string(shared) + ", to which dwz moved part of the debugging information, cannot be found");
   std::vector<ListedUnit> listed;
   for (Dwarf* dwarf : {dwarf_, dwarf_getalt(dwarf_)}) {
     if (dwarf == nullptr || listUnits(dwarf, listed)) continue;
@@ -217,11 +215,11 @@ std::optional<Unit> DebugFile::find(const ListedUnit& listed, std::vector<std::s
   }
   const std::string fault = dwoFault(skeleton);
   missing.push_back("the debugging information in " + dwoName(skeleton) + " is missing: the file " +
-                    (fault.empty() ? "cannot be found where the compiler left it, or in " + path_ + ".dwp" : fault));
+                    (fault.empty() ? "is neither where the compiler put it nor in " + path_ + ".dwp" : fault));
   return {};
 }
 
-// The unit that belongs to `skeleton` in one of the packages; its addr is null when none holds it.
+// The unit of `skeleton` in a package or in its .dwo file; its addr is null if there is none.
 Dwarf_Die DebugFile::packedUnit(const Die& skeleton) const {
   std::uint64_t id = 0;
   Dwarf_Die unit{};
@@ -246,7 +244,7 @@ Dwarf_Die DebugFile::type(const Dwarf_Attribute& reference) const {
   if (type.addr == nullptr && known != splitOff_.end()) {
     const std::string path = known->second;
     type = splitFile(path).type(reference);
-    // Its types refer to others of the same file.
+    // The type may refer to other types in the same file.
     if (type.addr != nullptr) splitOff_.try_emplace(dwarf_cu_getdwarf(type.cu), path);
   }
   return type;
@@ -265,7 +263,7 @@ const char* DebugFile::sharedText(const Dwarf_Attribute& reference) const {
   return text.failed() ? nullptr : found;
 }
 
-std::optional<std::uint64_t> DebugFile::listedAddress(const Unit& unit, std::uint64_t index) const {
+std::optional<std::uint64_t> DebugFile::indexedAddress(const Unit& unit, std::uint64_t index) const {
   std::uint64_t base = 0;
   for (const unsigned name : {DW_AT_addr_base, DW_AT_GNU_addr_base}) {
     if (const auto found = unit.skeleton.number(name)) base = *found;

@@ -4,7 +4,7 @@
 
 std::string dwarfError() {
   const int error = dwarf_errno();
-  return error != 0 ? dwarf_errmsg(error) : "an entry is no entry";
+  return error != 0 ? dwarf_errmsg(error) : "malformed DIE";
 }
 
 Die Die::sibling(const void* address) const {
@@ -61,7 +61,7 @@ const char* Die::name() const {
   return type ? type.text(DW_AT_name) : nullptr;
 }
 
-// What the attribute itself refers to.
+// The DIE to which the attribute refers directly.
 Die Die::target(unsigned name) const {
   Dwarf_Attribute attribute;
   Dwarf_Attribute* found = dwarf_attr(&die_, name, &attribute);
@@ -75,7 +75,7 @@ Die Die::target(unsigned name) const {
 Die Die::reference(unsigned name) const {
   const Die found = target(name);
   if (!found || !found.has(DW_AT_signature)) return found;
-  // What a unit says of a type that has a unit of its own, is no more than the way there.
+  // If the type has its own type unit, the DIE found is only a stub that refers to it.
   const Die own = found.target(DW_AT_signature);
   return own ? own : found;
 }
@@ -92,7 +92,7 @@ Die::Children Die::children() const {
 
 Die::Children::Iterator& Die::Children::Iterator::operator++() {
   const void* last = at_.id();
-  // One that stands before is damage, and would go in circles.
+  // A sibling that does not come later is damage and would cause a cycle.
   if (dwarf_siblingof(&at_.die_, &at_.die_) != 0 || at_.id() <= last) at_ = Die();
   return *this;
 }

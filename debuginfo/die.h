@@ -1,5 +1,5 @@
-// Entries of the debugging information as values: what libdw offers with out-parameters and results of its own, as
-// plain questions.
+// Debugging information entries (DIEs) as values: a thin wrapper of libdw, whose functions use out-parameters and their
+// own error codes.
 #pragma once
 
 #include <elfutils/libdw.h>
@@ -9,58 +9,58 @@
 #include <string>
 #include <vector>
 
-/// What libdw reports of its latest failure.
+/// The message of libdw for its latest error.
 std::string dwarfError();
 
-/// Finds what is in other files, where libdw does not find it by itself.
+/// Resolves references into other files that libdw does not resolve.
 class OtherFiles {
  public:
   OtherFiles() = default;
   OtherFiles(const OtherFiles&) = delete;
   OtherFiles& operator=(const OtherFiles&) = delete;
   virtual ~OtherFiles() = default;
-  /// The type whose signature `reference` holds; its addr is null when there is none.
+  /// The type with the signature in `reference`; its addr is null if there is none.
   virtual Dwarf_Die type(const Dwarf_Attribute& reference) const = 0;
-  /// The text that `reference` names in the file shared by dwz; null when there is none.
+  /// The text in the supplementary file to which `reference` refers; null if there is none.
   virtual const char* sharedText(const Dwarf_Attribute& reference) const = 0;
 };
 
-/// One entry, or none. Valid as long as the debugging information that it is part of.
+/// A DIE, or none. Valid as long as the debugging information that contains it.
 class Die {
  public:
   Die() = default;
   Die(const Dwarf_Die& die, const OtherFiles* units) : die_(die), units_(units) {}
 
   explicit operator bool() const { return die_.addr != nullptr; }
-  /// What tells it from all others.
+  /// Identifies the DIE: its address in memory.
   const void* id() const { return die_.addr; }
-  /// The entry at `address` of the same unit.
+  /// The DIE at `address` in the same unit.
   Die sibling(const void* address) const;
-  /// The top entry of its unit.
+  /// The top DIE of its unit.
   Die unit() const;
-  /// Bytes of an address in its unit.
+  /// Bytes of a target address in its unit.
   unsigned addressSize() const;
 
   int tag() const;
   bool has(unsigned name) const;
-  /// Whether the attribute is there and set.
+  /// Whether the flag is present and set.
   bool flag(unsigned name) const;
-  /// The number of an attribute; empty when it has none.
+  /// The attribute as a number; empty if it is absent or not a number.
   std::optional<std::uint64_t> number(unsigned name) const;
-  /// The text of an attribute; null when it has none.
+  /// The attribute as a text; null if it is absent or not a text.
   const char* text(unsigned name) const;
-  /// The name of the entry; where it only stands for a type in a type unit, the name there. Null when there is none.
+  /// The name of the DIE; for a stub that refers to a type unit, the name there. Null if there is none.
   const char* name() const;
-  /// The entry that an attribute refers to; for a type in a type unit, that in the type unit. None when there is none.
+  /// The DIE to which an attribute refers; for a type in a type unit, the one there. None if there is none.
   Die reference(unsigned name) const;
-  /// What this entry completes: the declaration in a class or namespace, or the abstract description of what was
-  /// inlined. None when it completes nothing.
+  /// The DIE that this one completes: its declaration in a class or namespace (DW_AT_specification), or the abstract
+  /// instance of an inlined function's DIE (DW_AT_abstract_origin). None if there is none.
   Die completed() const;
 
   class Children;
   Children children() const;
 
-  /// The text of `attribute`, of an entry in the same unit; null when it is none.
+  /// The text of `attribute`, which belongs to a DIE in the same unit; null if it is not a text.
   const char* textOf(Dwarf_Attribute& attribute) const;
 
   const Dwarf_Die& raw() const { return die_; }
@@ -68,12 +68,12 @@ class Die {
  private:
   Die target(unsigned name) const;
 
-  // libdw takes none as const, although it changes nothing but what it remembers of the entry.
+  // mutable because libdw's parameters are not const; it only updates its cached abbreviation.
   mutable Dwarf_Die die_{};
   const OtherFiles* units_ = nullptr;
 };
 
-/// The children of an entry, for a range-based loop. A damaged one ends it.
+/// The children of a DIE, for a range-based loop, which ends at the first damaged one.
 class Die::Children {
  public:
   class Iterator {
@@ -96,8 +96,8 @@ class Die::Children {
   Die first_;
 };
 
-/// The entries that together describe a variable or function: `die` first, then what it completes.
+/// The DIEs that together describe a variable or function: `die`, the one that it completes, and so on.
 std::vector<Die> descriptions(const Die& die);
 
-/// The name that the first of `chain` with a name has; null when none has.
+/// The name of the first DIE in `chain` that has one; null if none has.
 const char* firstName(const std::vector<Die>& chain);

@@ -13,7 +13,7 @@
 
 namespace {
 
-// Names of the sections by their numbers in the index; those of DWARF 4 and 5 differ only where nobody looks here.
+// Section names by their numbers in the index. DWARF 4 and 5 differ only in numbers that are not used here.
 constexpr std::array<std::string_view, 9> sectionNames{"",
                                                        ".debug_info.dwo",
                                                        ".debug_types.dwo",
@@ -27,7 +27,7 @@ constexpr std::uint64_t infoSection = 1, typesSection = 2;
 // The one section that all units share.
 constexpr std::string_view sharedSection = ".debug_str.dwo";
 
-// Cuts a section to the part from `offset` on. False when the section does not hold it.
+// Cuts a section to `size` bytes at `offset`. False if they are not within the section.
 bool cut(Elf_Scn* section, GElf_Shdr& header, std::uint64_t offset, std::uint64_t size) {
   if ((header.sh_flags & SHF_COMPRESSED) != 0 || offset > header.sh_size || size > header.sh_size - offset)
     return false;
@@ -36,13 +36,13 @@ bool cut(Elf_Scn* section, GElf_Shdr& header, std::uint64_t offset, std::uint64_
   return gelf_update_shdr(section, &header) != 0;
 }
 
-// The type of the type unit that `dwarf` (may be null) consists of.
+// The type in `dwarf`, which consists of one type unit and may be null.
 Dwarf_Die onlyType(Dwarf* dwarf) {
   Dwarf_Die type{};
   Dwarf_CU* unit = nullptr;
   Dwarf_Die top;
   if (dwarf == nullptr || dwarf_get_units(dwarf, nullptr, &unit, nullptr, nullptr, &top, &type) == 0) return type;
-  // In DWARF 4 these have a section of their own, which is not looked at without one of other units.
+  // In DWARF 4 type units are in .debug_types, which libdw does not visit without a .debug_info section.
   Dwarf_Off next = 0;
   Dwarf_Off offset = 0;
   std::uint64_t signature = 0;
@@ -66,14 +66,14 @@ DwarfPackage::DwarfPackage(const std::string& path) : file_(openFile(path.c_str(
   readSections(elf.get(), typesSection);
 }
 
-// Opened for private changes, so that the headers of sections can be changed in memory.
+// Maps the file privately, so that section headers can be changed in memory.
 DwarfPackage::ElfOwner DwarfPackage::openElf() const {
   elf_version(EV_CURRENT);
   return {elf_begin(file_.get(), ELF_C_READ_MMAP_PRIVATE, nullptr), elf_end};
 }
 
-// The index: a header of four numbers; a hash table of ids, and beside it the rows of these; the numbers of the
-// sections; a table of offsets and one of sizes, a row for each unit.
+// Reads an index: a header of four numbers; a hash table of unit IDs and a parallel table of their row numbers; the
+// section numbers; a table of offsets and one of sizes, with a row for each unit and a column for each section.
 DwarfPackage::Index DwarfPackage::readIndex(Elf* elf, std::string_view name) {
   Index result;
   const SectionBytes index(elf, name);
@@ -102,7 +102,7 @@ DwarfPackage::Index DwarfPackage::readIndex(Elf* elf, std::string_view name) {
   return result;
 }
 
-// Takes all sections of a .dwo file with units that have this number.
+// Reads the units in all sections of a .dwo file with the section number `section`.
 void DwarfPackage::readSections(Elf* elf, std::uint64_t section) {
   for (Elf_Scn* at = nullptr; (at = findSection(elf, sectionNames[section], at)) != nullptr;) {
     const SectionBytes bytes(elf, at);
@@ -110,7 +110,7 @@ void DwarfPackage::readSections(Elf* elf, std::uint64_t section) {
   }
 }
 
-// Takes the units of the section `all` whose ids are in their headers: compilation units of DWARF 5, and type units.
+// Reads the units in the section `all` that have their ID in the header: compilation units of DWARF 5, and type units.
 void DwarfPackage::readUnits(const SectionBytes& bytes, const Contribution& all) {
   for (Contribution unit = all; unit.offset < all.size;) {
     const std::uint64_t begin = unit.offset;
@@ -129,7 +129,7 @@ void DwarfPackage::readUnits(const SectionBytes& bytes, const Contribution& all)
   }
 }
 
-// Cuts the sections of `elf` to what one unit takes of them.
+// Cuts the sections of `elf` to the contributions `parts` of one unit.
 bool DwarfPackage::cutSections(Elf* elf, const Contributions& parts) const {
   std::size_t names = 0;
   if (elf_getshdrstrndx(elf, &names) != 0) return false;
@@ -146,16 +146,16 @@ bool DwarfPackage::cutSections(Elf* elf, const Contributions& parts) const {
           (each.header == 0 || each.header == elf_ndxscn(section)))
         part = each;
     }
-    // libdw leaves alone what is in a group.
+    // libdw ignores sections in groups.
     header.sh_flags &= ~GElf_Xword{SHF_GROUP};
-    // By the name of the index alone libdw would take this for no .dwo file.
+    // libdw would not treat a file with an index as a .dwo file.
     if (!name.ends_with(".dwo")) header.sh_name = 0;
     if (!cut(section, header, part.offset, part.size)) return false;
   }
   return true;
 }
 
-// The debugging information of one unit; null when libdw cannot read it.
+// The debugging information of one unit; null if libdw cannot read it.
 Dwarf* DwarfPackage::openView(const Contributions& parts) {
   View view{openElf(), {nullptr, dwarf_end}};
   if (!view.elf || !cutSections(view.elf.get(), parts)) return nullptr;

@@ -15,30 +15,31 @@
 #include "debuginfo/sectionBytes.h"
 #include "src/uniqueFd.h"
 
+/// The units in a package or .dwo file.
 class DwarfPackage {
  public:
-  /// Opens the package `path`, or a single .dwo file, which may have a section for each type, of which libdw sees none.
-  /// One that is missing, compressed or damaged holds no units.
+  /// Opens the package `path`, or a single .dwo file, which may have a section for each type, which libdw does not
+  /// support. A file that is missing, compressed or damaged has no units.
   explicit DwarfPackage(const std::string& path);
 
-  /// The top entry of the compilation unit whose id is `id`; its addr is null when the package does not hold it.
+  /// The top DIE of the compilation unit with the ID `id`; its addr is null if the package does not contain it.
   Dwarf_Die unit(std::uint64_t id);
-  /// The type whose signature the attribute `reference` of such a unit holds; its addr is null when the package does
-  /// not hold it.
+  /// The type with the signature in `reference`, an attribute in such a unit; its addr is null if the package does not
+  /// contain it.
   Dwarf_Die type(const Dwarf_Attribute& reference);
 
  private:
   using ElfOwner = std::unique_ptr<Elf, int (*)(Elf*)>;
   using DwarfOwner = std::unique_ptr<Dwarf, int (*)(Dwarf*)>;
 
-  // What a unit takes of a section.
+  // The part of a section that belongs to a unit.
   struct Contribution {
     std::uint64_t section;
     std::uint64_t offset;
     std::uint64_t size;
-    std::size_t header = 0;  // number of its header; 0: there is but one section of that name
+    std::size_t header = 0;  // index of its section header; 0: there is only one section with that name
   };
-  // libdw does not know packages, so each unit is shown to it as a file whose sections are cut to that unit.
+  // libdw does not support packages, so each unit is presented to it as a file whose sections are cut to that unit.
   struct View {
     ElfOwner elf;
     DwarfOwner dwarf;

@@ -68,7 +68,7 @@ void CommonDirectory::add(const CommonDirectory& other) {
 
 void Findings::append(Findings following) {
   moveAfter(variables, following.variables);
-  moveAfter(known, following.known);
+  moveAfter(declarations, following.declarations);
   moveAfter(unplaced, following.unplaced);
   moveAfter(nameless, following.nameless);
   moveAfter(missing, following.missing);
@@ -109,7 +109,7 @@ std::string packFindings(const std::vector<std::pair<std::size_t, Findings>>& pa
 std::vector<std::pair<std::size_t, Findings>> unpackFindings(std::string_view bytes) {
   Unpacker unpacker(bytes);
   std::vector<std::pair<std::size_t, Findings>> parts;
-  std::vector<std::uint64_t> counts;  // of their variables
+  std::vector<std::uint64_t> counts;  // number of variables in each part
   for (std::uint64_t left = unpacker.number(); left > 0; --left) {
     auto& [number, findings] = parts.emplace_back();
     number = unpacker.number();

@@ -1,4 +1,4 @@
-// What was read of some of a program's units, so that units can be read in parts, by several processes too.
+// The results of reading some units of a program, which can be merged and sent between processes. See sharedReading.
 #pragma once
 
 #include <cstdint>
@@ -11,35 +11,36 @@
 #include "debuginfo/unplaced.h"
 #include "debuginfo/warnings.h"
 
-/// The directory that paths have in common.
+/// The common parent directory of paths.
 class CommonDirectory {
  public:
   void add(std::string path);
   void add(const CommonDirectory& other);
-  /// Empty when there is none.
+  /// The directory; empty if there is none.
   std::string path() const { return path_.value_or(""); }
-  /// Empty when no path was added.
+  /// The same, but without a value if no path was added.
   const std::optional<std::string>& known() const { return path_; }
 
  private:
   std::optional<std::string> path_;
 };
 
+/// What was found in some units.
 struct Findings {
-  std::vector<Variable> variables;  ///< as they were met; their texts are elsewhere
-  std::vector<NamedType> known;
+  std::vector<Variable> variables;  ///< in the order of the units; their texts are in a TextPool
+  std::vector<Declaration> declarations;
   std::vector<UnplacedVariable> unplaced;
-  std::vector<std::pair<std::uint64_t, std::string>> nameless;  ///< addresses, and what to call them
+  std::vector<std::pair<std::uint64_t, std::string>> nameless;  ///< addresses and descriptions of unnamed variables
   std::vector<std::string> missing;                             ///< sentences about units that cannot be found
   Warnings warnings;
   CommonDirectory directory;
 
-  /// Adds those of the units that follow. What was read in parts is the same as if it had been read as a whole.
+  /// Appends the findings of the units that follow. The result is the same as if all had been read at once.
   void append(Findings following);
 };
 
-/// `parts` (which have no `known`) with their numbers, as bytes for unpackFindings of the same program.
+/// Serializes numbered `parts`, without their declarations, for unpackFindings in the same executable.
 std::string packFindings(const std::vector<std::pair<std::size_t, Findings>>& parts);
 
-/// What was packed into `bytes`. The texts lie in `bytes`. Throws UserError when `bytes` are not whole.
+/// The parts packed into `bytes`, to which their texts refer. Throws UserError when `bytes` is incomplete.
 std::vector<std::pair<std::size_t, Findings>> unpackFindings(std::string_view bytes);

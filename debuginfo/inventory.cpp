@@ -11,11 +11,10 @@
 
 namespace {
 
-// Where a variable belongs in the order of the inventory: by address, thread-local ones last, and those whose address
-// is not known behind them.
+// The sort key of a variable: by address, then thread-local ones by offset, then those of unknown address.
 struct Position {
   std::uint64_t address;
-  std::uint32_t number;  // in the order in which they were read
+  std::uint32_t number;  // the order in which they were read
   std::uint32_t group;
 
   Position(const Variable& variable, std::size_t at)
@@ -36,8 +35,8 @@ std::size_t knownFields(const Variable& variable) {
          std::size_t{!variable.file.empty()} + std::size_t{variable.line != 0};
 }
 
-// Whether two descriptions are of one variable, as far as they say. Several units may define one for the whole program;
-// those of a unit alone may only share the address, if the linker merges equal constants.
+// Whether two descriptions at the same address are of the same variable, as far as is known. Several units may define
+// an external variable; internal ones may be different variables whose equal values the linker merged.
 bool isSame(const Variable& a, const Variable& b) {
   if (a.name != b.name || a.linkage != b.linkage) return false;
   if (a.type != b.type && !a.type.empty() && !b.type.empty()) return false;
@@ -53,8 +52,8 @@ std::vector<Position> sortedPositions(const std::vector<Variable>& variables) {
   return positions;
 }
 
-// Puts the variable with the number `positions[i].number` in the place i. Where large lists are concerned, a second one
-// would cost more time than the order.
+// Moves the variable with index `positions[i].number` to index i, in place: for large lists, allocating a second one
+// would take longer than the sorting.
 void arrange(std::vector<Variable>& variables, std::vector<Position>& positions) {
   for (std::size_t start = 0; start < positions.size(); ++start) {
     if (positions[start].number == start) continue;
@@ -70,12 +69,12 @@ void arrange(std::vector<Variable>& variables, std::vector<Position>& positions)
   }
 }
 
-// Sorts the variables; of what several units describe alike, the best description stays.
+// Sorts the variables. Of several descriptions of the same variable, the most complete one is kept.
 void sortAndUnite(std::vector<Variable>& variables) {
   std::vector<Position> positions = sortedPositions(variables);
   arrange(variables, positions);
-  auto end = variables.begin();  // of those that stay
-  auto atAddress = end;          // where those at the address of the latest begin
+  auto end = variables.begin();  // end of those kept so far
+  auto atAddress = end;          // start of those at the current address
   const Position* latest = nullptr;
   for (std::size_t i = 0; i < variables.size(); ++i) {
     const Variable& variable = variables[i];
@@ -91,7 +90,7 @@ void sortAndUnite(std::vector<Variable>& variables) {
   variables.erase(end, variables.end());
 }
 
-// Names the files within `inventory.directory` from there.
+// Makes the names of files within `inventory.directory` relative to it.
 void shortenFiles(Inventory& inventory) {
   if (inventory.directory.empty()) return;
   const std::string begin = inventory.directory + "/";
@@ -100,7 +99,7 @@ void shortenFiles(Inventory& inventory) {
   }
 }
 
-// The names of sections are so far those of the file.
+// Copies the names of sections into the inventory: so far they refer to the DebugFile.
 void keepSectionNames(Inventory& inventory) {
   std::string_view latest;
   std::string_view kept;
@@ -113,7 +112,7 @@ void keepSectionNames(Inventory& inventory) {
   }
 }
 
-// Of the units that cannot be found, a few are named.
+// Adds warnings about units that cannot be found; only the first few are named.
 void warnOfMissing(const std::vector<std::string>& missing, std::vector<std::string>& warnings) {
   constexpr std::size_t most = 3;
   for (std::size_t i = 0; i < missing.size() && i < most; ++i) warnings.push_back(missing[i]);
@@ -121,17 +120,17 @@ void warnOfMissing(const std::vector<std::string>& missing, std::vector<std::str
     warnings.push_back(std::to_string(missing.size() - most) + " more .dwo files cannot be used either");
 }
 
-// What has no name is named in a warning, unless another variable has its place: a member of an unnamed union.
+// Adds warnings about unnamed variables, except those at the address of a listed one, a member of an unnamed union.
 void warnOfNameless(Findings& found) {
   if (found.nameless.empty()) return;
   std::unordered_set<std::uint64_t> addresses;
   for (const Variable& variable : found.variables) addresses.insert(variable.address.value_or(0));
   for (const auto& [address, what] : found.nameless) {
-    if (!addresses.contains(address)) found.warnings.add("without a name", what);
+    if (!addresses.contains(address)) found.warnings.add("it has no name", what);
   }
 }
 
-// Moves what was found in all units to `inventory`.
+// Moves the findings of all units to `inventory`.
 void complete(Findings found, const ProgramImage& image, Inventory& inventory) {
   placeBySymbols(found.unplaced, image, found.variables);
   warnOfMissing(found.missing, inventory.warnings);
@@ -139,7 +138,7 @@ void complete(Findings found, const ProgramImage& image, Inventory& inventory) {
   for (const std::string& each : found.warnings.sentences()) inventory.warnings.push_back(each);
   inventory.directory = found.directory.path();
   inventory.variables = std::move(found.variables);
-  inventory.known = std::move(found.known);
+  inventory.declarations = std::move(found.declarations);
 }
 
 }  // namespace

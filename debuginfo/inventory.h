@@ -1,5 +1,5 @@
-// The variables that a program has in memory, as its debugging information describes them. Everything that the front
-// end shows is a view of an Inventory. The reader has one other public header, packer.h.
+// The variables that a program has in memory, from its debugging information. Every output of the front end is a view
+// of an Inventory. The only other public header of the reader is packer.h.
 #pragma once
 
 #include <cstdint>
@@ -12,35 +12,34 @@
 /// Who can refer to a variable by its name.
 enum class Linkage {
   External,  ///< every unit of the program
-  Internal,  ///< its own unit
-  Function   ///< the function in which it is a static
+  Internal,  ///< only its own unit
+  Function   ///< only its function: a function-local static
 };
 
-/// One variable. Its texts belong to the Inventory that it is part of. An empty text is not known.
+/// A variable. Its texts belong to its Inventory. An empty text is unknown.
 struct Variable {
   std::string_view name;  ///< with all scopes, as gdb spells them; never empty
-  /// Length of that part of `name` which are namespaces, without "::" behind it; 0: it is in none. Empty: not known.
+  /// Length of the namespaces at the start of `name`, without the final "::"; 0: it is in none. Empty if unknown.
   std::optional<std::uint32_t> namespaceLength;
   std::string_view type;              ///< as C or C++ declares it: "const double [2][3]", "int (*)(char)"
   std::optional<std::uint64_t> size;  ///< bytes
   std::string_view section;           ///< name of the section that holds it: ".bss"
-  std::optional<bool> writable;       ///< whether the program may write to it when it runs
-  std::optional<bool> threadLocal;    ///< whether each thread has one
+  std::optional<bool> writable;       ///< whether the program can write to it at run time
+  std::optional<bool> threadLocal;    ///< whether each thread has its own
   std::optional<Linkage> linkage;
   std::string_view file;                 ///< of the definition, relative to `Inventory::directory` if within it
-  int line = 0;                          ///< of the definition, from 1; 0 when not known
-  std::optional<std::uint64_t> address;  ///< in the executable; of a thread-local variable, the offset in the block
-  /// Bytes of the named type behind all pointers, arrays, functions and references of the type. Not known for vectors,
+  int line = 0;                          ///< of the definition, from 1; 0 if unknown
+  std::optional<std::uint64_t> address;  ///< in the executable; if thread-local, the offset in the TLS block
+  /// Bytes of the named type that is left without all pointers, arrays, functions and references. Unknown for vectors,
   /// unnamed types, and types that the variable's unit only declares.
   std::optional<std::uint64_t> namedSize;
-  bool namedIncomplete = false;  ///< that named type is one which the variable's unit only declares
-  bool endless = false;          ///< `type` is not known because there are more types in it than a text could hold
+  bool namedIncomplete = false;  ///< whether the variable's unit only declares that named type
 };
 
-/// A variable or declaration outside functions that a debugger may find by its name.
-struct NamedType {
+/// The declaration or definition of a variable outside functions, which a debugger may find by its name.
+struct Declaration {
   std::string_view name;  ///< with all scopes
-  std::string_view type;  ///< empty: not known
+  std::string_view type;  ///< empty if unknown
 };
 
 /// A section that the program has in memory.
@@ -49,7 +48,7 @@ struct Section {
   std::uint64_t size = 0;  ///< bytes
 };
 
-/// Texts that live as long as this object and do not move.
+/// Owns texts. They live as long as this object and do not move.
 class TextPool {
  public:
   TextPool();
@@ -59,9 +58,9 @@ class TextPool {
   TextPool(TextPool&&) noexcept;
   TextPool& operator=(TextPool&&) noexcept;
 
-  /// The pool's copy of `text`; equal ones are held once.
+  /// The pool's copy of `text`; equal texts are stored once.
   std::string_view intern(std::string_view text);
-  /// A copy of `text` that is not compared with others: for texts that differ mostly.
+  /// A copy of `text` without deduplication: for texts that are mostly distinct.
   std::string_view keep(std::string_view text);
 
  private:
@@ -71,37 +70,38 @@ class TextPool {
 
 /// The variables of one executable.
 struct Inventory {
-  std::string executable;  ///< as it was named when it was read
-  std::string buildId;     ///< hexadecimal; empty: none
-  std::string directory;   ///< in which its units were compiled; empty: none in common
-  /// When the program's file was last modified, in seconds since 1970; not known of a result that is read again.
+  std::string executable;  ///< its name when it was read
+  std::string buildId;     ///< hexadecimal; empty if there is none
+  std::string directory;   ///< in which its units were compiled; empty if they have none in common
+  /// When the program's file was last modified, in seconds since 1970; unknown for a result that was read back.
   std::optional<std::int64_t> modified;
-  std::vector<Section> sections;      ///< in the order of the file
-  std::vector<Variable> variables;    ///< by address, thread-local ones last
-  std::vector<NamedType> known;       ///< if asked for: all that a debugger may find by a name, with repetitions
-  std::vector<std::string> warnings;  ///< what is missing and why, one sentence each, without the executable's name
+  std::vector<Section> sections;          ///< in the order of the file
+  std::vector<Variable> variables;        ///< by address, thread-local ones last
+  std::vector<Declaration> declarations;  ///< if requested; with repetitions
+  std::vector<std::string> warnings;      ///< what is missing and why, one sentence each, without the executable's name
   TextPool texts;
 };
 
+/// How to read a program.
 struct ReadOptions {
-  bool artificial = false;  ///< also variables that the compiler made up, such as __func__
-  bool known = false;       ///< also Inventory::known
-  unsigned jobs = 1;        ///< processes that may share the reading of one program
-  /// So much debugging information is worth a process of its own.
+  bool artificial = false;    ///< include variables generated by the compiler, such as __func__
+  bool declarations = false;  ///< fill in Inventory::declarations
+  unsigned jobs = 1;          ///< maximum number of processes that read one program
+  /// Bytes of debugging information that are worth a process.
   std::uint64_t bytesOfProcess = std::uint64_t{4} << 20;
 };
 
 /// Reads the variables of the executable or shared object `path`. Throws UserError when it cannot be read or has no
-/// debugging information; what can be read in part gives warnings.
+/// debugging information. If only a part can be read, the result contains warnings.
 Inventory readInventory(const std::string& path, const ReadOptions& options);
 
-/// The declaration of `name` with a type as Variable holds it, written as gdb lists variables: "const char name[3]",
+/// The declaration of `name` with `type`, a text as in Variable::type, as gdb lists variables: "const char name[3]",
 /// "char *name", "int (*)(char) name".
 std::string declare(std::string_view type, std::string_view name);
 
-/// Removes every scope from the text of a name or type, also within template arguments: "a::B<c::D>" becomes "B<D>".
+/// Removes all scopes from the text of a name or type, also within template arguments: "a::B<c::D>" becomes "B<D>".
 std::string withoutScopes(std::string_view name);
 
-/// Takes the text of a name apart at the "::" that stand between its scopes, outermost first: those within template
-/// arguments and brackets are none, and the marks in names of operators open no brackets.
+/// Splits the text of a name at the "::" between its scopes, outermost first. A "::" within template arguments or
+/// brackets does not count, nor does a bracket in the name of an operator.
 std::vector<std::string_view> scopesOf(std::string_view name);

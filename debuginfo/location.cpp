@@ -6,7 +6,7 @@ namespace {
 
 using Kind = Location::Kind;
 
-// Reads an expression operation by operation.
+// Evaluates an expression operation by operation, as far as that is possible without running the program.
 class Evaluation {
  public:
   Evaluation(ByteCursor cursor, const DebugFile& file, const Unit& unit, const FormSizes& sizes)
@@ -31,10 +31,10 @@ class Evaluation {
         return setAddress(cursor_.fixed(sizes_.address));
       case DW_OP_addrx:
       case DW_OP_GNU_addr_index:
-        return setListed(cursor_.leb(), true);
+        return setAddress(indexedAddress(cursor_.leb()));
       case DW_OP_constx:
       case DW_OP_GNU_const_index:
-        return setListed(cursor_.leb(), false);
+        return setConstant(indexedAddress(cursor_.leb()));
       case DW_OP_const4u:
         return setConstant(cursor_.fixed(4));
       case DW_OP_const8u:
@@ -57,7 +57,7 @@ class Evaluation {
         return endPiece(cursor_.leb());
       case DW_OP_nop:
         return;
-      case DW_OP_stack_value:  // the value of an address alone is no place
+      case DW_OP_stack_value:  // the expression is the value, not its location
         narrowed_ = source_;
         isAddress_ = isComputed_ = false;
         return;
@@ -106,14 +106,14 @@ class Evaluation {
       case DW_OP_implicit_value:
         return cursor_.skip(cursor_.leb());
       default:
-        // Not known, or with operands of many kinds: what follows cannot be told apart.
+        // An unknown operation, or one with complex operands: the rest cannot be decoded.
         unreadable_ = isComputed_ || isAddress_ || pieces_ > 0;
         cursor_.skip(cursor_.left());
     }
   }
 
   void setAddress(std::uint64_t address) {
-    // A second one makes this something else than a plain place.
+    // A second address means that the location is computed from several values.
     source_.reset();
     isComputed_ = isComputed_ || hasValue_;
     value_ = base_ = address;
@@ -121,11 +121,11 @@ class Evaluation {
     hasValue_ = true;
   }
 
-  void setListed(std::uint64_t index, bool isAddress) {
-    const auto found = file_.listedAddress(unit_, index);
+  // An entry of the unit's address table, which holds constants too.
+  std::uint64_t indexedAddress(std::uint64_t index) {
+    const auto found = file_.indexedAddress(unit_, index);
     if (!found) unreadable_ = true;
-    if (found && isAddress) setAddress(*found);
-    if (found && !isAddress) setConstant(*found);
+    return found.value_or(0);
   }
 
   void setConstant(std::uint64_t value) {
@@ -144,7 +144,7 @@ class Evaluation {
       firstPiece_ = value_;
       firstBase_ = base_;
     }
-    // Pieces that follow each other are one.
+    // Adjacent pieces count as one.
     if (pieces_ > 1 && !scattered_) --pieces_;
     expected_ = value_ + size;
     hasValue_ = isAddress_ = isComputed_ = false;
@@ -159,7 +159,7 @@ class Evaluation {
   bool isComputed_ = false, unreadable_ = false;
   int pieces_ = 0;
   bool scattered_ = false;
-  std::optional<std::uint64_t> source_, narrowed_;  // where the value that is computed comes from
+  std::optional<std::uint64_t> source_, narrowed_;  // address from which the value is computed
   std::optional<std::uint64_t> firstPiece_;
   std::uint64_t firstBase_ = 0, expected_ = 0;
 };

@@ -1,4 +1,4 @@
-// Where a variable is, as far as one place can be told for the whole run of the program.
+// Evaluates the location expressions of variables with a fixed address.
 #pragma once
 
 #include <cstdint>
@@ -7,20 +7,21 @@
 #include "debuginfo/debugFile.h"
 #include "debuginfo/unitLayout.h"
 
+/// The result of evaluating a location expression.
 struct Location {
   enum class Kind {
-    None,         ///< it has no place of its own, or one in registers or on the stack
+    None,         ///< not in memory, or on the stack
     Memory,       ///< at `address`
-    ThreadLocal,  ///< at byte `address` of the block of each thread
-    Scattered,    ///< in pieces, of which the first in memory is at `address`
-    Computed,     ///< in memory, at a place that is found out only when the program runs
-    Unreadable    ///< the information is damaged
+    ThreadLocal,  ///< at offset `address` in each thread's TLS block
+    Scattered,    ///< in several pieces; the first piece in memory is at `address`
+    Computed,     ///< in memory, at an address that is known only at run time
+    Unreadable    ///< the expression is damaged or not supported
   };
   Kind kind = Kind::None;
-  std::uint64_t address = 0;  ///< as the debugging information has it
-  std::uint64_t base = 0;     ///< the address that it is relative to: where the object begins that it is a part of
-  bool isNarrowed = false;    ///< what is at `address` is smaller than the type: its value is computed from that
+  std::uint64_t address = 0;  ///< in terms of the debugging information
+  std::uint64_t base = 0;     ///< start of the object that contains it, to which the expression is relative
+  bool isNarrowed = false;    ///< the value is computed from the memory at `address`, which is smaller than the type
 };
 
-/// The location that the expression in the bytes from `cursor` on describes.
+/// Evaluates the location expression from `cursor` to its end. `sizes` are those of `unit`.
 Location evaluate(ByteCursor cursor, const DebugFile& file, const Unit& unit, const FormSizes& sizes);

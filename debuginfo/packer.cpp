@@ -8,31 +8,30 @@
 
 namespace {
 
-// A variable; its texts are given by their numbers, of which 0 is the empty one.
+// A serialized variable. Texts are replaced with their numbers; 0 is the empty text.
 struct Record {
   std::uint64_t size, address, namedSize;
   std::uint32_t name, type, section, file;
   std::int32_t line;
   std::uint32_t namespaceLength;
-  std::uint8_t linkage;  // 0: not known
+  std::uint8_t linkage;  // 0: unknown
   std::uint8_t writable, threadLocal;
-  std::uint8_t known;  // bits: which of the numbers are, and what is so
+  std::uint8_t flags;  // the bits below
 };
 constexpr std::uint8_t sizeKnown = 1;
 constexpr std::uint8_t addressKnown = 2;
 constexpr std::uint8_t namedSizeKnown = 4;
 constexpr std::uint8_t isNamedIncomplete = 8;
-constexpr std::uint8_t isEndless = 16;
 constexpr std::uint32_t namespaceUnknown = ~std::uint32_t{0};
 
-constexpr const char* notWhole = "what was read of it is not whole";
+constexpr const char* incomplete = "the result of reading it is incomplete";
 
 std::uint8_t packFlag(const std::optional<bool>& flag) { return flag ? (*flag ? 2 : 1) : 0; }
 std::optional<bool> unpackFlag(std::uint8_t packed) {
   return packed == 0 ? std::nullopt : std::optional<bool>(packed == 2);
 }
 
-// The texts of variables, each once if it is the same text in memory.
+// Numbers the texts of variables; texts that share storage get the same number.
 class TextNumbers {
  public:
   std::uint32_t numberOf(std::string_view text) {
@@ -54,11 +53,10 @@ class TextNumbers {
   std::uint32_t latest_ = 0;
 };
 
-std::uint8_t knownBits(const Variable& variable) {
+std::uint8_t flagsOf(const Variable& variable) {
   return static_cast<std::uint8_t>((variable.size ? sizeKnown : 0) | (variable.address ? addressKnown : 0) |
                                    (variable.namedSize ? namedSizeKnown : 0) |
-                                   (variable.namedIncomplete ? isNamedIncomplete : 0) |
-                                   (variable.endless ? isEndless : 0));
+                                   (variable.namedIncomplete ? isNamedIncomplete : 0));
 }
 
 Record recordOf(const Variable& variable, TextNumbers& numbers) {
@@ -66,7 +64,7 @@ Record recordOf(const Variable& variable, TextNumbers& numbers) {
   record.size = variable.size.value_or(0);
   record.address = variable.address.value_or(0);
   record.namedSize = variable.namedSize.value_or(0);
-  record.name = numbers.add(variable.name);  // hardly ever the same
+  record.name = numbers.add(variable.name);  // names are rarely shared
   record.type = numbers.numberOf(variable.type);
   record.section = numbers.numberOf(variable.section);
   record.file = numbers.numberOf(variable.file);
@@ -75,11 +73,11 @@ Record recordOf(const Variable& variable, TextNumbers& numbers) {
   record.linkage = static_cast<std::uint8_t>(variable.linkage ? static_cast<int>(*variable.linkage) + 1 : 0);
   record.writable = packFlag(variable.writable);
   record.threadLocal = packFlag(variable.threadLocal);
-  record.known = knownBits(variable);
+  record.flags = flagsOf(variable);
   return record;
 }
 
-// The number `index` of the items whose bytes are `bytes`, which need not be aligned.
+// Item `index` of an array in `bytes`, which may be unaligned.
 template <typename Item>
 Item item(std::string_view bytes, std::size_t index) {
   Item result;
@@ -88,7 +86,7 @@ Item item(std::string_view bytes, std::size_t index) {
 }
 
 std::string_view textAt(const std::vector<std::string_view>& texts, std::uint32_t number) {
-  if (number >= texts.size()) throw UserError(notWhole);
+  if (number >= texts.size()) throw UserError(incomplete);
   return texts[number];
 }
 
@@ -100,11 +98,10 @@ Variable unpackVariable(const Record& record, const std::vector<std::string_view
   variable.file = textAt(texts, record.file);
   variable.line = record.line;
   if (record.namespaceLength != namespaceUnknown) variable.namespaceLength = record.namespaceLength;
-  if ((record.known & sizeKnown) != 0) variable.size = record.size;
-  if ((record.known & addressKnown) != 0) variable.address = record.address;
-  if ((record.known & namedSizeKnown) != 0) variable.namedSize = record.namedSize;
-  variable.namedIncomplete = (record.known & isNamedIncomplete) != 0;
-  variable.endless = (record.known & isEndless) != 0;
+  if ((record.flags & sizeKnown) != 0) variable.size = record.size;
+  if ((record.flags & addressKnown) != 0) variable.address = record.address;
+  if ((record.flags & namedSizeKnown) != 0) variable.namedSize = record.namedSize;
+  variable.namedIncomplete = (record.flags & isNamedIncomplete) != 0;
   variable.writable = unpackFlag(record.writable);
   variable.threadLocal = unpackFlag(record.threadLocal);
   if (record.linkage != 0) variable.linkage = static_cast<Linkage>(record.linkage - 1);
@@ -155,14 +152,14 @@ std::uint64_t Unpacker::number() { return item<std::uint64_t>(take(sizeof(std::u
 std::string_view Unpacker::text() { return take(number()); }
 
 std::string_view Unpacker::take(std::uint64_t size) {
-  if (size > left_.size()) throw UserError(notWhole);
+  if (size > left_.size()) throw UserError(incomplete);
   const std::string_view taken = left_.substr(0, size);
   left_.remove_prefix(size);
   return taken;
 }
 
 std::string_view Unpacker::takeItems(std::uint64_t count, std::size_t size) {
-  if (count > left_.size() / size) throw UserError(notWhole);
+  if (count > left_.size() / size) throw UserError(incomplete);
   return take(count * size);
 }
 

@@ -1,5 +1,5 @@
-// Variables as bytes, for the way from one process to another of the same program. What is between them is put together
-// by those who send it.
+// Serializes variables, numbers and texts to send them between processes of the same executable. Used by findings and
+// by the front end's packed.
 #pragma once
 
 #include <cstddef>
@@ -10,13 +10,14 @@
 
 #include "debuginfo/inventory.h"
 
+/// Appends values to a byte sequence.
 class Packer {
  public:
   void number(std::uint64_t value);
   void text(std::string_view text);
-  /// Texts that are the same in memory are sent once.
+  /// Texts that share storage are written once.
   void variables(const std::vector<Variable>& variables);
-  /// All that was packed.
+  /// The bytes packed so far.
   std::string take() { return std::move(bytes_); }
 
  private:
@@ -26,10 +27,10 @@ class Packer {
   std::string bytes_;
 };
 
-/// Takes out in the same order what a Packer took. All its functions throw UserError when the bytes end before.
+/// Reads the values in the order in which a Packer wrote them. All functions throw UserError at a premature end.
 class Unpacker {
  public:
-  /// Reads from `bytes`, in which the texts that it gives lie.
+  /// Reads from `bytes`, to which the returned texts refer.
   explicit Unpacker(std::string_view bytes) : left_(bytes) {}
 
   std::uint64_t number();

@@ -13,7 +13,7 @@
 
 namespace {
 
-// The part of memory around `address` that a file is mapped to; empty when none is.
+// The mapping of a file that contains `address`; an empty range if there is none.
 std::pair<std::uintptr_t, std::uintptr_t> mappedFileAround(std::uintptr_t address) {
   LineReader lines("/proc/self/maps");
   std::string_view line;
@@ -32,8 +32,8 @@ std::pair<std::uintptr_t, std::uintptr_t> mappedFileAround(std::uintptr_t addres
 
 }  // namespace
 
-// libelf changes what it has mapped of a file only when that is an object file, which no program is.
-void PassedPages::at(const void* address) {
+// The pages may be dropped because libelf does not modify them: it does so only for object files, not for programs.
+void PassedPages::advanceTo(const void* address) {
   constexpr std::uintptr_t much = std::uintptr_t{4} << 20;
   const auto now = reinterpret_cast<std::uintptr_t>(address);
   if (now < from_ || now - from_ < much) {

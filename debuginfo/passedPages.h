@@ -1,15 +1,16 @@
-// Keeps the memory of a reader small that passes once over a file which is mapped into memory.
+// Limits the memory of a reader that makes one pass over a memory-mapped file. Used by debugFile and sharedReading.
 #pragma once
 
 #include <cstdint>
 
+/// Releases the pages of a mapped file that have been read.
 class PassedPages {
  public:
-  /// The reader is at `address` now. What it passed since the last call is given back to the system when that is much,
-  /// and both places are in the same file; the file is read again where that is looked at later.
-  void at(const void* address);
+  /// Reports that the reader has reached `address`. Releases the pages read since the last release once they are many
+  /// and belong to the same file. The system reads them again if they are accessed later.
+  void advanceTo(const void* address);
 
  private:
-  std::uintptr_t from_ = 0;             // what was passed since has not been given back
-  std::uintptr_t begin_ = 0, end_ = 0;  // of the mapped file that this is in
+  std::uintptr_t from_ = 0;             // start of the pages not yet released
+  std::uintptr_t begin_ = 0, end_ = 0;  // of the mapping that contains them
 };

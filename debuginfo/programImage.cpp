@@ -8,8 +8,7 @@
 
 namespace {
 
-// Whether `symbol` is what compilers call the variable `name`: also with a suffix (".0"), behind the name of its
-// function
+// Whether `symbol` is the symbol of the variable `name`: possibly with a suffix (".0"), after the name of its function
 // ("f.name"), or mangled.
 bool isNameOf(std::string_view symbol, std::string_view name, const char* linkageName) {
   if (linkageName != nullptr && symbol == linkageName) return true;
@@ -80,17 +79,17 @@ const ImageSection* ProgramImage::find(std::uint64_t address) const {
     const ImageSection* section = *--at;
     const std::uint64_t offset = address - section->address;
     if (offset < section->size) return last_ = section;
-    // A variable without a size may stand at the end of a section.
+    // A variable of size 0 may be at the end of a section.
     if (offset == section->size && ended == nullptr && section->size > 0) ended = section;
     if (section->size > 0) break;
   }
   return ended;
 }
 
-std::uint64_t ProgramImage::threadLocalOffset(std::uint64_t place) const {
-  const bool isAddress =
-      place >= threadLocal_.end - threadLocal_.begin && place >= threadLocal_.begin && place < threadLocal_.end;
-  return isAddress ? place - threadLocal_.begin : place;
+std::uint64_t ProgramImage::threadLocalOffset(std::uint64_t location) const {
+  const bool isAddress = location >= threadLocal_.end - threadLocal_.begin && location >= threadLocal_.begin &&
+                         location < threadLocal_.end;
+  return isAddress ? location - threadLocal_.begin : location;
 }
 
 const ImageSection* ProgramImage::findThreadLocal(std::uint64_t offset) const {
@@ -102,13 +101,13 @@ const ImageSection* ProgramImage::findThreadLocal(std::uint64_t offset) const {
 }
 
 std::optional<std::uint64_t> ProgramImage::threadLocalNamed(std::string_view name, const char* linkageName) const {
-  std::optional<std::uint64_t> place;
+  std::optional<std::uint64_t> offset;
   for (const ImageSymbol& symbol : symbols()) {
     if (!symbol.threadLocal || !isNameOf(symbol.name, name, linkageName)) continue;
-    if (place) return {};
-    place = symbol.address;
+    if (offset) return {};
+    offset = symbol.address;
   }
-  return place;
+  return offset;
 }
 
 bool ProgramImage::isWritable(const ImageSection& section, std::uint64_t address) const {
@@ -161,7 +160,7 @@ const std::vector<ImageSymbol>& ProgramImage::symbols() const {
     const int type = GELF_ST_TYPE(symbol.st_info);
     const bool isLocal = i > 0 && GELF_ST_BIND(symbol.st_info) == STB_LOCAL;
     hasLocalSymbols_ = hasLocalSymbols_ || isLocal;
-    // Each symbol of a source file stands before those that are local to it.
+    // The STT_FILE symbol of a source file precedes its local symbols.
     if (type == STT_FILE) unit = name != nullptr && *name != '\0' ? name : nullptr;
     if (name == nullptr || *name == '\0' || section == SHN_UNDEF) continue;
     if (type == STT_OBJECT || type == STT_COMMON || type == STT_TLS || type == STT_NOTYPE)

@@ -20,7 +20,7 @@ const std::string& Scopes::ofType(const Die& entry) { return named(entry).forTyp
 
 bool Scopes::isInFunction(const Die& entry) { return named(entry).inFunction; }
 
-// The scopes of the unit that `entry` is in.
+// The scopes of the unit that contains `entry`; another unit than the current one is scanned for them.
 ScopeMap& Scopes::mapOf(const Die& entry) {
   Dwarf_CU* unit = entry.raw().cu;
   if (unit == unit_) return current_.scopes;
@@ -35,7 +35,7 @@ ScopeMap& Scopes::mapOf(const Die& entry) {
   return known->second;
 }
 
-// The scope around `entry`, with its names.
+// The scope that directly contains `entry`, with its names filled in.
 ScopeMap::Scope& Scopes::named(const Die& entry) {
   ScopeMap& map = mapOf(entry);
   const ScopeMap::Id id = map.around(entry.id());
@@ -44,18 +44,18 @@ ScopeMap::Scope& Scopes::named(const Die& entry) {
 }
 
 void Scopes::name(const Die& entry, ScopeMap& map, ScopeMap::Id id) {
-  map[id].isNamed = true;  // already: damaged information may go in circles
+  map[id].isNamed = true;  // set first, because damaged information may contain cycles
   if (id == ScopeMap::global) return;
   const std::vector<Die> chain = descriptions(entry.sibling(map[id].entry));
   const char* own = firstName(chain);
-  // The scopes around it are those of what it completes.
+  // The enclosing scopes are those of the DIE that it completes.
   const ScopeMap::Scope outer = named(chain.back());
   ScopeMap::Scope& scope = map[id];
   const bool isFunction = scope.kind == EntryKind::Function;
   const bool isNamespace = scope.kind == EntryKind::Namespace;
   std::string text = own != nullptr ? withoutTags(canonicalName(own)) : isNamespace ? "(anonymous namespace)" : "";
   if (!text.empty()) text += "::";
-  const bool isElsewhere = chain.front().has(DW_AT_signature);  // in a type unit that cannot be found
+  const bool isElsewhere = chain.front().has(DW_AT_signature);  // its type unit cannot be found
   scope.inNameless = (own == nullptr && (isFunction || isElsewhere)) || outer.inNameless;
   scope.inFunction = isFunction || outer.inFunction;
   const bool isInNamespaces = outer.forVariables.empty() || outer.forVariables.size() == outer.namespaces + 2;

@@ -1,4 +1,4 @@
-// The enclosing namespaces, classes and functions of variables and types, as they stand before names.
+// The enclosing namespaces, classes and functions of variables and types, as name prefixes.
 #pragma once
 
 #include <string>
@@ -7,25 +7,26 @@
 #include "debuginfo/die.h"
 #include "debuginfo/unitScan.h"
 
+/// Names the scopes of DIEs, in the current unit and in others that it refers to.
 class Scopes {
  public:
-  /// Passes over `unit` and answers for its entries until the next call. Returns what was met.
+  /// Scans `unit`, which becomes the current unit until the next call. Returns the result of the scan.
   const UnitScan& enter(const UnitLayout& layout, const Die& unit, ScanFor purpose);
   /// The abbreviations of that unit.
   const AbbreviationTable& abbreviations() const { return *table_; }
 
-  /// What stands before the name of the variable `entry`: "ns::Class::function::". In C (not `cxx`) only functions are
-  /// scopes of variables.
+  /// The prefix of the name of the variable `entry`: "ns::Class::function::". In C (not `cxx`) only
+  /// functions are scopes.
   const std::string& ofVariable(const Die& entry, bool cxx);
-  /// The length of the namespaces at the beginning of that in C++.
+  /// The length of the namespaces at the start of that prefix in C++.
   std::uint32_t namespacesOf(const Die& entry) { return named(entry).namespaces; }
-  /// What stands before the name of the type `entry` in C++: "ns::Class::". Scopes end at functions.
+  /// The prefix of the name of the type `entry` in C++: "ns::Class::". It starts after the innermost function.
   const std::string& ofType(const Die& entry);
-  /// Whether `entry` stands within a function.
+  /// Whether `entry` is within a function.
   bool isInFunction(const Die& entry);
-  /// The same of what stands within `scope` of the unit that was entered.
+  /// Whether `scope` of the current unit is a function or within one.
   bool isInFunction(ScopeMap::Id scope) const { return current_.scopes[scope].inFunction; }
-  /// Whether one of the functions or classes around `entry` has a name that is not known.
+  /// Whether the name of a function or class around `entry` is unknown.
   bool isInNameless(const Die& entry) { return named(entry).inNameless; }
 
   UnitLayouts& layouts() { return layouts_; }
@@ -40,5 +41,5 @@ class Scopes {
   const AbbreviationTable* table_ = nullptr;
   UnitScan current_;
   Dwarf_CU* unit_ = nullptr;                         // of `current_`
-  std::unordered_map<Dwarf_CU*, ScopeMap> foreign_;  // units that entries of others referred to
+  std::unordered_map<Dwarf_CU*, ScopeMap> foreign_;  // other units that DIEs referred to
 };

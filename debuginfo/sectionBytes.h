@@ -1,4 +1,4 @@
-// The bytes of one section of an ELF file.
+// Finds sections of an ELF file and reads numbers from them.
 #pragma once
 
 #include <libelf.h>
@@ -8,20 +8,21 @@
 #include <optional>
 #include <string_view>
 
-/// The first section of `elf` behind the section `after` (null: of all) that is called `name`; null when there is none.
+/// The first section of `elf` called `name`, only after the section `after` unless that is null; null if there is none.
 Elf_Scn* findSection(Elf* elf, std::string_view name, Elf_Scn* after = nullptr);
 
-/// Unsigned numbers in the byte order of the file. Valid as long as the Elf that it was made from.
+/// The bytes of one section. Valid as long as its Elf.
 class SectionBytes {
  public:
   SectionBytes() = default;
-  /// Of the first section of `elf` called `name` that is not empty; holds nothing when there is none.
+  /// The first non-empty section of `elf` called `name`; empty if there is none.
   SectionBytes(Elf* elf, std::string_view name);
   SectionBytes(Elf* elf, Elf_Scn* section);
 
-  /// The number in the `width` bytes (at most 8) at byte `offset`; empty when they are not all within the section.
+  /// The unsigned number in the `width` bytes (at most 8) at `offset`, in the byte order of the file; empty if they are
+  /// not all within the section.
   std::optional<std::uint64_t> number(std::uint64_t offset, std::size_t width) const;
-  /// The same at the address `at` in memory.
+  /// The same for the bytes at the memory address `at`.
   std::optional<std::uint64_t> numberAt(const void* at, std::size_t width) const;
 
   const unsigned char* begin() const { return bytes_; }

@@ -13,12 +13,12 @@
 
 namespace {
 
-// Units that follow each other, and are read by one process.
+// Consecutive units, which one process reads.
 using Range = std::span<const ListedUnit>;
 
-// Numbers of ranges are sent as bytes.
+// The number of a range is sent as one byte.
 constexpr std::size_t mostRanges = UCHAR_MAX + 1;
-constexpr std::size_t rangesOfProcess = 64;  // so that all are busy until the end
+constexpr std::size_t rangesOfProcess = 64;  // many small ranges keep all processes busy until the end
 
 std::uint64_t costOf(Range units) {
   std::uint64_t cost = 0;
@@ -45,18 +45,18 @@ std::vector<Range> cut(Range units, std::size_t count) {
 Findings readRange(const DebugFile& file, Range units, VariableReader& reader, PassedPages& pages) {
   std::vector<std::string> missing;
   for (const ListedUnit& listed : units) {
-    pages.at(listed.top.addr);
+    pages.advanceTo(listed.top.addr);
     if (const std::optional<Unit> unit = file.find(listed, missing)) reader.read(*unit);
   }
-  Findings found = reader.take();
+  Findings found = reader.takeFindings();
   found.missing = std::move(missing);
   return found;
 }
 
-// The numbers of the ranges that nobody has taken yet: a pipe out of which each process takes the next one.
+// The numbers of the ranges not yet read: a pipe from which each process takes the next number.
 class RangeQueue {
  public:
-  // Empty when it cannot be made.
+  // The queue is empty if the pipe cannot be created.
   explicit RangeQueue(std::size_t count) {
     Pipe pipe;
     std::string numbers;
@@ -74,6 +74,7 @@ class RangeQueue {
   UniqueFd numbers_;
 };
 
+// Reads ranges in this process and in helpers, and merges the findings in order.
 class SharedReading {
  public:
   SharedReading(const DebugFile& file, std::vector<Range> ranges, const ReadOptions& options, TextPool& texts)
@@ -84,11 +85,11 @@ class SharedReading {
         queue_(ranges_.size()),
         parts_(ranges_.size()) {}
 
-  // `processes`: how many share the work, this one included.
+  // `processes`: their number, including this one.
   Findings run(std::size_t processes) {
     while (helpers_.size() + 1 < processes && startHelper()) continue;
     while (const auto number = queue_.take()) parts_.at(*number) = readRange(file_, ranges_[*number], reader_, pages_);
-    for (Helper& helper : helpers_) takeFrom(helper);
+    for (Helper& helper : helpers_) receiveFrom(helper);
     Findings all;
     for (std::size_t i = 0; i < ranges_.size(); ++i)
       all.append(parts_[i] ? std::move(*parts_[i]) : readRange(file_, ranges_[i], reader_, pages_));
@@ -96,7 +97,7 @@ class SharedReading {
   }
 
  private:
-  // A process that takes ranges until none is left, and then sends what it found.
+  // A process that reads ranges until none is left and then sends its findings.
   struct Helper {
     UniqueFd from;
     ForkedProcess process;
@@ -122,13 +123,13 @@ class SharedReading {
     return writeAll(out, packFindings(parts)) ? 0 : 1;
   }
 
-  void takeFrom(Helper& helper) try {
+  void receiveFrom(Helper& helper) try {
     std::string message;
     const bool isWhole = readAll(helper.from.get(), message);
     if (helper.process.await() != 0 || !isWhole) return;
     for (auto& [number, findings] : unpackFindings(texts_.keep(message))) parts_.at(number) = std::move(findings);
   } catch (const UserError&) {
-    return;  // its ranges are read here
+    return;  // run() then reads its ranges
   }
 
   const DebugFile& file_;
@@ -141,9 +142,9 @@ class SharedReading {
   std::vector<std::optional<Findings>> parts_;
 };
 
-// By how many processes it pays to read `units`.
+// The number of processes with which it is worthwhile to read `units`.
 std::size_t processesFor(Range units, const ReadOptions& options) {
-  if (options.known) return 1;  // that is not sent
+  if (options.declarations) return 1;  // packFindings does not include them
   const std::uint64_t most = costOf(units) / std::max<std::uint64_t>(1, options.bytesOfProcess);
   return std::clamp<std::uint64_t>(std::min<std::uint64_t>(options.jobs, most), 1, mostRanges);
 }

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-// Reads the header of one table (DWARF 5, section 6.2.4; in version 4 and before it has another form).
+// Reads the header of a line number table (DWARF 5, section 6.2.4; version 4 and earlier have a different format).
 class SourceFiles::Header {
  public:
   Header(const DebugSections& sections, std::uint64_t offset)
@@ -40,7 +40,7 @@ class SourceFiles::Header {
 
  private:
   void readOldLists(List& list) {
-    list.directories.push_back(nullptr);  // where the unit was compiled
+    list.directories.push_back(nullptr);  // the compilation directory
     list.files.push_back({});
     for (const char* name = cursor_.text(); *name != '\0'; name = cursor_.text()) list.directories.push_back(name);
     for (const char* name = cursor_.text(); *name != '\0'; name = cursor_.text()) {
@@ -63,7 +63,7 @@ class SourceFiles::Header {
       form = static_cast<unsigned>(cursor_.leb());
     }
     const std::uint64_t count = cursor_.leb();
-    // Each entry takes a byte, so that a damaged count ends the loop.
+    // The loop ends even if the count is damaged, because each entry takes at least a byte.
     for (std::uint64_t i = 0; i < count && !cursor_.failed() && !format.empty(); ++i) {
       File entry;
       const unsigned char* begin = cursor_.at();
@@ -119,9 +119,9 @@ std::string_view SourceFiles::name(const Die& unit, std::uint64_t number, const 
   if (!file.path.empty() || *file.name == '\0') return file.path;
   const char* compiledIn = list.compiledIn != nullptr ? list.compiledIn : directory;
   const char* within = file.directory < list.directories.size() ? list.directories[file.directory] : nullptr;
-  // A path that is absolute takes the place of what is before it.
+  // Appending an absolute path replaces the path before it.
   std::filesystem::path path(compiledIn != nullptr ? compiledIn : "");
-  // The first directory is the one that the unit was compiled in, once more: if it is relative, not one within it.
+  // Directory 0 is the compilation directory itself, so if it is relative it must not be appended to that.
   const bool isOther = file.directory > 0 || compiledIn == nullptr;
   if (within != nullptr && (isOther || *within == '/')) path /= within;
   path /= file.name;

@@ -1,5 +1,5 @@
-// The names of source files, as the tables of line numbers list them. Only the headers of these are read; libdw would
-// read the lines too.
+// The names of source files, from the headers of line number tables. libdw is not used for this because it would read
+// the line numbers too.
 #pragma once
 
 #include <cstdint>
@@ -12,20 +12,21 @@
 #include "debuginfo/inventory.h"
 #include "debuginfo/unitLayout.h"
 
+/// Looks up file names by number.
 class SourceFiles {
  public:
   SourceFiles(UnitLayouts& layouts, TextPool& texts) : layouts_(layouts), texts_(texts) {}
 
-  /// The path, without "." and "..", of the file with the number `number` in the list of `unit`, the top entry of a
-  /// unit (that of the skeleton if it was split off). `directory`: where the unit was compiled, if it does not say so
-  /// itself; may be null. Empty when there is none.
+  /// The path, without "." and "..", of file `number` in the table of the unit with the top DIE `unit` (for a split
+  /// unit, that of the skeleton). `directory`: the compilation directory to use if the unit has none; may be null.
+  /// Empty if there is no such file.
   std::string_view name(const Die& unit, std::uint64_t number, const char* directory);
 
  private:
   struct File {
     const char* name = "";
     std::uint64_t directory = 0;
-    std::string_view path;  // put together when it is first asked for
+    std::string_view path;  // built on first use
   };
   struct List {
     std::vector<const char*> directories;
@@ -38,5 +39,5 @@ class SourceFiles {
 
   UnitLayouts& layouts_;
   TextPool& texts_;
-  std::unordered_map<const void*, List> lists_;  // of the units asked for latest, by their top entries
+  std::unordered_map<const void*, List> lists_;  // cache, by the top DIEs of units
 };

@@ -1,8 +1,10 @@
+// The storage of texts for inventories, declared in inventory.h.
 #include <cstring>
 #include <unordered_set>
 
 #include "debuginfo/inventory.h"
 
+// Texts are placed one after another in large blocks, which never move.
 struct TextPool::Storage {
   static constexpr std::size_t blockSize = 1 << 16;
 

@@ -1,4 +1,4 @@
-// Spells the types of debugging information as C or C++ declares them, in gdb's words.
+// Spells types as C or C++ declares them, in the same way as gdb.
 #pragma once
 
 #include <string_view>
@@ -8,23 +8,19 @@
 #include "debuginfo/inventory.h"
 #include "debuginfo/scopes.h"
 
-struct TypeText {
-  std::string_view text;  ///< "int (*)(int)"; empty for damaged information
-  bool endless = false;   ///< there are more types within it than any text could hold
-};
-
-/// Spells types. Results are remembered by entry.
+/// Spells types. Results are cached by DIE.
 class TypeNames {
  public:
   TypeNames(Scopes& scopes, TextPool& texts) : scopes_(scopes), texts_(texts) {}
 
-  /// The text of type `type` in a unit written in C++ (`cxx`) or C.
-  const TypeText& spell(const Die& type, bool cxx);
+  /// The text of `type` in a unit in C++ (`cxx`) or C: "int (*)(int)". Empty if the debugging information is damaged,
+  /// or if the type contains too many types to spell.
+  std::string_view spell(const Die& type, bool cxx);
 
  private:
   struct Builder;
 
   Scopes& scopes_;
   TextPool& texts_;
-  std::unordered_map<const void*, TypeText> known_[2];
+  std::unordered_map<const void*, std::string_view> spelled_[2];  // in C and in C++
 };

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr int deepest = 64;  // entries on a way from one to the next; more go in circles
+constexpr int deepest = 64;  // references in a chain of DIEs; longer chains are cycles
 
 bool isQualifierOrName(int tag) {
   return tag == DW_TAG_typedef || tag == DW_TAG_const_type || tag == DW_TAG_volatile_type ||
@@ -15,7 +15,7 @@ bool isPointer(int tag) {
   return tag == DW_TAG_pointer_type || tag == DW_TAG_reference_type || tag == DW_TAG_rvalue_reference_type;
 }
 
-// The type behind names and qualifiers.
+// `type` without typedefs and qualifiers.
 Die bareType(Die type) {
   for (int depth = 0; depth < deepest && isQualifierOrName(type.tag()); ++depth) {
     const Die inner = type.reference(DW_AT_type);
@@ -25,7 +25,7 @@ Die bareType(Die type) {
   return type;
 }
 
-// The number of elements in all dimensions of an array; empty when one has no bound, or they are too many to count.
+// The number of elements in all dimensions of an array; empty if a dimension has no bound or the number overflows.
 std::optional<std::uint64_t> elementCount(const Die& array) {
   std::uint64_t count = 1;
   for (const Die& child : array.children()) {
@@ -51,8 +51,8 @@ bool hasOpenEndWithin(const Die& type, int depth) {
   return open;
 }
 
-// Size of a type that does not say its size itself, if that does not depend on another; compilers leave it out for
-// pointers. Those to members are as in the Itanium ABI, which all compilers for ELF follow.
+// The size of a type without DW_AT_byte_size, which compilers omit for pointers. Pointers to members have the sizes of
+// the Itanium ABI, which all compilers for ELF follow.
 std::optional<std::uint64_t> impliedSize(const Die& type) {
   if (isPointer(type.tag())) return type.addressSize();
   if (type.tag() != DW_TAG_ptr_to_member_type) return {};
@@ -60,7 +60,7 @@ std::optional<std::uint64_t> impliedSize(const Die& type) {
   return target && target.tag() == DW_TAG_subroutine_type ? 2 * type.addressSize() : type.addressSize();
 }
 
-// Where the dimensions of arrays begin in the language of `entry` if they do not say.
+// The lower bound of array dimensions without DW_AT_lower_bound in the language of `entry`.
 std::uint64_t defaultLowerBound(const Die& entry) {
   const Die unit = entry.unit();
   Dwarf_Die top = unit.raw();
@@ -75,7 +75,7 @@ std::optional<std::uint64_t> arrayExtent(const Die& subrange) {
   if (const auto count = subrange.number(DW_AT_count)) return count;
   const auto upper = subrange.number(DW_AT_upper_bound);
   if (!upper) return {};
-  // An array without elements has the upper bound -1, in as many bytes as the producer liked.
+  // An empty array has the upper bound -1, which producers write with various numbers of bytes.
   if (*upper == ~std::uint64_t{0} || *upper == 0xffffffff) return 0;
   return *upper + 1 - subrange.number(DW_AT_lower_bound).value_or(defaultLowerBound(subrange));
 }

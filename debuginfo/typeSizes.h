@@ -1,4 +1,4 @@
-// Sizes of types.
+// Computes the sizes of types and array dimensions.
 #pragma once
 
 #include <cstdint>
@@ -6,14 +6,15 @@
 
 #include "debuginfo/die.h"
 
-/// The number of elements that the dimension `subrange` of an array has; empty when it has no bound.
+/// The number of elements in the array dimension `subrange`; empty if it has no bound.
 std::optional<std::uint64_t> arrayExtent(const Die& subrange);
 
-/// Size of a type in bytes; empty when it has none or it cannot be told.
+/// The size of `type` in bytes; empty if it has none or it cannot be determined.
 std::optional<std::uint64_t> sizeOfType(const Die& type);
 
-/// Whether objects of this type may be larger than it is: a structure at whose end is an array without a bound.
+/// Whether objects of `type` may be larger than the type: it ends with a flexible array member.
 bool hasOpenEnd(const Die& type);
 
-/// The type behind all pointers, arrays, functions, references and qualifiers. None when that is void or a vector.
+/// The named type that is left without pointers, arrays, functions, references and qualifiers. None for void, vectors
+/// and unnamed types.
 Die namedTypeWithin(const Die& type);

@@ -7,7 +7,7 @@
 
 namespace {
 
-// The section called ".debug_`name`", also as it is called in .dwo files and when it is compressed.
+// The section ".debug_`name`", also under its names in .dwo files and in the old compressed format.
 SectionBytes debugSection(Elf* elf, const std::string& name) {
   for (const std::string& each : {".debug_" + name, ".debug_" + name + ".dwo", ".zdebug_" + name}) {
     if (SectionBytes bytes(elf, each); bytes.begin() != nullptr) return bytes;

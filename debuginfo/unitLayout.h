@@ -1,4 +1,4 @@
-// Where the bytes of a unit are, and the sizes of what stands in them.
+// Where the bytes of a unit are, and the sizes of attribute values in it.
 #pragma once
 
 #include <elfutils/libdw.h>
@@ -10,7 +10,7 @@
 #include "debuginfo/byteCursor.h"
 #include "debuginfo/sectionBytes.h"
 
-/// Sizes that depend on the header of a unit.
+/// The DWARF version and the sizes that the header of a unit determines.
 struct FormSizes {
   unsigned version = 0;
   unsigned address = 0;  ///< bytes of an address
@@ -19,10 +19,11 @@ struct FormSizes {
   bool operator==(const FormSizes&) const = default;
 };
 
+/// The byte ranges of a unit and of its abbreviation table.
 struct UnitLayout {
   FormSizes sizes;
-  const unsigned char* header = nullptr;  ///< where offsets within the unit count from
-  const unsigned char* first = nullptr;   ///< the top entry
+  const unsigned char* header = nullptr;  ///< start of the unit, to which offsets are relative
+  const unsigned char* first = nullptr;   ///< the top DIE
   const unsigned char* end = nullptr;
   const unsigned char* abbreviations = nullptr;
   const unsigned char* abbreviationsEnd = nullptr;
@@ -31,25 +32,25 @@ struct UnitLayout {
   ByteCursor cursor(const unsigned char* from) const { return {from, end, bigEndian}; }
 };
 
-/// The bytes of the sections that entries and lines stand in.
+/// The debug sections that are read directly.
 struct DebugSections {
   SectionBytes info, types, abbreviations, lines, lineTexts, texts;
 };
 
-/// Finds the layouts of units.
+/// Finds the layouts of units; caches the sections of each file.
 class UnitLayouts {
  public:
-  /// The layout of the unit with the top entry `top`; empty when its header is damaged.
+  /// The layout of the unit with the top DIE `top`; empty if its header is damaged.
   std::optional<UnitLayout> of(const Dwarf_Die& top);
-  /// The sections of the file that `unit` is in.
+  /// The sections of the file that contains `unit`.
   const DebugSections& sections(Dwarf_CU* unit);
 
  private:
   std::unordered_map<Dwarf*, DebugSections> sections_;
 };
 
-/// The bytes that a value of the form `form` takes are skipped. Forms that are not known fail.
+/// Moves `cursor` past a value of form `form`. An unknown form makes the cursor fail.
 void skipForm(unsigned form, const FormSizes& sizes, ByteCursor& cursor);
 
-/// Bytes of a value of the form `form`; -1 when it tells its length itself or is not known.
+/// The size in bytes of a value of form `form`; -1 if it varies or the form is unknown.
 int formSize(unsigned form, const FormSizes& sizes);

@@ -6,14 +6,14 @@
 
 namespace {
 
-constexpr std::size_t deepestNesting = 512;  // of entries; more is damage
+constexpr std::size_t deepestNesting = 512;  // of DIEs; more is treated as damage
 
-// Where the sibling of an entry begins whose attributes begin at `cursor`; null when they do not say.
+// The sibling of the DIE whose attributes start at `cursor`; null if its sibling attribute is damaged.
 const unsigned char* siblingOf(const UnitLayout& unit, const Abbreviation& abbreviation, ByteCursor cursor) {
   cursor.skip(abbreviation.siblingAt);
   const std::uint64_t offset = cursor.fixed(static_cast<std::size_t>(formSize(abbreviation.siblingForm, unit.sizes)));
   const auto all = static_cast<std::uint64_t>(unit.end - unit.header);
-  // One that stands before would go in circles.
+  // A sibling that does not come later would cause a cycle.
   return !cursor.failed() && offset < all && unit.header + offset > cursor.at() ? unit.header + offset : nullptr;
 }
 
@@ -83,7 +83,7 @@ bool UnitScan::isWanted(EntryKind kind, ScanFor purpose, ScopeMap::Id scope) con
   }
 }
 
-// Goes on to the children of `entry`, or, if these cannot be of interest, to its sibling.
+// Moves `cursor` to the children of `entry`, or to its sibling if the children can be skipped.
 void UnitScan::enter(const UnitLayout& unit, const AbbreviationTable& table, const Abbreviation& abbreviation,
                      const unsigned char* entry, ByteCursor& cursor) {
   if (abbreviation.siblingForm != 0) {

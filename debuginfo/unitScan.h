@@ -1,5 +1,5 @@
-// One pass over the bytes of a unit: its variables, and the scopes in it. Entries of other kinds are passed over
-// without libdw, which would look at each several times.
+// One pass over the bytes of a unit that finds its variables and scopes. It does not use libdw, which would visit each
+// DIE several times.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 #include "debuginfo/abbreviations.h"
 
-/// The scopes of a unit: its namespaces, classes and functions.
+/// The scopes of a unit (its namespaces, classes and functions) and which DIEs are directly in each.
 class ScopeMap {
  public:
   using Id = std::uint32_t;
@@ -18,24 +18,24 @@ class ScopeMap {
     Id parent = global;
     EntryKind kind = EntryKind::Other;
     const unsigned char* entry = nullptr;
-    bool isNamed = false;          // whether the rest is filled in
-    bool inFunction = false;       // it is one or is within one; known from the beginning
-    bool inNameless = false;       // of these functions or classes one has a name that is not known
-    std::uint32_t namespaces = 0;  // of `forVariables`, the bytes that are namespaces, without "::" behind them
-    std::string forVariables;      // what stands before the names of variables, "ns::f::"
-    std::string forVariablesC;     // the same in C, where functions alone are scopes
-    std::string forTypes;          // before those of types: scopes end at functions
+    bool isNamed = false;          // whether the fields below are filled in
+    bool inFunction = false;       // is a function or within one; always filled in
+    bool inNameless = false;       // the name of one of its functions or classes is unknown
+    std::uint32_t namespaces = 0;  // length of the namespaces at the start of `forVariables`, without the final "::"
+    std::string forVariables;      // prefix of the names of variables, "ns::f::"
+    std::string forVariablesC;     // the same in C, where only functions are scopes
+    std::string forTypes;          // prefix of the names of types, from the innermost function on
   };
 
   ScopeMap() { clear(); }
   void clear();
-  /// A scope within `parent` whose entry is `entry`.
+  /// Adds a scope within `parent` with the DIE `entry`.
   Id add(Id parent, EntryKind kind, const unsigned char* entry);
-  /// From `entry` on, entries stand directly within `scope`.
+  /// Records that DIEs from `entry` on are directly within `scope`.
   void change(const unsigned char* entry, Id scope) {
     if (spans_.back().scope != scope) spans_.push_back({entry, scope});
   }
-  /// The scope around `entry`.
+  /// The scope that directly contains `entry`.
   Id around(const void* entry) const;
   Scope& operator[](Id id) { return scopes_[id]; }
   const Scope& operator[](Id id) const { return scopes_[id]; }
@@ -49,25 +49,25 @@ class ScopeMap {
   std::vector<Span> spans_;
 };
 
-/// A variable that was met.
+/// A variable found in a scan.
 struct MetVariable {
-  const unsigned char* entry = nullptr;       ///< where its bytes begin
-  const unsigned char* attributes = nullptr;  ///< and those of its attributes
+  const unsigned char* entry = nullptr;       ///< start of its bytes
+  const unsigned char* attributes = nullptr;  ///< start of its attributes
   const Abbreviation* abbreviation = nullptr;
   ScopeMap::Id scope = ScopeMap::global;
 };
 
-/// What a pass is for.
+/// Which variables a scan returns: none; those with a location and defined ones outside functions; all.
 enum class ScanFor { Scopes, Located, Declared };
 
+/// A scan of a unit and its results.
 struct UnitScan {
   ScopeMap scopes;
-  /// Those with a location, and what is defined outside functions without one; for ScanFor::Declared, all, and static
-  /// members.
+  /// Those that `purpose` selects; ScanFor::Declared includes static members.
   std::vector<MetVariable> variables;
-  bool damaged = false;  ///< the pass ended early
+  bool damaged = false;  ///< the scan ended early
 
-  /// Passes over `unit`, whose abbreviations are `table`, in place of what was here before.
+  /// Scans `unit`, whose abbreviations are `table`. Replaces earlier results.
   void run(const UnitLayout& unit, const AbbreviationTable& table, ScanFor purpose);
 
  private:
@@ -75,5 +75,5 @@ struct UnitScan {
   void enter(const UnitLayout& unit, const AbbreviationTable& table, const Abbreviation& abbreviation,
              const unsigned char* entry, ByteCursor& cursor);
 
-  std::vector<ScopeMap::Id> open_;  // the scopes of the entries whose children are being read
+  std::vector<ScopeMap::Id> open_;  // for each DIE whose children are being read, the scope of these
 };

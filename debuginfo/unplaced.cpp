@@ -13,20 +13,21 @@ namespace {
 
 std::string_view withoutDirectory(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
-// Whether symbols local to `unit` say where they come from: not after optimisation at link time.
+// Whether `unit`, from an STT_FILE symbol, names a source file. After link-time optimization it does not.
 bool isSource(const char* unit) {
   const std::string_view name = unit != nullptr ? unit : "";
   return !name.empty() && !name.starts_with('<') && !name.ends_with(".o");
 }
 
-// Leaves out of `facts` what `other` contradicts.
+// Clears the fields of `facts` that differ in `other`.
 void keepCommon(Variable& facts, const Variable& other) {
   if (facts.type != other.type) facts.type = {};
   if (facts.namedSize != other.namedSize) facts.namedSize.reset();
   if (facts.file != other.file || facts.line != other.line) std::tie(facts.file, facts.line) = std::tuple("", 0);
 }
 
-bool place(const ProgramImage& image, const ImageSymbol& symbol, Variable& variable) {
+// Fills in the fields that follow from the symbol. False if the program has nothing at its address.
+bool assignSymbol(const ProgramImage& image, const ImageSymbol& symbol, Variable& variable) {
   const ImageSection* section = symbol.threadLocal ? image.findThreadLocal(symbol.address) : image.find(symbol.address);
   if (section == nullptr) return false;
   variable.address = symbol.address;
@@ -37,17 +38,17 @@ bool place(const ProgramImage& image, const ImageSymbol& symbol, Variable& varia
   return true;
 }
 
-// Candidates by the name of their symbol, or, where that is not known, of the variable.
+// Candidates by the name of their symbol, or of the variable if the symbol is unknown.
 class Candidates {
  public:
   explicit Candidates(const std::vector<UnplacedVariable>& unplaced) {
     for (const UnplacedVariable& each : unplaced) add(each);
   }
 
-  // Those that `symbol` may be of.
+  // The candidates that `symbol` may belong to; null if there are none.
   const std::vector<UnplacedVariable>* named(const ImageSymbol& symbol) const {
     std::string_view name = symbol.name;
-    // What compilers put after a name that they made unique in the whole program.
+    // Suffixes with which compilers make names unique in the whole program.
     for (const std::string_view suffix : {".lto_priv.", ".llvm."}) name = name.substr(0, name.find(suffix));
     auto found = byName_.find(std::string(name));
     if (found == byName_.end()) found = byName_.find(variableOfSymbol(name));
@@ -77,7 +78,7 @@ bool fits(const UnplacedVariable& candidate, const ImageSymbol& symbol) {
          (candidate.isOpen || variable.size.value_or(symbol.size) == symbol.size);
 }
 
-// What is certain of the variable at `symbol`; nothing when no candidate fits.
+// The fields of the variable at `symbol` on which all matching candidates agree; empty if no candidate matches.
 std::optional<Variable> factsOf(const ImageSymbol& symbol, const std::vector<UnplacedVariable>& candidates) {
   std::optional<Variable> facts;
   for (const UnplacedVariable& each : candidates) {
@@ -103,7 +104,8 @@ void placeBySymbols(const std::vector<UnplacedVariable>& unplaced, const Program
     const auto* named = symbol.size > 0 ? candidates.named(symbol) : nullptr;
     if (named == nullptr) continue;
     std::optional<Variable> facts = factsOf(symbol, *named);
-    if (facts && listed.emplace(symbol.threadLocal, symbol.address, facts->name).second && place(image, symbol, *facts))
+    if (facts && listed.emplace(symbol.threadLocal, symbol.address, facts->name).second &&
+        assignSymbol(image, symbol, *facts))
       variables.push_back(*facts);
   }
 }

@@ -1,6 +1,5 @@
-// Variables that are defined, but without a place: most were optimised away. Of some the compiler recorded the value
-// alone, or merged them with an equal constant, and the program has them in memory all the same. The symbols tell
-// which.
+// Variables that are defined but have no location. Most were optimized away. Some are still in memory although the
+// compiler recorded only their value or merged them with an equal constant; the symbol table shows which.
 #pragma once
 
 #include <string_view>
@@ -9,13 +8,14 @@
 #include "debuginfo/inventory.h"
 #include "debuginfo/programImage.h"
 
+/// A defined variable without a location.
 struct UnplacedVariable {
   Variable variable;        ///< without an address
-  std::string_view symbol;  ///< the name of its symbol; empty: not known
-  std::string_view unit;    ///< the name of the source file that its unit was compiled from
-  bool isOpen = false;      ///< it may be larger than its type
+  std::string_view symbol;  ///< the name of its symbol; empty if unknown
+  std::string_view unit;    ///< the source file of its unit
+  bool isOpen = false;      ///< whether it may be larger than its type
 };
 
-/// Adds those of `unplaced` that have a symbol in `image` to `variables`, which holds all others.
+/// Adds those of `unplaced` that have a symbol in `image` to `variables`, which must contain all other variables.
 void placeBySymbols(const std::vector<UnplacedVariable>& unplaced, const ProgramImage& image,
                     std::vector<Variable>& variables);

@@ -13,19 +13,18 @@ namespace {
 using Kind = Location::Kind;
 
 bool isLanguageC(int language) {
-  // The last two are C17 and C23, which libdw's header does not name yet.
+  // The last two are C17 and C23, which this version of libdw does not define.
   constexpr std::array<int, 6> languagesOfC{DW_LANG_C89, DW_LANG_C, DW_LANG_C99, DW_LANG_C11, 0x2c, 0x3e};
   return std::find(languagesOfC.begin(), languagesOfC.end(), language) != languagesOfC.end();
 }
 
-// Makes room for `count` more, which memory is touched only for as many as there will be.
+// Reserves capacity for `count` more variables. Unused capacity costs nothing, as its memory is never touched.
 void reserveMore(std::vector<Variable>& variables, std::size_t count) {
   const std::size_t wanted = variables.size() + count;
   if (wanted > variables.capacity()) variables.reserve(std::max(wanted, 2 * variables.capacity()));
 }
 
-// Whether the references of a unit that was split off lead nowhere, as those which gcc writes when it optimises at link
-// time do.
+// Whether the references in a split unit are dangling, as those from gcc with link-time optimization are.
 bool isBrokenSplit(const Unit& unit) {
   const char* producer = unit.top.id() != unit.skeleton.id() ? unit.top.text(DW_AT_producer) : nullptr;
   return producer != nullptr && std::string_view(producer).starts_with("GNU GIMPLE");
@@ -41,11 +40,11 @@ void VariableReader::read(const Unit& unit) {
   noteDirectory(unit);
   if (unit.top.id() != unit.skeleton.id()) skeletons_.emplace(unit.top.id(), unit.skeleton);
   const bool isType = unit.top.tag() == DW_TAG_type_unit;
-  if (isType && !options_.known) return;  // no variable has its place there
+  if (isType && !options_.declarations) return;  // type units define no variables
   if (isBrokenSplit(unit)) {
     return found_.warnings.append(
-        {"variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; "
-         "link without -gsplit-dwarf"});
+        {"variables are missing: with both -flto and -gsplit-dwarf, gcc loses their names and types; link without "
+         "-gsplit-dwarf"});
   }
   const auto layout = scopes_.layouts().of(unit.top.raw());
   const char* name = unit.top.text(DW_AT_name);
@@ -57,12 +56,12 @@ void VariableReader::read(const Unit& unit) {
   filesOfUnit_.clear();
   Dwarf_Die top = unit.top.raw();
   cxx_ = !isLanguageC(dwarf_srclang(&top));
-  const UnitScan& scan = scopes_.enter(layout_, unit.top, options_.known ? ScanFor::Declared : ScanFor::Located);
+  const UnitScan& scan = scopes_.enter(layout_, unit.top, options_.declarations ? ScanFor::Declared : ScanFor::Located);
   reserveMore(found_.variables, scan.variables.size());
   for (const MetVariable& met : scan.variables) readVariable(met);
   if (scan.damaged)
-    found_.warnings.append({std::string("the debugging information is damaged, so variables may be missing: of ") +
-                            (name != nullptr ? name : "a unit without a name")});
+    found_.warnings.append({std::string("the debugging information is damaged, so variables may be missing: unit ") +
+                            (name != nullptr ? name : "without a name")});
 }
 
 void VariableReader::noteDirectory(const Unit& unit) {
@@ -75,7 +74,7 @@ void VariableReader::noteDirectory(const Unit& unit) {
 void VariableReader::readVariable(const MetVariable& met) {
   ByteCursor cursor = layout_.cursor(met.attributes);
   const RawEntry raw = scopes_.abbreviations().read(*met.abbreviation, cursor);
-  if (options_.known) noteKnown(met, raw);
+  if (options_.declarations) noteDeclaration(met, raw);
   if (met.abbreviation->kind == EntryKind::Declared) return;
   Location location = locationOf(raw);
   if (location.kind == Kind::None) return noteUnplaced(met, raw);
@@ -83,27 +82,27 @@ void VariableReader::readVariable(const MetVariable& met) {
   const ImageSection* section = nullptr;
   if (location.kind == Kind::Memory || location.kind == Kind::Scattered) {
     section = file_.image().find(file_.toExecutable(location.address));
-    if (section == nullptr) return;  // the linker threw it away
+    if (section == nullptr) return;  // the linker discarded it
   } else if (location.kind == Kind::ThreadLocal) {
     section = file_.image().findThreadLocal(location.address);
     if (section == nullptr && location.base == 0) return;
   }
   Entry entry = entryOf(met, raw);
   if (location.kind == Kind::ThreadLocal && section == nullptr) {
-    // Some compilers forget the bias that their platform has for offsets.
-    const auto place = file_.image().threadLocalNamed(entry.name, entry.linkageName);
-    if (place) location.address = *place;
+    // Some compilers do not apply the TLS offset bias of their platform.
+    const auto offset = file_.image().threadLocalNamed(entry.name, entry.linkageName);
+    if (offset) location.address = *offset;
     section = file_.image().findThreadLocal(location.address);
   }
   if (entry.name.empty()) entry.name = nameBySymbol(entry, location);
-  // Without a symbol it may as well be a copy of another variable.
+  // Without a symbol it could also be a copy of another variable.
   if (location.isNarrowed &&
       !file_.image().hasNameAt(file_.toExecutable(location.address), false, entry.name, entry.linkageName))
     return;
-  list(entry, location, section);
+  addVariable(entry, location, section);
 }
 
-// Keeps what is defined outside functions although it has no place: the symbols may know one.
+// Records a variable that is defined outside functions without a location: the symbol table may have its address.
 void VariableReader::noteUnplaced(const MetVariable& met, const RawEntry& raw) {
   if (raw[Slot::Declaration].form != 0 || scopes_.isInFunction(met.scope)) return;
   const Entry entry = entryOf(met, raw);
@@ -115,7 +114,7 @@ void VariableReader::noteUnplaced(const MetVariable& met, const RawEntry& raw) {
                              unit != nullptr ? unit : "", typeOf(entry).open});
 }
 
-// The location of an entry; lists of locations, of which each is one for a part of the code, count as none.
+// The location of a DIE. A location list, which applies to ranges of code, counts as none.
 Location VariableReader::locationOf(const RawEntry& raw) const {
   const RawValue& value = raw[Slot::Location];
   ByteCursor cursor = layout_.cursor(value.at);
@@ -165,16 +164,16 @@ VariableReader::Entry VariableReader::entryOf(const MetVariable& met, const RawE
   return entry;
 }
 
-// Whether an attribute says yes: of the entry, or of what it completes.
+// Whether a flag is set in the DIE or in one that it completes.
 bool VariableReader::isSet(const Entry& entry, Slot slot, unsigned name) const {
   const RawValue& value = entry.raw[slot];
   if (value.form == DW_FORM_flag_present || (value.form == DW_FORM_flag && *value.at != 0)) return true;
   return std::any_of(entry.completed.begin(), entry.completed.end(), [name](const Die& die) { return die.flag(name); });
 }
 
-void VariableReader::list(Entry& entry, const Location& location, const ImageSection* section) {
-  if (entry.name.empty() && location.kind == Kind::Memory && listMembers(entry, location, section)) return;
-  if (isLeftOut(entry, location, section)) return;
+void VariableReader::addVariable(Entry& entry, const Location& location, const ImageSection* section) {
+  if (entry.name.empty() && location.kind == Kind::Memory && addMembers(entry, location, section)) return;
+  if (isOmitted(entry, location, section)) return;
   Variable variable;
   if (section != nullptr) variable.section = section->name;
   if (section != nullptr) variable.writable = file_.image().isWritable(*section, file_.toExecutable(location.address));
@@ -186,9 +185,8 @@ void VariableReader::list(Entry& entry, const Location& location, const ImageSec
   found_.variables.push_back(variable);
 }
 
-// Lists the members of an unnamed union in place of the variable that it is to some compilers. False when `entry` is
-// none.
-bool VariableReader::listMembers(const Entry& entry, const Location& location, const ImageSection* section) {
+// Adds the members of an unnamed union, which some compilers describe as a variable. False if `entry` is not one.
+bool VariableReader::addMembers(const Entry& entry, const Location& location, const ImageSection* section) {
   constexpr int deepest = 8;
   const Die type = typeEntry(entry);
   const bool isUnnamed = type && type.name() == nullptr &&
@@ -200,33 +198,33 @@ bool VariableReader::listMembers(const Entry& entry, const Location& location, c
     Entry member{.die = child, .raw = {}, .completed = {child, entry.die}, .inFunction = entry.inFunction, .name = {}};
     member.completed.insert(member.completed.end(), entry.completed.begin(), entry.completed.end());
     if (const char* name = child.name()) member.name = name;
-    Location place = location;
-    place.address += child.number(DW_AT_data_member_location).value_or(0);
-    list(member, place, section);
+    Location memberLocation = location;
+    memberLocation.address += child.number(DW_AT_data_member_location).value_or(0);
+    addVariable(member, memberLocation, section);
   }
   --unionDepth_;
   return true;
 }
 
-// Whether a variable does not belong in the list; one that the program has in memory is then named in a warning.
-bool VariableReader::isLeftOut(const Entry& entry, const Location& location, const ImageSection* section) {
+// Whether a variable is not listed. If the program has it in memory, adds a warning.
+bool VariableReader::isOmitted(const Entry& entry, const Location& location, const ImageSection* section) {
   if (entry.raw[Slot::Declaration].form != 0) return true;
   if (!options_.artificial && isSet(entry, Slot::Artificial, DW_AT_artificial)) return true;
   if (location.kind == Kind::Computed || location.kind == Kind::Unreadable) {
-    found_.warnings.add(location.kind == Kind::Computed ? "only the running program can tell the place"
-                                                        : "the place cannot be read from the debugging information",
+    found_.warnings.add(location.kind == Kind::Computed ? "the address is known only at run time"
+                                                        : "the location expression cannot be read",
                         about(entry));
     return true;
   }
   const bool threadLocal = location.kind == Kind::ThreadLocal;
   if (entry.name.empty()) {
-    // The constants that some compilers describe like variables: texts in quotes.
+    // Some compilers describe string literals as variables.
     if (!threadLocal && section != nullptr && !section->writable && entry.linkageName == nullptr) return true;
     found_.nameless.emplace_back(location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0,
                                  about(entry));
     return true;
   }
-  // What the linker threw away is said to be at 0, where there may be something else.
+  // Variables that the linker discarded have the address 0, where there may be another variable.
   return location.base == 0 &&
          !file_.image().mayBeAt(threadLocal ? location.address : file_.toExecutable(location.address), threadLocal,
                                 entry.name, entry.linkageName);
@@ -235,11 +233,10 @@ bool VariableReader::isLeftOut(const Entry& entry, const Location& location, con
 void VariableReader::describe(const Entry& entry, const Location& location, Variable& variable) {
   const TypeFacts& type = typeOf(entry);
   variable.type = type.text;
-  variable.endless = type.endless;
   variable.namedSize = type.namedSize;
   variable.namedIncomplete = type.namedIncomplete;
-  // The size of the type counts, unless it has an open end: then that of the symbol, which is no better otherwise (some
-  // compilers add a margin to it).
+  // Prefer the size of the type, as some compilers pad the size of the symbol; but if the type ends with a flexible
+  // array, only the symbol has the size.
   if (!type.open && !location.isNarrowed) variable.size = type.size;
   if (!variable.size && variable.address)
     variable.size =
@@ -248,7 +245,7 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
   variable.linkage = entry.inFunction                               ? Linkage::Function
                      : isSet(entry, Slot::External, DW_AT_external) ? Linkage::External
                                                                     : Linkage::Internal;
-  const Place place = placeOf(entry);
+  const SourceLocation place = sourceLocationOf(entry);
   variable.file = place.file;
   variable.line = place.line;
   variable.name = fullName(entry, variable);
@@ -268,7 +265,7 @@ std::string_view VariableReader::fullName(const Entry& entry, Variable& variable
                      templateArguments(entry.name, entry.linkageName));
 }
 
-// The name of the variable whose parts a structured binding names, which the symbol alone has. Empty when it is none.
+// The name of the variable of a structured binding, which only its symbol has. Empty if it is not one.
 std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location& location) {
   if (!cxx_ || location.kind != Kind::Memory) return {};
   for (const std::string_view symbol : symbolsOf(entry, file_.toExecutable(location.address), false)) {
@@ -277,8 +274,8 @@ std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location
   return {};
 }
 
-// Scopes that the debugging information does not know: namespaces in DWARF 2, functions that were inlined everywhere
-// (of which some compilers say nothing else), classes whose description is missing.
+// Scopes that are missing from the debugging information: namespaces in DWARF 2, functions that were inlined everywhere
+// (some compilers omit them), and classes whose type unit is missing.
 std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, const Variable& variable) const {
   if (!variable.address) return {};
   for (const std::string_view symbol : symbolsOf(entry, *variable.address, *variable.threadLocal)) {
@@ -287,16 +284,16 @@ std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, co
   return {};
 }
 
-// The names of the symbols of a variable: that which its entry tells, or those at its address.
+// The names of the symbols of a variable: its linkage name, or else those at its address.
 std::vector<std::string_view> VariableReader::symbolsOf(const Entry& entry, std::uint64_t address,
                                                         bool threadLocal) const {
   if (entry.linkageName != nullptr) return {entry.linkageName};
   return file_.image().symbolNames(address, threadLocal);
 }
 
-// A definition says only what differs from the declaration that it completes: often the line, but not the file.
-VariableReader::Place VariableReader::placeOf(const Entry& entry) {
-  Place place;
+// A definition has only the attributes that differ from its declaration: often the line, but not the file.
+VariableReader::SourceLocation VariableReader::sourceLocationOf(const Entry& entry) {
+  SourceLocation place;
   place.line = static_cast<int>(number(entry.raw[Slot::Line]).value_or(0));
   if (const auto file = number(entry.raw[Slot::File])) place.file = ownFile(*file);
   for (const Die& die : entry.completed) {
@@ -308,14 +305,14 @@ VariableReader::Place VariableReader::placeOf(const Entry& entry) {
   return place;
 }
 
-// The file with this number in the list of the unit that is being read.
+// The file `number` of the current unit.
 std::string_view VariableReader::ownFile(std::uint64_t number) {
   const auto [known, isNew] = filesOfUnit_.try_emplace(number);
   if (isNew) known->second = fileOf(unit_->top, number);
   return known->second;
 }
 
-// The file with this number in the list of `unit`, which is that of the skeleton if the unit was split off.
+// The file `number` of `unit`; for a split unit, the skeleton has the line number table.
 std::string_view VariableReader::fileOf(const Die& unit, std::uint64_t number) {
   const auto split = skeletons_.find(unit.id());
   return files_.name(split != skeletons_.end() ? split->second : unit, number, unit_->skeleton.text(DW_AT_comp_dir));
@@ -329,7 +326,7 @@ Die VariableReader::typeEntry(const Entry& entry) {
   return {};
 }
 
-// Most variables name an entry of their own unit, which is known by its place.
+// Fast path: most variables refer to a type in their own unit, which is cached by its offset.
 const VariableReader::TypeFacts& VariableReader::typeOf(const Entry& entry) {
   const RawValue& value = entry.raw[Slot::Type];
   if (value.form != DW_FORM_ref4 || value.at == nullptr) return facts(typeEntry(entry));
@@ -344,9 +341,7 @@ const VariableReader::TypeFacts& VariableReader::facts(const Die& type) {
   const auto [known, isNew] = facts_[cxx_ ? 1 : 0].try_emplace(type.id());
   TypeFacts& result = known->second;
   if (!isNew) return result;
-  const TypeText& spelled = types_.spell(type, cxx_);
-  result.text = spelled.text;
-  result.endless = spelled.endless;
+  result.text = types_.spell(type, cxx_);
   result.size = sizeOfType(type);
   result.open = hasOpenEnd(type);
   if (const Die named = namedTypeWithin(type)) {
@@ -356,22 +351,22 @@ const VariableReader::TypeFacts& VariableReader::facts(const Die& type) {
   return result;
 }
 
-void VariableReader::noteKnown(const MetVariable& met, const RawEntry& raw) {
+void VariableReader::noteDeclaration(const MetVariable& met, const RawEntry& raw) {
   const Die die = unit_->top.sibling(met.entry);
   if (die.tag() == DW_TAG_member && raw[Slot::Declaration].form == 0) return;
   const Entry entry = entryOf(met, raw);
   if (entry.inFunction || entry.name.empty()) return;
   const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
-  found_.known.push_back(
+  found_.declarations.push_back(
       {texts_.intern(scopes_.ofVariable(outermost, cxx_) + std::string(entry.name)), typeOf(entry).text});
 }
 
-// What a warning calls a variable.
+// The description of a variable in warnings.
 std::string VariableReader::about(const Entry& entry) {
-  const Place place = placeOf(entry);
+  const SourceLocation place = sourceLocationOf(entry);
   std::string result(entry.name);
   const std::string_view type = typeOf(entry).text;
-  if (result.empty()) result = type.empty() ? "one without a type" : "one of type " + std::string(type);
+  if (result.empty()) result = type.empty() ? "a variable of unknown type" : "a variable of type " + std::string(type);
   if (!place.file.empty()) result += " (" + std::string(place.file) + ":" + std::to_string(place.line) + ")";
   return result;
 }

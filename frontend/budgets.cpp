@@ -19,7 +19,7 @@ constexpr std::string_view everyWritable = "*";
 
 bool isBlank(char character) { return character == ' ' || character == '\t' || character == '\r'; }
 
-// The words of a line before its comment. A backslash keeps a blank, or a '#', within a word.
+// The words of a line before its comment. A backslash makes the next character, such as a space or '#', part of a word.
 std::vector<std::string> wordsOf(std::string_view line) {
   std::vector<std::string> words;
   bool inWord = false;
@@ -39,16 +39,16 @@ std::vector<std::string> wordsOf(std::string_view line) {
 
 Budget budgetOf(const std::vector<std::string>& words, std::size_t line) {
   if (words.size() != 3) {
-    throw UsageError("a budget is a pattern of files, a section and a limit, such as: src/net/** .bss 64K");
+    throw UsageError("a budget consists of a file pattern, a section and a limit, for example: src/net/** .bss 64K");
   }
   const std::optional<std::uint64_t> limit = parseBytes(words[2]);
-  if (!limit) throw UsageError("\"" + words[2] + "\" is not a limit: a number of bytes, also with K or M");
+  if (!limit) throw UsageError("invalid limit \"" + words[2] + "\": expected a number of bytes, also with K or M");
   return {line, words[0], PathPattern(words[0]), words[1], *limit};
 }
 
 std::string place(const std::string& path, std::size_t line) { return path + ":" + std::to_string(line) + ": "; }
 
-// The directory that holds the file `path`, with a '/' at its end.
+// The directory of the file `path`, with a trailing '/'.
 std::string directoryOf(const std::string& path) {
   std::error_code error;
   std::string directory = std::filesystem::canonical(path, error).parent_path().string();
@@ -56,41 +56,41 @@ std::string directoryOf(const std::string& path) {
   return directory;
 }
 
-// Whether a budget's pattern stands for a file; each file is compared once.
+// Matches files against the pattern of a budget; caches the results.
 class FileMatcher {
  public:
-  // Files in `directory` are compared by their names in it.
+  // Absolute file names within `directory` also match relative to it.
   FileMatcher(const Budget& budget, const std::string& directory) : pattern_(budget.files), directory_(directory) {}
 
-  // `file` is empty when it is not known.
+  // `file`: empty if unknown.
   bool matches(std::string_view file) {
     if (file.empty() || pattern_.isEverything()) return pattern_.isEverything();
-    const auto [at, isNew] = known_.try_emplace(file, false);
-    if (isNew) at->second = matchesAnew(file);
+    const auto [at, isNew] = results_.try_emplace(file, false);
+    if (isNew) at->second = matchesUncached(file);
     return at->second;
   }
 
  private:
-  bool matchesAnew(std::string_view file) const {
+  bool matchesUncached(std::string_view file) const {
     if (pattern_.matches(file)) return true;
     return file.starts_with(directory_) && pattern_.matches(file.substr(directory_.size()));
   }
 
   const PathPattern& pattern_;
   const std::string& directory_;
-  std::unordered_map<std::string_view, bool> known_;
+  std::unordered_map<std::string_view, bool> results_;
 };
 
 bool isOfSection(const Budget& budget, const Variable& variable) {
   return budget.section == everyWritable ? isMutable(variable) : variable.section == budget.section;
 }
 
-// Holds all programs against one budget.
+// Checks all programs against one budget.
 class BudgetCheck {
  public:
   BudgetCheck(const Budget& budget, const std::string& directory) : budget_(budget), files_(budget, directory) {}
 
-  // The bytes of those among `rows`, all of one program, that the budget is about.
+  // The bytes of those of `rows`, which belong to one program, that the budget applies to.
   std::uint64_t bytesOf(const std::vector<Row>& rows) {
     std::vector<Row> counted;
     for (const Row& row : rows) {
@@ -102,10 +102,10 @@ class BudgetCheck {
     return sum.bytes;
   }
 
-  // What is to be said of the budget once all programs have been counted; empty: nothing.
+  // A note for the user once all programs have been counted; empty if there is nothing to report.
   std::string note() const {
     const std::string what = budget_.pattern + " " + budget_.section;
-    if (variables_ == 0) return what + " stands for no variable";
+    if (variables_ == 0) return what + " matches no variable";
     if (unsized_ == 0) return "";
     return what + ": " + counted(unsized_, "variable") + " of unknown size count as 0 bytes";
   }
@@ -129,41 +129,41 @@ std::vector<std::vector<Row>> rowsOfEach(const std::vector<const Inventory*>& pr
   return parts;
 }
 
-// What is said of variables without a file that budgets for files could be about; empty: there are none.
+// A note about variables of unknown file that a budget for files might apply to; empty if there are none.
 std::string noteOnFiles(const std::vector<Budget>& budgets, const std::vector<Row>& rows) {
-  std::vector<Row> homeless;
+  std::vector<Row> withoutFile;
   for (const Row& row : rows) {
     const auto misses = [&](const Budget& budget) {
       return !budget.files.isEverything() && isOfSection(budget, *row.variable);
     };
-    if (row.variable->file.empty() && std::any_of(budgets.begin(), budgets.end(), misses)) homeless.push_back(row);
+    if (row.variable->file.empty() && std::any_of(budgets.begin(), budgets.end(), misses)) withoutFile.push_back(row);
   }
-  if (homeless.empty()) return "";
-  const Sum sum = sumOf(homeless);
-  return counted(sum.variables, "variable") + " of unknown file, " + counted(sum.bytes, "byte") +
-         ": only the patterns * and ** count them";
+  if (withoutFile.empty()) return "";
+  const Sum sum = sumOf(withoutFile);
+  return counted(sum.variables, "variable") + " of unknown file (" + counted(sum.bytes, "byte") +
+         "): only the patterns * and ** match them";
 }
 
 }  // namespace
 
 const std::array<Field<Excess>, 6> excessFields{{
-    {{"executable", "Executable", Kind::Text, "the program"},
+    {{"executable", "Executable", Kind::Text, "the program that exceeds the budget"},
      [](const Excess& excess) {
        return Value{true, excess.program->executable};
      }},
-    {{"pattern", "Pattern", Kind::Text, "of files"},
+    {{"pattern", "Pattern", Kind::Text, "the file pattern"},
      [](const Excess& excess) {
        return Value{true, excess.budget->pattern};
      }},
-    {{"section", "Section", Kind::Text, "of the variables; *: what the program may change"},
+    {{"section", "Section", Kind::Text, "the section; *: all writable and thread-local variables"},
      [](const Excess& excess) {
        return Value{true, excess.budget->section};
      }},
-    {{"bytes", "Bytes", Kind::Bytes, "of the variables"},
+    {{"bytes", "Bytes", Kind::Bytes, "bytes of the variables that the budget applies to"},
      [](const Excess& excess) {
        return Value{true, {}, excess.bytes};
      }},
-    {{"limit", "Limit", Kind::Bytes, "that the budget sets"},
+    {{"limit", "Limit", Kind::Bytes, "the limit in bytes"},
      [](const Excess& excess) {
        return Value{true, {}, excess.budget->limit};
      }},
@@ -175,7 +175,7 @@ const std::array<Field<Excess>, 6> excessFields{{
 
 std::vector<Budget> readBudgets(const std::string& path) {
   LineReader reader(path.c_str());
-  if (!reader.isOpen()) throw UsageError(path + ": cannot be opened: " + std::strerror(errno));
+  if (!reader.isOpen()) throw UsageError(path + ": cannot open: " + std::strerror(errno));
   std::vector<Budget> budgets;
   std::size_t number = 0;
   for (std::string_view line; reader.next(line);) {
@@ -187,8 +187,8 @@ std::vector<Budget> readBudgets(const std::string& path) {
       throw UsageError(place(path, number) + error.what());
     }
   }
-  if (reader.foundOverlongLine()) throw UsageError(place(path, number + 1) + "the line is too long");
-  if (reader.failed()) throw UsageError(path + ": cannot be read: " + std::strerror(errno));
+  if (reader.foundOverlongLine()) throw UsageError(place(path, number + 1) + "line too long");
+  if (reader.failed()) throw UsageError(path + ": cannot read: " + std::strerror(errno));
   return budgets;
 }
 
@@ -209,7 +209,7 @@ CheckResult checkBudgets(const std::vector<Budget>& budgets, const std::string& 
   for (std::size_t i = 0; i < budgets.size(); ++i) {
     if (std::string note = checks[i].note(); !note.empty()) result.notes.push_back(place(path, budgets[i].line) + note);
   }
-  if (budgets.empty()) result.notes.push_back(path + ": there is no budget in it");
+  if (budgets.empty()) result.notes.push_back(path + ": contains no budgets");
   if (std::string note = noteOnFiles(budgets, rows); !note.empty()) result.notes.push_back(path + ": " + note);
   return result;
 }

@@ -1,4 +1,4 @@
-// Limits for the bytes that variables may take, by file and section: what follows --check.
+// Budgets: limits on the bytes that variables may take, by file and section. Used by `list --check`.
 #pragma once
 
 #include <array>
@@ -9,37 +9,36 @@
 #include "frontend/fields.h"
 #include "frontend/pathPattern.h"
 
-/// A line of a file of budgets: `src/net/** .bss 64K`.
+/// A line of a budget file: `src/net/** .bss 64K`.
 struct Budget {
-  std::size_t line;     ///< its number
-  std::string pattern;  ///< as it is written
+  std::size_t line;     ///< its number, from 1
+  std::string pattern;  ///< as written in the file
   PathPattern files;
-  std::string section;  ///< "*": all that the program may change
+  std::string section;  ///< "*": all writable and thread-local variables
   std::uint64_t limit;  ///< bytes
 };
 
-/// The budgets in the file `path`: three words on a line, the limit also with K or M; a blank in a pattern is written
-/// "\ ", and '#' begins a comment. Throws UsageError, with the number of the line, when it cannot be understood.
+/// Reads the budgets in the file `path`: three words on a line, the limit also with K or M; a space in a pattern is
+/// written "\ ", and '#' starts a comment. Throws UsageError, which names the line, when the file is malformed.
 std::vector<Budget> readBudgets(const std::string& path);
 
-/// A budget that a program does not keep.
+/// A budget that a program exceeds.
 struct Excess {
   const Inventory* program;
   const Budget* budget;
-  std::uint64_t bytes;  ///< those that several variables share counted once
+  std::uint64_t bytes;  ///< used; bytes that several variables share count once
 };
 
 /// The fields of an Excess.
 extern const std::array<Field<Excess>, 6> excessFields;
 
-/// What a check found.
+/// The result of a check.
 struct CheckResult {
   std::vector<Excess> excesses;    ///< in the order of the programs, then of the budgets
-  std::vector<std::string> notes;  ///< what the user should know of how it was counted
+  std::vector<std::string> notes;  ///< what the user should know about the counting, one sentence each
 };
 
-/// Holds the variables `rows` of `programs`, in their order, against `budgets` from the file `path`. Each program has
-/// to keep each budget by itself.
-/// A file that is absolute fits also as it is seen from the directory of `path`.
+/// Checks the variables `rows` of `programs`, in the order of the programs, against `budgets`, which were read from the
+/// file `path`. Each program is checked separately. Absolute file names also match relative to the directory of `path`.
 CheckResult checkBudgets(const std::vector<Budget>& budgets, const std::string& path,
                          const std::vector<const Inventory*>& programs, const std::vector<Row>& rows);

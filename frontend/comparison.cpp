@@ -15,12 +15,12 @@ constexpr std::string_view percentSign = "%";
 
 bool differ(std::string_view a, std::string_view b) { return !a.empty() && !b.empty() && a != b; }
 
-// None: nothing has changed that counts.
+// Empty when no relevant property has changed.
 std::optional<ChangeClass> classOf(const Variable& before, const Variable& after) {
   const bool sizesDiffer = before.size && after.size && before.size != after.size;
   if (differ(before.type, after.type)) {
-    const bool boundsAlone = sizesDiffer && withoutBounds(before.type) == withoutBounds(after.type);
-    if (!boundsAlone) return ChangeClass::Type;
+    const bool onlyBoundsDiffer = sizesDiffer && withoutBounds(before.type) == withoutBounds(after.type);
+    if (!onlyBoundsDiffer) return ChangeClass::Type;
   }
   if (sizesDiffer) return *before.size < *after.size ? ChangeClass::Grown : ChangeClass::Shrunk;
   if (differ(before.section, after.section)) return ChangeClass::Moved;
@@ -39,13 +39,13 @@ std::optional<Row> copyOf(const Row* row) { return row != nullptr ? std::optiona
 
 bool isUndecided(const Row& row) { return !isMutable(*row.variable) && !row.variable->writable; }
 
-// What is not known to have been constant is not new.
+// Whether a variable became mutable. One that may have been mutable before does not count.
 bool isNewlyMutable(const Row* before, const Row* after) {
   if (after == nullptr || !isMutable(*after->variable)) return false;
   return before == nullptr || !(isMutable(*before->variable) || isUndecided(*before));
 }
 
-// The variables of one build.
+// The variables of one build, and which of them count in the totals.
 class Side {
  public:
   explicit Side(const std::vector<const Inventory*>& programs)
@@ -53,7 +53,7 @@ class Side {
 
   const std::vector<Row>& rows() const { return rows_; }
 
-  // Counts the variable `number`; `sized`: its bytes can be compared.
+  // Counts the variable `number`; its bytes only if `sized`, that is, if its size is known on both sides.
   void count(std::size_t number, bool sized) { uses_[number] = sized ? Use::Sized : Use::Unsized; }
 
   Total total() const {
@@ -79,6 +79,7 @@ class Side {
   std::vector<Use> uses_;
 };
 
+// Pairs the variables of two builds and collects what has changed.
 class Comparer {
  public:
   Comparer(const std::vector<const Inventory*>& before, const std::vector<const Inventory*>& after,
@@ -87,13 +88,13 @@ class Comparer {
 
   Comparison run() {
     const std::vector<std::size_t> partners = matchRows(before_.rows(), after_.rows());
-    std::vector<bool> isKnown(after_.rows().size());
+    std::vector<bool> isPaired(after_.rows().size());
     for (std::size_t i = 0; i < partners.size(); ++i) {
-      take(i, partners[i]);
-      if (partners[i] != noRow) isKnown[partners[i]] = true;
+      addPair(i, partners[i]);
+      if (partners[i] != noRow) isPaired[partners[i]] = true;
     }
-    for (std::size_t i = 0; i < isKnown.size(); ++i) {
-      if (!isKnown[i]) take(noRow, i);
+    for (std::size_t i = 0; i < isPaired.size(); ++i) {
+      if (!isPaired[i]) addPair(noRow, i);
     }
     result_.before = before_.total();
     result_.after = after_.total();
@@ -104,7 +105,8 @@ class Comparer {
  private:
   bool selects(const Row* row) const { return row != nullptr && isSelected(*row, selection_); }
 
-  void take(std::size_t numberBefore, std::size_t numberAfter) {
+  // Either number may be noRow: the variable was added or removed.
+  void addPair(std::size_t numberBefore, std::size_t numberAfter) {
     const Row* before = numberBefore != noRow ? &before_.rows()[numberBefore] : nullptr;
     const Row* after = numberAfter != noRow ? &after_.rows()[numberAfter] : nullptr;
     if (!selects(before) && !selects(after)) return;
@@ -136,7 +138,7 @@ class Comparer {
   Comparison result_;
 };
 
-// The number before the percent sign.
+// Parses `text`, the percentage without its percent sign; empty when it is malformed.
 std::optional<double> parsePercentage(std::string_view text) {
   if (text.find_first_not_of("0123456789.") != std::string_view::npos) return {};
   double number = 0;
@@ -166,7 +168,7 @@ GrowthLimit::GrowthLimit(const std::string& text, bool all) : text_(text), all_(
     bytes = parseBytes(text);
   }
   if (!percentage_ && !bytes) {
-    throw UsageError("--fail-on-growth \"" + text + "\": it is a number of bytes, such as 0 or 4K, or a percentage");
+    throw UsageError("--fail-on-growth \"" + text + "\": expected a number of bytes, such as 0 or 4K, or a percentage");
   }
   bytes_ = bytes.value_or(0);
 }
@@ -178,12 +180,12 @@ std::uint64_t GrowthLimit::allowed(std::uint64_t before) const {
   return bytes < tooMany ? static_cast<std::uint64_t>(bytes) : UINT64_MAX;
 }
 
-std::string GrowthLimit::passedBy(const Comparison& comparison) const {
+std::string GrowthLimit::excess(const Comparison& comparison) const {
   const std::uint64_t before = all_ ? comparison.before.bytes : comparison.before.mutableBytes;
   const std::uint64_t after = all_ ? comparison.after.bytes : comparison.after.mutableBytes;
   const Delta growth = deltaOf(before, after);
   if (growth.negative || growth.bytes <= allowed(before)) return "";
   return std::string("--fail-on-growth ") + text_ + ": " + (all_ ? "all" : "writable and thread-local") +
          " variables grew by " + counted(growth.bytes, "byte") + ", from " + withSeparators(before) + " to " +
-         withSeparators(after) + ", which is " + withSeparators(growth.bytes - allowed(before)) + " too many";
+         withSeparators(after) + ", " + withSeparators(growth.bytes - allowed(before)) + " more than allowed";
 }

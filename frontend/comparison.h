@@ -1,4 +1,4 @@
-// What changed between two builds: how the variables that belong together differ, and whether that passes a limit.
+// Compares the variables of two builds for `diff`: what changed, and whether the growth exceeds a limit.
 #pragma once
 
 #include <array>
@@ -11,20 +11,20 @@
 #include "frontend/fields.h"
 #include "frontend/selection.h"
 
-/// How a variable has changed: the first of these that fits.
+/// How a variable has changed. The first class that applies counts.
 enum class ChangeClass {
   Added,
   Removed,
-  Type,    ///< is of another type; more or fewer elements of an array alone are growth
-  Grown,   ///< takes more bytes
-  Shrunk,  ///< takes fewer bytes
+  Type,    ///< has another type; a different number of array elements alone is Grown or Shrunk
+  Grown,   ///< is larger
+  Shrunk,  ///< is smaller
   Moved    ///< is in another section
 };
 
-/// What the classes are called, in their order.
+/// The names of the classes, in the order of ChangeClass.
 constexpr std::array<std::string_view, 6> changeClassNames{"added", "removed", "type", "grown", "shrunk", "moved"};
 
-/// A difference of bytes, which may be larger than any signed number.
+/// A difference in bytes, which may not fit into a signed number.
 struct Delta {
   bool negative = false;
   std::uint64_t bytes = 0;
@@ -36,55 +36,53 @@ Delta deltaOf(std::uint64_t before, std::uint64_t after);
 /// A variable that has changed.
 struct Change {
   ChangeClass kind{};
-  std::optional<Delta> delta;  ///< of its size; none if one of the sizes is not known
-  std::optional<Row> before;   ///< none if it was added
-  std::optional<Row> after;    ///< none if it was removed
+  std::optional<Delta> delta;  ///< in size; empty if one of the sizes is unknown
+  std::optional<Row> before;   ///< empty if it was added
+  std::optional<Row> after;    ///< empty if it was removed
 
-  /// The variable as it is now, or was at last.
+  /// The variable in the new build, or, if it was removed, in the old one.
   const Row& latest() const { return after ? *after : *before; }
   std::string_view className() const { return changeClassNames[static_cast<std::size_t>(kind)]; }
-  /// Whether it was added, or takes more bytes than before.
+  /// Whether it was added or is larger than before.
   bool isGrowth() const;
 };
 
-/// The variables of one build, summed up. Bytes that several of them share count once.
+/// Totals of the variables of one build. Bytes that several variables share count once.
 struct Total {
   std::size_t variables = 0;
   std::uint64_t bytes = 0;
-  std::uint64_t mutableBytes = 0;  ///< of those that are writable or thread-local
-  /// Variables that are left out of both, because their size, or that of the variable which they were or became, is not
-  /// known.
+  std::uint64_t mutableBytes = 0;  ///< of writable and thread-local variables
+  /// Variables not included in the bytes, because their size or that of their counterpart is unknown.
   std::size_t unsized = 0;
-  std::size_t undecided = 0;  ///< variables of which it is not known whether they are writable
+  std::size_t undecided = 0;  ///< variables that may or may not be writable
 };
 
+/// The result of a comparison.
 struct Comparison {
-  /// The largest first, those of unknown size last; equal ones by class, then in the order of the variables.
+  /// By size of the change, largest first, unknown ones last; then by class; then in the order of the variables.
   std::vector<Change> changes;
-  std::array<std::size_t, changeClassNames.size()> counts{};  ///< of each class
+  std::array<std::size_t, changeClassNames.size()> counts{};  ///< number of changes by class
   Total before;
   Total after;
-  std::vector<Row> newlyMutable;  ///< variables that are writable or thread-local, and were not, or were not there
+  std::vector<Row> newlyMutable;  ///< writable and thread-local variables that are new or were neither before
 
   std::size_t count(ChangeClass kind) const { return counts[static_cast<std::size_t>(kind)]; }
 };
 
-/// Compares all variables of the programs `before` with all of `after`. Kept is what has to do with a variable that
-/// `selection` selects, as it was or as it is. Which of them belong together is told by matchRows. The result refers to
-/// the programs.
+/// Compares the variables of the programs `before` with those of `after`, paired by matchRows. A pair counts if
+/// `selection` selects either of its variables. The result refers to the programs, which must outlive it.
 Comparison compare(const std::vector<const Inventory*>& before, const std::vector<const Inventory*>& after,
                    const Selection& selection);
 
-/// By how much a build may grow.
+/// The limit that --fail-on-growth sets.
 class GrowthLimit {
  public:
-  /// `text` is a number of bytes, also with K or M, or a percentage of the old ones such as "0.5%". With `all`, the
-  /// bytes of all variables count, otherwise those of writable and thread-local ones. Throws UsageError when `text` is
-  /// neither.
+  /// `text` is a number of bytes, also with K or M, or a percentage of the old bytes, such as "0.5%". With `all`, all
+  /// variables count, otherwise only writable and thread-local ones. Throws UsageError when `text` is malformed.
   GrowthLimit(const std::string& text, bool all);
 
-  /// By how much `comparison` passes the limit, in words; empty if it does not.
-  std::string passedBy(const Comparison& comparison) const;
+  /// A sentence about how `comparison` exceeds the limit; empty if it does not.
+  std::string excess(const Comparison& comparison) const;
 
  private:
   std::uint64_t allowed(std::uint64_t before) const;

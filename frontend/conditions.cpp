@@ -10,12 +10,13 @@ namespace {
 
 using Operator = Condition::Operator;
 
+// An operator and how it is written.
 struct OperatorText {
   std::string_view text;
   Operator meaning;
 };
 
-// Those of two characters come before those that they begin with.
+// Longer operators come before their prefixes.
 constexpr std::array<OperatorText, 7> operators{{{"!=", Operator::NotEqual},
                                                  {"<=", Operator::LessOrEqual},
                                                  {">=", Operator::GreaterOrEqual},
@@ -24,8 +25,8 @@ constexpr std::array<OperatorText, 7> operators{{{"!=", Operator::NotEqual},
                                                  {">", Operator::Greater},
                                                  {"~", Operator::Matches}}};
 
-// A number as a condition has it: decimal, or hexadecimal after 0x; of bytes also with K or M (1,024 of the one
-// before).
+// Parses the number in a condition: decimal, or hexadecimal with 0x; numbers of bytes may end with K (1,024) or M
+// (1,048,576). Empty when `text` is malformed or too large.
 std::optional<std::uint64_t> parseNumber(std::string_view text, Kind kind) {
   std::uint64_t factor = 1;
   if (kind == Kind::Bytes && text.ends_with('K')) factor = 1024;
@@ -39,7 +40,7 @@ std::optional<std::uint64_t> parseNumber(std::string_view text, Kind kind) {
   return number * factor;
 }
 
-// Takes an expression apart, from left to right.
+// Parses an expression from left to right.
 class ConditionParser {
  public:
   explicit ConditionParser(std::string_view expression) : left_(expression), whole_(expression) {}
@@ -47,12 +48,12 @@ class ConditionParser {
   std::vector<Condition> parse() {
     std::vector<Condition> conditions;
     do {
-      const Field<Row>& field = takeField();
-      const Operator comparison = takeOperator();
+      const Field<Row>& field = parseField();
+      const Operator comparison = parseOperator();
       bool quoted = false;
-      const std::string value = takeValue(quoted);
+      const std::string value = parseValue(quoted);
       conditions.emplace_back(field, comparison, value, quoted);
-    } while (takeComma());
+    } while (skipComma());
     return conditions;
   }
 
@@ -63,38 +64,38 @@ class ConditionParser {
 
   void skipBlanks() { left_.remove_prefix(std::min(left_.find_first_not_of(" \t\n"), left_.size())); }
 
-  const Field<Row>& takeField() {
+  const Field<Row>& parseField() {
     skipBlanks();
     const std::size_t end = std::min(left_.find_first_of(" \t\n=!<>~,\""), left_.size());
     const std::string_view name = left_.substr(0, end);
-    if (name.empty()) fail("a condition begins with the name of a column, such as size or file");
+    if (name.empty()) fail("a condition starts with a column name, such as size or file");
     left_.remove_prefix(end);
     return findField<Row>(variableFields, name);
   }
 
-  Operator takeOperator() {
+  Operator parseOperator() {
     skipBlanks();
     for (const OperatorText& candidate : operators) {
       if (!left_.starts_with(candidate.text)) continue;
       left_.remove_prefix(candidate.text.size());
       return candidate.meaning;
     }
-    fail("the name of a column is followed by one of = != < <= > >= ~");
+    fail("expected one of = != < <= > >= ~ after the column name");
   }
 
-  std::string takeValue(bool& quoted) {
+  std::string parseValue(bool& quoted) {
     skipBlanks();
     quoted = left_.starts_with('"');
-    if (quoted) return takeQuoted();
+    if (quoted) return parseQuoted();
     const std::string_view value = left_.substr(0, left_.find(','));
     left_.remove_prefix(value.size());
     const std::size_t end = value.find_last_not_of(" \t\n") + 1;
-    if (end == 0) fail("a value is missing; null stands for what is not known, \"\" for an empty text");
+    if (end == 0) fail("missing value; write null for an unknown value, \"\" for an empty text");
     return std::string(value.substr(0, end));
   }
 
-  // A backslash stands for itself, as expressions are full of them, unless it comes before a quotation mark.
-  std::string takeQuoted() {
+  // A backslash escapes only a quotation mark, so that regular expressions can be written as usual.
+  std::string parseQuoted() {
     std::string value;
     for (std::size_t at = 1; at < left_.size(); ++at) {
       if (left_.substr(at).starts_with("\\\"")) {
@@ -105,13 +106,13 @@ class ConditionParser {
       }
       value += left_[at];
     }
-    fail("a quotation mark is not closed");
+    fail("missing closing quotation mark");
   }
 
-  bool takeComma() {
+  bool skipComma() {
     skipBlanks();
     if (left_.empty()) return false;
-    if (!left_.starts_with(',')) fail("conditions are joined by commas");
+    if (!left_.starts_with(',')) fail("expected a comma between conditions");
     left_.remove_prefix(1);
     return true;
   }
@@ -144,7 +145,7 @@ Regex::Regex(const std::string& pattern) {
   if (const int error = regcomp(compiled.get(), pattern.c_str(), REG_EXTENDED); error != 0) {
     char reason[200];
     regerror(error, compiled.get(), reason, sizeof reason);
-    throw UsageError("\"" + pattern + "\" is not a regular expression: " + reason);
+    throw UsageError("invalid regular expression \"" + pattern + "\": " + reason);
   }
   compiled_.reset(compiled.release());
 }
@@ -158,23 +159,23 @@ Condition::Condition(const Field<Row>& field, Operator comparison, const std::st
     : field_(&field), comparison_(comparison), null_(!quoted && value == "null"), text_(value) {
   const bool isEquality = comparison == Operator::Equal || comparison == Operator::NotEqual;
   if (null_) {
-    require(isEquality, "null compares by = and != only");
+    require(isEquality, "null can be compared with = and != only");
   } else if (field.kind == Kind::Text) {
     if (comparison == Operator::Matches) regex_.emplace_back(value);
   } else if (field.kind == Kind::Flag) {
-    require(isEquality && (value == "true" || value == "false"), "it is = or != true, false or null");
+    require(isEquality && (value == "true" || value == "false"), "expected = or != and one of true, false and null");
     number_ = value == "true" ? 1 : 0;
   } else {
     const std::optional<std::uint64_t> number = parseNumber(value, field.kind);
-    require(comparison != Operator::Matches, "~ compares texts only");
-    require(number.has_value(), "it compares with a number or null");
+    require(comparison != Operator::Matches, "~ applies to text columns only");
+    require(number.has_value(), "the value must be a number or null");
     number_ = number.value_or(0);
   }
 }
 
-void Condition::require(bool fulfilled, const char* otherwise) const {
-  if (fulfilled) return;
-  throw UsageError("--where: column " + std::string(field_->name) + " and value \"" + text_ + "\": " + otherwise);
+void Condition::require(bool satisfied, const char* message) const {
+  if (satisfied) return;
+  throw UsageError("--where: column " + std::string(field_->name) + ", value \"" + text_ + "\": " + message);
 }
 
 bool Condition::holds(const Row& row) const {

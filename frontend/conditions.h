@@ -1,4 +1,4 @@
-// Conditions on variables: what follows --where, such as `size >= 4K, section = .bss, file ~ "^src/(net|io)"`.
+// Conditions on variables, the value of --where: `size >= 4K, section = .bss, file ~ "^src/(net|io)"`.
 #pragma once
 
 #include <regex.h>
@@ -11,13 +11,13 @@
 
 #include "frontend/fields.h"
 
-/// An extended regular expression, as `grep -E` takes it.
+/// A POSIX extended regular expression, as in `grep -E`.
 class Regex {
  public:
-  /// Throws UsageError when `pattern` is not one.
+  /// Throws UsageError when `pattern` is malformed.
   explicit Regex(const std::string& pattern);
 
-  /// Whether a part of `text` matches.
+  /// Whether any part of `text` matches.
   bool matches(std::string_view text) const;
 
  private:
@@ -35,28 +35,28 @@ class Condition {
  public:
   enum class Operator { Equal, NotEqual, Less, LessOrEqual, Greater, GreaterOrEqual, Matches };
 
-  /// The condition that `field` compares with the value written as `value`; `quoted` is a text, whatever it says.
-  /// Throws UsageError when they do not fit together.
+  /// The condition that compares `field` with `value`, as the user wrote it. With `quoted`, `value` is always a text,
+  /// never null. Throws UsageError when field, operator and value do not fit together.
   Condition(const Field<Row>& field, Operator comparison, const std::string& value, bool quoted);
 
-  /// Whether `row` fulfils it. What is not known fulfils comparisons with null only.
+  /// Whether `row` meets the condition. An unknown value fails every comparison except one with null.
   bool holds(const Row& row) const;
 
  private:
-  // Throws the UsageError that says `otherwise`, unless `fulfilled`.
-  void require(bool fulfilled, const char* otherwise) const;
+  // Throws UsageError with `message` unless `satisfied`.
+  void require(bool satisfied, const char* message) const;
 
   const Field<Row>* field_;
   Operator comparison_;
-  bool null_ = false;         // compares with null
-  std::string text_;          // compares with this text,
+  bool null_ = false;         // the field is compared with null,
+  std::string text_;          // this text,
   std::uint64_t number_ = 0;  // this number,
-  std::vector<Regex> regex_;  // or this expression (one at most)
+  std::vector<Regex> regex_;  // or this expression (at most one)
 };
 
-/// The number of bytes that `text` says: decimal, or hexadecimal after 0x, also with K or M at its end (1,024 of the
-/// one before). None when it says none.
+/// Parses a number of bytes: decimal, or hexadecimal with 0x, optionally followed by K (1,024) or M (1,048,576). Empty
+/// when `text` is malformed or too large.
 std::optional<std::uint64_t> parseBytes(std::string_view text);
 
-/// The conditions in `expression`, which are joined by commas. Throws UsageError when it cannot be understood.
+/// Parses the conditions in `expression`, which are separated by commas. Throws UsageError when it is malformed.
 std::vector<Condition> parseConditions(std::string_view expression);

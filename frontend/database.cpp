@@ -7,7 +7,7 @@
 
 namespace {
 
-// What went wrong, for people.
+// The user-readable reason for the SQLite error `code`.
 std::string reasonOf(sqlite3* connection, int code) {
   switch (code & 0xff) {
     case SQLITE_NOTADB:
@@ -18,15 +18,16 @@ std::string reasonOf(sqlite3* connection, int code) {
     case SQLITE_READONLY:
       return "is read-only";
     case SQLITE_FULL:
-      return "cannot be written: there is no room left";
+      return "cannot be written: the disk is full";
     case SQLITE_CORRUPT:
-      return "is a damaged database";
+      return "is damaged";
     case SQLITE_INTERRUPT:
-      return "has not been changed, as the program was interrupted";
+      return "was not changed, because the program was interrupted";
     case SQLITE_CANTOPEN:
-      return "cannot be opened, or no file can be made next to it";
+      return "cannot be opened, or no file can be created next to it";
     default:
-      return std::string("cannot be used: ") + (connection != nullptr ? sqlite3_errmsg(connection) : "no memory");
+      return std::string("cannot be used: ") +
+             (connection != nullptr ? sqlite3_errmsg(connection) : "not enough memory");
   }
 }
 
@@ -39,16 +40,16 @@ bool fileExists(const std::string& path) {
   return std::filesystem::exists(path, error);
 }
 
-// Whether to wait once more for a database that others use, after `times` times.
+// Busy handler: whether to wait again for a database that another program uses, after waiting `times` times.
 int waitForOthers(void*, int times) {
   constexpr int pauseMilliseconds = 50;
-  constexpr int patienceMilliseconds = 5000;
-  if (EndingSignals::pending() || times * pauseMilliseconds >= patienceMilliseconds) return 0;
+  constexpr int timeoutMilliseconds = 5000;
+  if (EndingSignals::pending() || times * pauseMilliseconds >= timeoutMilliseconds) return 0;
   sqlite3_sleep(pauseMilliseconds);
   return 1;
 }
 
-// A signal that has been kept waiting interrupts what a statement does.
+// Makes a pending signal interrupt a running statement.
 void letSignalsInterrupt(sqlite3* connection) {
   constexpr int instructionsBetween = 1'000'000;
   const auto isInterrupted = [](void*) { return EndingSignals::pending() ? 1 : 0; };
@@ -93,21 +94,21 @@ void Statement::run() {
   sqlite3_reset(statement_.get());
 }
 
-std::int64_t Statement::takeNumber() {
+std::int64_t Statement::runForNumber() {
   const std::int64_t number = step() ? sqlite3_column_int64(statement_.get(), 0) : 0;
   sqlite3_reset(statement_.get());
   return number;
 }
 
-Database::Database(const std::string& path, Mode mode) : path_(path), isMadeHere_(!fileExists(path)) {
-  // One thread at a time uses the library, and nobody asks how much memory it takes.
+Database::Database(const std::string& path, Mode mode) : path_(path), isNew_(!fileExists(path)) {
+  // Only one thread uses the library, and its memory statistics are not needed.
   sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
   sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (mode == Mode::New ? SQLITE_OPEN_CREATE : 0);
   sqlite3* connection = nullptr;
-  // An absolute path is that of a file, whatever its name.
+  // SQLite gives some relative names, such as :memory:, a special meaning.
   const int code = sqlite3_open_v2(std::filesystem::absolute(path).c_str(), &connection, flags, nullptr);
-  connection_.reset(connection);  // also when it could not be opened
+  connection_.reset(connection);  // must be closed even if opening failed
   check(connection, path, code);
   if (sqlite3_db_readonly(connection, "main") == 1) throw UserError(path + ": is read-only");
   sqlite3_busy_handler(connection, waitForOthers, nullptr);
@@ -117,21 +118,21 @@ Database::Database(const std::string& path, Mode mode) : path_(path), isMadeHere
 Database::~Database() {
   connection_.reset();
   std::error_code error;
-  if (!isMadeHere_ || std::filesystem::file_size(path_, error) != 0 || error) return;
+  if (!isNew_ || std::filesystem::file_size(path_, error) != 0 || error) return;
   std::filesystem::remove(std::filesystem::canonical(path_, error), error);
 }
 
 void Database::begin() {
   const int code = sqlite3_exec(connection_.get(), "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
-  // Others have something in mind with the file.
-  if (code == SQLITE_BUSY) isMadeHere_ = false;
+  // Another program is using the new file, so it must not be removed.
+  if (code == SQLITE_BUSY) isNew_ = false;
   check(connection_.get(), path_, code);
 }
 
 void Database::commit() {
   int moved = 0;
   sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
-  if (moved != 0) throw UserError(path_ + ": has been removed or replaced by another program; try again");
+  if (moved != 0) throw UserError(path_ + ": was removed or replaced by another program; try again");
   execute("COMMIT");
 }
 

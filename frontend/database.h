@@ -1,4 +1,4 @@
-// SQLite: owners of a connection and of its statements, whose errors are exceptions.
+// Owner classes for an SQLite connection and its statements, for `export`. Errors become exceptions.
 #pragma once
 
 #include <sqlite3.h>
@@ -8,12 +8,12 @@
 #include <string>
 #include <string_view>
 
-/// A prepared statement. Parameters are numbered from 1, columns of the result from 0. Belongs to its Database.
+/// A prepared statement. Parameters are numbered from 1, result columns from 0. Must not outlive its Database.
 class Statement {
  public:
   Statement(sqlite3* connection, const std::string& path, std::string_view sql);
 
-  /// Sets a parameter. A text has to live until the statement has been run.
+  /// Sets a parameter. `text` must live until the statement has been run.
   void bind(int parameter, std::string_view text);
   /// Sets a parameter to a copy of `text`.
   void bindCopy(int parameter, std::string_view text);
@@ -21,12 +21,13 @@ class Statement {
   void bind(int parameter, double number);
   void bindNull(int parameter);
 
-  /// Takes the statement to its next row. False when there is none. Throws UserError.
+  /// Advances to the next row of the result. False when there is none. Throws UserError.
   bool step();
-  /// Runs it to its end, and makes it ready for being run again. Parameters keep their values. Throws UserError.
+  /// Runs the statement to completion and resets it. Parameters keep their values. Throws UserError.
   void run();
-  /// The number that comes first in its first row, 0 when there is no row; ready for being run again. Throws UserError.
-  std::int64_t takeNumber();
+  /// Runs the statement and resets it. Returns the number in the first column of the first row, 0 if there is no row.
+  /// Throws UserError.
+  std::int64_t runForNumber();
 
  private:
   struct Finalize {
@@ -38,28 +39,28 @@ class Statement {
   std::unique_ptr<sqlite3_stmt, Finalize> statement_;
 };
 
-/// A connection to a database. A transaction that has not been committed is rolled back at its end, and a file that was
-/// made for it removed.
+/// A connection to a database. Its destructor rolls back a transaction that has not been committed, and removes a file
+/// that was created for it.
 class Database {
  public:
   enum class Mode { Existing, New };
 
-  /// Opens the database `path`; with Mode::New, makes the file if it is missing. Throws UserError.
+  /// Opens the database `path`; with Mode::New, creates the file if it does not exist. Throws UserError.
   Database(const std::string& path, Mode mode);
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
   ~Database();
 
-  /// Begins a transaction that may write; waits some seconds for others to end theirs. Throws UserError.
+  /// Begins a write transaction. Waits up to five seconds for those of other programs to end. Throws UserError.
   void begin();
-  /// Makes the transaction permanent. Throws UserError, also when the file has been removed or replaced meanwhile.
+  /// Commits the transaction. Throws UserError, also when the file was removed or replaced in the meantime.
   void commit();
-  /// Runs the statements in `sql`, whose results are dropped. Throws UserError.
+  /// Runs the statements in `sql` and discards their results. Throws UserError.
   void execute(const char* sql);
-  /// `sql` made ready for being run. Throws UserError.
+  /// Prepares `sql`. Throws UserError.
   Statement prepare(std::string_view sql) { return {connection_.get(), path_, sql}; }
-  /// The number that `sql` has for its result. Throws UserError.
-  std::int64_t number(std::string_view sql) { return prepare(sql).takeNumber(); }
+  /// The number that is the result of `sql`. Throws UserError.
+  std::int64_t number(std::string_view sql) { return prepare(sql).runForNumber(); }
 
  private:
   struct Close {
@@ -67,6 +68,6 @@ class Database {
   };
 
   const std::string path_;
-  bool isMadeHere_;
+  bool isNew_;  // whether the file was created for this connection
   std::unique_ptr<sqlite3, Close> connection_;
 };

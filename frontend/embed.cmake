@@ -1,11 +1,12 @@
-# Writes SOURCE, which defines reportTemplate as the content of the file TEMPLATE. @STYLE@ and @SCRIPT@ in its content
-# security policy become the hashes of its style sheet and script, so that a browser obeys no others. Run by the build.
+# Run by the build. Writes SOURCE, which defines reportTemplate as the content of the file TEMPLATE. @STYLE@ and @SCRIPT@
+# in its content security policy are replaced with the hashes of its style sheet and script, the only ones that a browser
+# will then accept.
 
-# Sets <result> to the SHA-256 of <text> in base64, which CMake can only give in hexadecimal.
+# Sets <result> to the SHA-256 of <text> in base64; CMake itself gives it in hexadecimal only.
 function(hash_base64 result text)
   set(digits ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/)
   string(SHA256 hash "${text}")
-  string(APPEND hash 00) # 32 bytes, and one to make groups of three
+  string(APPEND hash 00) # pads the 32 bytes to groups of three
   set(encoded "")
   foreach(at RANGE 0 60 6)
     string(SUBSTRING ${hash} ${at} 6 group)
@@ -19,7 +20,7 @@ function(hash_base64 result text)
   set(${result} ${encoded}= PARENT_SCOPE)
 endfunction()
 
-# Sets <result> to what stands between <begin> and <end> in <text>.
+# Sets <result> to the text between <begin> and <end> in <text>.
 function(between result text begin end)
   string(LENGTH "${begin}" length)
   string(FIND "${text}" "${begin}" from)

@@ -1,18 +1,18 @@
-// Signals that end the program, kept waiting while it does something that has to be finished or undone.
+// Blocks the signals that end the program during work that must be completed or undone, such as writing files.
 #pragma once
 
 #include <csignal>
 
-/// While it lives, SIGINT, SIGTERM and SIGHUP wait.
+/// Blocks SIGINT, SIGTERM and SIGHUP during its lifetime.
 class EndingSignals {
  public:
   EndingSignals();
-  /// A signal that waits ends the program here.
+  /// Unblocks the signals; a pending one ends the program here.
   ~EndingSignals();
   EndingSignals(const EndingSignals&) = delete;
   EndingSignals& operator=(const EndingSignals&) = delete;
 
-  /// Whether one of them waits.
+  /// Whether one of the blocked signals is pending.
   static bool pending();
 
  private:

@@ -51,9 +51,9 @@ bool setLinkage(std::optional<Linkage>& linkage, const Value& value) {
 }  // namespace
 
 const std::array<Field<Row>, 11> variableFields{{
-    {{"executable", "Executable", Kind::Text, "the program, as it was named when it was read"},
+    {{"executable", "Executable", Kind::Text, "the program, by the name under which it was read"},
      [](const Row& row) { return textOf(row.program->executable); }},
-    {{"name", "Name", Kind::Text, "with all namespaces, classes and functions around it"},
+    {{"name", "Name", Kind::Text, "with all enclosing namespaces, classes and functions"},
      [](const Row& row) { return textOf(row.variable->name); },
      [](Variable& variable, const Value& value) { return setText(variable.name, value); }},
     {{"type", "Type", Kind::Text, "as C or C++ declares it"},
@@ -65,10 +65,10 @@ const std::array<Field<Row>, 11> variableFields{{
     {{"section", "Section", Kind::Text, "the section that holds it, such as .data or .bss"},
      [](const Row& row) { return textOf(row.variable->section); },
      [](Variable& variable, const Value& value) { return setText(variable.section, value); }},
-    {{"writable", "Writable", Kind::Flag, "whether the program may write to it when it runs"},
+    {{"writable", "Writable", Kind::Flag, "whether the program can write to it at run time"},
      [](const Row& row) { return numberOf(row.variable->writable); },
      [](Variable& variable, const Value& value) { return setNumber(variable.writable, value); }},
-    {{"thread_local", "Thread-local", Kind::Flag, "whether each thread has one"},
+    {{"thread_local", "Thread-local", Kind::Flag, "whether each thread has its own"},
      [](const Row& row) { return numberOf(row.variable->threadLocal); },
      [](Variable& variable, const Value& value) { return setNumber(variable.threadLocal, value); }},
     {{"linkage", "Linkage", Kind::Text, "external, internal, or function (a static of a function)"},
@@ -80,7 +80,8 @@ const std::array<Field<Row>, 11> variableFields{{
     {{"line", "Line", Kind::Number, "line of the definition"},
      [](const Row& row) { return lineOf(row.variable->line); },
      [](Variable& variable, const Value& value) { return setLine(variable.line, value); }},
-    {{"address", "Address", Kind::Address, "in the executable; of a thread-local variable, its offset in the block"},
+    {{"address", "Address", Kind::Address,
+      "in the executable; for a thread-local variable, the offset in the TLS block"},
      [](const Row& row) { return numberOf(row.variable->address); },
      [](Variable& variable, const Value& value) { return setNumber(variable.address, value); }},
 }};
@@ -97,7 +98,7 @@ int compareValues(Kind kind, const Value& a, const Value& b) {
 }
 
 void refuseColumn(std::string_view name, const std::vector<std::string_view>& columns) {
-  std::string message = "there is no column \"" + std::string(name) + "\"";
+  std::string message = "unknown column \"" + std::string(name) + "\"";
   const std::string_view near = nearestWord(name, columns);
   message += near.empty() ? "." : "; did you mean " + std::string(near) + "?";
   message += " The columns are ";

@@ -1,5 +1,5 @@
-// The fields of a variable: the one table from which the columns of every view, sorting, conditions, help and
-// completion come. A new field is a line in it.
+// The table of the fields of a variable, from which the columns of every view, sorting, conditions, help and completion
+// are derived. To add a field, add an entry to variableFields.
 #pragma once
 
 #include <array>
@@ -11,46 +11,46 @@
 
 #include "debuginfo/inventory.h"
 
-/// What a field holds, and so how its values are compared and written.
+/// The kind of value in a field, which determines how values are compared and written.
 enum class Kind {
   Text,
   Bytes,    ///< a size
-  Count,    ///< of things
-  Number,   ///< a label, such as that of a line
-  Flag,     ///< yes or no
+  Count,    ///< a number of items
+  Number,   ///< an ordinal, such as a line number
+  Flag,     ///< true or false
   Address,  ///< written in hexadecimal
-  Delta,    ///< a difference of bytes, as text with its sign
-  Place     ///< a file and a line, for people
+  Delta,    ///< a difference in bytes, as text with a sign
+  Place     ///< a source location: file and line, for tables
 };
 
 /// A value of a field.
 struct Value {
   bool known = false;
-  std::string_view text{};   ///< of a Text; file of a Place
-  std::uint64_t number = 0;  ///< of all the others; 0 or 1 of a Flag; line of a Place, 0 when it is not known
+  std::string_view text{};   ///< of a Text or Delta; the file of a Place
+  std::uint64_t number = 0;  ///< of all other kinds; 0 or 1 for a Flag; the line of a Place, 0 if unknown
 };
 
-/// Whether `a` is less than `b` (negative), equal, or greater (positive). Both are known and of `kind`.
+/// Negative if `a` is less than `b`, 0 if they are equal, positive if it is greater. Both are known and of `kind`.
 int compareValues(Kind kind, const Value& a, const Value& b);
 
-/// What is said of a field.
+/// The description of a field.
 struct Column {
-  std::string_view name;    ///< as options, CSV and JSON call it
-  std::string_view header;  ///< as tables for people call it
+  std::string_view name;    ///< in options, CSV and JSON
+  std::string_view header;  ///< in tables
   Kind kind;
-  std::string_view meaning;  ///< for help
+  std::string_view meaning;  ///< for help texts
 };
 
-/// A column and how to get its value from a Record.
+/// A column with the function that gets its value from a Record.
 template <typename Record>
 struct Field : Column {
   Value (*get)(const Record& record);
-  /// How a variable gets it back, for results that are read again; the value's text lives as long as the variable.
-  /// False when the value makes no sense. Null: it is no part of the variable itself.
+  /// Sets the field of a variable when results are read back. The text of `value` must outlive the variable. Returns
+  /// false when the value is invalid. Null for a field that is not part of the variable itself.
   bool (*set)(Variable& variable, const Value& value) = nullptr;
 };
 
-/// A variable and the program that it is part of.
+/// A variable and its program.
 struct Row {
   const Inventory* program;
   const Variable* variable;
@@ -58,13 +58,13 @@ struct Row {
 
 /// All fields of a variable.
 extern const std::array<Field<Row>, 11> variableFields;
-/// File and line in one, for tables.
+/// File and line in one column, for tables.
 extern const Field<Row> placeField;
 
-/// Throws the UsageError that says that there is no column `name` among `columns`.
+/// Throws the UsageError for a column `name` that is not among `columns`.
 [[noreturn]] void refuseColumn(std::string_view name, const std::vector<std::string_view>& columns);
 
-/// The one of `fields` that is called `name`. Throws UsageError when there is none.
+/// The field of `fields` called `name`. Throws UsageError when there is none.
 template <typename Record>
 const Field<Record>& findField(std::span<const Field<Record>> fields, std::string_view name) {
   std::vector<std::string_view> names;

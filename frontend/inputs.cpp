@@ -20,7 +20,7 @@ namespace {
 
 std::string contentOf(const std::string& path, int fd) {
   std::string content;
-  if (!readAll(fd, content)) fail(path, std::string("cannot be read: ") + std::strerror(errno));
+  if (!readAll(fd, content)) fail(path, std::string("cannot read: ") + std::strerror(errno));
   return content;
 }
 
@@ -29,7 +29,7 @@ bool beginsAsJson(std::string_view text) {
   return start != std::string_view::npos && text[start] == '{';
 }
 
-// What the regular file `fd` begins with.
+// The first bytes of the regular file `fd`, enough to recognize its format.
 std::string startOf(int fd) {
   std::string start(64, '\0');
   const ssize_t count = readRetrying(fd, start.data(), start.size());
@@ -46,19 +46,19 @@ bool isObjectFile(std::string_view start) {
   return start[lowByte] == ET_REL;
 }
 
-// Says what to do about the files that programs are made of.
+// Refuses archives and object files, and says what to specify instead.
 void refuseParts(const std::string& path, std::string_view start) {
   if (start.starts_with("!<arch>\n") || start.starts_with("!<thin>\n")) {
-    fail(path, "is an archive of object files; name a program or shared object that they are linked into");
+    fail(path, "is an archive of object files; specify a program or shared object that they are linked into");
   }
   if (isObjectFile(start)) {
     fail(path,
-         "is an object file, whose variables have no addresses yet; name a program or shared object that it is "
+         "is an object file, whose variables have no addresses yet; specify a program or shared object that it is "
          "linked into");
   }
 }
 
-// A program without a variable gives no line.
+// An empty .jsonl file is a valid result: that of a program without variables.
 bool isEmptyResult(const std::string& path, const struct stat& status) {
   return status.st_size == 0 && path.ends_with(".jsonl");
 }
@@ -73,14 +73,14 @@ std::vector<Inventory> one(Inventory program) {
 
 std::vector<Inventory> readInput(const std::string& path, const ReadOptions& options) {
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0) fail(path, std::string("cannot be opened: ") + std::strerror(errno));
+  if (stat(path.c_str(), &status) != 0) fail(path, std::string("cannot open: ") + std::strerror(errno));
   if (S_ISDIR(status.st_mode)) return one(readResultTable(path));
-  if (!S_ISREG(status.st_mode) && !S_ISFIFO(status.st_mode)) fail(path, "is neither a file, a pipe nor a directory");
+  if (!S_ISREG(status.st_mode) && !S_ISFIFO(status.st_mode)) fail(path, "is not a regular file, pipe or directory");
   const UniqueFd file = openFile(path.c_str(), O_RDONLY);
-  if (!file) fail(path, std::string("cannot be opened: ") + std::strerror(errno));
+  if (!file) fail(path, std::string("cannot open: ") + std::strerror(errno));
   if (S_ISFIFO(status.st_mode)) {
     const std::string content = contentOf(path, file.get());
-    if (!content.empty() && !beginsAsJson(content)) fail(path, "what comes from this pipe is not JSON");
+    if (!content.empty() && !beginsAsJson(content)) fail(path, "the data from this pipe is not JSON");
     return parseJson(path, content);
   }
   const std::string start = startOf(file.get());

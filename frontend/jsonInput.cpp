@@ -28,7 +28,7 @@ std::optional<std::uint64_t> parseAddress(std::string_view text) {
   return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
 }
 
-// The programs that have been met, in their order.
+// Collects the programs of a document in the order in which they appear.
 class Collector {
  public:
   explicit Collector(std::string defaultName) : defaultName_(std::move(defaultName)) {}
@@ -41,14 +41,14 @@ class Collector {
     return programs_[at->second];
   }
 
-  // An empty `program`: it is not known.
+  // Adds `variable` to the program named `program`; if that is empty, to the default program.
   void add(std::string_view program, const Variable& variable) {
     this->program(program.empty() ? defaultName_ : program).variables.push_back(variable);
   }
 
   std::vector<Inventory> take() {
     if (programs_.empty()) {
-      program(defaultName_).warnings.emplace_back("holds no variable");
+      program(defaultName_).warnings.emplace_back("contains no variables");
     }
     for (Inventory& program : programs_) sort(program.variables);
     programs_[0].texts = std::move(texts_);
@@ -56,7 +56,7 @@ class Collector {
   }
 
  private:
-  // The order in which they were before they were sorted for being shown.
+  // Restores the order of an Inventory: results may have been sorted differently when they were written.
   static void sort(std::vector<Variable>& variables) {
     const auto key = [](const Variable& variable) {
       return std::tuple(variable.threadLocal.value_or(false), !variable.address, variable.address);
@@ -71,59 +71,60 @@ class Collector {
   std::map<std::string, std::size_t, std::less<>> numbers_;
 };
 
-// Follows the parser through a document, or through a line, which is one variable.
+// Receives the events of the JSON parser, for a whole document or for one line of JSON lines, which is a variable.
 class Handler : public nlohmann::json_sax<Json> {
  public:
-  // Where the parser is.
-  enum class Place { Outside, Document, Programs, Program, Sections, Section, Variables, Variable, Passed };
+  // The element that the parser is in.
+  enum class Context { Outside, Document, Programs, Program, Sections, Section, Variables, Variable, Ignored };
 
-  // `outermost`: what the outermost object is.
-  Handler(Collector& collector, Place outermost) : collector_(collector), outermost_(outermost) {}
+  // `outermost`: the element that the outermost object represents.
+  Handler(Collector& collector, Context outermost) : collector_(collector), outermost_(outermost) {}
 
-  bool null() override { return take({Scalar::Form::Null}); }
-  bool boolean(bool value) override { return take({Scalar::Form::Flag, {}, value ? 1u : 0u}); }
-  bool number_integer(number_integer_t) override { return take({Scalar::Form::Other}); }  // negative
-  bool number_unsigned(number_unsigned_t value) override { return take({Scalar::Form::Number, {}, value}); }
-  bool number_float(number_float_t, const string_t&) override { return take({Scalar::Form::Other}); }
-  bool string(string_t& value) override { return take({Scalar::Form::Text, value}); }
-  bool binary(binary_t&) override { return take({Scalar::Form::Other}); }
+  bool null() override { return handle({Scalar::Form::Null}); }
+  bool boolean(bool value) override { return handle({Scalar::Form::Flag, {}, value ? 1u : 0u}); }
+  bool number_integer(number_integer_t) override { return handle({Scalar::Form::Other}); }  // negative
+  bool number_unsigned(number_unsigned_t value) override { return handle({Scalar::Form::Number, {}, value}); }
+  bool number_float(number_float_t, const string_t&) override { return handle({Scalar::Form::Other}); }
+  bool string(string_t& value) override { return handle({Scalar::Form::Text, value}); }
+  bool binary(binary_t&) override { return handle({Scalar::Form::Other}); }
   bool key(string_t& value) override {
     key_ = value;
     return true;
   }
 
   bool start_object(std::size_t) override {
-    switch (place()) {
-      case Place::Outside:
+    switch (context()) {
+      case Context::Outside:
         return enter(outermost_);
-      case Place::Programs:
+      case Context::Programs:
         program_ = {};
-        return enter(Place::Program);
-      case Place::Sections:
+        return enter(Context::Program);
+      case Context::Sections:
         program_.sections.emplace_back();
-        return enter(Place::Section);
-      case Place::Variables:
-        return enter(Place::Variable);
+        return enter(Context::Section);
+      case Context::Variables:
+        return enter(Context::Variable);
       default:
-        return enter(Place::Passed);
+        return enter(Context::Ignored);
     }
   }
   bool start_array(std::size_t) override {
-    if (place() == Place::Document && key_ == "executables") return enter(Place::Programs);
-    if (place() == Place::Document && key_ == "variables") return enter(Place::Variables);
-    if (place() == Place::Document && key_ == "sums") throw UserError("holds sums, not variables");
-    if (place() == Place::Document && key_ == "exceeded") throw UserError("holds the result of a check, not variables");
-    if (place() == Place::Document && key_ == "changes") throw UserError("holds changes, not variables");
-    return enter(place() == Place::Program && key_ == "sections" ? Place::Sections : Place::Passed);
+    if (context() == Context::Document && key_ == "executables") return enter(Context::Programs);
+    if (context() == Context::Document && key_ == "variables") return enter(Context::Variables);
+    if (context() == Context::Document && key_ == "sums") throw UserError("contains sums, not variables");
+    if (context() == Context::Document && key_ == "exceeded")
+      throw UserError("contains the result of a check, not variables");
+    if (context() == Context::Document && key_ == "changes") throw UserError("contains changes, not variables");
+    return enter(context() == Context::Program && key_ == "sections" ? Context::Sections : Context::Ignored);
   }
   bool end_object() override {
-    if (place() == Place::Variable) finishVariable();
-    if (place() == Place::Program) finishProgram();
-    places_.pop_back();
+    if (context() == Context::Variable) finishVariable();
+    if (context() == Context::Program) finishProgram();
+    contexts_.pop_back();
     return true;
   }
   bool end_array() override {
-    places_.pop_back();
+    contexts_.pop_back();
     return true;
   }
   bool parse_error(std::size_t, const std::string&, const Json::exception& error) override {
@@ -132,38 +133,38 @@ class Handler : public nlohmann::json_sax<Json> {
   }
 
  private:
-  Place place() const { return places_.empty() ? Place::Outside : places_.back(); }
-  bool enter(Place place) {
-    if (place == Place::Variable) {
+  Context context() const { return contexts_.empty() ? Context::Outside : contexts_.back(); }
+  bool enter(Context context) {
+    if (context == Context::Variable) {
       variable_ = {};
       executable_.clear();
     }
-    places_.push_back(place);
+    contexts_.push_back(context);
     return true;
   }
 
-  bool take(const Scalar& scalar) {
-    if (place() == Place::Variable) takeField(scalar);
-    if (place() == Place::Program) takeOfProgram(scalar);
-    if (place() == Place::Section) takeOfSection(scalar);
-    if (place() == Place::Document && key_ == "schema" && scalar.number != 1) {
-      throw UserError("was written by another version of tolquin");
+  bool handle(const Scalar& scalar) {
+    if (context() == Context::Variable) setField(scalar);
+    if (context() == Context::Program) setProgramField(scalar);
+    if (context() == Context::Section) setSectionField(scalar);
+    if (context() == Context::Document && key_ == "schema" && scalar.number != 1) {
+      throw UserError("was written by a different version of tolquin");
     }
     return true;
   }
 
-  [[noreturn]] void refuse() const { throw UserError("the value of \"" + key_ + "\" makes no sense"); }
+  [[noreturn]] void refuse() const { throw UserError("has an invalid value for \"" + key_ + "\""); }
 
   std::string_view textOf(const Scalar& scalar) const {
     if (scalar.form != Scalar::Form::Text && scalar.form != Scalar::Form::Null) refuse();
     return scalar.text;
   }
 
-  void takeField(const Scalar& scalar) {
+  void setField(const Scalar& scalar) {
     const auto field = std::find_if(variableFields.begin(), variableFields.end(),
                                     [this](const Field<Row>& candidate) { return candidate.name == key_; });
     if (field == variableFields.end()) {
-      if (key_ == "variables" || key_ == "bytes") throw UserError("holds sums, not variables");
+      if (key_ == "variables" || key_ == "bytes") throw UserError("contains sums, not variables");
       return;
     }
     if (field->set == nullptr) {
@@ -185,13 +186,13 @@ class Handler : public nlohmann::json_sax<Json> {
     return {true, {}, scalar.number};
   }
 
-  void takeOfProgram(const Scalar& scalar) {
+  void setProgramField(const Scalar& scalar) {
     if (key_ == "path") program_.executable = textOf(scalar);
     if (key_ == "build_id") program_.buildId = textOf(scalar);
     if (key_ == "directory") program_.directory = textOf(scalar);
   }
 
-  void takeOfSection(const Scalar& scalar) {
+  void setSectionField(const Scalar& scalar) {
     Section& section = program_.sections.back();
     if (key_ == "name") section.name = textOf(scalar);
     if (key_ == "size" && scalar.form == Scalar::Form::Number) section.size = scalar.number;
@@ -199,7 +200,7 @@ class Handler : public nlohmann::json_sax<Json> {
 
   void finishVariable() {
     if (variable_.name.empty()) {
-      throw UserError("holds a variable without a name; if --columns is used to write it, name has to be among them");
+      throw UserError("contains a variable without a name; if it was written with --columns, these must include name");
     }
     collector_.add(executable_, variable_);
   }
@@ -212,15 +213,15 @@ class Handler : public nlohmann::json_sax<Json> {
   }
 
   Collector& collector_;
-  const Place outermost_;
-  std::vector<Place> places_;
+  const Context outermost_;
+  std::vector<Context> contexts_;
   std::string key_;
   Inventory program_;
   Variable variable_;
   std::string executable_;
 };
 
-// Whether the first line is a variable, and no document or its beginning.
+// Whether `content` is JSON lines: its first line is a complete object that is not a document.
 bool holdsLines(std::string_view content) {
   const std::string_view line = content.substr(0, content.find('\n'));
   const Json first = Json::parse(line, nullptr, false);
@@ -233,7 +234,7 @@ void parseLines(std::string_view content, Collector& collector) {
     content.remove_prefix(std::min(line.size() + 1, content.size()));
     if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;
     try {
-      Handler handler(collector, Handler::Place::Variable);
+      Handler handler(collector, Handler::Context::Variable);
       Json::sax_parse(line, &handler);
     } catch (const UserError& error) {
       throw UserError("line " + std::to_string(number) + " " + error.what());
@@ -248,7 +249,7 @@ std::vector<Inventory> parseJson(const std::string& path, std::string_view conte
   if (content.empty() || holdsLines(content)) {
     parseLines(content, collector);
   } else {
-    Handler handler(collector, Handler::Place::Document);
+    Handler handler(collector, Handler::Context::Document);
     Json::sax_parse(content, &handler);
   }
   return collector.take();

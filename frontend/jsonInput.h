@@ -1,4 +1,4 @@
-// Results as `list --format json` and `jsonl` write them, read back.
+// Reads back the results that `list --format json` and `list --format jsonl` write.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 #include "debuginfo/inventory.h"
 
-/// The programs in `content`, one document or lines of JSON; keys that are not known are passed over. `path` names the
-/// source in messages, and the program of variables that do not name theirs. The texts of all programs belong to the
-/// first. Throws UserError.
+/// The programs in `content`, which is a JSON document or JSON lines; unknown keys are ignored. `path` is the name of
+/// the source in messages, and that of the program of variables that do not name one. The texts of all programs belong
+/// to the first. Throws UserError when `content` is malformed.
 std::vector<Inventory> parseJson(const std::string& path, std::string_view content);

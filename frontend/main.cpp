@@ -1,4 +1,4 @@
-// The front end's command line.
+// The command line of tolquin: finds the command, runs it, and turns errors into messages and exit statuses.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -20,14 +20,13 @@ constexpr int wrongUse = 2;
 
 const std::vector<std::string_view> commands{"list", "report", "diff", "export", "tables"};
 
-// The text for a command that was there once; empty for any other word.
-std::string formerCommand(std::string_view word) {
+// What to use instead of the removed command `word`; empty for any other word.
+std::string replacementOfRemoved(std::string_view word) {
   if (word == "scan") {
-    return "there is no scan any more: `tolquin list EXECUTABLE...` shows the variables at once; for the table of the "
-           "suite "
-           "run `tolquin tables -o DIR EXECUTABLE`, then `DB=DIR EXEFILE=EXECUTABLE tolquin.exe DIR EXECUTABLE`";
+    return "the command scan has been removed; use `tolquin list EXECUTABLE...`, or, for the suite's table, `tolquin "
+           "tables -o DIR EXECUTABLE`, then `DB=DIR EXEFILE=EXECUTABLE tolquin.exe DIR EXECUTABLE`";
   }
-  if (word == "show") return "there is no show any more: `tolquin list DIR` shows the result in a directory";
+  if (word == "show") return "the command show has been removed; use `tolquin list DIR`";
   return "";
 }
 
@@ -36,8 +35,8 @@ bool exists(const std::string& path) {
   return stat(path.c_str(), &status) == 0;
 }
 
-// Whether the first argument is an input or option of list.
-bool isOfList(const std::string& word) {
+// Whether the first argument `word` is an input or option of list, so that the command can be omitted.
+bool belongsToList(const std::string& word) {
   return word.find('/') != std::string::npos || (word.starts_with('-') && word.size() > 1) || exists(word);
 }
 
@@ -48,43 +47,43 @@ std::string joined(const std::vector<std::string_view>& words) {
 }
 
 [[noreturn]] void refuseCommand(const std::string& word) {
-  if (const std::string text = formerCommand(word); !text.empty()) throw UsageError(text);
+  if (const std::string text = replacementOfRemoved(word); !text.empty()) throw UsageError(text);
   const std::string_view near = nearestWord(word, commands);
   throw UsageError(
-      "there is neither a command nor a file called \"" + word + "\"" +
+      "there is no command or file called \"" + word + "\"" +
       (near.empty() ? "; the commands are " + joined(commands) : "; did you mean " + std::string(near) + "?"));
 }
 
-// The command line with its command spelled out.
-std::vector<std::string> spelledOut(std::vector<std::string> words) {
-  if (words.empty()) throw UsageError("an input is missing; see `tolquin --help`");
+// The command line with the command that may be omitted, list, added if necessary.
+std::vector<std::string> withCommand(std::vector<std::string> words) {
+  if (words.empty()) throw UsageError("no input given; see `tolquin --help`");
   const std::string& first = words[0];
   if (first == "--help" || first == "-h" || first == "--version") return words;
   if (std::find(commands.begin(), commands.end(), first) != commands.end()) return words;
-  if (!isOfList(first)) refuseCommand(first);
+  if (!belongsToList(first)) refuseCommand(first);
   words.insert(words.begin(), "list");
   return words;
 }
 
-// Reads the command line. Returns what is to be done.
+// Parses the command line. Returns the action to run.
 Action parse(CLI::App& app, std::vector<std::string> words) {
   Action action;
   app.set_version_flag("--version", "tolquin " TOLQUIN_VERSION);
   app.require_subcommand(1);
   app.footer(
       "Examples:\n"
-      "  tolquin ./prog                      the variables of a program, the largest first\n"
+      "  tolquin ./prog                      list the variables of a program, largest first\n"
       "  tolquin list --mutable --by file ./prog\n"
-      "  tolquin report -o prog.html ./prog  the same as a page to look at\n"
-      "  tolquin diff old/prog new/prog      what changed between two builds\n"
-      "  tolquin list --help                 what can be selected and how it can be written\n"
-      "See also the manual page.");
+      "  tolquin report -o prog.html ./prog  the same as an HTML page\n"
+      "  tolquin diff old/prog new/prog      show what changed between two builds\n"
+      "  tolquin list --help                 show filters and output formats\n"
+      "See tolquin(1) for details.");
   addListCommand(app, action);
   addReportCommand(app, action);
   addDiffCommand(app, action);
   addExportCommand(app, action);
   addTablesCommand(app, action);
-  std::reverse(words.begin(), words.end());  // as CLI11 takes them
+  std::reverse(words.begin(), words.end());  // CLI11 expects them in reverse order
   try {
     app.parse(words);
   } catch (const CLI::ParseError& error) {
@@ -101,14 +100,14 @@ Action parse(CLI::App& app, std::vector<std::string> words) {
   return action;
 }
 
-// What the program takes for granted of its surroundings.
+// Sets up the process: environment, signals, locale and standard descriptors.
 void prepare() {
-  // Debugging information is looked for on this machine only.
+  // Look for debugging information on this machine only.
   unsetenv("DEBUGINFOD_URLS");
-  // A file that grows too large is an error of its write, which is reported; a reader that goes away ends the program.
+  // Exceeding the file size limit is reported as a write error; a closed output pipe ends the program.
   std::signal(SIGXFSZ, SIG_IGN);
   std::signal(SIGPIPE, SIG_DFL);
-  // Names may be in UTF-8, whatever the user's language.
+  // Names may be in UTF-8 whatever the user's locale is.
   if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
   const bool closed = fcntl(STDOUT_FILENO, F_GETFD) < 0;
   ensureStandardDescriptorsOpen();
@@ -119,8 +118,9 @@ void prepare() {
 
 int main(int argc, char** argv) try {
   prepare();
-  CLI::App app{"Lists the global variables of C and C++ programs with type, size, section and place.", "tolquin"};
-  return parse(app, spelledOut({argv + std::min(argc, 1), argv + argc}))();
+  CLI::App app{"Lists the global variables of C and C++ programs with type, size, section and source location.",
+               "tolquin"};
+  return parse(app, withCommand({argv + std::min(argc, 1), argv + argc}))();
 } catch (const UsageError& error) {
   printMessage(error.what());
   return wrongUse;

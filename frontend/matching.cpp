@@ -11,7 +11,7 @@
 
 namespace {
 
-// What variables have to have in common; a part that does not count is empty.
+// The fields that variables must have in common to be paired. A field that does not count is empty.
 struct Key {
   std::string_view program;
   std::string_view name;
@@ -23,6 +23,7 @@ struct Key {
   bool operator==(const Key&) const = default;
 };
 
+// The hash function of keys.
 struct KeyHash {
   std::size_t operator()(const Key& key) const {
     constexpr std::size_t factor = 1099511628211u;  // of the FNV hash
@@ -34,24 +35,24 @@ struct KeyHash {
   }
 };
 
-// A variable that has no partner yet.
+// A variable that has not been paired yet.
 struct Single {
   std::size_t number;
   const Variable* variable;
-  std::string_view program;  // what tells its program from others
+  std::string_view program;  // identifies its program among those of the build
 };
 
-// Makes keys. A field that one of the builds does not tell of any variable is empty in all of them.
+// Makes keys. A field that one of the builds does not know for any variable is empty in all keys.
 class KeyMaker {
  public:
   KeyMaker(const std::vector<Single>& before, const std::vector<Single>& after) {
-    const auto isTold = [&](const auto& has) {
+    const auto isKnownInBoth = [&](const auto& has) {
       return std::any_of(before.begin(), before.end(), has) && std::any_of(after.begin(), after.end(), has);
     };
-    files_ = isTold([](const Single& single) { return !single.variable->file.empty(); });
-    types_ = isTold([](const Single& single) { return !single.variable->type.empty(); });
-    sizes_ = isTold([](const Single& single) { return single.variable->size.has_value(); });
-    sections_ = isTold([](const Single& single) { return !single.variable->section.empty(); });
+    files_ = isKnownInBoth([](const Single& single) { return !single.variable->file.empty(); });
+    types_ = isKnownInBoth([](const Single& single) { return !single.variable->type.empty(); });
+    sizes_ = isKnownInBoth([](const Single& single) { return single.variable->size.has_value(); });
+    sections_ = isKnownInBoth([](const Single& single) { return !single.variable->section.empty(); });
   }
 
   Key all(const Single& single) {
@@ -104,13 +105,13 @@ std::vector<const Inventory*> programsOf(const std::vector<Row>& rows) {
   return programs;
 }
 
-bool haveNamesOfTheirOwn(const std::vector<const Inventory*>& programs) {
+bool haveUniqueFileNames(const std::vector<const Inventory*>& programs) {
   std::unordered_set<std::string_view> names;
   return std::all_of(programs.begin(), programs.end(),
                      [&names](const Inventory* program) { return names.insert(fileName(program->executable)).second; });
 }
 
-// Length of the directory that all programs are in, with its '/'.
+// Length of the common directory of all programs, including the '/'.
 std::size_t commonDirectoryLength(const std::vector<const Inventory*>& programs) {
   std::string_view common = programs[0]->executable;
   for (const Inventory* program : programs) {
@@ -121,19 +122,19 @@ std::size_t commonDirectoryLength(const std::vector<const Inventory*>& programs)
   return common.rfind('/') + 1;
 }
 
-// How programs are told apart.
-enum class Telling { NotAtAll, ByFileName, ByPath };
+// What identifies a program in both builds: nothing if there is only one.
+enum class ProgramKey { None, FileName, Path };
 
 std::vector<Single> singlesOf(const std::vector<Row>& rows, const std::vector<const Inventory*>& programs,
-                              Telling telling) {
+                              ProgramKey programKey) {
   const std::size_t directory = programs.empty() ? 0 : commonDirectoryLength(programs);
   std::vector<Single> singles;
   singles.reserve(rows.size());
   for (const Row& row : rows) {
     std::string_view program = row.program->executable;
-    if (telling == Telling::ByFileName) program = fileName(program);
-    if (telling == Telling::ByPath) program.remove_prefix(directory);
-    if (telling == Telling::NotAtAll) program = {};
+    if (programKey == ProgramKey::FileName) program = fileName(program);
+    if (programKey == ProgramKey::Path) program.remove_prefix(directory);
+    if (programKey == ProgramKey::None) program = {};
     singles.push_back({singles.size(), row.variable, program});
   }
   return singles;
@@ -142,7 +143,7 @@ std::vector<Single> singlesOf(const std::vector<Row>& rows, const std::vector<co
 // A variable and the hash of its key.
 struct Hashed {
   std::size_t hash;
-  std::size_t place;  // among the singles
+  std::size_t index;  // among the singles
 };
 
 std::vector<Hashed> hashesOf(const std::vector<Key>& keys) {
@@ -152,18 +153,18 @@ std::vector<Hashed> hashesOf(const std::vector<Key>& keys) {
   return hashes;
 }
 
-// Removes from `hashes` most that are not among `others`, so that they need not be sorted.
-void removeStrangers(std::vector<Hashed>& hashes, const std::vector<Hashed>& others) {
+// Removes most of those hashes that are not among `others`, to save sorting them (a Bloom filter).
+void removeUnmatched(std::vector<Hashed>& hashes, const std::vector<Hashed>& others) {
   const std::size_t bits = std::bit_ceil(16 * others.size() + 1);
   std::vector<bool> seen(bits);
   for (const Hashed& other : others) seen[other.hash % bits] = true;
   std::erase_if(hashes, [&](const Hashed& own) { return !seen[own.hash % bits]; });
 }
 
-// Puts those of equal hashes together and in their order.
+// Sorts by hash; equal hashes stay in their order.
 void sortHashes(std::vector<Hashed>& hashes) {
   std::sort(hashes.begin(), hashes.end(),
-            [](const Hashed& a, const Hashed& b) { return a.hash != b.hash ? a.hash < b.hash : a.place < b.place; });
+            [](const Hashed& a, const Hashed& b) { return a.hash != b.hash ? a.hash < b.hash : a.index < b.index; });
 }
 
 // The end of the range of equal hashes that begins at `begin`.
@@ -173,7 +174,7 @@ std::size_t rangeEnd(const std::vector<Hashed>& hashes, std::size_t begin) {
   return end;
 }
 
-// One step of the matching. Its tables are sorted, not hashed, as every step looks at all that is left.
+// One step of the matching. Sorted arrays beat hash tables here, because each step looks at every unpaired variable.
 class Step {
  public:
   Step(const std::vector<Key>& before, const std::vector<Key>& after)
@@ -182,13 +183,13 @@ class Step {
         hashesBefore_(hashesOf(keysBefore_)),
         hashesAfter_(hashesOf(keysAfter_)),
         partners_(before.size(), noRow) {
-    removeStrangers(hashesBefore_, hashesAfter_);
-    removeStrangers(hashesAfter_, hashesBefore_);
+    removeUnmatched(hashesBefore_, hashesAfter_);
+    removeUnmatched(hashesAfter_, hashesBefore_);
     sortHashes(hashesBefore_);
     sortHashes(hashesAfter_);
   }
 
-  // For each of `before` the place of its partner, or noRow.
+  // Returns for each of `before` the index of its partner in `after`, or noRow.
   const std::vector<std::size_t>& run() {
     std::size_t i = 0;
     std::size_t j = 0;
@@ -209,15 +210,15 @@ class Step {
   }
 
  private:
-  // All in the range have the same hash, and but for a collision the same key: the first that is left fits.
+  // All in the range have the same hash and almost always the same key, so the first unpaired one usually matches.
   void pairRange(std::size_t begin, std::size_t end, std::size_t beginAfter, std::size_t endAfter) {
-    const auto isPaired = [this](std::size_t i) { return partners_[hashesBefore_[i].place] != noRow; };
+    const auto isPaired = [this](std::size_t i) { return partners_[hashesBefore_[i].index] != noRow; };
     for (std::size_t j = beginAfter; j < endAfter; ++j) {
       while (begin < end && isPaired(begin)) ++begin;
-      const std::size_t place = hashesAfter_[j].place;
+      const std::size_t index = hashesAfter_[j].index;
       std::size_t i = begin;
-      while (i < end && (isPaired(i) || keysBefore_[hashesBefore_[i].place] != keysAfter_[place])) ++i;
-      if (i < end) partners_[hashesBefore_[i].place] = place;
+      while (i < end && (isPaired(i) || keysBefore_[hashesBefore_[i].index] != keysAfter_[index])) ++i;
+      if (i < end) partners_[hashesBefore_[i].index] = index;
     }
   }
 
@@ -235,18 +236,18 @@ std::vector<Key> keysOf(KeyOf keyOf, const std::vector<Single>& singles, KeyMake
   return keys;
 }
 
-// Pairs those of both sides that have `keyOf` in common; only the others stay.
+// Pairs variables with equal keys and removes them from `before` and `after`.
 void pairBy(KeyOf keyOf, KeyMaker& maker, std::vector<Single>& before, std::vector<Single>& after,
             std::vector<std::size_t>& partners) {
   if (before.empty() || after.empty()) return;
   const std::vector<Key> keysBefore = keysOf(keyOf, before, maker);
   const std::vector<Key> keysAfter = keysOf(keyOf, after, maker);
   Step step(keysBefore, keysAfter);
-  const std::vector<std::size_t>& places = step.run();
-  for (std::size_t i = 0; i < places.size(); ++i) {
-    if (places[i] == noRow) continue;
-    partners[before[i].number] = after[places[i]].number;
-    after[places[i]].variable = nullptr;
+  const std::vector<std::size_t>& indices = step.run();
+  for (std::size_t i = 0; i < indices.size(); ++i) {
+    if (indices[i] == noRow) continue;
+    partners[before[i].number] = after[indices[i]].number;
+    after[indices[i]].variable = nullptr;
   }
   std::erase_if(before, [&partners](const Single& single) { return partners[single.number] != noRow; });
   std::erase_if(after, [](const Single& single) { return single.variable == nullptr; });
@@ -257,13 +258,13 @@ void pairBy(KeyOf keyOf, KeyMaker& maker, std::vector<Single>& before, std::vect
 std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::vector<Row>& after) {
   const std::vector<const Inventory*> programsBefore = programsOf(before);
   const std::vector<const Inventory*> programsAfter = programsOf(after);
-  Telling telling = Telling::NotAtAll;
+  ProgramKey programKey = ProgramKey::None;
   if (programsBefore.size() > 1 || programsAfter.size() > 1) {
-    const bool areClear = haveNamesOfTheirOwn(programsBefore) && haveNamesOfTheirOwn(programsAfter);
-    telling = areClear ? Telling::ByFileName : Telling::ByPath;
+    const bool areUnique = haveUniqueFileNames(programsBefore) && haveUniqueFileNames(programsAfter);
+    programKey = areUnique ? ProgramKey::FileName : ProgramKey::Path;
   }
-  std::vector<Single> singlesBefore = singlesOf(before, programsBefore, telling);
-  std::vector<Single> singlesAfter = singlesOf(after, programsAfter, telling);
+  std::vector<Single> singlesBefore = singlesOf(before, programsBefore, programKey);
+  std::vector<Single> singlesAfter = singlesOf(after, programsAfter, programKey);
   std::vector<std::size_t> partners(before.size(), noRow);
   KeyMaker maker(singlesBefore, singlesAfter);
   for (const KeyOf keyOf : steps) pairBy(keyOf, maker, singlesBefore, singlesAfter, partners);

@@ -1,4 +1,4 @@
-// Which variable of one build is which of another: the first step of a comparison.
+// Pairs the variables of two builds: the first step of a comparison.
 #pragma once
 
 #include <cstddef>
@@ -8,17 +8,16 @@
 
 #include "frontend/fields.h"
 
-/// Stands for the number of a variable that is not there.
+/// In place of an index: no such variable.
 constexpr std::size_t noRow = static_cast<std::size_t>(-1);
 
-/// Finds for each of the variables `before` the one of `after` that belongs to it. Returns the numbers of those within
-/// `after`, or noRow. Variables belong together if they have name, file, type, size and section in common; if nothing
-/// is left that does, name, file, type and size; name and file; name and type; name and type but for the numbers of
-/// elements of arrays. Those that have the same in common are paired in their order. Where there are several programs,
-/// variables belong together only within programs whose files are called the same. What one of the builds does not tell
-/// of any variable does not count.
+/// Finds the counterpart in `after` of each variable in `before`. Returns its index in `after`, or noRow. Variables
+/// with the same name, file, type, size and section are paired first; then those with the same name, file, type and
+/// size; name and file; name and type; and finally name and type regardless of array bounds. Variables with equal keys
+/// are paired in order. If there are several programs, only variables of programs with the same file name are paired. A
+/// field that one of the builds does not know for any variable is ignored.
 std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::vector<Row>& after);
 
-/// The text of a type without the numbers of elements of its arrays: "char [4][2]" becomes "char [][]". Those within
-/// template arguments stay, as they make another type.
+/// The text of a type without its array bounds: "char [4][2]" becomes "char [][]". Bounds within template arguments
+/// stay, because they make a different type.
 std::string withoutBounds(std::string_view type);

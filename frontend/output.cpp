@@ -19,7 +19,7 @@ void Output::flush() {
   std::string_view left = buffer_;
   while (!left.empty()) {
     const ssize_t count = writeRetrying(STDOUT_FILENO, left.data(), left.size());
-    if (count < 0) throw UserError(std::string("standard output cannot be written: ") + std::strerror(errno));
+    if (count < 0) throw UserError(std::string("cannot write to standard output: ") + std::strerror(errno));
     left.remove_prefix(static_cast<std::size_t>(count));
   }
   buffer_.clear();
@@ -42,6 +42,6 @@ std::string counted(std::uint64_t count, const char* what) {
 
 void printMessage(std::string_view text) {
   const std::string line = "tolquin: " + shownText(text) + "\n";
-  // There is nobody left to tell about a failure.
+  // A failure to write the message cannot be reported anywhere.
   (void)!writeRetrying(STDERR_FILENO, line.data(), line.size());
 }

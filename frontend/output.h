@@ -1,30 +1,30 @@
-// What the program writes: results to standard output, messages to standard error.
+// Output of the program: results on standard output, messages on standard error.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-/// Standard output with a buffer of its own, for results of any size.
+/// Buffered standard output, for results of any size.
 class Output {
  public:
   Output() = default;
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
-  ~Output() = default;  // what has not been flushed is part of a result that failed
+  ~Output() = default;  // does not flush: the rest of the buffer belongs to a result that failed
 
-  /// Adds `text`, or `character`, to the output. Throws UserError when that cannot be written.
+  /// Appends `text` or `character`. Throws UserError when writing fails.
   void put(std::string_view text) {
     buffer_ += text;
     if (buffer_.size() >= blockSize) flush();
   }
   void put(char character) { buffer_ += character; }
-  /// Adds `number` in decimal digits.
+  /// Appends `number` in decimal.
   void putNumber(std::uint64_t number);
-  /// Adds `count` blanks.
+  /// Appends `count` spaces.
   void pad(std::size_t count) { buffer_.append(count, ' '); }
 
-  /// Writes what is still in the buffer. Throws UserError when that fails, a full disk included.
+  /// Writes the rest of the buffer. Throws UserError when writing fails, for example because the disk is full.
   void flush();
 
  private:
@@ -33,14 +33,14 @@ class Output {
   std::string buffer_;
 };
 
-/// `number` as 0x and hexadecimal digits.
+/// `number` in hexadecimal, with "0x" in front.
 std::string hexadecimal(std::uint64_t number);
 
-/// `number` in decimal digits, with a comma before every three.
+/// `number` in decimal, with commas as thousands separators.
 std::string withSeparators(std::uint64_t number);
 
-/// `count` and `what` it is of, in the plural unless it is one: "1 byte", "2,000 bytes".
+/// `count` followed by the noun `what`, in the plural unless `count` is 1: "1 byte", "2,000 bytes".
 std::string counted(std::uint64_t count, const char* what);
 
-/// Writes "tolquin: `text`" as a line to standard error, with nothing in it that a terminal would obey.
+/// Writes the line "tolquin: `text`" to standard error, with control characters escaped.
 void printMessage(std::string_view text);

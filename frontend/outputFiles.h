@@ -1,5 +1,5 @@
-// Files that appear whole or not at all: each is written beside its place and renamed. Signals that end the program
-// wait meanwhile, so that it leaves nothing behind.
+// Atomic output files for `report` and `tables`: each is written under a temporary name next to its destination and
+// then renamed. Signals that end the program are blocked meanwhile, so that no temporary file is left.
 #pragma once
 
 #include <string>
@@ -8,22 +8,23 @@
 
 #include "frontend/endingSignals.h"
 
-/// Makes the directory `path`, and those above it, if they are missing. Throws UserError when that fails.
+/// Creates the directory `path` and its parents if they do not exist. Throws UserError when that fails.
 void makeDirectory(const std::string& path);
 
+/// A set of output files that are put in place together.
 class OutputFiles {
  public:
   OutputFiles() = default;
-  /// Removes what was written but not put in place.
+  /// Removes the temporary files that were not put in place.
   ~OutputFiles();
   OutputFiles(const OutputFiles&) = delete;
   OutputFiles& operator=(const OutputFiles&) = delete;
 
-  /// Writes the file `path` next to its place. Throws UserError when that fails, a full disk included, and when
-  /// something else than a regular file has that name.
+  /// Writes the file `path` under its temporary name. Throws UserError when writing fails, for example because the disk
+  /// is full, and when `path` exists but is not a regular file.
   void write(const std::string& path, std::string_view content);
 
-  /// Puts all that was written in place. Throws UserError when that fails.
+  /// Renames all files to their final names. Throws UserError when that fails.
   void commit();
 
  private:

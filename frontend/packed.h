@@ -1,4 +1,4 @@
-// Inventories as bytes, for the way from one process to another.
+// Serializes inventories, to send them from a worker to the main process.
 #pragma once
 
 #include <memory>
@@ -8,9 +8,9 @@
 
 #include "debuginfo/inventory.h"
 
-/// `programs` as bytes, for unpackInventories of the same program.
+/// Serializes `programs` for unpackInventories in the same executable.
 std::string packInventories(const std::vector<Inventory>& programs);
 
-/// What was packed into `bytes`. The texts of the variables lie in `bytes`, which has to live as long as they. Throws
-/// UserError when `bytes` are not whole.
+/// The inventories packed into `bytes`. The texts of the variables refer to `bytes`, which must outlive them. Throws
+/// UserError when `bytes` is incomplete.
 std::vector<Inventory> unpackInventories(std::string_view bytes);

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::string_view anyDirectories = "**";
 
-// The parts of `path` between its '/', without empty ones.
+// The non-empty components of `path`.
 std::vector<std::string> partsOf(std::string_view path) {
   std::vector<std::string> parts;
   while (!path.empty()) {
@@ -33,8 +33,8 @@ PathPattern::PathPattern(std::string_view pattern)
       isRooted_(pattern.starts_with('/')),
       isDirectory_(pattern.ends_with('/')),
       isAtAnyDepth_(parts_.size() == 1 && !isRooted_ && parts_[0] != anyDirectories) {
-  if (parts_.empty()) throw UsageError("\"" + std::string(pattern) + "\" is the pattern of no file");
-  if (pattern.starts_with('!')) throw UsageError("a pattern cannot begin with !; \\! stands for that character");
+  if (parts_.empty()) throw UsageError("invalid pattern \"" + std::string(pattern) + "\": it matches no file");
+  if (pattern.starts_with('!')) throw UsageError("a pattern cannot start with !; write \\! to match that character");
 }
 
 bool PathPattern::matches(std::string_view path) const {
@@ -49,10 +49,10 @@ bool PathPattern::matches(std::string_view path) const {
 
 bool PathPattern::matchesFromStart(const std::vector<std::string>& path) const {
   std::size_t part = 0;
-  std::size_t afterAny = 0;  // the part after the last ** so far; 0: there was none
-  std::size_t retry = 0;     // where in the path that part is tried next
+  std::size_t afterAny = 0;  // the part after the latest **; 0: none so far
+  std::size_t retry = 0;     // the component of the path at which to try that part next
   for (std::size_t at = 0; at < path.size();) {
-    if (part == parts_.size()) return true;  // a directory
+    if (part == parts_.size()) return true;  // the pattern matches a directory of the path
     if (parts_[part] == anyDirectories) {
       afterAny = ++part;
       retry = at;

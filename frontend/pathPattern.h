@@ -1,23 +1,23 @@
-// Patterns of files as in .gitignore.
+// File patterns as in .gitignore. Used by budgets.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-/// A pattern that stands for files and directories, and for everything within these.
+/// A pattern that matches files and directories, and everything in those directories.
 ///
-/// Each part between '/' is one of a shell, as fnmatch(3) takes it; `**` as a whole part stands for any number of
-/// directories. A pattern without a '/', or with one at its end only, fits at any depth; others fit from the start of
-/// the path. A '/' in front does that, and fits absolute paths too. A '/' at the end: directories only.
+/// Each component is a shell pattern, as in fnmatch(3); the component `**` matches any number of directories. A pattern
+/// without a '/', except at its end, matches at any depth; other patterns match from the start of the path. One with a
+/// leading '/' also matches absolute paths. One with a trailing '/' matches directories only.
 class PathPattern {
  public:
-  /// Throws UsageError when `pattern` stands for nothing.
+  /// Throws UsageError when `pattern` is invalid.
   explicit PathPattern(std::string_view pattern);
 
-  /// Whether it stands for the file `path`.
+  /// Whether it matches the file `path`.
   bool matches(std::string_view path) const;
-  /// Whether it stands for everything: `*` and `**` do.
+  /// Whether it matches everything: `*` and `**` do.
   bool isEverything() const { return isEverything_; }
 
  private:
@@ -25,7 +25,7 @@ class PathPattern {
 
   std::vector<std::string> parts_;
   bool isEverything_;
-  bool isRooted_;      // a '/' is in front
-  bool isDirectory_;   // a '/' is at the end
-  bool isAtAnyDepth_;  // otherwise from the start of the path
+  bool isRooted_;      // has a leading '/'
+  bool isDirectory_;   // has a trailing '/'
+  bool isAtAnyDepth_;  // otherwise it matches from the start of the path
 };

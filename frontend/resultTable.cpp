@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t columnCount = 10;
 using Columns = std::array<std::string_view, columnCount>;
 
-// Those that hold what a Variable has.
+// The columns that correspond to fields of a Variable.
 enum : std::size_t { nameColumn = 1, typeColumn = 2, sizeColumn = 3, fileColumn = 7, lineColumn = 8 };
 
 bool splitColumns(std::string_view line, Columns& columns) {
@@ -36,7 +36,7 @@ bool parseNumber(std::string_view text, Number& number) {
   return error == std::errc() && stop == end;
 }
 
-// The variable of a line; false when a number is none. Its texts are in the line.
+// Reads the variable in a line. False when a number is malformed or the name is empty. The texts refer to the line.
 bool readVariable(const Columns& columns, Variable& variable) {
   constexpr std::string_view storage = "static ";
   std::int64_t size = 0;
@@ -55,10 +55,10 @@ Inventory readResultTable(const std::string& directory) {
   const std::string path = directory + "/tGlobalVarDef.tbl";
   std::ifstream file(path);
   if (!file && errno == ENOENT) {
-    throw UserError(directory + ": is a directory without a tGlobalVarDef.tbl, which tolquin.exe writes; name an " +
-                    "executable, a shared object or a directory of results");
+    throw UserError(directory + ": is a directory without a tGlobalVarDef.tbl, which tolquin.exe writes; specify an " +
+                    "executable, a shared object or a directory with a result");
   }
-  if (!file) throw UserError(path + ": cannot be read: " + std::strerror(errno));
+  if (!file) throw UserError(path + ": cannot read: " + std::strerror(errno));
   Inventory program;
   program.executable = directory;
   std::size_t number = 0;
@@ -67,12 +67,11 @@ Inventory readResultTable(const std::string& directory) {
     Columns columns;
     Variable variable;
     if (!splitColumns(line, columns) || !readVariable(columns, variable)) {
-      throw UserError(path + ": line " + std::to_string(number) +
-                      " is not one of a result table, which has ten columns");
+      throw UserError(path + ": line " + std::to_string(number) + " is malformed; a result table has ten columns");
     }
     for (std::string_view* text : {&variable.name, &variable.type, &variable.file}) *text = program.texts.intern(*text);
     program.variables.push_back(variable);
   }
-  if (file.bad()) throw UserError(path + ": cannot be read to its end");
+  if (file.bad()) throw UserError(path + ": cannot read to the end");
   return program;
 }

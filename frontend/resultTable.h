@@ -1,10 +1,10 @@
-// The result of tolquin.exe, tGlobalVarDef.tbl, read back.
+// Reads tGlobalVarDef.tbl, the result of tolquin.exe.
 #pragma once
 
 #include <string>
 
 #include "debuginfo/inventory.h"
 
-/// What the table in `directory` says: names, types (without "static"), sizes and places. The program is called like
-/// the directory. Throws UserError when there is no table, and when a line of it is malformed.
+/// Reads the table in `directory`: names, types (without "static"), sizes and source locations. The program is named
+/// after the directory. Throws UserError when the table is missing or malformed.
 Inventory readResultTable(const std::string& directory);

@@ -4,7 +4,7 @@
 
 namespace {
 
-// A row and its number among all.
+// A row and its index among all rows.
 struct Numbered {
   Row row;
   std::size_t number;
@@ -20,7 +20,7 @@ bool hasDefinition(const Row& row) {
   return variable.address && variable.line > 0 && !variable.file.empty() && !variable.type.empty();
 }
 
-// The rows of which all is known that makes a definition, those of one definition together and by address.
+// The rows whose definition is fully known, sorted by definition, then by address.
 std::vector<Numbered> rowsByDefinition(const std::vector<Row>& rows) {
   std::vector<Numbered> sorted;
   for (std::size_t i = 0; i < rows.size(); ++i) {

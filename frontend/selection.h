@@ -1,4 +1,4 @@
-// Which variables are shown, and in which order.
+// Selects and sorts the variables that a command shows.
 #pragma once
 
 #include <algorithm>
@@ -8,33 +8,33 @@
 #include "frontend/conditions.h"
 #include "frontend/fields.h"
 
-/// What is kept of the variables of all programs.
+/// Which variables of the programs to keep.
 struct Selection {
   std::vector<Condition> conditions;
-  bool mutableOnly = false;  ///< those that the program may change, and thread-local ones
-  bool duplicates = false;   ///< those that the program has several times
+  bool mutableOnly = false;  ///< only writable and thread-local ones
+  bool duplicates = false;   ///< only those of which a program has several copies
 
-  /// Whether everything is kept.
+  /// Whether all variables are kept.
   bool isWhole() const { return conditions.empty() && !mutableOnly && !duplicates; }
 };
 
-/// Whether the program may change the variable, or each thread has one.
+/// Whether the variable is known to be writable or thread-local.
 bool isMutable(const Variable& variable);
 
-/// Whether the conditions of `selection` hold for the variable of `row`, duplicates apart.
+/// Whether `selection` keeps the variable of `row`, `duplicates` not considered.
 bool isSelected(const Row& row, const Selection& selection);
 
 /// The selected variables of `programs`, in their order.
 std::vector<Row> selectRows(const std::vector<const Inventory*>& programs, const Selection& selection);
 
-/// The variables of one definition that a program has at several addresses, summed up.
+/// The cost of variables that a program has at several addresses.
 struct Waste {
-  std::size_t definitions = 0;
-  std::uint64_t bytes = 0;  ///< that one of each would spare
+  std::size_t definitions = 0;  ///< number of such variables
+  std::uint64_t bytes = 0;      ///< that would be saved by having only one copy of each
 };
 
-/// Removes from `rows` all but those that share name, type, file and line with one at another address of the same
-/// program. Those of which one of these is not known are removed too.
+/// Removes from `rows` all variables except those that have the same name, type, file and line as one at another
+/// address in the same program. A variable for which one of these is unknown is removed too.
 Waste keepDuplicates(std::vector<Row>& rows);
 
 /// A field to sort by.
@@ -44,7 +44,7 @@ struct SortKey {
   bool descending;
 };
 
-/// The keys in `list`: names of `fields` separated by commas, with '-' in front in descending order. Throws UsageError.
+/// Parses `list`, names of `fields` separated by commas; a leading '-' means descending order. Throws UsageError.
 template <typename Record>
 std::vector<SortKey<Record>> parseSortKeys(std::span<const Field<Record>> fields, std::string_view list) {
   std::vector<SortKey<Record>> keys;
@@ -55,7 +55,7 @@ std::vector<SortKey<Record>> parseSortKeys(std::span<const Field<Record>> fields
   return keys;
 }
 
-/// How `a` and `b` are ordered by `key`: negative, 0 or positive. What is not known comes last.
+/// The order of `a` and `b` by `key`: negative, 0 or positive. Unknown values come last in both directions.
 template <typename Record>
 int compareByKey(const SortKey<Record>& key, const Value& a, const Value& b) {
   if (!a.known || !b.known) return static_cast<int>(b.known) - static_cast<int>(a.known);
@@ -63,12 +63,12 @@ int compareByKey(const SortKey<Record>& key, const Value& a, const Value& b) {
   return key.descending ? -order : order;
 }
 
-/// Sorts `records` by `keys`; records that are equal in all of them keep their order.
+/// Sorts `records` by `keys`; records with equal keys keep their order.
 template <typename Record>
 void sortRecords(std::vector<Record>& records, const std::vector<SortKey<Record>>& keys) {
   if (keys.empty()) return;
   struct Keyed {
-    Value first;  // got once, as records are far apart in memory
+    Value first;  // fetched only once, because the records are scattered in memory
     Record record;
   };
   std::vector<Keyed> sorted;

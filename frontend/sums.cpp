@@ -6,10 +6,10 @@
 
 namespace {
 
-// Counts bytes, given variables by address. Those of another program, section or block begin a range of their own.
+// Counts bytes of variables that are added in address order, in a separate range for each program and section.
 class ByteCounter {
  public:
-  // Bytes of `row` that have not been counted yet.
+  // Returns the bytes of `row` that have not been counted yet.
   std::uint64_t add(const Row& row) {
     const Variable& variable = *row.variable;
     const std::uint64_t size = variable.size.value_or(0);
@@ -73,17 +73,17 @@ Sum sumOf(const std::vector<Row>& rows) {
 
 std::array<Field<Sum>, 4> sumFields(const Grouping& grouping) {
   return {{
-      {{grouping.name, grouping.header, Kind::Text, "what the variables have in common"},
+      {{grouping.name, grouping.header, Kind::Text, "what the variables in the group have in common"},
        [](const Sum& sum) { return sum.group; }},
-      {{"variables", "Variables", Kind::Count, "how many they are"},
+      {{"variables", "Variables", Kind::Count, "number of variables"},
        [](const Sum& sum) {
          return Value{true, {}, sum.variables};
        }},
-      {{"bytes", "Bytes", Kind::Bytes, "those that several share counted once"},
+      {{"bytes", "Bytes", Kind::Bytes, "bytes; those that several variables share count once"},
        [](const Sum& sum) {
          return Value{true, {}, sum.bytes};
        }},
-      {{"unsized", "Unsized", Kind::Count, "how many have no known size"},
+      {{"unsized", "Unsized", Kind::Count, "number of variables of unknown size"},
        [](const Sum& sum) {
          return Value{true, {}, sum.unsized};
        }},

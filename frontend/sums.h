@@ -1,4 +1,4 @@
-// Bytes of variables, summed up by what they have in common.
+// Sums of the bytes of variables, by groups such as files or namespaces.
 #pragma once
 
 #include <array>
@@ -7,9 +7,9 @@
 
 #include "frontend/fields.h"
 
-/// What variables are put together by.
+/// A criterion by which variables are grouped.
 struct Grouping {
-  std::string_view name;  ///< as --by takes it
+  std::string_view name;  ///< in --by
   std::string_view header;
   Value (*get)(const Row& row);
 };
@@ -21,20 +21,20 @@ extern const std::array<Grouping, 5> groupings;
 struct Sum {
   Value group;
   std::uint64_t variables = 0;
-  std::uint64_t bytes = 0;    ///< those that several variables share counted once
-  std::uint64_t unsized = 0;  ///< variables whose size is not known
+  std::uint64_t bytes = 0;    ///< bytes that several variables share count once
+  std::uint64_t unsized = 0;  ///< variables of unknown size
 };
 
-/// The sums of `rows`, in the order of the first variable of each group. The rows of a program are in the order of its
-/// variables.
+/// The sums of `rows`, in the order in which the groups first appear. The rows of each program must be in the order of
+/// its variables.
 std::vector<Sum> sumsBy(const Grouping& grouping, const std::vector<Row>& rows);
 
-/// The sum of all `rows`, which are in the same order.
+/// The sum of all `rows`, which must be in that order too.
 Sum sumOf(const std::vector<Row>& rows);
 
-/// The fields of a Sum; the first is named as `grouping`.
+/// The fields of a Sum; the first has the name of `grouping`.
 std::array<Field<Sum>, 4> sumFields(const Grouping& grouping);
 
-/// The name of the namespace that holds the variable of `row`. Where the input does not say what in the name is a
-/// namespace: what comes before its own name, classes too, but of a static of a function not that function.
+/// The namespace of the variable of `row`. If the input does not tell namespaces from classes: all enclosing scopes,
+/// except the function of a function-local static.
 std::string_view namespaceOf(const Row& row);

@@ -14,8 +14,8 @@ constexpr std::string_view ellipsis = "\u2026";
 
 bool isWithin(char32_t code, char32_t first, char32_t last) { return code >= first && code <= last; }
 
-// The length that the first byte of a character announces, 0 for a byte that begins none; `code` gets its bits of it.
-std::size_t announcedLength(unsigned char byte, char32_t& code) {
+// The length of the UTF-8 sequence that starts with `byte`, 0 if none does; sets `code` to the bits in this byte.
+std::size_t sequenceLength(unsigned char byte, char32_t& code) {
   if (byte < 0x80) return code = byte, 1;
   if (isWithin(byte, 0xc2, 0xdf)) return code = byte & 0x1f, 2;
   if (isWithin(byte, 0xe0, 0xef)) return code = byte & 0x0f, 3;
@@ -23,7 +23,7 @@ std::size_t announcedLength(unsigned char byte, char32_t& code) {
   return 0;
 }
 
-// Whether `code` is a character for which `length` bytes are the shortest form.
+// Whether `code` is a valid character whose shortest encoding has `length` bytes.
 bool isInShortestForm(char32_t code, std::size_t length) {
   constexpr char32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
   return code >= least[length] && code <= 0x10ffff && !isWithin(code, 0xd800, 0xdfff);
@@ -46,7 +46,7 @@ std::size_t columnsOf(const Character& character) {
   return width < 0 ? 1 : static_cast<std::size_t>(width);
 }
 
-// The number of changes of one letter that turn one word into the other.
+// The Levenshtein distance of two words.
 std::size_t distance(std::string_view from, std::string_view to) {
   std::vector<std::size_t> costs(to.size() + 1);
   std::iota(costs.begin(), costs.end(), 0);
@@ -61,12 +61,12 @@ std::size_t distance(std::string_view from, std::string_view to) {
   return costs.back();
 }
 
-// Whether the eight bytes at `text` are all of ' ' to '~'. Most texts are, so they are looked at together.
+// Whether the eight bytes at `text` are all printable ASCII. Most texts are, so this checks eight bytes at a time.
 bool isPlain(const char* text) {
   constexpr std::uint64_t ones = 0x0101010101010101;
   std::uint64_t bytes = 0;
   std::memcpy(&bytes, text, sizeof bytes);
-  // The highest bit of each byte: it is beyond '~', or below ' ' (or above one that is).
+  // The top bit of a byte is set in `beyond` if the byte is above '~', in `below` if it or a lower byte is under ' '.
   const std::uint64_t beyond = bytes | (bytes + ones);
   const std::uint64_t below = bytes - ones * ' ';
   return ((beyond | below) & (ones << 7)) == 0;
@@ -78,7 +78,7 @@ Character firstCharacter(std::string_view text) {
   const auto first = static_cast<unsigned char>(text[0]);
   const Character invalid{first, 1, false};
   char32_t code = 0;
-  const std::size_t length = announcedLength(first, code);
+  const std::size_t length = sequenceLength(first, code);
   if (length == 0 || length > text.size()) return invalid;
   for (std::size_t i = 1; i < length; ++i) {
     const auto byte = static_cast<unsigned char>(text[i]);

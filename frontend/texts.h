@@ -1,5 +1,5 @@
-// Texts of a program (names, types, files) as they may be shown: in UTF-8, and with nothing in them that a terminal
-// would obey.
+// Prepares the texts of a program (names, types, files) for output: valid UTF-8, control characters escaped, and width
+// on a terminal.
 #pragma once
 
 #include <cstddef>
@@ -7,40 +7,38 @@
 #include <string_view>
 #include <vector>
 
-/// A character of a text in UTF-8.
+/// A character of a UTF-8 text.
 struct Character {
-  char32_t code;       ///< when not valid, the byte
+  char32_t code;       ///< the code point; if not valid, the byte
   std::size_t length;  ///< bytes
-  bool valid;          ///< false: the byte is part of no character
+  bool valid;          ///< false for a byte that is not part of a valid character
 };
 
-/// The first character of `text`, which is not empty.
+/// The first character of `text`, which must not be empty.
 Character firstCharacter(std::string_view text);
 
-/// Whether `code` acts on a terminal instead of being shown there: control characters, those that change the direction
-/// of the text around them, and invisible ones.
+/// Whether `code` must not be sent to a terminal: control characters, those that change the direction of the
+/// surrounding text, and invisible ones.
 bool isControl(char32_t code);
 
-/// Length of the start of `text` that consists of printable characters of ASCII.
+/// Length of the longest prefix of `text` that is printable ASCII.
 std::size_t plainLength(std::string_view text);
 
-/// `text` with every control character as an escape such as "\x1b" or "\u202e", and every byte that is part of no
-/// character as "\xff".
+/// `text` with escapes such as "\x1b" and "\u202e" for control characters, and "\xff" for invalid UTF-8 bytes.
 std::string shownText(std::string_view text);
 
-/// `text` in UTF-8 throughout, for what takes nothing else: every byte that is part of no character becomes U+FFFD, and
-/// so does a zero byte, which would end the text for many readers.
+/// `text` as valid UTF-8: each invalid byte becomes U+FFFD, and so does a zero byte, at which many readers would stop.
 std::string validText(std::string_view text);
 
-/// The name of the file `path`, without its directory.
+/// The last component of `path`.
 std::string_view fileName(std::string_view path);
 
-/// Columns that `text` takes on a terminal. `text` is as shownText returns it.
+/// The number of columns that `text`, a result of shownText, takes on a terminal.
 std::size_t displayWidth(std::string_view text);
 
-/// `text` cut to `width` columns, with an ellipsis where something was cut: at its end, or at its front.
+/// `text` cut to `width` columns at its end or at its front, with an ellipsis in place of the part cut off.
 std::string cutEnd(std::string_view text, std::size_t width);
 std::string cutFront(std::string_view text, std::size_t width);
 
-/// Of `known`, the word that is nearest to `word`; empty when none is near.
+/// The word in `known` that is most similar to `word`, to suggest a correction; empty when none is similar.
 std::string_view nearestWord(std::string_view word, const std::vector<std::string_view>& known);

@@ -19,10 +19,10 @@
 
 namespace {
 
-// What a worker sends: one of these marks, the size of what follows, and that: inventories, or why there are none.
+// A worker's answer: one of these marks, the size of the content, and the content: inventories or an error message.
 constexpr char resultMark = 'R';
 constexpr char errorMark = 'E';
-constexpr std::size_t headSize = 1 + sizeof(std::uint64_t);
+constexpr std::size_t headerSize = 1 + sizeof(std::uint64_t);
 
 struct Answer {
   char mark;
@@ -32,7 +32,7 @@ struct Answer {
 Answer answerFor(const std::string& path, const ReadOptions& options) try {
   return {resultMark, packInventories(readInput(path, options))};
 } catch (const std::bad_alloc&) {
-  return {errorMark, path + ": there is not enough memory to read it"};
+  return {errorMark, path + ": not enough memory to read it"};
 } catch (const UserError& error) {
   return {errorMark, error.what()};
 } catch (const std::exception& error) {
@@ -43,38 +43,39 @@ Answer answerFor(const std::string& path, const ReadOptions& options) try {
 int work(const std::string& path, const ReadOptions& options, UniqueFd out) {
   const Answer answer = answerFor(path, options);
   const std::uint64_t size = answer.content.size();
-  std::string head(1, answer.mark);
-  head.append(reinterpret_cast<const char*>(&size), sizeof size);
-  return writeAll(out.get(), head) && writeAll(out.get(), answer.content) ? 0 : 1;
+  std::string header(1, answer.mark);
+  header.append(reinterpret_cast<const char*>(&size), sizeof size);
+  return writeAll(out.get(), header) && writeAll(out.get(), answer.content) ? 0 : 1;
 }
 
-// How much room the answer needs that begins with `begin`.
-std::size_t roomFor(std::string_view begin) {
-  constexpr std::uint64_t most = std::uint64_t{1} << 30;  // a worker in disorder may say anything
+// The size in bytes to reserve for the answer that starts with `begin`.
+std::size_t answerSize(std::string_view begin) {
+  constexpr std::uint64_t most = std::uint64_t{1} << 30;  // in case a failing worker sends a wrong size
   std::uint64_t size = 0;
-  if (begin.size() >= headSize) std::memcpy(&size, begin.data() + 1, sizeof size);
-  return headSize + std::min(size, most);
+  if (begin.size() >= headerSize) std::memcpy(&size, begin.data() + 1, sizeof size);
+  return headerSize + std::min(size, most);
 }
 
-// How a worker ended that gave no answer.
+// Why a worker failed, by its wait status.
 std::string reasonOf(int status) {
-  if (!WIFSIGNALED(status)) return "reading it ended with status " + std::to_string(WEXITSTATUS(status));
+  if (!WIFSIGNALED(status)) return "the process reading it exited with status " + std::to_string(WEXITSTATUS(status));
   const int number = WTERMSIG(status);
-  std::string reason = "reading it was ended by signal " + std::to_string(number) + " (" + strsignal(number) + ")";
-  if (number == SIGKILL) return reason + "; there may be too little memory";
-  return reason + "; its debugging information may be damaged";
+  std::string reason =
+      "the process reading it was killed by signal " + std::to_string(number) + " (" + strsignal(number) + ")";
+  if (number == SIGKILL) return reason + "; there may not be enough memory";
+  return reason + "; the debugging information may be damaged";
 }
 
-// Of the worker's whole answer.
+// The result in the complete answer of a worker.
 InputResult resultOf(const std::string& path, std::string answer) try {
   InputResult result;
-  if (answer.size() < headSize) {
-    result.error = path + ": what was read of it is not whole";
+  if (answer.size() < headerSize) {
+    result.error = path + ": the result of reading it is incomplete";
   } else if (answer[0] == errorMark) {
-    result.error = answer.substr(headSize);
+    result.error = answer.substr(headerSize);
   } else {
     result.bytes = std::make_unique<const std::string>(std::move(answer));
-    result.programs = unpackInventories(std::string_view(*result.bytes).substr(headSize));
+    result.programs = unpackInventories(std::string_view(*result.bytes).substr(headerSize));
   }
   return result;
 } catch (const UserError& error) {
@@ -90,7 +91,7 @@ void printMessages(const InputResult& result) {
   }
 }
 
-// A process that reads an input, and what has come from it so far.
+// A process that reads an input, and the part of its answer received so far.
 struct Worker {
   std::size_t number;  // of the input
   UniqueFd from;
@@ -98,32 +99,33 @@ struct Worker {
   std::string answer;
 };
 
+// Starts a worker for each input, as many at a time as allowed, and collects their results.
 class Workers {
  public:
   Workers(const std::vector<std::string>& paths, const ReadOptions& options) : paths_(paths), options_(options) {
     const std::size_t jobs = std::max(1u, options.jobs);
-    atATime_ = std::min(jobs, paths.size());
-    if (atATime_ > 0) options_.jobs = static_cast<unsigned>(std::max<std::size_t>(1, jobs / atATime_));
+    maxRunning_ = std::min(jobs, paths.size());
+    if (maxRunning_ > 0) options_.jobs = static_cast<unsigned>(std::max<std::size_t>(1, jobs / maxRunning_));
     results_.inputs.resize(paths.size());
     finished_.resize(paths.size());
   }
 
   InputResults run() {
     while (started_ < paths_.size() || !running_.empty()) {
-      while (started_ < paths_.size() && running_.size() < atATime_ && startNext()) continue;
-      awaitSome();
+      while (started_ < paths_.size() && running_.size() < maxRunning_ && startNext()) continue;
+      receive();
     }
     return std::move(results_);
   }
 
  private:
-  // False when there is no room for one more process as long as others run.
+  // False when no process can be started now, but others are running, so that it can be tried again.
   bool startNext() {
     const std::size_t number = started_;
     Pipe pipe;
     ForkedProcess process;
     if (makePipe(pipe)) {
-      // Results are large; fewer turns are taken with a large pipe. It does as it is, if not.
+      // A larger pipe saves context switches, as results are large. If it cannot be enlarged, the usual size will do.
       constexpr int pipeSize = 1 << 20;
       fcntl(pipe.readEnd.get(), F_SETPIPE_SZ, pipeSize);
       process = ForkedProcess::start([&] {
@@ -136,13 +138,13 @@ class Workers {
     if (process) {
       running_.push_back({number, std::move(pipe.readEnd), std::move(process), {}});
     } else {
-      finish(number, {{}, paths_[number] + ": no process can be started: " + std::strerror(errno), nullptr});
+      finish(number, {{}, paths_[number] + ": cannot start a process to read it: " + std::strerror(errno), nullptr});
     }
     return true;
   }
 
-  // Waits until something comes from a worker, and takes it.
-  void awaitSome() {
+  // Waits until workers send something and receives it; finishes those that have sent everything.
+  void receive() {
     if (running_.empty()) return;
     std::vector<pollfd> watched;
     for (const Worker& worker : running_) watched.push_back({worker.from.get(), POLLIN, 0});
@@ -150,9 +152,9 @@ class Workers {
     auto worker = running_.begin();
     for (const pollfd& descriptor : watched) {
       const auto current = worker++;
-      if (descriptor.revents == 0 || takeFrom(*current)) continue;
+      if (descriptor.revents == 0 || receiveFrom(*current)) continue;
       const std::string& path = paths_[current->number];
-      // The worker needs some time to end.
+      // Done before waiting, because the worker needs some time to exit.
       InputResult result = resultOf(path, std::move(current->answer));
       if (const int status = current->process.await(); status != 0) result = {{}, path + ": " + reasonOf(status), {}};
       finish(current->number, std::move(result));
@@ -160,16 +162,16 @@ class Workers {
     }
   }
 
-  // False when the worker has said everything.
-  bool takeFrom(Worker& worker) {
+  // False at the end of the answer.
+  bool receiveFrom(Worker& worker) {
     const ssize_t count = readRetrying(worker.from.get(), block_.data(), block_.size());
     const bool isFirst = worker.answer.empty();
     if (count > 0) worker.answer.append(block_.data(), static_cast<std::size_t>(count));
-    if (isFirst) worker.answer.reserve(roomFor(worker.answer));
+    if (isFirst) worker.answer.reserve(answerSize(worker.answer));
     return count > 0;
   }
 
-  // Messages come in the order of the inputs, as soon as those of all inputs before are out.
+  // Prints messages in the order of the inputs, as soon as those of all earlier inputs have been printed.
   void finish(std::size_t number, InputResult result) {
     results_.inputs[number] = std::move(result);
     finished_[number] = true;
@@ -178,7 +180,7 @@ class Workers {
 
   const std::vector<std::string>& paths_;
   ReadOptions options_;
-  std::size_t atATime_ = 1;
+  std::size_t maxRunning_ = 1;
   std::size_t started_ = 0;
   std::list<Worker> running_;
   std::vector<char> block_ = std::vector<char>(std::size_t{256} * 1024);

@@ -1,4 +1,4 @@
-// Reads several inputs at a time, each in a process of its own, so that a damaged one costs no other.
+// Reads several inputs in parallel, each in its own process, so that a crash on a damaged input does not affect others.
 #pragma once
 
 #include <memory>
@@ -7,23 +7,23 @@
 
 #include "debuginfo/inventory.h"
 
-/// What was read of one input.
+/// The result of reading one input.
 struct InputResult {
   std::vector<Inventory> programs;
-  std::string error;                         ///< why it failed; empty: it did not
-  std::unique_ptr<const std::string> bytes;  ///< holds the texts of the variables
+  std::string error;                         ///< why it failed; empty if it did not
+  std::unique_ptr<const std::string> bytes;  ///< the storage of the variables' texts
 };
 
-/// What was read of all of them.
+/// The results of reading all inputs.
 struct InputResults {
   std::vector<InputResult> inputs;
 
-  /// All programs, in the order of the inputs. Valid as long as this object.
+  /// All programs, in the order of the inputs. The pointers are valid as long as this object.
   std::vector<const Inventory*> programs() const;
-  /// Whether an input failed.
+  /// Whether any input failed.
   bool failed() const;
 };
 
-/// Reads `paths`, as many at a time as `options.jobs` says. Errors and warnings are written to standard error, in the
-/// order of the inputs. When this process ends, those that it started end too.
+/// Reads the inputs `paths`, up to `options.jobs` at a time. Prints errors and warnings in the order of the inputs.
+/// When this process ends, so do those that it started.
 InputResults readInputs(const std::vector<std::string>& paths, const ReadOptions& options);

@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!writeAt(file.get(), data, size, 0)) return 0;
   try {
     const std::string path = "/proc/self/fd/" + std::to_string(file.get());
-    const Inventory inventory = readInventory(path, {.artificial = true, .known = true});
+    const Inventory inventory = readInventory(path, {.artificial = true, .declarations = true});
     std::uint64_t last = 0;
     for (const Variable& variable : inventory.variables) {
       EXPECT(!variable.name.empty());

@@ -138,11 +138,11 @@ class TableMaker {
     ++tables_.variables;
   }
 
-  // Whether gdb, asked for `name` because the tables lack the variable, might lookup with the type of another variable:
+  // Whether gdb, asked for `name` because the tables lack the variable, might answer with the type of another variable:
   // tolquin.exe takes the first one that gdb lists with `name` in its name and the same last component.
   bool gdbMightConfuse(const std::string& name, std::string_view type) {
     if (typesByName_.empty()) {
-      for (const NamedType& each : inventory_.known)
+      for (const Declaration& each : inventory_.declarations)
         typesByName_.emplace(remove_all_scopes(std::string(each.name)), &each);
     }
     const auto [begin, end] = typesByName_.equal_range(remove_all_scopes(name));
@@ -189,14 +189,14 @@ class TableMaker {
   SuiteTables tables_;
   SizeTable sizes_;
   const Inventory& inventory_;
-  std::unordered_multimap<std::string, const NamedType*> typesByName_;  // by the last component of the name
+  std::unordered_multimap<std::string, const Declaration*> typesByName_;  // by the last component of the name
   const bool qualified_;
 };
 
 }  // namespace
 
 SuiteTables makeTables(const std::string& executable, bool qualified) {
-  Inventory inventory = readInventory(executable, {.artificial = false, .known = true});
+  Inventory inventory = readInventory(executable, {.artificial = false, .declarations = true});
   SuiteTables tables = TableMaker(inventory, qualified).make();
   tables.warnings = std::move(inventory.warnings);
   return tables;

@@ -76,7 +76,7 @@ class Check : public testing::Test {
 // What is over, and the status: bytes that are shared count once, each program has to keep each budget by itself.
 TEST_F(Check, Counting) {
   const std::string unknownFile =
-      "tolquin: budget: 1 variable of unknown file, 7 bytes: only the patterns * and ** count them\n";
+      "tolquin: budget: 1 variable of unknown file (7 bytes): only the patterns * and ** match them\n";
   const struct {
     std::string budgets, over, notes;
   } cases[] = {
@@ -91,10 +91,10 @@ TEST_F(Check, Counting) {
       {"src/e.c * 2\n** .bss 0", "net src/e.c * 3 2 1, net ** .bss 150 0 150, ui ** .bss 1024 0 1024",
        "tolquin: budget:2: ** .bss: 1 variable of unknown size count as 0 bytes\n" + unknownFile},
       {"*.h .bss 1\n*.c .data 0", "",
-       "tolquin: budget:1: *.h .bss stands for no variable\ntolquin: budget:2: *.c .data stands for no variable\n" +
+       "tolquin: budget:1: *.h .bss matches no variable\ntolquin: budget:2: *.c .data matches no variable\n" +
            unknownFile},
-      {"a\\ b\\#[c] .bss 1", "", "tolquin: budget:1: a\\ b\\#[c] .bss stands for no variable\n"},
-      {" # nothing\n", "", "tolquin: budget: there is no budget in it\n"},
+      {"a\\ b\\#[c] .bss 1", "", "tolquin: budget:1: a\\ b\\#[c] .bss matches no variable\n"},
+      {" # nothing\n", "", "tolquin: budget: contains no budgets\n"},
   };
   for (const auto& [budgets, over, notes] : cases) {
     const RunResult result =
@@ -128,24 +128,24 @@ TEST_F(Check, Formats) {
 /usr/bin/python3 -c 'import json, jsonschema, sys
 jsonschema.validate(json.load(open("check.json")), json.load(sys.stdin))' <$SOURCE/docs/schema.json)");
   EXPECT_EQ(described.status, 0) << described.err;
-  EXPECT_NE(directory.run("tolquin list check.json").err.find("holds the result of a check"), std::string::npos);
+  EXPECT_NE(directory.run("tolquin list check.json").err.find("contains the result of a check"), std::string::npos);
 }
 
 TEST_F(Check, WrongUse) {
   const std::string cases[][3] = {
-      {"\n* .bss", "", "budget:2: a budget is a pattern of files, a section and a limit"},
-      {"* .bss 1 2", "", "budget:1: a budget is"},
-      {"* .bss 1G", "", "budget:1: \"1G\" is not a limit"},
-      {"* .bss -1", "", "is not a limit"},
-      {"* .bss 99999999999999999M", "", "is not a limit"},
-      {"!a .bss 1", "", "budget:1: a pattern cannot begin with !"},
-      {"/ .bss 1", "", "is the pattern of no file"},
-      {"* .bss 1\n" + std::string(6000, 'x'), "", "budget:2: the line is too long"},
-      {"* .bss 1", "--by file", "--check and --by exclude each other"},
-      {"* .bss 1", "--columns name", "--check and --columns exclude"},
-      {"* .bss 1", "--sort name", "--check and --sort exclude"},
-      {"* .bss 1", "-n 0", "--check and -n exclude"},
-      {"* .bss 1", "--duplicates", "--check and --duplicates exclude"},
+      {"\n* .bss", "", "budget:2: a budget consists of a file pattern, a section and a limit"},
+      {"* .bss 1 2", "", "budget:1: a budget consists"},
+      {"* .bss 1G", "", "budget:1: invalid limit \"1G\""},
+      {"* .bss -1", "", "invalid limit"},
+      {"* .bss 99999999999999999M", "", "invalid limit"},
+      {"!a .bss 1", "", "budget:1: a pattern cannot start with !"},
+      {"/ .bss 1", "", "invalid pattern \"/\": it matches no file"},
+      {"* .bss 1\n" + std::string(6000, 'x'), "", "budget:2: line too long"},
+      {"* .bss 1", "--by file", "--check and --by cannot be combined"},
+      {"* .bss 1", "--columns name", "--check and --columns cannot"},
+      {"* .bss 1", "--sort name", "--check and --sort cannot"},
+      {"* .bss 1", "-n 0", "--check and -n cannot"},
+      {"* .bss 1", "--duplicates", "--check and --duplicates cannot"},
       {"", "--check none", "--check"},
   };
   for (const auto& [budgets, arguments, message] : cases) {
@@ -155,7 +155,7 @@ TEST_F(Check, WrongUse) {
     EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
   }
   EXPECT_EQ(directory.run("tolquin list rows.jsonl --check none").err,
-            "tolquin: none: cannot be opened: No such file or directory\n");
+            "tolquin: none: cannot open: No such file or directory\n");
   EXPECT_EQ(directory.run("tolquin list rows.jsonl --check .").status, 2);
   EXPECT_EQ(directory.run("tolquin list rows.jsonl --check ''").status, 2);
   // An input that fails comes first: the check is not whole.

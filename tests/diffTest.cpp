@@ -111,7 +111,7 @@ TEST_F(Diff, ReleasesOfLua) {
   EXPECT_EQ(shown.out, readFile(std::string(lua) + "changes.txt")) << shown.err;
   const RunResult same = diff(std::string(lua) + "5.4.4.json " + lua + "5.4.4.json --fail-on-growth 0 --all");
   EXPECT_EQ(same.status, 0);
-  EXPECT_EQ(same.out, "No variable has changed\n5,711 → 5,711 bytes (0), writable or thread-local 16 → 16 (0)\n");
+  EXPECT_EQ(same.out, "No variables have changed\n5,711 → 5,711 bytes (0), writable or thread-local 16 → 16 (0)\n");
 }
 
 TEST_F(Diff, MatchingAndClasses) {
@@ -209,12 +209,12 @@ TEST_F(Diff, Formats) {
       "type                              +4                           8  ?                alias  int → long  "
       "src/a,b:c%.c:7\n"
       "moved                              0                           1  .rodata → .data  moved  ?           ?\n\n"
-      "1 added, 1 removed, 1 of another type, 1 moved; 3 of 4 rows shown\n"
+      "1 added, 1 removed, 1 with a different type, 1 moved; 3 of 4 rows shown\n"
       "18,446,744,073,709,551,615 → 9 bytes (-18,446,744,073,709,551,606), writable or thread-local "
       "18,446,744,073,709,551,615 → 9 (-18,446,744,073,709,551,606)\n"
-      "Not counted, because a size is not known: 0 variables before, 1 variable now\n");
+      "Not counted because a size is unknown: 0 variables before, 1 variable now\n");
   EXPECT_EQ(diff("old new --where 'name = moved'").out,
-            "No variable has changed\n1 → 1 bytes (0), writable or thread-local 0 → 1 (+1)\n"
+            "No variables have changed\n1 → 1 bytes (0), writable or thread-local 0 → 1 (+1)\n"
             "1 variable moved to another section (`--moves` shows them)\n");
   EXPECT_EQ(directory.run("GITHUB_WORKSPACE=/build tolquin diff --format github -n 2 old new").out,
             "::warning file=src/a%2Cb%3Ac%25.c,line=7,title=Variable has grown::alias, int → long: 8 bytes, +4\n"
@@ -234,7 +234,7 @@ print(total["old"]["variables"], total["new"]["unsized"], total["mutable_delta"]
 '; tolquin diff.json 2>&1)");
   EXPECT_EQ(checked.out,
             "removed -18446744073709551615 gone\ntype 4 alias\nmoved 0 moved\nadded None x\\x1b[31m\\n::error::\n"
-            "4 1 -18446744073709551606 1 0\ntolquin: diff.json: holds changes, not variables\n")
+            "4 1 -18446744073709551606 1 0\ntolquin: diff.json: contains changes, not variables\n")
       << checked.err;
 }
 
@@ -281,8 +281,8 @@ tail -n 1 long.md; grep -c '^| add' long.md; done; t odd | grep -c '^| add')");
   const std::vector<std::string> lines = splitAt(result.out, '\n');
   ASSERT_EQ(lines.size(), 13u) << result.out << result.err;
   EXPECT_EQ(lines[0] + lines[1] + lines[2], "0 set(){7}True") << result.out << result.err;
-  EXPECT_EQ(lines[4] + lines[5], "100 changes more.0");
-  EXPECT_EQ(lines[7] + lines[8], "95 changes more.5");
+  EXPECT_EQ(lines[4] + lines[5], "100 more changes.0");
+  EXPECT_EQ(lines[7] + lines[8], "95 more changes.5");
   EXPECT_LT(std::stoi(lines[9]), 65'000);
   EXPECT_GT(std::stoi(lines[11]), 5);
   EXPECT_EQ(lines[12], "50");
@@ -307,31 +307,32 @@ TEST_F(Diff, LimitsAndWrongUse) {
       {"old new", 0, ""},
       {"old new --fail-on-growth 32 --mutable --where 'name != c'", 0, ""},
       {"old new --fail-on-growth 31 --where 'name != c'", 3,
-       "limit passed: --fail-on-growth 31: writable and thread-local variables grew by 32 bytes, from 1,000 to 1,032, "
-       "which is 1 too many"},
+       "limit exceeded: --fail-on-growth 31: writable and thread-local variables grew by 32 bytes, from 1,000 to "
+       "1,032, "
+       "1 more than allowed"},
       {"new old --fail-on-growth 0 --where 'name != c'", 0, ""},
       {"old new --fail-on-growth 3.2% --where 'name != c'", 0, ""},
-      {"old new --fail-on-growth 3% --where 'name != c'", 3, "which is 2 too many"},
+      {"old new --fail-on-growth 3% --where 'name != c'", 3, "2 more than allowed"},
       {"old new --fail-on-growth 1K --all", 0, ""},
-      {"old new --fail-on-growth 0 --all", 3, "all variables grew by 124 bytes, from 1,016 to 1,140, which is 124"},
+      {"old new --fail-on-growth 0 --all", 3, "all variables grew by 124 bytes, from 1,016 to 1,140, 124 more"},
       {"old new --fail-on-growth 100% --all -n 0", 0, ""},
       {"old new --fail-on-new-writable --where 'name != c'", 3,
-       "limit passed: --fail-on-new-writable: 1 variable newly writable or thread-local: b"},
+       "limit exceeded: --fail-on-new-writable: 1 variable newly writable or thread-local: b"},
       {"old new --fail-on-new-writable --where 'name = c'", 1, "old: does not say which variables are writable"},
       {"mute new --fail-on-growth 99%", 1, "mute: does not say which variables are writable"},
       {"mute new --fail-on-growth 999% --all", 0, ""},
-      {"old new --fail-on-growth 1M", 0, "old: warning: of 1 variable it is not known whether they are writable"},
-      {"old new --where 'name = z'", 0, "no variable is selected"},
+      {"old new --fail-on-growth 1M", 0, "old: warning: 1 variable not checked: unknown whether writable"},
+      {"old new --where 'name = z'", 0, "no variables selected"},
       {"old", 2, "NEW is required"},
       {"old new old", 2, "not expected: old"},
-      {"old new --fail-on-growth -1", 2, "--fail-on-growth \"-1\": it is a number of bytes"},
+      {"old new --fail-on-growth -1", 2, "--fail-on-growth \"-1\": expected a number of bytes"},
       {"old new --fail-on-growth ''", 2, ""},
       {"old new --fail-on-growth %", 2, "a percentage"},
       {"old new --fail-on-growth 1e3%", 2, "a percentage"},
       {"old new --all", 2, "--all requires --fail-on-growth"},
       {"old new --format csv", 2, "{table,json,markdown,github}"},
-      {"old new --where size", 2, "followed by one of"},
-      {"old none --fail-on-growth 0", 1, "none: cannot be opened: No such file or directory"},
+      {"old new --where size", 2, "expected one of"},
+      {"old none --fail-on-growth 0", 1, "none: cannot open: No such file or directory"},
       {"old new >/dev/full", 1, "No space left on device"},
   };
   for (const auto& [arguments, status, message] : cases) {
@@ -403,7 +404,7 @@ END
       "gh api --paginate repos/server/issues/7/comments --jq .[] | select(.body | startswith(\"<!-- tolquin "
       "-->\")) | .id\n"
       "gh api --silent --method PATCH repos/server/issues/comments/5 --field body=@TEMP/comment.md\n"
-      "tolquin: limit passed: --fail-on-growth 1%: writable and thread-local variables grew by 12 bytes, from 4 to "
-      "16, which is 12 too many\n"
-      "tolquin: limit passed: --fail-on-new-writable: 1 variable newly writable or thread-local: fresh (prog.c:2)\n");
+      "tolquin: limit exceeded: --fail-on-growth 1%: writable and thread-local variables grew by 12 bytes, from 4 to "
+      "16, 12 more than allowed\n"
+      "tolquin: limit exceeded: --fail-on-new-writable: 1 variable newly writable or thread-local: fresh (prog.c:2)\n");
 }

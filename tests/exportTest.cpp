@@ -202,25 +202,25 @@ tolquin export --sqlite ro.db prog; chmod a=r ro.db; chmod a+rx .)");
     int status;
     std::string message;
   } cases[] = {
-      {"prog", 2, "--sqlite FILE is missing"},
-      {"--sqlite '' prog", 2, "--sqlite FILE is missing"},
-      {"--sqlite a.db", 2, "an input is missing"},
-      {"--sqlite a.db --where size=x prog", 2, "it compares with a number"},
+      {"prog", 2, "--sqlite FILE is required"},
+      {"--sqlite '' prog", 2, "--sqlite FILE is required"},
+      {"--sqlite a.db", 2, "no input given"},
+      {"--sqlite a.db --where size=x prog", 2, "must be a number"},
       {"--sqlite text prog", 1, "text: is not an SQLite database"},
       {"--sqlite noise prog", 1, "noise: is not an SQLite database"},
       {"--sqlite prog prog", 1, "prog: is not an SQLite database"},
       {"--sqlite d prog", 1, "d: is not a regular file"},
       {"--sqlite pipe prog", 1, "pipe: is not a regular file"},
       {"--sqlite /dev/null prog", 1, "/dev/null: is not a regular file"},
-      {"--sqlite none/a.db prog", 1, "none/a.db: there is no directory none"},
-      {"--sqlite other.db prog", 1, "other.db: is a database of another program"},
-      {"--sqlite marked.db prog", 1, "marked.db: is a database of another program"},
-      {"--sqlite next.db prog", 1, "next.db: was made by another version of tolquin (schema 2, not 1)"},
-      {"--sqlite short.db prog", 1, "short.db: is a damaged database"},
-      {"--sqlite a.db none", 1, "none: cannot be opened"},
+      {"--sqlite none/a.db prog", 1, "none/a.db: directory none does not exist"},
+      {"--sqlite other.db prog", 1, "other.db: is the database of another program"},
+      {"--sqlite marked.db prog", 1, "marked.db: is the database of another program"},
+      {"--sqlite next.db prog", 1, "next.db: was created by a different version of tolquin (schema 2, not 1)"},
+      {"--sqlite short.db prog", 1, "short.db: is damaged"},
+      {"--sqlite a.db none", 1, "none: cannot open"},
       {"--sqlite empty.db prog", 0, ""},
       {"--sqlite :memory: prog", 0, ""},
-      {"--sqlite new.db prog --where size=3", 0, "no variable is selected"},
+      {"--sqlite new.db prog --where size=3", 0, "no variables selected"},
   };
   for (const auto& [arguments, status, message] : cases) {
     const RunResult result = directory.run("tolquin export " + arguments);

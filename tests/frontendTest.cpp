@@ -68,7 +68,7 @@ TEST_F(FrontEnd, NamesAsGdbSpellsThem) {
 
 TEST_F(FrontEnd, TablesOfASmallProgram) {
   EXPECT_EQ(directory.run("tolquin tables program; cat program.vym/* | sed -E 's/(0x)?[0-9a-f]{4,16}/ADDRESS/'").out,
-            "program.vym: 1 variables, 1 declarations, 1 sizes of types\n"
+            "program.vym: 1 variable, 1 declaration, 1 type size\n"
             "ADDRESS 8 counter\nlong counter /* ADDRESS */;\nlong\t8\n");
 }
 
@@ -125,13 +125,13 @@ TEST_F(FrontEnd, OddPrograms) {
 TEST_F(FrontEnd, ErrorsSayWhatToDo) {
   directory.run(
       "echo no program >text; strip -o stripped program; head -c 5000 program >short; gcc -c -g -x c /dev/null -o o.o");
-  const std::string cases[][2] = {{"none", "none: cannot be opened: No such file or directory"},
-                                  {"text", "text: is not an ELF file; an executable or shared object is wanted"},
+  const std::string cases[][2] = {{"none", "none: cannot open: No such file or directory"},
+                                  {"text", "text: is not an ELF file; expected an executable or shared object"},
                                   {".", ".: is not an ELF file"},
                                   {"o.o", "o.o: is an object file"},
                                   {"stripped", "compile it with -g"},
-                                  {"short", "short: has no sections; the file is truncated"},
-                                  {"program -o text/x", "text/x: cannot be made a directory: Not a directory"}};
+                                  {"short", "short: has no section headers; the file is truncated"},
+                                  {"program -o text/x", "text/x: cannot create directory: Not a directory"}};
   for (const auto& [arguments, message] : cases) {
     const RunResult result = directory.run("tolquin tables " + arguments);
     EXPECT_EQ(result.status, 1) << arguments;

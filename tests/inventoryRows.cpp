@@ -33,7 +33,7 @@ void write(const Inventory& inventory) {
                       (each.namedIncomplete ? "incomplete" : text(each.namedSize));
     std::puts(row.c_str());
   }
-  for (const NamedType& each : inventory.known)
+  for (const Declaration& each : inventory.declarations)
     std::puts(("known\t" + text(each.name) + "\t" + text(each.type)).c_str());
 }
 
@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
   for (int i = 2; i < argc; ++i) {
     const std::string argument = argv[i];
     options.artificial = options.artificial || argument == "--artificial";
-    options.known = options.known || argument == "--known";
+    options.declarations = options.declarations || argument == "--known";
     if (argument == "--share") options.bytesOfProcess = 1;
     if (argument.starts_with("-j")) options.jobs = static_cast<unsigned>(std::atoi(&argument[2]));
   }

@@ -200,8 +200,9 @@ inventoryRows q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program)",
       // What cannot be read, and what is the matter with it.
       {"#include <stdio.h>\n#include <stdlib.h>\nint v; int main(void) { return printf(\"\"); }",
        "gcc -g3 -x c source -o program; objcopy --compress-debug-sections=zstd program",
-       {"error: program: its debugging information is compressed by zstd, which libdw cannot read here; objcopy "
-        "--decompress-debug-sections makes a copy without"},
+       {"error: program: its debugging information is compressed with zstd, which this libdw cannot read; decompress "
+        "it with "
+        "objcopy --decompress-debug-sections"},
        {}},
       {"struct S { int i; } v; int main() { return v.i; }",
        "g++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section -gz -x c++ -c source -o a.o; g++ a.o -o program",
@@ -209,14 +210,13 @@ inventoryRows q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program)",
        {"warning"}},
       {"int v = 3; int main(void) { return v++; }",
        "gcc -O2 -g -flto -gsplit-dwarf -w -x c source -c -o a.o; gcc -O2 -g -flto -gsplit-dwarf -w a.o -o program",
-       {"warning: variables are missing: with -flto and -gsplit-dwarf together gcc loses their names and types; link "
-        "without -gsplit-dwarf"},
+       {"warning: variables are missing: with both -flto and -gsplit-dwarf, gcc loses their names and types; "
+        "link without -gsplit-dwarf"},
        {}},
       {"int v; int main(void) { return v; }",
        "gcc -g -gsplit-dwarf -x c source -c -o a.o; gcc a.o -o program; rm a.dwo",
-       {"warning: the debugging information in a.dwo is missing: the file cannot be found where the compiler left it, "
-        "or "
-        "in program.dwp"},
+       {"warning: the debugging information in a.dwo is missing: the file is neither where the compiler put it "
+        "nor in program.dwp"},
        {}},
   };
   for (const auto& each : cases) {
@@ -313,7 +313,7 @@ TEST(Inventory, DamagedPrograms) {
       for (int i = 0; i < 30; ++i) bytes[random() % bytes.size()] = static_cast<char>(random());
       std::copy_n(good.begin(), 64, bytes.begin());
       writeFile(directory / file, bytes);
-      EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .known = true})) == "?");
+      EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .declarations = true})) == "?");
       if (round % 10 != 0) continue;
       const ReadOptions shared{.jobs = 2, .bytesOfProcess = 1};
       EXPECT_EQ(joined(inventoryOf(directory / "program", shared)), joined(inventoryOf(directory / "program")));

@@ -101,11 +101,11 @@ TEST_F(List, Formats) {
             "p              8  .rodata  n::a                     T<int, 2>   h.h:1\n"
             "p              4  .rodata  n::f::m                  int         x.c:9\n"
             "q              ?  ?        \\x1b[31m\\u202e\"ä,\\x09漢  ?           ?\n"
-            "\n5 variables, 116 bytes and 1 of unknown size\n  .bss 100\n  .rodata 16\n  elsewhere 0\n");
+            "\n5 variables, 116 bytes and 1 of unknown size\n  .bss 100\n  .rodata 16\n  unknown section 0\n");
   EXPECT_EQ(
       directory.run("COLUMNS=36 tolquin vym --columns name,file,line; COLUMNS=45 tolquin prog -n 1").out,
       "Name   File    Line\nx      /d/x.c     7\ny\\xff  ?          ?\n\n2 variables, 4 bytes and 1 of unknown size\n"
-      "  elsewhere 4\n"
+      "  unknown section 4\n"
       "Size  Section  Name      Type       Place\n  48  .rodata  app::ta…  const do…  …og.cpp:5\n\n"
       "5 variables, 80 bytes; 1 of 5 rows shown\n" +
           directory.run("tolquin prog | sed '1,/ variables/d'").out);
@@ -143,7 +143,7 @@ TEST_F(List, Choice) {
     writeFile(directory / "command", "tolquin list rows.jsonl --format jsonl " + options + columns + " 2>note");
     const RunResult shown = directory.run("sh ./command | sed -E 's/^[^:]*: \"?|\"?}$//g' | paste -sd' '");
     EXPECT_EQ(shown.out, expected + "\n") << options;
-    const bool noted = readFile(directory / "note") == "tolquin: no variable is selected\n";
+    const bool noted = readFile(directory / "note") == "tolquin: no variables selected\n";
     EXPECT_EQ(noted, expected.empty() && options != "-n 0") << options;
   }
   EXPECT_NE(list("rows.jsonl --duplicates").find("copies of 1 definition; one copy of each would save 8 bytes"),
@@ -215,43 +215,43 @@ TEST_F(List, WrongUseAndBadInput) {
     int status;
     std::string message;  // on standard error, if not empty after "tolquin: "
   } cases[] = {
-      {"", 2, "an input is missing"},
-      {"lst prog", 2, "neither a command nor a file called \"lst\"; did you mean list?"},
+      {"", 2, "no input given"},
+      {"lst prog", 2, "no command or file called \"lst\"; did you mean list?"},
       {"xyz", 2, "the commands are list, "},
       {"scan prog", 2, "`tolquin list EXECUTABLE...`"},
       {"show vym", 2, "`tolquin list DIR`"},
-      {"list", 2, "an input is missing"},
+      {"list", 2, "no input given"},
       {"list --bogus prog", 2, "--bogus"},
-      {"--sort siz prog", 2, "no column \"siz\"; did you mean size? The columns are executable, name"},
-      {"--columns name, prog", 2, "no column \"\""},
-      {"--by file --columns name prog", 2, "exclude each other"},
+      {"--sort siz prog", 2, "unknown column \"siz\"; did you mean size? The columns are executable, name"},
+      {"--columns name, prog", 2, "unknown column \"\""},
+      {"--by file --columns name prog", 2, "cannot be combined"},
       {"--by file --sort size prog", 2, "The columns are file, variables, bytes, unsized"},
       {"--format xml prog", 2, "{table,csv,tsv,json,jsonl}"},
-      {"--where 'size ? 3' prog", 2, "followed by one of = !="},
-      {"--where 'size ~ 3' prog", 2, "~ compares texts only"},
+      {"--where 'size ? 3' prog", 2, "expected one of = !="},
+      {"--where 'size ~ 3' prog", 2, "~ applies to text columns only"},
       {"--where 'size > 99999999999999M' prog", 2, "a number"},
-      {"--where 'name < null' prog", 2, "by = and != only"},
-      {"--where 'name ~ (' prog", 2, "not a regular expression"},
-      {"--where 'name = \"a' prog", 2, "is not closed"},
+      {"--where 'name < null' prog", 2, "with = and != only"},
+      {"--where 'name ~ (' prog", 2, "invalid regular expression"},
+      {"--where 'name = \"a' prog", 2, "missing closing quotation mark"},
       {"--where 'size=4 line=3' prog", 2, "a number"},
-      {"--where 'writable > true' prog", 2, "true, false or null"},
-      {"none/x", 1, "none/x: cannot be opened: No such file or directory"},
+      {"--where 'writable > true' prog", 2, "true, false and null"},
+      {"none/x", 1, "none/x: cannot open: No such file or directory"},
       {"stripped", 1, "stripped: has no debugging information"},
       {"o.o", 1, "o.o: is an object file"},
       {"a.a", 1, "a.a: is an archive of object files"},
       {"prog.cpp", 1, "prog.cpp: is not an ELF file"},
       {"short", 1, "short: "},
       {".", 1, ".: is a directory without a tGlobalVarDef.tbl"},
-      {"d", 1, "line 1 is not one of a result table"},
-      {"/dev/zero", 1, "is neither a file, a pipe nor a directory"},
-      {"2.json", 1, "2.json: was written by another version"},
+      {"d", 1, "line 1 is malformed"},
+      {"/dev/zero", 1, "is not a regular file, pipe or directory"},
+      {"2.json", 1, "2.json: was written by a different version"},
       {"half.jsonl", 1, "half.jsonl: line 2 is not valid JSON"},
-      {"size.jsonl", 1, "size.jsonl: line 1 the value of \"size\" makes no sense"},
+      {"size.jsonl", 1, "size.jsonl: line 1 has an invalid value for \"size\""},
       {"nameless.jsonl", 1, "a variable without a name"},
-      {"sum.jsonl", 1, "holds sums, not variables"},
-      {"e.jsonl", 0, "e.jsonl: warning: holds no variable"},
+      {"sum.jsonl", 1, "contains sums, not variables"},
+      {"e.jsonl", 0, "e.jsonl: warning: contains no variables"},
       {"prog >&-", 1, "standard output is closed"},
-      {"prog >/dev/full", 1, "standard output cannot be written: No space left on device"},
+      {"prog >/dev/full", 1, "cannot write to standard output: No space left on device"},
       {"--help >/dev/full", 1, "No space left on device"},
   };
   for (const auto& [arguments, status, message] : cases) {
@@ -263,17 +263,17 @@ TEST_F(List, WrongUseAndBadInput) {
   }
   EXPECT_EQ(directory.run("tolquin prog | head -n 1").err, "");
   EXPECT_EQ(directory.run(R"(printf '\033[31m' >name; tolquin ./$(cat name))").err,
-            "tolquin: ./\\x1b[31m: cannot be opened: No such file or directory\n");
+            "tolquin: ./\\x1b[31m: cannot open: No such file or directory\n");
 }
 
 // One bad input costs no other, whatever becomes of the process that reads it; messages come in the order of the
 // inputs.
 TEST_F(List, WorkersAreApart) {
   const std::string errors =
-      "tolquin: none1: cannot be opened: No such file or directory\n"
-      "tolquin: crash: reading it was ended by signal 11 (Segmentation fault); its debugging "
+      "tolquin: none1: cannot open: No such file or directory\n"
+      "tolquin: crash: the process reading it was killed by signal 11 (Segmentation fault); the debugging "
       "information may be damaged\n"
-      "tolquin: none2: cannot be opened: No such file or directory\n";
+      "tolquin: none2: cannot open: No such file or directory\n";
   directory.run(R"(cp prog crash; gcc -shared -fPIC -w -x c - -o crash.so <<'END'
 #define _GNU_SOURCE
 #include <dlfcn.h>

@@ -51,7 +51,7 @@ TEST_F(Report, FileAppearsWholeOrNotAtAll) {
   const RunResult half = report("-o half.html rows.jsonl bad");
   EXPECT_EQ(half.status, 1);
   EXPECT_NE(half.err.find("bad"), std::string::npos);
-  EXPECT_EQ(report("-o none.html --where 'size > 5' rows.jsonl").err, "tolquin: no variable is selected\n");
+  EXPECT_EQ(report("-o none.html --where 'size > 5' rows.jsonl").err, "tolquin: no variables selected\n");
   EXPECT_EQ(directory.run("ls").out, "bad\nhalf.html\nnone.html\nold.html\nrows.jsonl\n");
 }
 

@@ -1,4 +1,4 @@
-// What several commands ask for in the same way: which inputs are read, and which of their variables count.
+// Options that several commands share: which inputs to read, and which of their variables to select.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -10,6 +10,7 @@
 #include "debuginfo/inventory.h"
 #include "frontend/selection.h"
 
+/// The values of the shared options.
 struct Choice {
   std::vector<std::string> inputs;
   std::string where;
@@ -18,32 +19,32 @@ struct Choice {
   ReadOptions reading;
 };
 
-/// Adds -j to `command`; it sets `choice`, which lives as long as `command`.
+/// Adds -j to `command`. Parsing sets `choice`, which must live as long as `command`; the same holds for the others.
 void addJobsOption(CLI::App& command, Choice& choice);
 
-/// Adds INPUT and -j in the same way.
+/// Adds INPUT and -j.
 void addInputOptions(CLI::App& command, Choice& choice);
 
-/// Adds --where, --mutable and --artificial in the same way.
+/// Adds --where, --mutable and --artificial.
 void addConditionOptions(CLI::App& command, Choice& choice);
 
-/// Adds these and --duplicates in the same way.
+/// Adds --where, --mutable, --artificial and --duplicates.
 void addSelectionOptions(CLI::App& command, Choice& choice);
 
-/// Adds -n, described by `meaning`; it sets `rows`, which lives as long as `command`.
+/// Adds -n with the help text `meaning`. Parsing sets `rows`, which must live as long as `command`.
 void addRowsOption(CLI::App& command, std::optional<std::int64_t>& rows, const std::string& meaning);
 
-/// Throws UsageError when no input is named.
+/// Throws UsageError when no input is given.
 void requireInput(const Choice& choice);
 
-/// What `choice` selects. Throws UsageError when a condition is wrong.
+/// The selection that `choice` describes. Throws UsageError when a condition is invalid.
 Selection selectionOf(const Choice& choice);
 
 /// The rows of a selection.
 struct ChosenRows {
   std::vector<Row> rows;
-  Waste waste;  ///< when duplicates were selected
+  Waste waste;  ///< set when duplicates were selected
 };
 
-/// The variables of `programs` that `selection` keeps, in their order. Says on standard error that there is none.
+/// The variables of `programs` that `selection` keeps, in their order. Prints a message if there are none.
 ChosenRows chooseRows(const std::vector<const Inventory*>& programs, const Selection& selection);

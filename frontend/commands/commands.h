@@ -1,17 +1,16 @@
-// The commands of tolquin. Each adds itself to the command line.
+// The commands of tolquin. main.cpp adds each of them to the command line.
 #pragma once
 
 #include <CLI/CLI.hpp>
 #include <functional>
 
-/// The exit status of a command when a limit that it was given is passed.
-constexpr int limitPassed = 3;
+/// The exit status of a command when a budget or limit is exceeded.
+constexpr int limitExceeded = 3;
 
-/// What a command does once the command line has been read. Returns the exit status of the program. Throws UserError.
+/// Runs a command after the command line has been parsed. Returns the exit status of the program. Throws UserError.
 using Action = std::function<int()>;
 
-/// Adds the command to `app`; `action` is set when the command line names it. `app` and `action` live as long as the
-/// command is used.
+/// Adds the command to `app`. Parsing a command line that names it sets `action`. Both must outlive the parsing.
 void addListCommand(CLI::App& app, Action& action);
 void addReportCommand(CLI::App& app, Action& action);
 void addDiffCommand(CLI::App& app, Action& action);

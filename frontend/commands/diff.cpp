@@ -1,4 +1,4 @@
-// What changed between two builds, as a table or as data, and whether it passes a limit.
+// The command diff: shows what changed between two builds and checks limits on growth.
 #include <cstdlib>
 #include <memory>
 #include <utility>
@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t defaultMarkdownRows = 50;
 
+// The values of the command's options.
 struct DiffOptions {
   std::string before;
   std::string after;
@@ -27,7 +28,7 @@ struct DiffOptions {
   Choice choice;
 };
 
-// Names and places of variables, not too many for a line.
+// The names and source locations of the first few of `rows`.
 std::string namesOf(const std::vector<Row>& rows) {
   constexpr std::size_t most = 5;
   std::string names;
@@ -42,7 +43,7 @@ std::string namesOf(const std::vector<Row>& rows) {
   return rows.size() > most ? names + " and " + std::to_string(rows.size() - most) + " more" : names;
 }
 
-// All that can be wrong with the options is found before anything is read.
+// Runs diff. The constructor checks all options, so that errors in them are reported before anything is read.
 class Diff {
  public:
   explicit Diff(const DiffOptions& options) : options_(options), selection_(selectionOf(options.choice)) {
@@ -57,15 +58,15 @@ class Diff {
     report_.comparison = compare(report_.before, report_.after, selection_);
     const Comparison& comparison = report_.comparison;
     if (comparison.before.variables + comparison.after.variables == 0 && !selection_.isWhole()) {
-      printMessage("no variable is selected");
+      printMessage("no variables selected");
     }
     if (needsWritable()) warnOfUndecided();
     show();
-    return passesLimit() ? limitPassed : 0;
+    return exceedsLimit() ? limitExceeded : 0;
   }
 
  private:
-  // What an input does not say cannot be checked.
+  // Warns about variables that may or may not be writable. Throws UserError if that holds for all of an input.
   void warnOfUndecided() const {
     const Total* const totals[] = {&report_.comparison.before, &report_.comparison.after};
     const std::string* const inputs[] = {&options_.before, &options_.after};
@@ -74,8 +75,8 @@ class Diff {
       if (totals[i]->undecided == totals[i]->variables) {
         throw UserError(*inputs[i] + ": does not say which variables are writable, so the limit cannot be checked");
       }
-      printMessage(*inputs[i] + ": warning: of " + counted(totals[i]->undecided, "variable") +
-                   " it is not known whether they are writable; they are not checked");
+      printMessage(*inputs[i] + ": warning: " + counted(totals[i]->undecided, "variable") +
+                   " not checked: unknown whether writable");
     }
   }
 
@@ -112,14 +113,14 @@ class Diff {
     writeChangeTable(report_, styleOfOutput(), output);
   }
 
-  bool passesLimit() const {
+  bool exceedsLimit() const {
     const Comparison& comparison = report_.comparison;
-    const std::string growth = growthLimit_ ? growthLimit_->passedBy(comparison) : "";
-    if (!growth.empty()) printMessage("limit passed: " + growth);
+    const std::string growth = growthLimit_ ? growthLimit_->excess(comparison) : "";
+    if (!growth.empty()) printMessage("limit exceeded: " + growth);
     const std::vector<Row>& rows = comparison.newlyMutable;
     const bool hasNew = options_.failOnNewWritable && !rows.empty();
     if (hasNew) {
-      printMessage("limit passed: --fail-on-new-writable: " + counted(rows.size(), "variable") +
+      printMessage("limit exceeded: --fail-on-new-writable: " + counted(rows.size(), "variable") +
                    " newly writable or thread-local: " + namesOf(rows));
     }
     return hasNew || !growth.empty();
@@ -132,43 +133,44 @@ class Diff {
 };
 
 void addViewOptions(CLI::App& command, DiffOptions& options) {
-  command.add_option("--format", options.format, "How to write it")
+  command.add_option("--format", options.format, "Output format")
       ->check(CLI::IsMember({"table", "json", "markdown", "github"}))
       ->capture_default_str();
-  addRowsOption(command, options.rows, "Show at most N changes, the largest; default: all, of markdown 50");
-  command.add_flag("--moves", options.moves, "Also variables that only moved to another section");
+  addRowsOption(command, options.rows, "Show only the N largest changes; default: all, in markdown 50");
+  command.add_flag("--moves", options.moves, "Also show variables that only moved to another section");
 }
 
 void addLimitOptions(CLI::App& command, DiffOptions& options) {
   CLI::Option* growth =
       command
           .add_option("--fail-on-growth", options.growth,
-                      "Fail if writable and thread-local variables take more than so many bytes\n(also with K or M), "
-                      "or so many percent of OLD, more than in OLD")
+                      "Fail if writable and thread-local variables together grow by more than\nthis number of bytes "
+                      "(also with K or M) or this percentage of OLD")
           ->type_name("BYTES|N%");
-  command.add_flag("--all", options.allBytes, "Count the bytes of all variables for that")->needs(growth);
+  command.add_flag("--all", options.allBytes, "With --fail-on-growth, count all variables")->needs(growth);
   command.add_flag("--fail-on-new-writable", options.failOnNewWritable,
-                   "Fail if a variable is writable or thread-local that was not, or was not there");
+                   "Fail if a writable or thread-local variable is new, or was neither before");
 }
 
 constexpr const char* helpText =
-    "A variable may change its line or address, and be defined in another file. Conditions\n"
-    "are those of list; a variable counts if it fulfils them in OLD or in NEW.\n\n"
+    "A variable is recognized even if its line or address has changed, or it has moved to\n"
+    "another file. Conditions are those of list; a variable counts if it meets them in OLD\n"
+    "or in NEW.\n\n"
     "Examples:\n"
     "  tolquin diff old/prog new/prog\n"
     "  tolquin diff --mutable --where 'file ~ ^src/net/' old/prog new/prog\n"
     "  tolquin diff --fail-on-growth 1% --fail-on-new-writable old.json new/prog\n"
     "  tolquin diff --format markdown old/prog new/prog | gh pr comment --body-file -\n\n"
-    "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong use; 3 when a\n"
-    "limit was passed.";
+    "Exit status: 0 on success; 1 if an input cannot be read (see standard error); 2 for a\n"
+    "usage error; 3 if a limit is exceeded.";
 
 }  // namespace
 
 void addDiffCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<DiffOptions>();
   CLI::App* command = app.add_subcommand("diff", "Show what changed between two builds");
-  command->add_option("OLD", options->before, "The build before: any input that list takes")->required();
-  command->add_option("NEW", options->after, "The build now")->required();
+  command->add_option("OLD", options->before, "The old build: any input that list accepts")->required();
+  command->add_option("NEW", options->after, "The new build")->required();
   addViewOptions(*command, *options);
   addConditionOptions(*command, options->choice);
   addLimitOptions(*command, *options);

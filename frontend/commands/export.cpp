@@ -1,4 +1,4 @@
-// The variables of programs in a database.
+// The command export: writes the variables of programs to an SQLite database.
 #include <memory>
 
 #include "frontend/commands/choice.h"
@@ -9,6 +9,7 @@
 
 namespace {
 
+// The values of the command's options.
 struct ExportOptions {
   Choice choice;
   std::string database;
@@ -25,29 +26,29 @@ int exportTo(const ExportOptions& options) {
 }
 
 const char* const helpText =
-    "Each program replaces the one of the same path, as it has been selected now; the\n"
-    "others stay. All is written or, when the export is interrupted or fails, nothing.\n"
-    "An input that fails leaves what the database has of it. Tables and views are\n"
-    "described in docs/database.md.\n\n"
+    "Each program replaces the one with the same path in the database; only the selected\n"
+    "variables are kept. Other programs are not changed, nor is one whose input cannot be\n"
+    "read. If the export fails or is interrupted, nothing is written. The tables and views\n"
+    "are described in docs/database.md.\n\n"
     "Examples:\n"
     "  tolquin export --sqlite product.db build/bin/*\n"
     "  sqlite3 product.db 'SELECT * FROM bytes_by_file ORDER BY bytes DESC LIMIT 20'\n"
     "  sqlite3 product.db 'SELECT name, executables FROM shared_names'\n\n"
-    "Exit status: 0; 1 when an input or the database failed, with the reason on standard\n"
-    "error; 2 for wrong use.";
+    "Exit status: 0 on success; 1 if an input cannot be read or the database cannot be\n"
+    "written (see standard error); 2 for a usage error.";
 
 }  // namespace
 
 void addExportCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<ExportOptions>();
-  CLI::App* command = app.add_subcommand("export", "Put the variables of programs into a database");
-  command->add_option("--sqlite", options->database, "Database of SQLite, which is made if it is missing")
+  CLI::App* command = app.add_subcommand("export", "Export the variables of programs to a database");
+  command->add_option("--sqlite", options->database, "SQLite database to write; created if it does not exist")
       ->type_name("FILE");
   addSelectionOptions(*command, options->choice);
   addInputOptions(*command, options->choice);
   command->footer(helpText);
   command->callback([options, &action] {
-    if (options->database.empty()) throw UsageError("--sqlite FILE is missing: the database to write");
+    if (options->database.empty()) throw UsageError("--sqlite FILE is required: the database to write");
     requireInput(options->choice);
     action = [options] { return exportTo(*options); };
   });

@@ -1,4 +1,4 @@
-// The variables of programs, as a table or as data.
+// The command list: shows the variables of programs, their sums, or the budgets that they exceed.
 #include <unistd.h>
 
 #include <memory>
@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::string_view tableFormat = "table";
 
+// The values of the command's options.
 struct ListOptions {
   Choice choice;
   std::string format{tableFormat};
@@ -37,7 +38,7 @@ std::vector<Field<Row>> fieldsNamed(std::string_view list) {
   return chosen;
 }
 
-// All that can be wrong with the options is found before anything is read.
+// Runs list. The constructor checks all options, so that errors in them are reported before anything is read.
 class List {
  public:
   explicit List(const ListOptions& options)
@@ -48,8 +49,8 @@ class List {
       if (!options.columns.empty()) fields_ = fieldsNamed(options.columns);
       keys_ = parseSortKeys<Row>(variableFields, options.sort.empty() ? defaultSort() : options.sort);
     } else {
-      const auto isAskedFor = [&](const Grouping& candidate) { return candidate.name == options.by; };
-      grouping_ = std::find_if(groupings.begin(), groupings.end(), isAskedFor);
+      const auto isRequested = [&](const Grouping& candidate) { return candidate.name == options.by; };
+      grouping_ = std::find_if(groupings.begin(), groupings.end(), isRequested);
       const std::array<Field<Sum>, 4> fields = sumFields(*grouping_);
       sumFields_.assign(fields.begin(), fields.end());
       sumKeys_ = parseSortKeys<Sum>(sumFields_, options.sort.empty() ? "-bytes" : options.sort);
@@ -59,11 +60,11 @@ class List {
   int run() {
     const InputResults results = readInputs(options_.choice.inputs, options_.choice.reading);
     programs_ = results.programs();
-    // A document is whole without a program too, a table is not worth its header.
+    // Without a program, a JSON document is still written, to be valid; other formats write nothing.
     if (!programs_.empty() || options_.format == "json") show();
     output_.flush();
     if (results.failed()) return 1;
-    return isOverBudget_ ? limitPassed : 0;
+    return isOverBudget_ ? limitExceeded : 0;
   }
 
  private:
@@ -88,17 +89,17 @@ class List {
     CheckResult result = checkBudgets(budgets_, *options_.check, programs_, chosen_.rows);
     for (const std::string& note : result.notes) printMessage(note);
     isOverBudget_ = !result.excesses.empty();
-    const bool isExecutableShown = options_.format != tableFormat || isAmongOthers();
+    const bool isExecutableShown = options_.format != tableFormat || isOneOfSeveral();
     showRecords<Excess>(result.excesses, {excessFields.begin() + (isExecutableShown ? 0 : 1), excessFields.end()},
                         "exceeded");
   }
 
-  bool isAmongOthers() const { return options_.choice.inputs.size() > 1 || programs_.size() > 1; }
+  bool isOneOfSeveral() const { return options_.choice.inputs.size() > 1 || programs_.size() > 1; }
 
   std::vector<Field<Row>> defaultFields() const {
     if (options_.format != tableFormat) return {variableFields.begin(), variableFields.end()};
     std::vector<Field<Row>> fields =
-        fieldsNamed(isAmongOthers() ? "executable,size,section,name,type" : "size,section,name,type");
+        fieldsNamed(isOneOfSeveral() ? "executable,size,section,name,type" : "size,section,name,type");
     fields.push_back(placeField);
     return fields;
   }
@@ -143,7 +144,7 @@ class List {
   Output output_;
 };
 
-// The names of all fields and what they hold, for people and for completion.
+// Prints the names and meanings of all fields. The completion scripts read this too.
 int explainColumns() {
   Output output;
   for (const Field<Row>& field : variableFields) {
@@ -170,23 +171,24 @@ std::vector<std::string> groupingNames() {
 }
 
 void addViewOptions(CLI::App& command, ListOptions& options) {
-  command.add_option("--format", options.format, "How to write it")
+  command.add_option("--format", options.format, "Output format")
       ->check(CLI::IsMember({"table", "csv", "tsv", "json", "jsonl"}))
       ->capture_default_str();
   command.add_option("--columns", options.columns, "Columns to show, in this order")->type_name("COLUMN,...");
   command
       .add_option("--sort", options.sort,
-                  "Columns to sort by, with - in front in descending order;\ndefault: -size (of sums: -bytes)")
+                  "Columns to sort by, in descending order with a leading -;\ndefault: -size (for sums: -bytes)")
       ->type_name("[-]COLUMN,...");
   addRowsOption(command, options.rows, "Show at most N rows");
-  command.add_option("--by", options.by, "Sums instead of variables")->check(CLI::IsMember(groupingNames()));
-  command.add_option("--check", options.check, "Budgets (see below) to hold the variables against; shows what is over")
+  command.add_option("--by", options.by, "Show sums instead of variables")->check(CLI::IsMember(groupingNames()));
+  command
+      .add_option("--check", options.check, "Check the budgets in FILE (see below) and show those that are exceeded")
       ->type_name("FILE");
-  command.add_flag("--list-columns", options.explainColumns, "Show the names of all columns and what they hold");
+  command.add_flag("--list-columns", options.explainColumns, "Show the names and meanings of all columns");
 }
 
-void refuseContradictions(const ListOptions& options) {
-  if (!options.by.empty() && !options.columns.empty()) throw UsageError("--by and --columns exclude each other");
+void refuseConflicts(const ListOptions& options) {
+  if (!options.by.empty() && !options.columns.empty()) throw UsageError("--by and --columns cannot be combined");
   if (!options.check) return;
   const std::pair<bool, const char*> others[] = {{!options.by.empty(), "--by"},
                                                  {!options.columns.empty(), "--columns"},
@@ -194,7 +196,7 @@ void refuseContradictions(const ListOptions& options) {
                                                  {options.rows.has_value(), "-n"},
                                                  {options.choice.duplicates, "--duplicates"}};
   for (const auto& [isGiven, name] : others) {
-    if (isGiven) throw UsageError(std::string("--check and ") + name + " exclude each other");
+    if (isGiven) throw UsageError(std::string("--check and ") + name + " cannot be combined");
   }
 }
 
@@ -202,12 +204,12 @@ std::string helpText() {
   return "Columns: " + columnNames() +
          "\n\n"
          "A condition is a column, one of = != < <= > >= ~, and a value. ~ takes a regular\n"
-         "expression, as for grep -E. A value is a number (of bytes also with K or M), true,\n"
-         "false, null (not known), or a text, which stands in \"\" if it holds a comma. What is\n"
-         "not known compares with null only.\n\n"
-         "A line of a file of budgets is a pattern of files as in .gitignore, a section (or *:\n"
-         "all that the program may change) and a limit in bytes, also with K or M. Each program\n"
-         "has to keep each budget; # begins a comment:\n"
+         "expression as in grep -E. A value is a number (of bytes also with K or M), true,\n"
+         "false, null (unknown), or a text, which needs \"\" around it if it contains a comma.\n"
+         "An unknown value fails every comparison except one with null.\n\n"
+         "Each line of a budget file has a file pattern as in .gitignore, a section (* for all\n"
+         "writable and thread-local variables) and a limit in bytes, also with K or M. Each\n"
+         "program must keep within each budget; # starts a comment:\n"
          "  src/net/** .bss 64K\n\n"
          "Examples:\n"
          "  tolquin list ./prog\n"
@@ -216,15 +218,15 @@ std::string helpText() {
          "  tolquin list --format csv --columns name,type,size,file,line ./prog >prog.csv\n"
          "  tolquin list --format json ./prog | jq '.variables[] | select(.section == \".bss\")'\n"
          "  tolquin list --check budgets.txt ./prog\n\n"
-         "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong\n"
-         "use; 3 when a program is over a budget.";
+         "Exit status: 0 on success; 1 if an input cannot be read (see standard error); 2 for a\n"
+         "usage error; 3 if a program exceeds a budget.";
 }
 
 }  // namespace
 
 void addListCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<ListOptions>();
-  CLI::App* command = app.add_subcommand("list", "List the variables of programs; the word list may be left out");
+  CLI::App* command = app.add_subcommand("list", "List the variables of programs; the default command");
   addViewOptions(*command, *options);
   addSelectionOptions(*command, options->choice);
   addInputOptions(*command, options->choice);
@@ -235,7 +237,7 @@ void addListCommand(CLI::App& app, Action& action) {
       return;
     }
     requireInput(options->choice);
-    refuseContradictions(*options);
+    refuseConflicts(*options);
     action = [options] { return List(*options).run(); };
   });
 }

@@ -1,4 +1,4 @@
-// The variables of programs as a page to look at.
+// The command report: writes the variables of programs as an HTML page.
 #include <memory>
 
 #include "frontend/commands/choice.h"
@@ -11,6 +11,7 @@
 
 namespace {
 
+// The values of the command's options.
 struct ReportOptions {
   Choice choice;
   std::string path;
@@ -22,7 +23,7 @@ std::string titleFor(const std::vector<const Inventory*>& programs) {
   return std::string(fileName(programs[0]->executable));
 }
 
-// What does not stand on the page though it was asked for.
+// What is missing from the page: inputs that could not be read, and warnings.
 std::vector<std::string> notesOf(const InputResults& results) {
   std::vector<std::string> notes;
   for (const InputResult& input : results.inputs) {
@@ -51,27 +52,27 @@ int makeReport(const ReportOptions& options, const Selection& selection) {
 }
 
 constexpr const char* helpText =
-    "The page needs nothing but itself and a browser. Conditions are those of `tolquin list --help`.\n\n"
+    "The page is self-contained; any browser shows it. Conditions are those of `tolquin list --help`.\n\n"
     "Examples:\n"
     "  tolquin report -o prog.html ./prog\n"
     "  tolquin report -o state.html --mutable --title 'Shared state' build/bin/*\n"
     "  tolquin report -o prog.html --source-url 'https://example.org/prog/blob/main/{file}#L{line}' ./prog\n\n"
-    "Exit status: 0; 1 when an input failed, with the reason on standard error; 2 for wrong use.";
+    "Exit status: 0 on success; 1 if an input cannot be read (see standard error); 2 for a usage error.";
 
 }  // namespace
 
 void addReportCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<ReportOptions>();
-  CLI::App* command = app.add_subcommand("report", "Make a page to look at: one HTML file with a map and a table");
-  command->add_option("-o,--output", options->path, "The page; a file of this name is replaced")
+  CLI::App* command = app.add_subcommand("report", "Make an HTML page with a map and a table of the variables");
+  command->add_option("-o,--output", options->path, "The page to write; an existing file is replaced")
       ->type_name("FILE")
       ->required();
-  command->add_option("--title", options->page.title, "Title of the page; default: the name of the program")
+  command->add_option("--title", options->page.title, "Page title; default: the name of the program")
       ->type_name("TEXT");
   command
       ->add_option("--source-url", options->page.sourceUrl,
-                   "Make places links to this address (http, https or vscode), in which\n{file} and {line} stand "
-                   "for the place")
+                   "Link source locations to this URL (http, https or vscode), in which\n{file} and {line} are "
+                   "replaced")
       ->type_name("URL");
   addSelectionOptions(*command, options->choice);
   addInputOptions(*command, options->choice);

@@ -1,4 +1,4 @@
-// The tables that tolquin.exe reads.
+// The command tables: writes the tables that tolquin.exe reads.
 #include <memory>
 
 #include "frontend/commands/commands.h"
@@ -8,6 +8,7 @@
 
 namespace {
 
+// The values of the command's options.
 struct TablesOptions {
   std::string executable;
   std::string directory;
@@ -23,11 +24,11 @@ void warnOfAll(const TablesOptions& options, const SuiteTables& tables) {
   for (const std::string& warning : tables.warnings) warn(options, warning);
   if (tables.leftOut > 0) {
     warn(options,
-         std::to_string(tables.leftOut) +
-             " variables left out: the tables cannot hold them, or they have no type, and gdb would answer wrongly");
+         counted(tables.leftOut, "variable") +
+             " left out: the tables cannot hold them, or their type is unknown and gdb would give a wrong one");
   }
   if (tables.sharing > 0) {
-    warn(options, std::to_string(tables.sharing) + " variables left out: they share the address of another");
+    warn(options, counted(tables.sharing, "variable") + " left out: another variable has the same address");
   }
 }
 
@@ -43,9 +44,8 @@ int makeAll(const TablesOptions& options) {
   warnOfAll(options, tables);
   if (options.quiet) return 0;
   Output output;
-  output.put(directory + ": " + std::to_string(tables.variables) + " variables, " +
-             std::to_string(tables.declarations) + " declarations, " + std::to_string(tables.sizes) +
-             " sizes of types\n");
+  output.put(directory + ": " + counted(tables.variables, "variable") + ", " +
+             counted(tables.declarations, "declaration") + ", " + counted(tables.sizes, "type size") + "\n");
   output.flush();
   return 0;
 }
@@ -54,15 +54,14 @@ int makeAll(const TablesOptions& options) {
 
 void addTablesCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<TablesOptions>();
-  CLI::App* tables = app.add_subcommand("tables", "Make the tables that tolquin.exe reads");
+  CLI::App* tables = app.add_subcommand("tables", "Write the tables that tolquin.exe reads");
   tables->add_option("executable", options->executable, "Executable or shared object, compiled with -g")->required();
   tables->add_option("-o,--output", options->directory, "Directory for the tables; default: <executable>.vym");
-  tables->add_flag(
-      "--qualified", options->qualified,
-      "Leave C++ declarations that need a scope to the debugger, which answers with full names; by default "
-      "types are written without scopes");
+  tables->add_flag("--qualified", options->qualified,
+                   "Leave C++ declarations that need a scope to gdb, which gives qualified names; by default types are "
+                   "written without scopes");
   tables->footer(
       "Example: tolquin tables ./prog -o prog.vym && DB=prog.vym EXEFILE=./prog tolquin.exe prog.vym ./prog");
-  tables->add_flag("--quiet", options->quiet, "Print no summary");
+  tables->add_flag("--quiet", options->quiet, "Do not print a summary");
   tables->callback([options, &action] { action = [options] { return makeAll(*options); }; });
 }

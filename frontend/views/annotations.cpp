@@ -1,10 +1,10 @@
-// The changes as commands to GitHub Actions, which shows them at the lines of a pull request.
+// Writes changes as workflow commands of GitHub Actions, which annotate the lines of a pull request. Used by `diff`.
 #include "frontend/texts.h"
 #include "frontend/views/changes.h"
 
 namespace {
 
-// `text` with the characters of `special` as % and two hexadecimal digits, as the commands of workflows have it.
+// `text` with the characters in `special` percent-encoded, as workflow commands require.
 std::string escaped(std::string_view text, std::string_view special) {
   constexpr std::string_view digits = "0123456789ABCDEF";
   std::string result;
@@ -21,7 +21,7 @@ std::string escaped(std::string_view text, std::string_view special) {
 std::string messageText(std::string_view text) { return escaped(text, "%\r\n"); }
 std::string propertyText(std::string_view text) { return escaped(text, "%\r\n:,"); }
 
-// The file of the variable, from `workspace` if it is within.
+// The file of the variable, relative to `workspace` if it is in there.
 std::string fileOf(const Row& row, const std::string& workspace) {
   std::string file(row.variable->file);
   if (workspace.empty() || file.empty()) return file;
@@ -31,13 +31,13 @@ std::string fileOf(const Row& row, const std::string& workspace) {
   return file;
 }
 
-// The properties of the place, each with a comma.
-std::string placeOf(const Row& row, const std::string& workspace) {
+// The properties file and line, each followed by a comma.
+std::string locationProperties(const Row& row, const std::string& workspace) {
   const std::string file = fileOf(row, workspace);
   if (file.empty()) return "";
-  std::string place = "file=" + propertyText(file) + ",";
-  if (row.variable->line > 0) place += "line=" + std::to_string(row.variable->line) + ",";
-  return place;
+  std::string properties = "file=" + propertyText(file) + ",";
+  if (row.variable->line > 0) properties += "line=" + std::to_string(row.variable->line) + ",";
+  return properties;
 }
 
 std::string sizeText(const Variable& variable) {
@@ -62,7 +62,7 @@ std::string messageOf(const Change& change) {
 void writeAnnotations(const ChangeReport& report, const std::string& workspace, Output& output) {
   for (const Change& change : report.comparison.changes) {
     if (!change.isGrowth()) continue;
-    output.put("::warning " + placeOf(*change.after, workspace));
+    output.put("::warning " + locationProperties(*change.after, workspace));
     output.put(change.before ? "title=Variable has grown::" : "title=Variable added::");
     output.put(messageOf(change) + "\n");
   }

@@ -1,4 +1,4 @@
-// The changes as a document.
+// Writes changes as a JSON document. Used by `diff`.
 #include "frontend/views/changes.h"
 #include "frontend/views/json.h"
 

@@ -1,15 +1,15 @@
-// The changes as a comment on GitHub.
+// Writes changes as Markdown for a GitHub comment. Used by `diff`.
 #include "frontend/texts.h"
 #include "frontend/views/changes.h"
 
 namespace {
 
-// GitHub takes 65,536 characters; a workflow may want to add some words of its own.
+// GitHub accepts 65,536 characters; this leaves room for text that a workflow adds.
 constexpr std::size_t mostBytes = 60'000;
 
 constexpr std::size_t longestText = 120;  // characters of a name or type
 
-// The start of `text`, with an ellipsis if it is not all.
+// `text` cut to longestText characters, with an ellipsis if something was cut.
 std::string cut(std::string_view text) {
   std::size_t end = 0;
   for (std::size_t count = 0; end < text.size() && count < longestText; ++count) {
@@ -22,7 +22,7 @@ bool isPlain(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == ' ' || (c & 0x80) != 0;
 }
 
-// `text` as code, in which no character has a meaning. A code span cannot hold all of them within a table.
+// `text` as code without active markup: a code span, or <code> if a code span in a table cannot contain it.
 std::string code(std::string_view text) {
   const std::string shortened = cut(shownText(text));
   if (shortened.find_first_of("`|\\") == std::string::npos) return "`" + shortened + "`";
@@ -84,6 +84,6 @@ void writeChangeMarkdown(const ChangeReport& report, std::size_t rows, Output& o
     text += row;
     ++count;
   }
-  if (count < report.all) text += "\n" + counted(report.all - count, "change") + " more.\n";
+  if (count < report.all) text += "\n" + counted(report.all - count, "more change") + ".\n";
   output.put(text);
 }

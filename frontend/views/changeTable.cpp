@@ -1,4 +1,4 @@
-// The table of changes for people.
+// Writes changes as a table with a summary. Used by `diff`.
 #include "frontend/views/changes.h"
 
 namespace {
@@ -6,7 +6,7 @@ namespace {
 std::string sentences(const ChangeReport& report) {
   const Comparison& comparison = report.comparison;
   const std::string counts = countsOf(report);
-  std::string text = counts.empty() ? "No variable has changed" : counts;
+  std::string text = counts.empty() ? "No variables have changed" : counts;
   if (comparison.changes.size() < report.all) {
     text += "; " + withSeparators(comparison.changes.size()) + " of " + counted(report.all, "row") + " shown";
   }

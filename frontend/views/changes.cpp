@@ -6,7 +6,7 @@ constexpr std::string_view arrow = " \u2192 ";
 
 const Variable& latest(const ShownChange& shown) { return *shown.change->latest().variable; }
 
-// The field called `name`, of the variable as it is now or was at last.
+// The value of variableFields[number] in the latest state of the variable.
 template <std::size_t number>
 Value fieldOfLatest(const ShownChange& shown) {
   return variableFields[number].get(shown.change->latest());
@@ -17,7 +17,7 @@ Value textOr(const std::string& made, std::string_view text) {
   return {!chosen.empty(), chosen};
 }
 
-// "from → to", if both are known and not the same.
+// "from → to"; empty unless both are known and differ.
 std::string transition(std::string_view from, std::string_view to) {
   if (from.empty() || to.empty() || from == to) return "";
   return std::string(from).append(arrow).append(to);
@@ -73,7 +73,7 @@ std::string countsOf(const ChangeReport& report) {
     if (count == 0 || (isMoved && report.hasMovesHidden)) continue;
     const bool isType = i == static_cast<std::size_t>(ChangeClass::Type);
     text.append(text.empty() ? "" : ", ").append(withSeparators(count)).append(" ");
-    text.append(isType ? "of another type" : changeClassNames[i]);
+    text.append(isType ? "with a different type" : changeClassNames[i]);
   }
   return text;
 }
@@ -89,8 +89,8 @@ std::string notesOf(const ChangeReport& report, std::string_view end) {
   const Comparison& comparison = report.comparison;
   std::string notes;
   if (comparison.before.unsized > 0 || comparison.after.unsized > 0) {
-    notes += "Not counted, because a size is not known: " + counted(comparison.before.unsized, "variable") +
-             " before, " + counted(comparison.after.unsized, "variable") + " now";
+    notes += "Not counted because a size is unknown: " + counted(comparison.before.unsized, "variable") + " before, " +
+             counted(comparison.after.unsized, "variable") + " now";
     notes += end;
   }
   if (const std::size_t moved = comparison.count(ChangeClass::Moved); report.hasMovesHidden && moved > 0) {

@@ -1,4 +1,4 @@
-// The changes between two builds, for people, programs, and the pages of a code host.
+// The output formats of `diff`.
 #pragma once
 
 #include <string>
@@ -8,52 +8,52 @@
 #include "frontend/output.h"
 #include "frontend/views/table.h"
 
-/// A comparison and what is shown of it.
+/// A comparison, and which of its changes are shown.
 struct ChangeReport {
   std::vector<const Inventory*> before;
   std::vector<const Inventory*> after;
-  Comparison comparison;        ///< its changes are those to be shown
-  std::size_t all = 0;          ///< how many there were before some were left out for their number
-  bool hasMovesHidden = false;  ///< whether those that only moved are left out
+  Comparison comparison;        ///< `changes` has only those to show
+  std::size_t all = 0;          ///< the number of changes before `-n` was applied
+  bool hasMovesHidden = false;  ///< whether variables that only moved are omitted
 };
 
-/// Writes a table for people, and below it how many changes of each class there are and how many bytes all variables
-/// take. All of these throw UserError when standard output cannot be written.
+/// Writes a table, followed by the number of changes of each class and the bytes of all variables. This and the other
+/// functions throw UserError when writing to standard output fails.
 void writeChangeTable(const ChangeReport& report, const TableStyle& style, Output& output);
 
-/// Writes a document, as docs/schema.json describes it.
+/// Writes a JSON document as described in docs/schema.json.
 void writeChangeJson(const ChangeReport& report, Output& output);
 
-/// Writes a heading and a table in GitHub Flavored Markdown: at most `rows` rows, and not more than a comment on GitHub
-/// may hold. Nothing in a name has a meaning in it.
+/// Writes a heading and a table in GitHub Flavored Markdown: at most `rows` rows, and no more than fits in a GitHub
+/// comment. Names are escaped so that they cannot act as markup.
 void writeChangeMarkdown(const ChangeReport& report, std::size_t rows, Output& output);
 
-/// Writes a warning for each variable that was added or has grown, as a workflow of GitHub Actions prints it. Files
-/// within the directory `workspace` are named from there; empty: they are named as the program has them.
+/// Writes a GitHub Actions warning for each variable that was added or has grown. The names of files within the
+/// directory `workspace` are relative to it; if it is empty, they are those in the program.
 void writeAnnotations(const ChangeReport& report, const std::string& workspace, Output& output);
 
-/// What is shown of a change; its other texts belong to the programs.
+/// The texts made to show a change; other texts belong to the programs.
 struct ShownChange {
   const Change* change;
   std::string delta;
-  std::string section;  ///< from which and to which it moved; empty: it did not
-  std::string type;     ///< which it was and is; empty: always the same
+  std::string section;  ///< "old → new"; empty if it did not change
+  std::string type;     ///< "old → new"; empty if it did not change
 };
 
-/// What is shown of `change`.
+/// The texts to show for `change`.
 ShownChange shown(const Change& change);
 
-/// The columns of tables of changes of `report`.
+/// The columns of the table of changes in `report`.
 std::vector<Field<ShownChange>> changeFields(const ChangeReport& report);
 
-/// `delta` in decimal digits, with its sign and a comma before every three: "+1,024", "-3", "0".
+/// `delta` in decimal with its sign and thousands separators: "+1,024", "-3", "0".
 std::string textOf(const Delta& delta);
 
-/// "3 added, 1 removed, 2 grown": how many changes of each class there are.
+/// The number of changes of each class: "3 added, 1 removed, 2 grown".
 std::string countsOf(const ChangeReport& report);
 
-/// "16 → 48 bytes (+32), writable or thread-local 8 → 8 (0)": what all variables take.
+/// The bytes of all variables: "16 → 48 bytes (+32), writable or thread-local 8 → 8 (0)".
 std::string bytesOf(const Comparison& comparison);
 
-/// What bytesOf leaves out, and how many moves are hidden: lines, each with `end`; empty: neither.
+/// Lines about variables that bytesOf does not count and about hidden moves, each followed by `end`; may be empty.
 std::string notesOf(const ChangeReport& report, std::string_view end);

@@ -25,6 +25,7 @@ void putEscaped(std::string_view text, Output& output) {
   }
 }
 
+// What distinguishes CSV from TSV.
 struct Format {
   char separator;
   std::string_view lineEnd;

@@ -11,17 +11,17 @@
 
 namespace {
 
-// Marks in the template, each there once.
+// Placeholders in the template, each of which occurs once.
 constexpr std::string_view titleMark = "@TITLE@";
 constexpr std::string_view dataMark = "@DATA@";
 
 std::string deflated(const std::string& bytes) {
-  constexpr int level = 5;  // 6, the default, takes half as long again for one percent
+  constexpr int level = 5;  // the default, 6, takes 50 % longer and saves one percent
   uLongf size = compressBound(bytes.size());
   std::string result(size, '\0');
   const int status = compress2(reinterpret_cast<Bytef*>(result.data()), &size,
                                reinterpret_cast<const Bytef*>(bytes.data()), bytes.size(), level);
-  if (status != Z_OK) throw UserError("the page cannot be compressed: there is not enough memory");
+  if (status != Z_OK) throw UserError("cannot compress the page: not enough memory");
   result.resize(size);
   return result;
 }
@@ -49,7 +49,7 @@ std::string asHtml(std::string_view text) {
 
 bool isAddressCharacter(char c) { return c > ' ' && c <= '~'; }
 
-// `url` without its scheme and host; empty when it has none of those that are allowed.
+// `url` without its scheme and host; empty when it does not have an allowed scheme and a host.
 std::string_view afterHost(std::string_view url) {
   for (const std::string_view scheme : {"http://", "https://", "vscode://"}) {
     if (!url.starts_with(scheme)) continue;
@@ -76,8 +76,8 @@ void checkSourceUrl(std::string_view url) {
   if (isAddress && path.find("{file}") != std::string_view::npos && !hasOtherBraces(std::string(url))) return;
   throw UsageError(
       "--source-url \"" + std::string(url) +
-      "\" is not an address that begins with http://, https:// or vscode:// and a host and has {file}, and "
-      "perhaps {line}, after them, such as https://example.org/prog/blob/main/{file}#L{line}");
+      "\": expected http://, https:// or vscode://, a host, and a path with {file} and optionally {line}, such as "
+      "https://example.org/prog/blob/main/{file}#L{line}");
 }
 
 std::string makePage(const std::vector<const Inventory*>& programs, const std::vector<Row>& rows,

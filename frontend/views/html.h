@@ -1,4 +1,4 @@
-// The page: a program's variables to look at in a browser, in one file that needs nothing else.
+// Builds the page of `report`: one self-contained HTML file.
 #pragma once
 
 #include <string>
@@ -7,18 +7,18 @@
 
 #include "frontend/fields.h"
 
-/// What a page says besides its variables.
+/// The contents of a page other than its variables.
 struct PageOptions {
   std::string title;
-  std::string sourceUrl;           ///< where places lead, as checkSourceUrl takes it; empty: nowhere
-  std::vector<std::string> notes;  ///< what is missing from the page, a sentence each
+  std::string sourceUrl;           ///< link target of source locations, see checkSourceUrl; empty: no links
+  std::vector<std::string> notes;  ///< what is missing from the page, one sentence each
   bool isWhole = true;             ///< whether all variables of the programs are on it
 };
 
-/// Throws UsageError unless `url` is an address of http, https or vscode with {file}, and perhaps {line}, after its
-/// host: a file's name must not decide which machine is asked.
+/// Throws UsageError unless `url` is an http, https or vscode URL with {file}, and optionally {line}, after its host,
+/// so that the name of a file cannot influence which host is contacted.
 void checkSourceUrl(std::string_view url);
 
-/// The page with `rows`, which are variables of `programs` in their order: frontend/report.html with the data in it.
+/// Inserts `rows`, variables of `programs` in their order, into the template frontend/report.html. Returns the page.
 std::string makePage(const std::vector<const Inventory*>& programs, const std::vector<Row>& rows,
                      const PageOptions& options);

@@ -6,14 +6,14 @@
 
 namespace {
 
-// A control character is escaped where JSON would allow it too, so that no terminal obeys it.
+// Escapes also control characters that JSON allows, so that the output is safe on a terminal.
 void putSpecial(const Character& character, std::string_view bytes, Output& output) {
   if (!character.valid) return output.put("\ufffd");
   if (character.code == '"' || character.code == '\\') output.put('\\');
   if (!isControl(character.code)) return output.put(bytes);
   char escape[16];
   std::uint32_t code = character.code;
-  if (code > 0xffff) {  // as two surrogates
+  if (code > 0xffff) {  // a surrogate pair
     std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(0xd7c0 + (code >> 10)));
     output.put(escape);
     code = 0xdc00 | (code & 0x3ff);
@@ -72,7 +72,7 @@ void putRow(const Listing& listing, std::size_t row, const std::vector<std::stri
   output.put('}');
 }
 
-// What comes before each value of a row.
+// The text before each value of a row: a brace or comma, and the key.
 template <typename Columns>
 std::vector<std::string> keysOf(const Columns& columns) {
   std::vector<std::string> keys;

@@ -1,4 +1,4 @@
-// JSON, as docs/schema.json describes it.
+// JSON output of `list` and `diff`, described in docs/schema.json.
 #pragma once
 
 #include <vector>
@@ -6,14 +6,14 @@
 #include "frontend/output.h"
 #include "frontend/views/listing.h"
 
-/// Writes a part of a document: what is said of a program, or a variable with all its fields. Throws UserError.
+/// Writes an element of a document: a program, or a variable with all its fields. Throws UserError.
 void putJson(const Inventory& program, Output& output);
 void putJson(const Row& row, Output& output);
 
-/// Writes one document: the programs, and the rows of `listing` as objects under the key `rows`. What is not known is
-/// null; bytes that are no UTF-8 become U+FFFD. Throws UserError.
+/// Writes a document: the programs, and the rows of `listing` as objects under the key `rows`. Unknown values are null;
+/// bytes that are not valid UTF-8 become U+FFFD. Throws UserError.
 void writeJson(const std::vector<const Inventory*>& programs, std::string_view rows, const Listing& listing,
                Output& output);
 
-/// Writes each row of `listing` as an object on a line of its own. Throws UserError.
+/// Writes each row of `listing` as an object on its own line. Throws UserError.
 void writeJsonLines(const Listing& listing, Output& output);

@@ -1,4 +1,4 @@
-// What every view shows: rows of values, in columns.
+// The input of the views: rows of values in columns.
 #pragma once
 
 #include <cstddef>
@@ -6,6 +6,7 @@
 
 #include "frontend/fields.h"
 
+/// Rows that a view writes.
 class Listing {
  public:
   explicit Listing(std::vector<Column> columns) : columns_(std::move(columns)) {}
@@ -16,14 +17,14 @@ class Listing {
   const std::vector<Column>& columns() const { return columns_; }
   /// Number of rows.
   virtual std::size_t size() const = 0;
-  /// The value in row and column of these numbers, which begin at 0.
+  /// The value in row `row` and column `column`, counted from 0.
   virtual Value value(std::size_t row, std::size_t column) const = 0;
 
  private:
   std::vector<Column> columns_;
 };
 
-/// Records, and those of their fields that are shown.
+/// A listing of `records`, with `fields` as columns. Refers to both.
 template <typename Record>
 class RecordListing : public Listing {
  public:

@@ -27,8 +27,8 @@ std::size_t hashOf(const Value& value) {
   return (std::hash<std::string_view>()(value.text) + value.number) * spread;
 }
 
-// A column as a dictionary: its known values, each once and in ascending order, and for each row the number of its
-// value among them, from 1; 0 when it is not known.
+// A dictionary-encoded column: the distinct known values in ascending order, and for each row the number of its value,
+// from 1; 0 if it is unknown.
 struct CodedColumn {
   std::vector<Value> values;
   std::vector<std::uint32_t> codes;
@@ -51,8 +51,8 @@ void sortValues(CodedColumn& column, Kind kind) {
   for (std::uint32_t& code : column.codes) code = codeOf[code];
 }
 
-// Gives each value the number of its place in a growing list of different ones. A hash table without nodes: those of
-// std::unordered_map take longer than all the rest.
+// Collects distinct values and numbers them from 1. An open-addressing hash table, because the nodes of
+// std::unordered_map would take most of the time.
 class Coder {
  public:
   explicit Coder(std::size_t most)
@@ -88,7 +88,7 @@ CodedColumn codeColumn(Kind kind, const std::vector<Value>& values) {
   return column;
 }
 
-// A line for each value: of a number, its difference from the one before. No text holds a newline once it may be shown.
+// A line for each value; for numbers, the difference from the previous one. shownText escapes newlines in texts.
 std::string dictionaryText(const CodedColumn& column, Kind kind) {
   std::string text;
   std::uint64_t before = 0;
@@ -119,7 +119,7 @@ void appendColumn(std::string& bytes, Kind kind, const std::vector<Value>& value
   }
 }
 
-// Where variables begin, given by address, when they are laid out from 0 and only those that share bytes overlap.
+// Lays out variables, given in address order, without gaps from 0; variables overlap only if they share bytes.
 class Layout {
  public:
   std::uint64_t place(std::uint64_t address, std::uint64_t size) {
@@ -135,17 +135,17 @@ class Layout {
   std::uint64_t end() const { return end_; }
 
  private:
-  std::uint64_t address_ = 0;  // of the variable before
-  std::uint64_t limit_ = 0;    // address at which the bytes of those before end
+  std::uint64_t address_ = 0;  // of the previous variable
+  std::uint64_t limit_ = 0;    // end address of the bytes placed so far
   std::uint64_t begin_ = 0;
   std::uint64_t end_ = 0;
 };
 
-// Where each row begins when all sections of all programs are laid out one after the other. So the page can count the
-// bytes of any part of the rows once, as sumsBy does.
+// The offset of each row when all sections of all programs are laid out one after the other. From these the page can
+// count shared bytes of any subset of the rows once, as sumsBy does.
 std::vector<Value> beginsOf(const std::vector<Row>& rows) {
   std::map<std::pair<const Inventory*, std::string_view>, std::size_t> numbers;
-  std::vector<Layout> layouts(1);  // the first takes what has no address
+  std::vector<Layout> layouts(1);  // the first is for variables without an address
   std::vector<std::size_t> layoutOf;
   std::vector<Value> begins;
   for (const Row& row : rows) {
@@ -164,14 +164,14 @@ std::vector<Value> beginsOf(const std::vector<Row>& rows) {
   return begins;
 }
 
-// The fields of a variable, and what else they are grouped by.
+// The fields of a variable, and groupings that are not fields.
 std::vector<Field<Row>> pageFields() {
   std::vector<Field<Row>> fields(variableFields.begin(), variableFields.end());
   for (const Grouping& grouping : groupings) {
     const auto isItsField = [&](const Field<Row>& field) { return field.name == grouping.name; };
     if (std::any_of(fields.begin(), fields.end(), isItsField)) continue;
     fields.push_back(
-        {{grouping.name, grouping.header, Kind::Text, "scopes around the name, functions left out"}, grouping.get});
+        {{grouping.name, grouping.header, Kind::Text, "enclosing scopes, without functions"}, grouping.get});
   }
   return fields;
 }
@@ -192,7 +192,7 @@ Json programDescription(const Inventory& program) {
           {"sections", sections}};
 }
 
-// All but the values themselves.
+// The description of the page: everything except the values, as JSON.
 std::string description(const std::vector<const Inventory*>& programs, const std::vector<Field<Row>>& fields,
                         std::size_t rows, const PageOptions& options) {
   Json page{{"title", shownText(options.title)}, {"rows", rows},           {"whole", options.isWhole},

@@ -1,7 +1,7 @@
-// frontend/report.html, which embed.cmake turns into a part of the program.
+// The content of frontend/report.html, embedded in the program by embed.cmake.
 #pragma once
 
 #include <string_view>
 
-/// The page with marks in the places of its title and its data.
+/// The page, with placeholders for its title and its data.
 extern const std::string_view reportTemplate;

@@ -10,13 +10,13 @@
 
 namespace {
 
-// What marks a database as one of tolquin: "tolq".
+// The SQLite application ID of databases of tolquin: "tolq".
 constexpr std::int64_t applicationId = 0x746f6c71;
 constexpr std::int64_t schemaVersion = 1;
-// Variables of an executable have ids from its own times this, so that they lie together.
+// The ids of an executable's variables start at its own id times this, so that they are adjacent in the table.
 constexpr std::int64_t idsOfExecutable = std::int64_t{1} << 32;
 
-// The columns of `variable` are the fields of a variable, and those of the view `variables` too, in their order.
+// Both `variable` and the view `variables` have the fields of a variable as columns, in their order.
 constexpr const char* schema = R"(
 CREATE TABLE executable (
   id INTEGER PRIMARY KEY,
@@ -58,8 +58,7 @@ GROUP BY name
 HAVING executables > 1;
 )";
 
-// A view of the bytes of each @, a table of names. Bytes that variables share with those before them count for these
-// alone.
+// A view of the bytes by @, which is "file" or "type". Bytes that several variables share count only for the first.
 constexpr const char* bytesView = R"(
 CREATE VIEW bytes_by_@ AS
 WITH placed AS (
@@ -81,53 +80,53 @@ std::string bytesViewOf(std::string_view table) {
   return sql;
 }
 
-// Makes an empty database one of tolquin.
-void makeSchema(Database& database) {
+// Creates the tables and views in an empty database.
+void createSchema(Database& database) {
   const std::string sql = "PRAGMA application_id = " + std::to_string(applicationId) +
                           ";\nPRAGMA user_version = " + std::to_string(schemaVersion) + ";\n" + schema +
                           bytesViewOf("file") + bytesViewOf("type");
   database.execute(sql.c_str());
 }
 
-// Sets a parameter to `text`, or what stands for it in a database; an empty one is not known.
+// Sets a parameter to `text` as valid UTF-8, or to NULL if it is empty.
 void bindText(Statement& statement, int parameter, std::string_view text) {
   if (text.empty()) return statement.bindNull(parameter);
   if (plainLength(text) == text.size()) return statement.bind(parameter, text);
   statement.bindCopy(parameter, validText(text));
 }
 
-// A table that holds each text once, by number.
+// A table that stores each distinct text once and assigns it an id.
 class Dictionary {
  public:
   Dictionary(Database& database, const std::string& table)
       : find_(database.prepare("SELECT id FROM " + table + " WHERE name = ?")),
         insert_(database.prepare("INSERT INTO " + table + " (name) VALUES (?) RETURNING id")) {}
 
-  // The number of `text`, which lives as long as this object.
-  std::int64_t numberOf(std::string_view text) {
-    if (text.data() == last_.data() && text.size() == last_.size()) return lastNumber_;
-    const auto [at, isNew] = numbers_.try_emplace(text, 0);
-    if (isNew) at->second = numberInTable(text);
+  // The id of `text`, which must outlive this object.
+  std::int64_t idOf(std::string_view text) {
+    if (text.data() == last_.data() && text.size() == last_.size()) return lastId_;
+    const auto [at, isNew] = ids_.try_emplace(text, 0);
+    if (isNew) at->second = idInTable(text);
     last_ = text;
-    return lastNumber_ = at->second;
+    return lastId_ = at->second;
   }
 
  private:
-  std::int64_t numberInTable(std::string_view text) {
+  std::int64_t idInTable(std::string_view text) {
     bindText(find_, 1, text);
-    if (const std::int64_t number = find_.takeNumber(); number > 0) return number;
+    if (const std::int64_t number = find_.runForNumber(); number > 0) return number;
     bindText(insert_, 1, text);
-    return insert_.takeNumber();
+    return insert_.runForNumber();
   }
 
   Statement find_;
   Statement insert_;
-  std::unordered_map<std::string_view, std::int64_t> numbers_;
-  std::string_view last_{};  // neighbors often have the same
-  std::int64_t lastNumber_ = 0;
+  std::unordered_map<std::string_view, std::int64_t> ids_;
+  std::string_view last_{};  // adjacent rows often have the same text
+  std::int64_t lastId_ = 0;
 };
 
-// The statement that inserts so many variables.
+// The statement that inserts `count` variables.
 std::string insertionOf(std::ptrdiff_t count) {
   std::string columns = "id";
   std::string parameters = "(?";
@@ -141,13 +140,13 @@ std::string insertionOf(std::ptrdiff_t count) {
   return "INSERT OR REPLACE INTO variable (" + columns + ") VALUES " + values;
 }
 
-// The path by which the program named `executable` is known, from wherever it is read.
+// The absolute path of `executable`, without "." and "..": the key of a program in the database.
 std::string absolutePath(const std::string& executable) {
   std::error_code error;
   std::filesystem::path path;
   for (const std::filesystem::path& part : std::filesystem::absolute(executable, error)) {
     if (part == "..") {
-      // What is above a symbolic link is above what the link stands for.
+      // The parent of a symbolic link is the parent of its target.
       std::error_code missing;
       if (std::filesystem::is_symlink(path, missing)) path = std::filesystem::weakly_canonical(path, missing);
       path = path.parent_path();
@@ -155,11 +154,11 @@ std::string absolutePath(const std::string& executable) {
       path /= part;
     }
   }
-  if (error) throw UserError(executable + ": its absolute path is not known: " + error.message());
+  if (error) throw UserError(executable + ": cannot determine its absolute path: " + error.message());
   return path;
 }
 
-// Writes into a transaction that has begun.
+// Writes inventories within a transaction.
 class InventoryWriter {
  public:
   explicit InventoryWriter(Database& database)
@@ -168,13 +167,13 @@ class InventoryWriter {
         files_(database, "file"),
         insertMany_(database.prepare(insertionOf(rowsAtATime))) {}
 
-  // Replaces `program` by its variables from `begin` to `end`.
+  // Replaces the variables of `program` with the rows from `begin` to `end`.
   void write(const Inventory& program, const Row* begin, const Row* end) {
     executable_ = writeExecutable(program);
     std::int64_t id = executable_ * idsOfExecutable;
     const std::int64_t endId = id + idsOfExecutable;
     replaced_ = replaced_ || runOnIds("SELECT 1 FROM variable WHERE id >= ? AND id < ?", id, endId) > 0;
-    // They take the places of those of before; what is left of these goes.
+    // New rows overwrite old ones with the same id; the remaining old rows are deleted below.
     for (; end - begin >= rowsAtATime; begin += rowsAtATime, id += rowsAtATime) {
       insert(insertMany_, begin, rowsAtATime, id);
     }
@@ -186,7 +185,7 @@ class InventoryWriter {
     runOnIds("DELETE FROM variable WHERE id >= ? AND id < ?", id, endId);
   }
 
-  // Removes files and types that no variable has any more.
+  // Removes files and types that are no longer used.
   void removeUnused() {
     if (!replaced_) return;
     database_.execute(
@@ -195,12 +194,12 @@ class InventoryWriter {
   }
 
  private:
-  // Runs a statement that is about ids from `begin` to before `end`. Returns the number that it finds, if any.
+  // Runs a statement on the ids in [begin, end). Returns the number that it yields, 0 if none.
   std::int64_t runOnIds(std::string_view sql, std::int64_t begin, std::int64_t end) {
     Statement statement = database_.prepare(sql);
     statement.bind(1, begin);
     statement.bind(2, end);
-    return statement.takeNumber();
+    return statement.runForNumber();
   }
 
   std::int64_t writeExecutable(const Inventory& program) {
@@ -212,13 +211,13 @@ class InventoryWriter {
     bindText(insertion, 2, program.buildId);
     bindText(insertion, 3, program.directory);
     if (program.modified) insertion.bind(4, *program.modified);
-    return insertion.takeNumber();
+    return insertion.runForNumber();
   }
 
-  // A column of `variable` after the first.
+  // A column of the table `variable`, except the id.
   struct TableColumn {
     const Field<Row>* field;
-    Dictionary* dictionary;  // of the numbers that stand for its texts; null: texts stand there themselves
+    Dictionary* dictionary;  // the table of its texts; null if the column holds its values directly
     bool isExecutable;
   };
 
@@ -244,17 +243,17 @@ class InventoryWriter {
     if (column.isExecutable) return statement.bind(parameter, executable_);
     const Value value = column.field->get(row);
     if (!value.known) return statement.bindNull(parameter);
-    if (column.dictionary != nullptr) return statement.bind(parameter, column.dictionary->numberOf(value.text));
+    if (column.dictionary != nullptr) return statement.bind(parameter, column.dictionary->idOf(value.text));
     if (column.field->kind == Kind::Text) return bindText(statement, parameter, value.text);
     const auto number = static_cast<std::int64_t>(value.number);
-    // SQLite's integers have a sign: of an address the bits count, of a size how large it is.
+    // SQLite's integers are signed: an address keeps its bits, a larger size becomes a floating-point number.
     if (number < 0 && column.field->kind != Kind::Address) {
       return statement.bind(parameter, static_cast<double>(value.number));
     }
     statement.bind(parameter, number);
   }
 
-  // Many at a time take half the time that one at a time takes.
+  // Inserting this many rows at a time takes half as long as one at a time.
   static constexpr std::ptrdiff_t rowsAtATime = 64;
 
   Database& database_;
@@ -266,18 +265,18 @@ class InventoryWriter {
   bool replaced_ = false;
 };
 
-// Throws UserError when `database` belongs to something else. Returns whether there is nothing in it.
+// Throws UserError when `database` belongs to another program or version. Returns whether it is empty.
 bool checkOwner(Database& database, const std::string& path) {
   const std::int64_t application = database.number("PRAGMA application_id");
   const std::int64_t version = database.number("PRAGMA user_version");
   if (application == applicationId && version == schemaVersion) return false;
   if (application == applicationId) {
-    throw UserError(path + ": was made by another version of tolquin (schema " + std::to_string(version) + ", not " +
-                    std::to_string(schemaVersion) + "); export into a new file");
+    throw UserError(path + ": was created by a different version of tolquin (schema " + std::to_string(version) +
+                    ", not " + std::to_string(schemaVersion) + "); export to a new file");
   }
   const bool isEmpty = database.number("SELECT count(*) FROM sqlite_schema") == 0;
   if (isEmpty && application == 0 && version == 0) return true;
-  throw UserError(path + ": is a database of another program");
+  throw UserError(path + ": is the database of another program");
 }
 
 bool isNewOrEmpty(const std::string& path) {
@@ -294,7 +293,7 @@ void checkDatabase(const std::string& path) {
   if (exists(status) && !is_regular_file(status)) throw UserError(path + ": is not a regular file");
   if (const auto directory = std::filesystem::path(path).parent_path();
       !directory.empty() && !std::filesystem::is_directory(directory, error)) {
-    throw UserError(path + ": there is no directory " + directory.string());
+    throw UserError(path + ": directory " + directory.string() + " does not exist");
   }
   if (isNewOrEmpty(path)) return;
   Database database(path, Database::Mode::Existing);
@@ -305,10 +304,10 @@ void writeDatabase(const std::string& path, const std::vector<const Inventory*>&
                    const std::vector<Row>& rows) {
   const EndingSignals signals;
   Database database(path, Database::Mode::New);
-  // Larger pages (of a new database) and a larger cache than usual: fewer writes and waits for the disk.
+  // Larger pages (in a new database) and a larger cache than the defaults reduce disk writes and syncs.
   database.execute("PRAGMA page_size = 8192; PRAGMA cache_size = -16000");
   database.begin();
-  if (checkOwner(database, path)) makeSchema(database);
+  if (checkOwner(database, path)) createSchema(database);
   {
     InventoryWriter writer(database);
     const Row* next = rows.data();

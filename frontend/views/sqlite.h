@@ -1,4 +1,4 @@
-// A database of SQLite, as docs/database.md describes it.
+// Writes the SQLite database of `export`, described in docs/database.md.
 #pragma once
 
 #include <string>
@@ -6,12 +6,12 @@
 
 #include "frontend/fields.h"
 
-/// Throws UserError, which says what is the matter, when `path` is neither a new name nor an empty file nor a database
-/// that writeDatabase has made.
+/// Throws UserError when writeDatabase could not write to `path`: when it is anything but a new name, an empty file or
+/// a database that writeDatabase created.
 void checkDatabase(const std::string& path);
 
-/// Puts `programs` and their variables `rows`, which are in the order of the programs, into the database `path`, which
-/// is made if it is missing. Each program replaces the one that had its path. Either all of it is done, or nothing:
-/// then it throws UserError, or the signal ends the program that interrupted it.
+/// Writes `programs` and their variables `rows`, in the order of the programs, to the database `path`, which is created
+/// if it does not exist. Each program replaces the one with the same path. Atomic: on failure it throws UserError, on
+/// interruption the signal ends the program, and in both cases the database is unchanged.
 void writeDatabase(const std::string& path, const std::vector<const Inventory*>& programs,
                    const std::vector<Row>& rows);

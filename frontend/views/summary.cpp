@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view bySection = "section";
 
-// Bytes of each section, in all programs that are listed.
+// Bytes of each section in all listed programs.
 using SectionSizes = std::map<std::string_view, std::uint64_t>;
 
 SectionSizes sectionSizes(const std::vector<const Inventory*>& programs) {
@@ -20,7 +20,7 @@ SectionSizes sectionSizes(const std::vector<const Inventory*>& programs) {
   return sizes;
 }
 
-// Whether variables are expected in the section.
+// Whether variables are expected in the section, so that it is shown even if none are found.
 bool holdsData(std::string_view name) {
   return name == ".data" || name == ".bss" || name == ".tdata" || name == ".tbss";
 }
@@ -34,14 +34,14 @@ const Grouping& sectionGrouping() {
 }
 
 std::string sectionText(const Sum& sum, const SectionSizes* sizes) {
-  std::string text = sum.group.known ? shownText(sum.group.text) : "elsewhere";
+  std::string text = sum.group.known ? shownText(sum.group.text) : "unknown section";
   text += " " + withSeparators(sum.bytes);
   const auto size = sizes != nullptr ? sizes->find(sum.group.text) : SectionSizes::const_iterator();
   if (sizes == nullptr || size == sizes->end() || size->second == 0) return text;
   return text + " of " + withSeparators(size->second) + ", " + percentage(sum.bytes, size->second) + " %";
 }
 
-// Adds the sections in which a variable was expected and none was found.
+// Adds the sections in which variables are expected but none were found.
 void addEmptySections(std::vector<Sum>& sums, const SectionSizes& sizes) {
   for (const auto& [name, size] : sizes) {
     const bool isListed = std::any_of(sums.begin(), sums.end(), [n = name](const Sum& s) { return s.group.text == n; });
@@ -77,6 +77,6 @@ void writeSummary(const Summary& summary, const std::vector<Row>& selected, Outp
                "; one copy of each would save " + counted(summary.waste.bytes, "byte") + "\n");
   }
   if (summary.programs.size() == 1 && !summary.programs[0]->directory.empty()) {
-    output.put("Files are named from " + shownText(summary.programs[0]->directory) + "\n");
+    output.put("File names are relative to " + shownText(summary.programs[0]->directory) + "\n");
   }
 }

@@ -17,14 +17,14 @@ bool isRightAligned(Kind kind) {
   return kind == Kind::Bytes || kind == Kind::Count || kind == Kind::Number || kind == Kind::Delta;
 }
 
-// `text` itself where it may be shown as it is, otherwise what is shown, which is kept in `made`.
+// `text` escaped by shownText: itself if nothing needs escaping, otherwise stored in `made`.
 std::string_view shown(std::string_view text, std::string& made) {
   if (plainLength(text) == text.size()) return text;
   made = shownText(text);
   return made;
 }
 
-// What a cell says; the text belongs to `value` or is kept in `made`.
+// The text of a cell, which belongs to `value` or is stored in `made`.
 std::string_view cellText(const Value& value, Kind kind, std::string& made) {
   if (!value.known) return "?";
   switch (kind) {
@@ -55,7 +55,7 @@ std::size_t digitsOf(std::uint64_t number) {
   return digits;
 }
 
-// The width of what a cell says, for most cells without making a text of it.
+// The width of the text of a cell, in most cases without building that text.
 std::size_t cellWidth(const Value& value, Kind kind, std::string& made) {
   const bool isNumber = kind == Kind::Bytes || kind == Kind::Count;
   if (value.known && isNumber) return digitsOf(value.number) + (digitsOf(value.number) - 1) / 3;
@@ -65,6 +65,7 @@ std::size_t cellWidth(const Value& value, Kind kind, std::string& made) {
   return value.text.size() + (hasLine ? 1 + digitsOf(value.number) : 0);
 }
 
+// Computes the widths of columns and writes rows aligned to them.
 class AlignedTable {
  public:
   explicit AlignedTable(const Listing& listing) : listing_(listing), columns_(listing.columns()) {
@@ -80,7 +81,7 @@ class AlignedTable {
     }
   }
 
-  // Takes columns from the widest text until a line fits.
+  // Narrows the widest text column until a line fits.
   void fit(std::size_t available) {
     constexpr std::size_t narrowest = 8;
     available_ = available;
@@ -96,7 +97,7 @@ class AlignedTable {
     }
   }
 
-  // Lets texts beyond a limit stick out, so that a few long ones do not make every line long.
+  // Limits the padding, so that a few long texts do not make every line long; those texts stick out.
   void limitPadding() {
     constexpr std::size_t widest = 80;
     for (std::size_t& width : widths_) width = std::min(width, widest);
@@ -124,7 +125,7 @@ class AlignedTable {
  private:
   static constexpr std::size_t gap = 2;
 
-  // `width`: of `text`, in columns of the terminal.
+  // `width`: columns that `text` takes on a terminal.
   void appendCell(std::string& line, std::string_view text, std::size_t width, std::size_t column) const {
     const Kind kind = columns_[column].kind;
     std::string cut;
@@ -153,7 +154,7 @@ class AlignedTable {
   bool cut_ = false;
 };
 
-// Columns that standard output has for a line; 0: any number.
+// The line width of standard output in columns; 0: unlimited.
 std::size_t lineWidth() {
   const char* set = std::getenv("COLUMNS");
   if (const long columns = set != nullptr ? std::atol(set) : 0; columns > 0) return static_cast<std::size_t>(columns);

@@ -1,17 +1,18 @@
-// The table for people.
+// Aligned tables, for `list` and `diff`.
 #pragma once
 
 #include "frontend/output.h"
 #include "frontend/views/listing.h"
 
+/// How a table is formatted.
 struct TableStyle {
-  std::size_t width = 0;  ///< columns that a line may take; 0: any number
-  bool bold = false;      ///< the header stands out, by a terminal's means
+  std::size_t width = 0;  ///< maximum columns in a line; 0: unlimited
+  bool bold = false;      ///< whether the header is bold
 };
 
-/// What fits standard output and the user's settings.
+/// The style for standard output and the environment variables COLUMNS and NO_COLOR.
 TableStyle styleOfOutput();
 
-/// Writes `listing` in aligned columns below a header. Texts that are too long are cut, those of places at their front;
-/// what is not known is "?". Throws UserError.
+/// Writes `listing` in aligned columns below a header. Texts that are too long are cut, source locations at their
+/// front; unknown values are "?". Throws UserError.
 void writeTable(const Listing& listing, const TableStyle& style, Output& output);
