@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdarg>
+#include <cstdlib>
 
 #include "typeText.h"
 #include "util.h"
@@ -37,7 +38,7 @@ SourceLocation parseLocation(std::string_view line) {
   const std::string file(nextWord(line, ":"));
   const std::string number(nextWord(line, ":"));
   if (number.empty()) return {};
-  return {file, saturatingInt(number.c_str(), 10)};
+  return {file, static_cast<int>(std::strtol(number.c_str(), nullptr, 10))};
 }
 
 A2LControl::A2LControl(const char* exe, Clock::duration replyTimeout)
@@ -65,12 +66,20 @@ reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
   return pieces;
 }
 
+// Whatever the child before owes, nothing that this one writes answers an earlier request.
+void A2LControl::restart() {
+  ++restarts_;
+  child_.kill(Clock::now() + reapTimeout);
+  startA2L();
+}
+
 void A2LControl::childhandler(int) { ChildState::reapAll(); }
 
 SourceLocation A2LControl::locate(const char* address) {
   const std::string request = std::string(address) + '\n';
   const auto replies = static_cast<unsigned>((request.size() + chunkSize - 1) / chunkSize);
   SourceLocation location;
+  if (session_.conversation().outOfStep() && restarts_ < maxRestarts) restart();
   session_.exchange(request, {.replies = replies}, [&location](std::string_view line) {
     if (location.file.empty()) location = parseLocation(line);
   });

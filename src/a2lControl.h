@@ -31,6 +31,8 @@ class A2LControl {
   /// Timeout for one reply while the child lives; all waits that time out take at most `maxTimeouts` times as long.
   static constexpr std::chrono::seconds defaultReplyTimeout{20};
   static constexpr int maxTimeouts = 3;
+  /// Number of times that `locate` starts a new child, because the earlier one was out of step with the requests.
+  static constexpr int maxRestarts = 10;
 
   /// `exe`: path of the executable to analyze; `replyTimeout`: for each reply to `locate`. Starts nothing.
   explicit A2LControl(const char* exe, Clock::duration replyTimeout = defaultReplyTimeout);
@@ -69,11 +71,14 @@ class A2LControl {
   /// Sends `address` (hexadecimal text) and a newline, and returns the location in the reply to this request. Waits at
   /// most `replyTimeout` while the child lives; after a timeout, only 100 microseconds per call until a reply comes
   /// again. All waits that time out take at most `maxTimeouts` times `replyTimeout`. Late replies to earlier requests
-  /// are recognized and discarded.
+  /// are recognized and discarded; a child that is out of step for good is replaced.
   SourceLocation locate(const char* address);
 
  private:
+  void restart();
+
   static ChildState child_;
   const std::string exename_;
   ToolSession session_;
+  int restarts_ = 0;
 };

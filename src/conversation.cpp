@@ -32,7 +32,8 @@ void Conversation::await(const Request& request, Sink sink, Deadline now) {
   timeout_ = request.timeout.value_or(timeout());
   subject_ = request.subject;
   longestPiece_ = request.longestPiece;
-  expected_ = request.replies;
+  expected_ = oneReplyPerLine_ ? 1 : request.replies;
+  lateReplies_ = false;
   progress_ = Progress::None;
 }
 
@@ -61,11 +62,20 @@ void Conversation::endOfOutput() {
   text_.drop(text_.text().size());
   phase_ = complete() ? Phase::Done : Phase::Failed;
   outstanding_ = 0;
+  lateReplies_ = false;
 }
 
 Clock::duration Conversation::timeout() const {
-  const bool minimal = unresponsive_ && rules_.classify != nullptr;
-  return minimal ? pieceTimeout : std::max<Clock::duration>(std::min(rules_.timeout, budget_), pieceTimeout);
+  const bool lines = rules_.classify != nullptr;
+  if (lines && unresponsive_) return pieceTimeout;
+  // A tool of lines keeps a rest, so that a reply that comes soon is still waited for after many waits in vain.
+  const Clock::duration usable = lines ? budget_ - budget_ / 8 : budget_;
+  return std::max<Clock::duration>(std::min(rules_.timeout, usable), pieceTimeout);
+}
+
+// `longest`, unless that is a large part of the budget, which many such waits would use up.
+Clock::duration Conversation::shortWait(Clock::duration longest) const {
+  return std::max<Clock::duration>(std::min(longest, budget_ / 32), pieceTimeout);
 }
 
 std::optional<Conversation::Token> Conversation::nextToken(Deadline now) {
@@ -120,6 +130,7 @@ void Conversation::handleStray(const Token& token) {
   if (outstanding_ > 0 && (prompt || token.kind == LineKind::Reply)) {
     --outstanding_;
     unresponsive_ = false;
+    lateReplies_ = true;
   } else if (!bannerPossible_ && token.kind != LineKind::Diagnostic && (prompt || !isBlank(token.text))) {
     trailingWaits_ = always;
   }
@@ -130,6 +141,7 @@ void Conversation::handleReply(std::string_view line, Deadline now) {
   progress_ = Progress::None;
   if (outstanding_ > 0) {
     --outstanding_;
+    lateReplies_ = true;
     timeout_ = timeout();
   } else if (phase_ == Phase::AwaitingMore) {
     if (--expected_ == 0) phase_ = Phase::Done;
@@ -138,7 +150,7 @@ void Conversation::handleReply(std::string_view line, Deadline now) {
     if (--expected_ == 0) return completeReply(now);
     phase_ = Phase::AwaitingMore;
     phaseStart_ = now;
-    timeout_ = furtherRepliesTimeout;
+    timeout_ = shortWait(furtherRepliesTimeout);
   }
 }
 
@@ -183,7 +195,10 @@ void Conversation::timeOut(Deadline now) {
     return;
   }
   spend(now - phaseStart_);
-  if (phase == Phase::AwaitingMore) return;
+  if (phase == Phase::AwaitingMore) {
+    oneReplyPerLine_ = timeout_ == furtherRepliesTimeout;
+    return;
+  }
   bannerPossible_ = false;
   // If part of the reply came, the rest is not waited for; otherwise all of it is outstanding.
   unresponsive_ = progress_ != Progress::Partial && !possiblyComplete();
@@ -195,5 +210,5 @@ Deadline Conversation::deadline() const {
   if (longestPiece_ > 0) return lastReceived_ + (hasText() ? pieceTimeout : timeout_);
   const Deadline from = rules_.classify != nullptr ? phaseStart_ : lastReceived_;
   const Deadline end = std::min(from + timeout_, phaseStart_ + std::max<Clock::duration>(budget_, pieceTimeout));
-  return possiblyComplete() && !bannerPossible_ ? std::min(end, lastReceived_ + possibleEndTimeout) : end;
+  return possiblyComplete() && !bannerPossible_ ? std::min(end, lastReceived_ + shortWait(possibleEndTimeout)) : end;
 }

@@ -72,7 +72,7 @@ class Conversation {
   /// Ends the wait because the tool's output has ended.
   void endOfOutput();
 
-  /// The timeout of a wait that starts now: minimal while the tool is unresponsive or once the budget is used up.
+  /// The timeout of a wait that starts now: minimal while the tool is unresponsive. It shrinks with the budget.
   Clock::duration timeout() const;
   /// What is left of the timeout budget.
   Clock::duration remainingBudget() const { return budget_; }
@@ -80,7 +80,10 @@ class Conversation {
   /// Whether the latest reply was complete (true before the first request).
   bool complete() const { return phase_ >= Phase::AwaitingMore; }
   /// Whether a tool that is still busy may write more lines that belong to that reply.
-  bool moreMayFollow() const { return complete() && trailingWaits_ > 0; }
+  bool moreMayFollow() const { return progress_ == Progress::PossiblyAll || (complete() && trailingWaits_ > 0); }
+  /// Whether the latest request got only the late reply to an earlier one: the tool has skipped a request, or is behind
+  /// by one for good, and no count of replies can tell which.
+  bool outOfStep() const { return phase_ == Phase::Failed && lateReplies_; }
   /// Number of bytes received from this child while waiting for a reply.
   std::size_t received() const { return received_; }
   /// Whether there is unprocessed text.
@@ -113,6 +116,7 @@ class Conversation {
   void completeReply(Deadline now);
   void timeOut(Deadline now);
   void spend(Clock::duration time) { budget_ -= std::min(budget_, time); }
+  Clock::duration shortWait(Clock::duration longest) const;
   bool possiblyComplete() const { return progress_ == Progress::PossiblyAll && outstanding_ == 0; }
   Deadline deadline() const;
 
@@ -123,6 +127,7 @@ class Conversation {
   unsigned trailingWaits_ = 64;    // replies after which to wait for trailing lines; `always` once there were some
   bool unresponsive_ = false;      // the latest wait timed out
   bool bannerPossible_ = true;     // it has not replied yet
+  bool oneReplyPerLine_ = false;   // it did not send the other replies to a long request
 
   // The wait.
   Phase phase_ = Phase::Done;
@@ -132,7 +137,8 @@ class Conversation {
   Clock::duration timeout_{};
   std::string subject_;
   std::size_t longestPiece_ = 0;
-  unsigned expected_ = 0;  // replies, or trailing lines, still to come
+  unsigned expected_ = 0;     // replies, or trailing lines, still to come
+  bool lateReplies_ = false;  // there were some
   Progress progress_ = Progress::None;
 
   // The text.

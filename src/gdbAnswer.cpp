@@ -69,7 +69,7 @@ bool typeFromDeclaration(string_view line, const string& vname, string& dtype) {
   const string data = string(withoutLineNumber(line)) + '\n';
   std::vector<string> words;
   split(data, " ", words);
-  if (words.size() < 2) return false;
+  if (words.size() < 2 || words.front().starts_with('}')) return false;
   // The newline stays with the last word: one that ends neither in ';' nor in a dimension matches no name.
   string l_vname = popDeclaredName(words);
   removeAbiTags(l_vname);
@@ -90,13 +90,16 @@ void AnswerReader::operator()(string_view line) {
   if (ended_ || found_) return;
   // These end a declaration that lacks its closing brace.
   if (line.empty() || isFileHeading(line)) firstLine_.clear();
-  if (line.ends_with('{')) {
-    firstLine_ = line;
-  } else if (firstLine_.empty()) {
-    examine(line);
-  } else if (line.starts_with('}')) {
-    examine(firstLine_ + "..." + string(line));
+  if (!firstLine_.empty()) {
+    depth_ += std::count(line.begin(), line.end(), '{') - std::count(line.begin(), line.end(), '}');
+    if (depth_ > 0) return;
+    examine(firstLine_ + "..." + string(line.substr(line.rfind('}'))));
     firstLine_.clear();
+  } else if (line.ends_with('{')) {
+    firstLine_ = line;
+    depth_ = 1;
+  } else {
+    examine(line);
   }
 }
 

@@ -1,6 +1,7 @@
 // Parses gdb's answer to "info var". Used by the type query (objRead).
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -26,7 +27,8 @@ class AnswerReader {
 
   const std::string& vname_;
   std::string& dtype_;
-  std::string firstLine_;  // of a declaration over several lines
+  std::string firstLine_;     // of a declaration over several lines
+  std::ptrdiff_t depth_ = 0;  // of its braces
   bool ended_ = false;
   bool found_ = false;
 };

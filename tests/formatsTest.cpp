@@ -162,6 +162,7 @@ TEST(Formats, RepliesOfAddr2line) {
                                   {"a.c:12abc", "a.c 12"},
                                   {"a.c:abc", "a.c 0"},
                                   {"a.c:-3", "a.c -3"},
+                                  {"a.c:99999999999", "a.c 1215752191"},
                                   {"a.c: 7", "a.c 7"},
                                   {"a.c:12\r", "a.c 12"},
                                   {"C:/src/a.c:17", "C 0"},
@@ -216,6 +217,8 @@ TEST(Formats, AnswersOfGdb) {
       {"b", "struct {\n\nint b;", "int"},
       {"b", "struct {\nFile b;\nlong b;", "long"},
       {"season", "22:\tstatic struct {\n    int year;\n    int season;\n} season[3];", "static struct {...} *"},
+      {"b", "4:\tstruct {\n enum {\n A } e;\n} b;", "struct {...}"},
+      {"b", "4:\tclass {\n int a;\n\n void f(void);\n} b;\n5:\tlong b;", "long"},
       {"year", "22:\tstruct {\n    int year;\n} season;\n9:\tlong year;", "long"},
   };
   for (const auto& [name, lines, expected] : cases) {

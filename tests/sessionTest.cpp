@@ -135,6 +135,21 @@ TEST_F(A2L, LateRepliesAreDropped) {
   EXPECT_EQ(locate(session, "f"), "f.c 6");
 }
 
+// Whether a request was skipped or the child is behind for good, its replies do not say; a new child is in step.
+TEST_F(A2L, ChildThatSkipsARequest) {
+  const TempDir directory;
+  fake.addr2line("echo >>" + directory / "starts" + R"(
+    read a; echo a.c:1; read skipped; while read a; do echo "$a.c:3"; done)");
+  A2LControl session("x", patience);
+  ASSERT_EQ(session.startA2L(), 0);
+  ASSERT_TRUE(comesTrue([&] { return !readFile(directory / "starts").empty(); }));
+  EXPECT_EQ(locate(session, "1"), "a.c 1");
+  EXPECT_EQ(locate(session, "2"), " 0");
+  EXPECT_EQ(locate(session, "3"), " 0");
+  EXPECT_TRUE(comesTrue([&] { return locate(session, "4") == "a.c 1"; }));
+  EXPECT_GE(readFile(directory / "starts").size(), 2U);
+}
+
 // A child that writes without end is given up in time, by both sessions.
 TEST_F(A2L, Floods) {
   for (const std::string flood : {"yes noise", "yes noise | tr -d '\\n'", "yes '??:0'"}) {
