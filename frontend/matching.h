@@ -16,7 +16,7 @@ constexpr std::size_t noRow = static_cast<std::size_t>(-1);
 /// is left that does, name, file, type and size; name and file; name and type; name and type but for the numbers of
 /// elements of arrays. Those that have the same in common are paired in their order. Where there are several programs,
 /// variables belong together only within programs whose files are called the same. What one of the builds does not tell
-/// of any variable does not count.
+/// of any variable does not count. Files that FilePairs puts together are the same.
 std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::vector<Row>& after);
 
 /// The text of a type without the numbers of elements of its arrays: "char [4][2]" becomes "char [][]". Those within

@@ -14,10 +14,14 @@
 namespace {
 
 // Programs from a text: "name|type|size|section|file" for each variable, separated by blanks, "?" for what is not
-// known, "program:" before those of a program. Addresses are given in steps of 256.
+// known, "program:" or "program@directory:" before those of a program. Addresses are given in steps of 256.
 std::deque<Inventory> programsOf(const std::string& text) {
   std::deque<Inventory> programs;
-  const auto add = [&programs](const std::string& path) { programs.emplace_back().executable = path; };
+  const auto add = [&programs](const std::string& path) {
+    const std::vector<std::string> parts = splitAt(path, '@');
+    programs.emplace_back().executable = parts[0];
+    if (parts.size() > 1) programs.back().directory = parts[1];
+  };
   for (const std::string& word : splitAt(text, ' ')) {
     if (word.ends_with(':')) add(word.substr(0, word.size() - 1));
     if (word.empty() || word.ends_with(':')) continue;
@@ -144,6 +148,23 @@ TEST_F(Diff, MatchingAndClasses) {
       {"a|int|?|.data|x.c", "a|int|4|?|x.c", ""},
       {"a|int|?|.data|x.c", "a|long|4|.data|x.c", "type? p256 p256"},
       {"a|int|?|.data|x.c", "", "removed? p256 -"},
+      // The directories that files are named from may differ: a unit was compiled elsewhere, each of make's runs has a
+      // directory of its own, the sources are in several checkouts, or one result has no directory.
+      {"q@/r: s|int|4|.bss|old/a.c s|int|4|.bss|old/b.c s|int|4|.bss|old/c.c l|int|4|.bss|lib/l.c",
+       "q@/r: s|unsigned|4|.bss|new/a.c s|int|4|.bss|new/b.c s|int|4|.bss|new/c.c l|int|4|.bss|lib/l.c",
+       "type+0 q256 q256"},
+      {"q@/r/old/src: s|int|4|.bss|a.c s|int|4|.bss|b.c",
+       "q@/r/new: s|int|4|.bss|sub/b.c s|unsigned|4|.bss|src/a.c s|int|4|.bss|src/b.c",
+       "added+4 - q256, type+0 q256 q512"},
+      {"q: s|int|4|.bss|/h/p1/a.c s|int|4|.bss|/h/p1/b.c s|int|4|.bss|/h/d1/a.c s|int|4|.bss|/h/d1/c.c",
+       "q: s|int|4|.bss|/x/p2/b.c s|int|4|.bss|/y/d2/a.c s|long|8|.bss|/x/p2/a.c s|int|8|.bss|/y/d2/c.c",
+       "grown+4 q1024 q1024, type+4 q256 q768"},
+      {"q: s|int|4|.bss|src/a.c s|int|4|.bss|x/src/a.c", "q@/r: s|int|8|.bss|x/src/a.c s|int|4|.bss|src/a.c",
+       "grown+4 q512 q256"},
+      // A file was renamed and another removed.
+      {"n|int|4|.bss|a.c n|int|4|.bss|b.c x|int|4|.bss|b.c", "n|int|4|.bss|z.c x|int|4|.bss|z.c", "removed-4 p256 -"},
+      {"n|S|4|.bss|a.c n|S|4|.bss|b.c x|S|4|.bss|b.c", "x|S|4|.bss|z.c n|T|4|.bss|z.c",
+       "removed-4 p256 -, type+0 p512 p512"},
       // Programs are told apart by the names of their files if there are several, otherwise not.
       {"old/p: a|int|4|.data|x.c", "new/q: a|int|8|.data|x.c", "grown+4 old/p256 new/q256"},
       {"p: a|S|4|.data|x.c q: a|S|8|.data|x.c", "q: a|S|8|.data|x.c", "removed-4 p256 -"},
