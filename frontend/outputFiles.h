@@ -8,6 +8,10 @@
 
 #include "frontend/endingSignals.h"
 
+/// The file that `path` stands for, symbolic links followed, whether it is there or not. Throws UserError when
+/// something else than a regular file has that name.
+std::string regularFile(const std::string& path);
+
 /// Makes the directory `path`, and those above it, if they are missing. Throws UserError when that fails.
 void makeDirectory(const std::string& path);
 
@@ -20,7 +24,7 @@ class OutputFiles {
   OutputFiles& operator=(const OutputFiles&) = delete;
 
   /// Writes the file `path` next to its place. Throws UserError when that fails, a full disk included, and when
-  /// something else than a regular file has that name.
+  /// something else than a regular file has that name. A file that is replaced keeps its permissions.
   void write(const std::string& path, std::string_view content);
 
   /// Puts all that was written in place. Throws UserError when that fails.
@@ -28,5 +32,10 @@ class OutputFiles {
 
  private:
   EndingSignals signals_;
-  std::vector<std::string> paths_;
+  struct Written {
+    std::string target;
+    std::string temporary;
+  };
+
+  std::vector<Written> files_;
 };

@@ -15,6 +15,9 @@ struct PageOptions {
   bool isWhole = true;             ///< whether all variables of the programs are on it
 };
 
+/// Throws UserError when the file `path` is there and is neither empty nor a page of makePage.
+void checkPage(const std::string& path);
+
 /// Throws UsageError unless `url` is an address of http, https or vscode with {file}, and perhaps {line}, after its
 /// host: a file's name must not decide which machine is asked.
 void checkSourceUrl(std::string_view url);
