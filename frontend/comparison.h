@@ -51,11 +51,15 @@ struct Change {
 struct Total {
   std::size_t variables = 0;
   std::uint64_t bytes = 0;
-  std::uint64_t mutableBytes = 0;  ///< of those that are writable or thread-local
+  /// Of those that are writable or thread-local, where that is known of the variable which they were or became, too.
+  std::uint64_t mutableBytes = 0;
   /// Variables that are left out of both, because their size, or that of the variable which they were or became, is not
   /// known.
   std::size_t unsized = 0;
   std::size_t undecided = 0;  ///< variables of which it is not known whether they are writable
+
+  /// Whether the build says of any variable if it is writable.
+  bool saysWritable() const { return variables == 0 || undecided < variables; }
 };
 
 struct Comparison {
@@ -66,6 +70,8 @@ struct Comparison {
   Total after;
   std::vector<Row> newlyMutable;  ///< variables that are writable or thread-local, and were not, or were not there
 
+  /// Whether the mutable bytes of the builds can be compared.
+  bool saysWritable() const { return before.saysWritable() && after.saysWritable(); }
   std::size_t count(ChangeClass kind) const { return counts[static_cast<std::size_t>(kind)]; }
 };
 

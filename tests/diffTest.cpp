@@ -240,6 +240,13 @@ TEST_F(Diff, Formats) {
   EXPECT_EQ(directory.run("GITHUB_WORKSPACE=/build tolquin diff --format github -n 2 old new").out,
             "::warning file=src/a%2Cb%3Ac%25.c,line=7,title=Variable has grown::alias, int → long: 8 bytes, +4\n"
             "::warning file=h.h,title=Variable added::x\\x1b[31m\\x0a::error::: of unknown size\n");
+  // What one of them does not say is no change.
+  writeRows("mute", R"("name": "same", "size": 4, "type": "int")");
+  EXPECT_EQ(diff("mute new --where 'name = same'").out,
+            "No variable has changed\n4 → 4 bytes (0), writable or thread-local ?\n"
+            "Not known to be writable or constant: 1 variable before, 0 variables now\n");
+  EXPECT_EQ(directory.run("tolquin diff mute new --format json | grep -o 'mutable_[a-z]*.: [^,]*' | paste -sd' '").out,
+            "mutable_bytes\": null mutable_bytes\": null mutable_delta\": null\n");
   const RunResult checked = directory.run(R"(tolquin diff old new --moves --format json >diff.json
     /usr/bin/python3 -c '
 import json, jsonschema, os
@@ -342,6 +349,7 @@ TEST_F(Diff, LimitsAndWrongUse) {
       {"mute new --fail-on-growth 99%", 1, "mute: does not say which variables are writable"},
       {"mute new --fail-on-growth 999% --all", 0, ""},
       {"old new --fail-on-growth 1M", 0, "old: warning: of 1 variable it is not known whether they are writable"},
+      {"old new --fail-on-growth 32 --where 'name != d'", 0, "old: warning: of 1 variable it is not known"},
       {"old new --where 'name = z'", 0, "no variable is selected"},
       {"old", 2, "NEW is required"},
       {"old new old", 2, "not expected: old"},
