@@ -68,7 +68,7 @@ WITH placed AS (
   SELECT @, coalesce(size, 0) AS size, size IS NULL AS unsized,
          max(address + coalesce(size, 0)) OVER before - address AS shared
   FROM variable
-  WINDOW before AS (PARTITION BY executable, section, thread_local, @ ORDER BY address
+  WINDOW before AS (PARTITION BY executable, section, coalesce(thread_local, 0), @ ORDER BY address
                     ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING)
 )
 SELECT name AS @, count(*) AS variables,
