@@ -240,6 +240,16 @@ TEST_F(Diff, Formats) {
   EXPECT_EQ(directory.run("GITHUB_WORKSPACE=/build tolquin diff --format github -n 2 old new").out,
             "::warning file=src/a%2Cb%3Ac%25.c,line=7,title=Variable has grown::alias, int → long: 8 bytes, +4\n"
             "::warning file=h.h,title=Variable added::x\\x1b[31m\\x0a::error::: of unknown size\n");
+  // The workspace may be a symbolic link, and files named by way of other directories.
+  writeFile(directory / "up", R"({"schema": 1, "executables": [{"path": "p", "directory": ")" + directory / "ws/sub" +
+                                  R"("}], "variables": [{"executable": "p", "name": "u", "file": "../up/b.c"}]})");
+  EXPECT_EQ(directory
+                .run("mkdir ws; ln -s ws link; : >none.jsonl; for w in ws link link/ ws/up/. other; do "
+                     "GITHUB_WORKSPACE=$PWD/$w tolquin diff --format github none.jsonl up 2>/dev/null; done | "
+                     "sed \"s|$PWD||; s/,title.*//\"")
+                .out,
+            "::warning file=up/b.c\n::warning file=up/b.c\n::warning file=up/b.c\n::warning file=b.c\n"
+            "::warning file=/ws/up/b.c\n");
   // What one of them does not say is no change.
   writeRows("mute", R"("name": "same", "size": 4, "type": "int")");
   EXPECT_EQ(diff("mute new --where 'name = same'").out,
