@@ -24,12 +24,16 @@ class Output {
   /// Adds `count` blanks.
   void pad(std::size_t count) { buffer_.append(count, ' '); }
 
+  /// Says that standard output was closed before the program began, so that nothing can be written.
+  static void setClosed() { isClosed_ = true; }
+
   /// Writes what is still in the buffer. Throws UserError when that fails, a full disk included.
   void flush();
 
  private:
   static constexpr std::size_t blockSize = std::size_t{64} * 1024;
 
+  static inline bool isClosed_ = false;
   std::string buffer_;
 };
 

@@ -220,6 +220,7 @@ tolquin export --sqlite ro.db prog; chmod a=r ro.db; chmod a+rx .)");
       {"--sqlite short.db prog", 1, "short.db: is a damaged database"},
       {"--sqlite a.db none", 1, "none: cannot be opened"},
       {"--sqlite empty.db prog", 0, ""},
+      {"--sqlite empty.db prog >&-", 0, ""},
       {"--sqlite :memory: prog", 0, ""},
       {"--sqlite new.db prog --where size=3", 0, "no variable is selected"},
   };

@@ -53,6 +53,7 @@ TEST_F(Report, FileAppearsWholeOrNotAtAll) {
   EXPECT_EQ(report("-o bad rows.jsonl").err, "tolquin: bad: is not a page of tolquin report, and is not replaced\n");
   EXPECT_EQ(report("-o rows.jsonl rows.jsonl").status, 1);
   EXPECT_EQ(readFile(directory / "bad"), "neither a program nor JSON");
+  EXPECT_EQ(report("-o old.html --title old rows.jsonl >&-").status, 0);
   // One input of two makes a page, and it says what is not there.
   const RunResult half = report("-o half.html rows.jsonl bad");
   EXPECT_EQ(half.status, 1);
