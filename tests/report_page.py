@@ -119,6 +119,9 @@ class Page(unittest.TestCase):
             .findIndex(cell => cell.textContent.startsWith(arguments[0]));
             return [...document.querySelectorAll('#body [role=row]')].map(row => row.children[at].textContent)""", header)
 
+    def hrefs(self):
+        return set(self.script("return [...document.querySelectorAll('#body a')].map(link => link.href)"))
+
     def search(self, text):
         self.find("#search").clear()
         self.find("#search").send_keys(text)
@@ -238,6 +241,7 @@ class Page(unittest.TestCase):
         self.expect_status()
 
     def test_accessibility_tree(self):
+        self.wait(lambda: "Map by file" in (self.find("canvas").get_attribute("aria-label") or ""))  # drawn in the next frame
         nodes = [node for node in self.driver.execute_cdp_cmd("Accessibility.getFullAXTree", {})["nodes"] if not node["ignored"]]
         named = {(node["role"]["value"], node.get("name", {}).get("value")) for node in nodes}
         for wanted in (("grid", "Variables"), ("columnheader", "Size, bytes ▾"), ("gridcell", "net::ring"), ("radio", "Namespace"),
@@ -263,12 +267,11 @@ class Page(unittest.TestCase):
         names = self.column("Name")
         self.assertIn("user\\u202egnp.exe", names)
         self.assertIn("line\\x0abreak\\x09tab\\x00nul", names)
-        links = [link.get_attribute("href") for link in self.driver.find_elements(By.CSS_SELECTOR, "#body a")]
+        links = self.hrefs()
         self.assertTrue(links and all(re.fullmatch(r"https://h/[\w%.~!*'()/-]+", link) for link in links), links)
 
     def test_places_are_links(self):
-        hrefs = lambda: {link.get_attribute("href") for link in self.driver.find_elements(By.CSS_SELECTOR, "#body a")}
-        self.assertIn("https://example.org/prog/src/net/socket.cpp#L1", hrefs())
+        self.assertIn("https://example.org/prog/src/net/socket.cpp#L1", self.hrefs())
         files = ["a b/ü#?%.c", "/abs/x.c", "../up.c", "c\u0001.c"]
         source = os.path.join(self.directory, "files.json")
         rows = [{"executable": "p", "name": "n", "file": file, "line": 7} for file in files]
@@ -279,7 +282,7 @@ class Page(unittest.TestCase):
         for template, expected in (("https://h/{file}?x={file}#L{line}", {f"https://h/{encoded}?x={encoded}#L7"}),
                                    ("vscode://file/{file}:{line}", {f"vscode://file/home/me/{encoded}:7", "vscode://file/abs/x.c:7"})):
             self.open(report(self.directory, "links.html", "--source-url", template, source))
-            self.assertEqual(hrefs(), expected)
+            self.assertEqual(self.hrefs(), expected)
 
     def test_shared_bytes_count_once(self):
         spans = [("a1", 0, 8), ("a2", 0, 8), ("b1", 4, 8), ("b2", 6, 2), ("a3", 12, 4), ("c1", 2**64 - 99, 4), ("c2", 2**64 - 98, 8)]
