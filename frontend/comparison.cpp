@@ -53,27 +53,31 @@ class Side {
 
   const std::vector<Row>& rows() const { return rows_; }
 
-  // Counts the variable `number`; its bytes only if `sized`, that is, if its size is known on both sides.
-  void count(std::size_t number, bool sized) { uses_[number] = sized ? Use::Sized : Use::Unsized; }
+  // Counts the variable `number`; its bytes only if `sized`, that is, if its size is known on both sides, and as
+  // writable ones only if also `decided`, that is, if it is known on both sides whether it is writable.
+  void count(std::size_t number, bool sized, bool decided) {
+    uses_[number] = !sized ? Use::Unsized : !decided ? Use::Undecided : Use::Whole;
+  }
 
   Total total() const {
     Total total;
     std::vector<Row> sized;
+    std::vector<Row> writable;
     for (std::size_t i = 0; i < rows_.size(); ++i) {
       if (uses_[i] == Use::None) continue;
       ++total.variables;
       if (isUndecided(rows_[i])) ++total.undecided;
       if (uses_[i] == Use::Unsized) ++total.unsized;
-      if (uses_[i] == Use::Sized) sized.push_back(rows_[i]);
+      if (uses_[i] != Use::Unsized) sized.push_back(rows_[i]);
+      if (uses_[i] == Use::Whole && isMutable(*rows_[i].variable)) writable.push_back(rows_[i]);
     }
     total.bytes = sumOf(sized).bytes;
-    std::erase_if(sized, [](const Row& row) { return !isMutable(*row.variable); });
-    total.mutableBytes = sumOf(sized).bytes;
+    total.mutableBytes = sumOf(writable).bytes;
     return total;
   }
 
  private:
-  enum class Use : char { None, Sized, Unsized };
+  enum class Use : char { None, Unsized, Undecided, Whole };
 
   std::vector<Row> rows_;
   std::vector<Use> uses_;
@@ -113,8 +117,9 @@ class Comparer {
     const std::optional<std::uint64_t> sizeBefore = sizeOf(before);
     const std::optional<std::uint64_t> sizeAfter = sizeOf(after);
     const bool sized = sizeBefore && sizeAfter;
-    if (before != nullptr) before_.count(numberBefore, sized);
-    if (after != nullptr) after_.count(numberAfter, sized);
+    const bool decided = !(before != nullptr && isUndecided(*before)) && !(after != nullptr && isUndecided(*after));
+    if (before != nullptr) before_.count(numberBefore, sized, decided);
+    if (after != nullptr) after_.count(numberAfter, sized, decided);
     if (isNewlyMutable(before, after)) result_.newlyMutable.push_back(*after);
     const std::optional<ChangeClass> kind = classOf(before, after);
     if (!kind) return;

@@ -51,10 +51,13 @@ struct Change {
 struct Total {
   std::size_t variables = 0;
   std::uint64_t bytes = 0;
-  std::uint64_t mutableBytes = 0;  ///< of writable and thread-local variables
+  std::uint64_t mutableBytes = 0;  ///< of variables known to be writable or thread-local, if their counterpart is known
   /// Variables not included in the bytes, because their size or that of their counterpart is unknown.
   std::size_t unsized = 0;
   std::size_t undecided = 0;  ///< variables that may or may not be writable
+
+  /// Whether it is known of any variable if it is writable.
+  bool saysWritable() const { return variables == 0 || undecided < variables; }
 };
 
 /// The result of a comparison.
@@ -66,6 +69,8 @@ struct Comparison {
   Total after;
   std::vector<Row> newlyMutable;  ///< writable and thread-local variables that are new or were neither before
 
+  /// Whether the mutable bytes of the builds can be compared.
+  bool saysWritable() const { return before.saysWritable() && after.saysWritable(); }
   std::size_t count(ChangeClass kind) const { return counts[static_cast<std::size_t>(kind)]; }
 };
 

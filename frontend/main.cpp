@@ -109,9 +109,8 @@ void prepare() {
   std::signal(SIGPIPE, SIG_DFL);
   // Names may be in UTF-8 whatever the user's locale is.
   if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
-  const bool closed = fcntl(STDOUT_FILENO, F_GETFD) < 0;
+  if (fcntl(STDOUT_FILENO, F_GETFD) < 0) Output::setClosed();
   ensureStandardDescriptorsOpen();
-  if (closed) throw UserError("standard output is closed");
 }
 
 }  // namespace

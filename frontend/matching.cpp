@@ -5,8 +5,10 @@
 #include <bit>
 #include <functional>
 #include <optional>
+#include <unordered_map>
 #include <unordered_set>
 
+#include "frontend/fileMatching.h"
 #include "frontend/texts.h"
 
 namespace {
@@ -40,6 +42,7 @@ struct Single {
   std::size_t number;
   const Variable* variable;
   std::string_view program;  // identifies its program among those of the build
+  std::string_view file;     // by the same name in both builds
 };
 
 // Makes keys. A field that one of the builds does not know for any variable is empty in all keys.
@@ -68,7 +71,7 @@ class KeyMaker {
   }
   Key file(const Single& single) {
     Key key{single.program, single.variable->name};
-    if (files_) key.file = single.variable->file;
+    if (files_) key.file = single.file;
     return key;
   }
   Key type(const Single& single) {
@@ -125,8 +128,16 @@ std::size_t commonDirectoryLength(const std::vector<const Inventory*>& programs)
 // What identifies a program in both builds: nothing if there is only one.
 enum class ProgramKey { None, FileName, Path };
 
+// The path of the file, absolute if that is known.
+std::string_view pathOf(const Row& row, TextPool& made) {
+  const std::string_view file = row.variable->file;
+  const std::string& directory = row.program->directory;
+  if (file.empty() || file.starts_with('/') || directory.empty()) return file;
+  return made.intern((directory + "/").append(file));
+}
+
 std::vector<Single> singlesOf(const std::vector<Row>& rows, const std::vector<const Inventory*>& programs,
-                              ProgramKey programKey) {
+                              ProgramKey programKey, TextPool& made) {
   const std::size_t directory = programs.empty() ? 0 : commonDirectoryLength(programs);
   std::vector<Single> singles;
   singles.reserve(rows.size());
@@ -135,9 +146,45 @@ std::vector<Single> singlesOf(const std::vector<Row>& rows, const std::vector<co
     if (programKey == ProgramKey::FileName) program = fileName(program);
     if (programKey == ProgramKey::Path) program.remove_prefix(directory);
     if (programKey == ProgramKey::None) program = {};
-    singles.push_back({singles.size(), row.variable, program});
+    singles.push_back({singles.size(), row.variable, program, pathOf(row, made)});
   }
   return singles;
+}
+
+std::vector<std::string_view> filesOf(const std::vector<Single>& singles) {
+  std::vector<std::string_view> files;
+  for (const Single& single : singles) {
+    if (!single.file.empty() && (files.empty() || files.back() != single.file)) files.push_back(single.file);
+  }
+  return files;
+}
+
+// The file of the only variable with a key; empty if there are several.
+using Owners = std::unordered_map<Key, std::string_view, KeyHash>;
+
+template <typename IsLeft>
+Owners ownersOf(const std::vector<Single>& singles, KeyMaker& maker, IsLeft isLeft) {
+  Owners owners;
+  for (const Single& single : singles) {
+    if (!isLeft(single.file)) continue;
+    const auto [at, isNew] = owners.try_emplace(maker.type(single), single.file);
+    if (!isNew) at->second = {};
+  }
+  return owners;
+}
+
+// Gives files the same name in both builds. One that was renamed is known by the variables that only it defines.
+void matchFiles(std::vector<Single>& before, const std::vector<Single>& after, KeyMaker& maker) {
+  FilePairs pairs(filesOf(before), filesOf(after));
+  const Owners ownersAfter = ownersOf(after, maker, [&](std::string_view file) { return pairs.isLeftAfter(file); });
+  FilePairs::Votes votes;
+  for (const auto& [key, file] :
+       ownersOf(before, maker, [&](std::string_view name) { return pairs.isLeftBefore(name); })) {
+    const auto found = ownersAfter.find(key);
+    if (found != ownersAfter.end() && !file.empty() && !found->second.empty()) ++votes[{file, found->second}];
+  }
+  pairs.pairVoted(votes);
+  for (Single& single : before) single.file = pairs.nameAfter(single.file);
 }
 
 // A variable and the hash of its key.
@@ -263,10 +310,12 @@ std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::ve
     const bool areUnique = haveUniqueFileNames(programsBefore) && haveUniqueFileNames(programsAfter);
     programKey = areUnique ? ProgramKey::FileName : ProgramKey::Path;
   }
-  std::vector<Single> singlesBefore = singlesOf(before, programsBefore, programKey);
-  std::vector<Single> singlesAfter = singlesOf(after, programsAfter, programKey);
+  TextPool paths;
+  std::vector<Single> singlesBefore = singlesOf(before, programsBefore, programKey, paths);
+  std::vector<Single> singlesAfter = singlesOf(after, programsAfter, programKey, paths);
   std::vector<std::size_t> partners(before.size(), noRow);
   KeyMaker maker(singlesBefore, singlesAfter);
+  matchFiles(singlesBefore, singlesAfter, maker);
   for (const KeyOf keyOf : steps) pairBy(keyOf, maker, singlesBefore, singlesAfter, partners);
   return partners;
 }

@@ -15,7 +15,8 @@ constexpr std::size_t noRow = static_cast<std::size_t>(-1);
 /// with the same name, file, type, size and section are paired first; then those with the same name, file, type and
 /// size; name and file; name and type; and finally name and type regardless of array bounds. Variables with equal keys
 /// are paired in order. If there are several programs, only variables of programs with the same file name are paired. A
-/// field that one of the builds does not know for any variable is ignored.
+/// field that one of the builds does not know for any variable is ignored. Files that
+/// FilePairs pairs are the same file.
 std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::vector<Row>& after);
 
 /// The text of a type without its array bounds: "char [4][2]" becomes "char [][]". Bounds within template arguments

@@ -16,6 +16,7 @@ void Output::putNumber(std::uint64_t number) {
 }
 
 void Output::flush() {
+  if (isClosed_ && !buffer_.empty()) throw UserError("standard output is closed");
   std::string_view left = buffer_;
   while (!left.empty()) {
     const ssize_t count = writeRetrying(STDOUT_FILENO, left.data(), left.size());

@@ -24,12 +24,16 @@ class Output {
   /// Appends `count` spaces.
   void pad(std::size_t count) { buffer_.append(count, ' '); }
 
+  /// Says that standard output was closed before the program began, so that nothing can be written.
+  static void setClosed() { isClosed_ = true; }
+
   /// Writes the rest of the buffer. Throws UserError when writing fails, for example because the disk is full.
   void flush();
 
  private:
   static constexpr std::size_t blockSize = std::size_t{64} * 1024;
 
+  static inline bool isClosed_ = false;
   std::string buffer_;
 };
 

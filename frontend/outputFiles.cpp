@@ -13,13 +13,18 @@
 
 namespace {
 
-std::string temporaryPath(const std::string& path) { return path + ".new" + std::to_string(getpid()); }
-
 [[noreturn]] void fail(const std::string& path, const char* what) {
   throw UserError(path + ": " + what + ": " + std::strerror(errno));
 }
 
 }  // namespace
+
+std::string regularFile(const std::string& path) {
+  std::error_code error;
+  if (!exists(std::filesystem::symlink_status(path, error))) return path;
+  if (!is_regular_file(std::filesystem::status(path, error))) throw UserError(path + ": is not a regular file");
+  return std::filesystem::canonical(path, error);
+}
 
 void makeDirectory(const std::string& path) {
   std::error_code error;
@@ -28,24 +33,31 @@ void makeDirectory(const std::string& path) {
 }
 
 OutputFiles::~OutputFiles() {
-  for (const std::string& path : paths_) unlink(temporaryPath(path).c_str());
+  for (const Written& file : files_) unlink(file.temporary.c_str());
 }
 
 void OutputFiles::write(const std::string& path, std::string_view content) {
+  const std::string target = regularFile(path);
+  const std::string name = ".tolquin-" + std::to_string(getpid()) + "-" + std::to_string(files_.size());
+  const std::string temporary = std::filesystem::path(target).replace_filename(name);
+  unlink(temporary.c_str());
   std::error_code error;
-  const auto status = std::filesystem::status(path, error);
-  if (exists(status) && !is_regular_file(status)) throw UserError(path + ": is not a regular file");
-  UniqueFd file = openFile(temporaryPath(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC);
+  const auto before = std::filesystem::status(target, error);
+  const mode_t mode = exists(before) ? static_cast<mode_t>(before.permissions()) : 0666;
+  UniqueFd file = openFile(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, mode);
   if (!file) fail(path, "cannot be written");
-  paths_.push_back(path);
+  files_.push_back({target, temporary});
+  // What the mask of the process has taken away.
+  if (exists(before)) std::filesystem::permissions(temporary, before.permissions(), error);
   const bool written = writeAt(file.get(), content.data(), content.size(), 0);
   // Some file systems report a full disk only when the file is closed.
   if (!written || !file.close()) fail(path, "cannot be written");
 }
 
 void OutputFiles::commit() {
-  for (const std::string& path : paths_) {
-    if (std::rename(temporaryPath(path).c_str(), path.c_str()) != 0) fail(path, "cannot be renamed into place");
+  for (const Written& file : files_) {
+    if (std::rename(file.temporary.c_str(), file.target.c_str()) != 0)
+      fail(file.target, "cannot be renamed into place");
   }
-  paths_.clear();
+  files_.clear();
 }

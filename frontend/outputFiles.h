@@ -8,6 +8,10 @@
 
 #include "frontend/endingSignals.h"
 
+/// Follows the symbolic links of `path`, which need not exist. Throws UserError when something other than a regular
+/// file has that name.
+std::string regularFile(const std::string& path);
+
 /// Creates the directory `path` and its parents if they do not exist. Throws UserError when that fails.
 void makeDirectory(const std::string& path);
 
@@ -21,7 +25,8 @@ class OutputFiles {
   OutputFiles& operator=(const OutputFiles&) = delete;
 
   /// Writes the file `path` under its temporary name. Throws UserError when writing fails, for example because the disk
-  /// is full, and when `path` exists but is not a regular file.
+  /// is full, and when `path` exists but is not a regular file. A file that is
+  /// replaced keeps its permissions.
   void write(const std::string& path, std::string_view content);
 
   /// Renames all files to their final names. Throws UserError when that fails.
@@ -29,5 +34,10 @@ class OutputFiles {
 
  private:
   EndingSignals signals_;
-  std::vector<std::string> paths_;
+  struct Written {
+    std::string target;
+    std::string temporary;
+  };
+
+  std::vector<Written> files_;
 };

@@ -33,6 +33,8 @@ PathPattern::PathPattern(std::string_view pattern)
       isRooted_(pattern.starts_with('/')),
       isDirectory_(pattern.ends_with('/')),
       isAtAnyDepth_(parts_.size() == 1 && !isRooted_ && parts_[0] != anyDirectories) {
+  // Only directories within, as a file is none.
+  if (isDirectory_ && !parts_.empty() && parts_.back() == anyDirectories) parts_.emplace_back("*");
   if (parts_.empty()) throw UsageError("invalid pattern \"" + std::string(pattern) + "\": it matches no file");
   if (pattern.starts_with('!')) throw UsageError("a pattern cannot start with !; write \\! to match that character");
 }

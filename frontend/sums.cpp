@@ -1,12 +1,13 @@
 #include "frontend/sums.h"
 
 #include <algorithm>
+#include <map>
 #include <unordered_map>
 #include <utility>
 
 namespace {
 
-// Counts bytes of variables that are added in address order, in a separate range for each program and section.
+// Counts bytes of variables that are added by program and address, in a separate range for each AddressSpace.
 class ByteCounter {
  public:
   // Returns the bytes of `row` that have not been counted yet.
@@ -14,20 +15,17 @@ class ByteCounter {
     const Variable& variable = *row.variable;
     const std::uint64_t size = variable.size.value_or(0);
     if (!variable.address) return size;
-    if (row.program != program_ || variable.section != section_ || *variable.address < begin_) end_ = 0;
-    program_ = row.program;
-    section_ = variable.section;
-    begin_ = *variable.address;
-    const std::uint64_t last = size > UINT64_MAX - begin_ ? UINT64_MAX : begin_ + size;
-    if (last <= end_) return 0;
-    return last - std::max(std::exchange(end_, last), begin_);
+    if (std::exchange(program_, row.program) != row.program) ends_.clear();
+    const std::uint64_t begin = *variable.address;
+    const std::uint64_t last = size > UINT64_MAX - begin ? UINT64_MAX : begin + size;
+    std::uint64_t& end = ends_[addressSpaceOf(variable)];
+    if (last <= end) return 0;
+    return last - std::max(std::exchange(end, last), begin);
   }
 
  private:
   const Inventory* program_ = nullptr;
-  std::string_view section_;
-  std::uint64_t begin_ = 0;
-  std::uint64_t end_ = 0;
+  std::map<AddressSpace, std::uint64_t> ends_;  // up to which address bytes have been counted
 };
 
 Value fieldValue(std::size_t number, const Row& row) { return variableFields[number].get(row); }
@@ -44,6 +42,10 @@ const std::array<Grouping, 5> groupings{{
     {"section", "Section", [](const Row& row) { return fieldValue(4, row); }},
     {"executable", "Executable", [](const Row& row) { return fieldValue(0, row); }},
 }};
+
+AddressSpace addressSpaceOf(const Variable& variable) {
+  return {variable.section, variable.threadLocal.value_or(false)};
+}
 
 std::vector<Sum> sumsBy(const Grouping& grouping, const std::vector<Row>& rows) {
   std::vector<Sum> sums;

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "frontend/fields.h"
@@ -16,6 +17,11 @@ struct Grouping {
 
 /// All groupings.
 extern const std::array<Grouping, 5> groupings;
+
+/// A section and whether it is the one of a thread. Variables of a program share bytes when their addresses overlap in
+/// one of these; views/sqlite.cpp says the same in SQL.
+using AddressSpace = std::pair<std::string_view, bool>;
+AddressSpace addressSpaceOf(const Variable& variable);
 
 /// The variables of one group.
 struct Sum {

@@ -18,6 +18,8 @@ TEST(PathPatterns, FitFiles) {
       {"src/net", "src/net/a.c src/net", "x/src/net/a.c src/network/a.c /src/net/a.c"},
       {"src/net/", "src/net/a.c", "src/net"},
       {"src/net/**", "src/net/a.c src/net/x/a.c", "src/net src/a.c"},
+      {"src/**/", "src/net/a.c src/net/x/a.c", "src src/a.c"},
+      {"**/", "src/a.c src/net/a.c /x/a.c", "a.c"},
       {"src/*/a.c", "src/x/a.c", "src/a.c src/x/y/a.c"},
       {"src/**/a.c", "src/a.c src/x/a.c src/x/y/a.c", "a.c src/xa.c src/x/y/a.h"},
       {"**/net/*.c", "net/a.c x/y/net/a.c /x/net/a.c", "net/x/a.c net/a.h"},

@@ -14,10 +14,14 @@
 namespace {
 
 // Programs from a text: "name|type|size|section|file" for each variable, separated by blanks, "?" for what is not
-// known, "program:" before those of a program. Addresses are given in steps of 256.
+// known, "program:" or "program@directory:" before those of a program. Addresses are given in steps of 256.
 std::deque<Inventory> programsOf(const std::string& text) {
   std::deque<Inventory> programs;
-  const auto add = [&programs](const std::string& path) { programs.emplace_back().executable = path; };
+  const auto add = [&programs](const std::string& path) {
+    const std::vector<std::string> parts = splitAt(path, '@');
+    programs.emplace_back().executable = parts[0];
+    if (parts.size() > 1) programs.back().directory = parts[1];
+  };
   for (const std::string& word : splitAt(text, ' ')) {
     if (word.ends_with(':')) add(word.substr(0, word.size() - 1));
     if (word.empty() || word.ends_with(':')) continue;
@@ -144,6 +148,23 @@ TEST_F(Diff, MatchingAndClasses) {
       {"a|int|?|.data|x.c", "a|int|4|?|x.c", ""},
       {"a|int|?|.data|x.c", "a|long|4|.data|x.c", "type? p256 p256"},
       {"a|int|?|.data|x.c", "", "removed? p256 -"},
+      // The directories that files are named from may differ: a unit was compiled elsewhere, each of make's runs has a
+      // directory of its own, the sources are in several checkouts, or one result has no directory.
+      {"q@/r: s|int|4|.bss|old/a.c s|int|4|.bss|old/b.c s|int|4|.bss|old/c.c l|int|4|.bss|lib/l.c",
+       "q@/r: s|unsigned|4|.bss|new/a.c s|int|4|.bss|new/b.c s|int|4|.bss|new/c.c l|int|4|.bss|lib/l.c",
+       "type+0 q256 q256"},
+      {"q@/r/old/src: s|int|4|.bss|a.c s|int|4|.bss|b.c",
+       "q@/r/new: s|int|4|.bss|sub/b.c s|unsigned|4|.bss|src/a.c s|int|4|.bss|src/b.c",
+       "added+4 - q256, type+0 q256 q512"},
+      {"q: s|int|4|.bss|/h/p1/a.c s|int|4|.bss|/h/p1/b.c s|int|4|.bss|/h/d1/a.c s|int|4|.bss|/h/d1/c.c",
+       "q: s|int|4|.bss|/x/p2/b.c s|int|4|.bss|/y/d2/a.c s|long|8|.bss|/x/p2/a.c s|int|8|.bss|/y/d2/c.c",
+       "grown+4 q1024 q1024, type+4 q256 q768"},
+      {"q: s|int|4|.bss|src/a.c s|int|4|.bss|x/src/a.c", "q@/r: s|int|8|.bss|x/src/a.c s|int|4|.bss|src/a.c",
+       "grown+4 q512 q256"},
+      // A file was renamed and another removed.
+      {"n|int|4|.bss|a.c n|int|4|.bss|b.c x|int|4|.bss|b.c", "n|int|4|.bss|z.c x|int|4|.bss|z.c", "removed-4 p256 -"},
+      {"n|S|4|.bss|a.c n|S|4|.bss|b.c x|S|4|.bss|b.c", "x|S|4|.bss|z.c n|T|4|.bss|z.c",
+       "removed-4 p256 -, type+0 p512 p512"},
       // Programs are told apart by the names of their files if there are several, otherwise not.
       {"old/p: a|int|4|.data|x.c", "new/q: a|int|8|.data|x.c", "grown+4 old/p256 new/q256"},
       {"p: a|S|4|.data|x.c q: a|S|8|.data|x.c", "q: a|S|8|.data|x.c", "removed-4 p256 -"},
@@ -219,6 +240,23 @@ TEST_F(Diff, Formats) {
   EXPECT_EQ(directory.run("GITHUB_WORKSPACE=/build tolquin diff --format github -n 2 old new").out,
             "::warning file=src/a%2Cb%3Ac%25.c,line=7,title=Variable has grown::alias, int → long: 8 bytes, +4\n"
             "::warning file=h.h,title=Variable added::x\\x1b[31m\\x0a::error::: of unknown size\n");
+  // The workspace may be a symbolic link, and files named by way of other directories.
+  writeFile(directory / "up", R"({"schema": 1, "executables": [{"path": "p", "directory": ")" + directory / "ws/sub" +
+                                  R"("}], "variables": [{"executable": "p", "name": "u", "file": "../up/b.c"}]})");
+  EXPECT_EQ(directory
+                .run("mkdir ws; ln -s ws link; : >none.jsonl; for w in ws link link/ ws/up/. other; do "
+                     "GITHUB_WORKSPACE=$PWD/$w tolquin diff --format github none.jsonl up 2>/dev/null; done | "
+                     "sed \"s|$PWD||; s/,title.*//\"")
+                .out,
+            "::warning file=up/b.c\n::warning file=up/b.c\n::warning file=up/b.c\n::warning file=b.c\n"
+            "::warning file=/ws/up/b.c\n");
+  // What one of them does not say is no change.
+  writeRows("mute", R"("name": "same", "size": 4, "type": "int")");
+  EXPECT_EQ(diff("mute new --where 'name = same'").out,
+            "No variables have changed\n4 → 4 bytes (0), writable or thread-local ?\n"
+            "Not known to be writable or constant: 1 variable before, 0 variables now\n");
+  EXPECT_EQ(directory.run("tolquin diff mute new --format json | grep -o 'mutable_[a-z]*.: [^,]*' | paste -sd' '").out,
+            "mutable_bytes\": null mutable_bytes\": null mutable_delta\": null\n");
   const RunResult checked = directory.run(R"(tolquin diff old new --moves --format json >diff.json
     /usr/bin/python3 -c '
 import json, jsonschema, os
@@ -322,6 +360,7 @@ TEST_F(Diff, LimitsAndWrongUse) {
       {"mute new --fail-on-growth 99%", 1, "mute: does not say which variables are writable"},
       {"mute new --fail-on-growth 999% --all", 0, ""},
       {"old new --fail-on-growth 1M", 0, "old: warning: 1 variable not checked: unknown whether writable"},
+      {"old new --fail-on-growth 32 --where 'name != d'", 0, "old: warning: 1 variable not checked"},
       {"old new --where 'name = z'", 0, "no variables selected"},
       {"old", 2, "NEW is required"},
       {"old new old", 2, "not expected: old"},

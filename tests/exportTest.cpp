@@ -109,6 +109,7 @@ TEST_F(Export, Repeated) {
       "SELECT count(*) FROM type WHERE id NOT IN (SELECT type FROM variable WHERE type IS NOT NULL)";
   exportAll("rows.jsonl prog odd.jsonl");
   const std::string before = ask(".dump");
+  ask("DROP VIEW bytes_by_type");
   exportAll("prog rows.jsonl ./prog");
   directory.run("mkdir -p deep/er; ln -s deep/er link");
   exportAll("$PWD/../$(basename $PWD)/./link/../../prog");
@@ -219,6 +220,7 @@ tolquin export --sqlite ro.db prog; chmod a=r ro.db; chmod a+rx .)");
       {"--sqlite short.db prog", 1, "short.db: is damaged"},
       {"--sqlite a.db none", 1, "none: cannot open"},
       {"--sqlite empty.db prog", 0, ""},
+      {"--sqlite empty.db prog >&-", 0, ""},
       {"--sqlite :memory: prog", 0, ""},
       {"--sqlite new.db prog --where size=3", 0, "no variables selected"},
   };
@@ -257,4 +259,9 @@ TEST_F(Export, Document) {
   EXPECT_EQ(answers,
             "src/ 2 108\n./ 1 0\n--\nb 2 2 2\n--\nchar [100] 1 100\nT<int> 2 12\nlong 1 8\nNULL 1 0\n--\n"
             "/p NULL 3 100\n/q NULL 2 8\n--\nh.h 1 a 2 8\n--\n");
+  // Nobody knows whether another program can refer to these.
+  writeFile(directory / "unlinked.jsonl", variable("/r", "b", R"("size": 8)") + variable("/s", "d", R"("size": 8)") +
+                                              variable("/t", "d", R"("size": 8)"));
+  exportAll("unlinked.jsonl");
+  EXPECT_EQ(ask("SELECT * FROM shared_names"), "b 2 2 2\n");
 }

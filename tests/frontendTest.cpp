@@ -124,14 +124,16 @@ TEST_F(FrontEnd, OddPrograms) {
 
 TEST_F(FrontEnd, ErrorsSayWhatToDo) {
   directory.run(
-      "echo no program >text; strip -o stripped program; head -c 5000 program >short; gcc -c -g -x c /dev/null -o o.o");
+      "echo no program >text; strip -o stripped program; head -c 5000 program >short; gcc -c -g -x c /dev/null -o o.o; "
+      "cp program sizes.tbl");
   const std::string cases[][2] = {{"none", "none: cannot open: No such file or directory"},
                                   {"text", "text: is not an ELF file; expected an executable or shared object"},
                                   {".", ".: is not an ELF file"},
                                   {"o.o", "o.o: is an object file"},
                                   {"stripped", "compile it with -g"},
                                   {"short", "short: has no section headers; the file is truncated"},
-                                  {"program -o text/x", "text/x: cannot create directory: Not a directory"}};
+                                  {"program -o text/x", "text/x: cannot create directory: Not a directory"},
+                                  {"sizes.tbl -o .", "./sizes.tbl: is the executable"}};
   for (const auto& [arguments, message] : cases) {
     const RunResult result = directory.run("tolquin tables " + arguments);
     EXPECT_EQ(result.status, 1) << arguments;
@@ -141,7 +143,7 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
   }
   // A full disk leaves nothing behind, and an earlier table as it was.
   const RunResult full =
-      directory.run("tolquin tables program >log; (ulimit -f 0; tolquin tables program) 2>&1 | cat; ls *.vym");
+      directory.run("tolquin tables program >log; (ulimit -f 0; tolquin tables program) 2>&1 | cat; ls -A *.vym");
   EXPECT_EQ(full.out,
             "tolquin: program.vym/objdump.1: cannot be written: File too large\nobjdump.1\nobjdump.txt\nsizes.tbl\n");
 }

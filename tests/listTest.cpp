@@ -152,10 +152,17 @@ TEST_F(List, Choice) {
 
 // Bytes that share an address count once.
 TEST_F(List, Sums) {
+  // Two variables share bytes, with one of another section, or of a thread, between them.
+  writeFile(directory / "shared.jsonl",
+            R"({"name": "a", "size": 100, "section": ".data", "file": "a.c", "address": "0x1000"}
+{"name": "b", "size": 4, "section": ".bss", "file": "a.c", "address": "0x1010"}
+{"name": "c", "size": 8, "section": ".data", "file": "a.c", "address": "0x1020"}
+{"name": "d", "size": 8, "section": ".data", "file": "a.c", "address": "0x1020", "thread_local": true})");
   const std::string cases[][2] = {
       {"namespace rows.jsonl", "(global)\t2\t100\t1\nn\t3\t16\t0\n"},
       {"section rows.jsonl", ".bss\t1\t100\t0\n.rodata\t3\t16\t0\n\t1\t0\t1\n"},
       {"executable rows.jsonl rows.jsonl --sort -executable -n 1", "q\t2\t0\t2\n"},
+      {"file shared.jsonl", "a.c\t4\t112\t0\n"},
       {"file rows.jsonl --where size!=null --sort bytes", "h.h\t2\t16\t0\nx.c\t2\t104\t0\n"},
   };
   for (const auto& [arguments, rows] : cases) {

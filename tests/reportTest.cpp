@@ -43,16 +43,32 @@ TEST_F(Report, FileAppearsWholeOrNotAtAll) {
   EXPECT_EQ(report("-o . rows.jsonl").err, "tolquin: .: is not a regular file\n");
   EXPECT_EQ(report("-o /dev/full rows.jsonl").err, "tolquin: /dev/full: is not a regular file\n");
   EXPECT_EQ(report("-o no/where.html rows.jsonl").status, 1);
-  writeFile(directory / "old.html", "old");
+  EXPECT_EQ(report("-o '' rows.jsonl").status, 2);
+  EXPECT_EQ(report("-o old.html --title old rows.jsonl").status, 0);
+  const std::string old = readFile(directory / "old.html");
   EXPECT_EQ(report("-o old.html bad missing").status, 1);
   EXPECT_EQ(directory.run("ulimit -f 8; trap '' XFSZ; tolquin report -o old.html rows.jsonl").status, 1);
-  EXPECT_EQ(readFile(directory / "old.html"), "old");
+  EXPECT_EQ(readFile(directory / "old.html"), old);
+  // An input, or any other file that is no page, is not replaced.
+  EXPECT_EQ(report("-o bad rows.jsonl").err, "tolquin: bad: is not a page of tolquin report, and is not replaced\n");
+  EXPECT_EQ(report("-o rows.jsonl rows.jsonl").status, 1);
+  EXPECT_EQ(readFile(directory / "bad"), "neither a program nor JSON");
+  EXPECT_EQ(report("-o old.html --title old rows.jsonl >&-").status, 0);
   // One input of two makes a page, and it says what is not there.
   const RunResult half = report("-o half.html rows.jsonl bad");
   EXPECT_EQ(half.status, 1);
   EXPECT_NE(half.err.find("bad"), std::string::npos);
   EXPECT_EQ(report("-o none.html --where 'size > 5' rows.jsonl").err, "tolquin: no variables selected\n");
   EXPECT_EQ(directory.run("ls").out, "bad\nhalf.html\nnone.html\nold.html\nrows.jsonl\n");
+}
+
+// The page takes the place of the file that a symbolic link names, with its permissions; the name may be a long one.
+TEST_F(Report, ReplacedFile) {
+  const RunResult result = directory.run(R"(mkdir d; : >d/page; chmod 620 d/page; ln -s d/page link; ln -s none dangling
+umask 077; n=$(printf %0250d 0); for file in link link dangling "$n"; do tolquin report -o "$file" rows.jsonl; done
+stat -c %A link d/page "$n"; ls -A . d | grep -c -e ^0 -e tolquin)");
+  EXPECT_EQ(result.out, "lrwxrwxrwx\n-rw--w----\n-rw-------\n1\n");
+  EXPECT_EQ(result.err, "tolquin: dangling: is not a regular file\n");
 }
 
 TEST_F(Report, SameInputMakesTheSamePage) {

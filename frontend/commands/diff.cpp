@@ -72,7 +72,7 @@ class Diff {
     const std::string* const inputs[] = {&options_.before, &options_.after};
     for (std::size_t i = 0; i < std::size(totals); ++i) {
       if (totals[i]->undecided == 0) continue;
-      if (totals[i]->undecided == totals[i]->variables) {
+      if (!totals[i]->saysWritable()) {
         throw UserError(*inputs[i] + ": does not say which variables are writable, so the limit cannot be checked");
       }
       printMessage(*inputs[i] + ": warning: " + counted(totals[i]->undecided, "variable") +

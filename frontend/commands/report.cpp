@@ -36,6 +36,7 @@ std::vector<std::string> notesOf(const InputResults& results) {
 }
 
 int makeReport(const ReportOptions& options, const Selection& selection) {
+  checkPage(options.path);
   const InputResults results = readInputs(options.choice.inputs, options.choice.reading);
   const std::vector<const Inventory*> programs = results.programs();
   if (programs.empty() && results.failed()) return 1;
@@ -64,7 +65,7 @@ constexpr const char* helpText =
 void addReportCommand(CLI::App& app, Action& action) {
   auto options = std::make_shared<ReportOptions>();
   CLI::App* command = app.add_subcommand("report", "Make an HTML page with a map and a table of the variables");
-  command->add_option("-o,--output", options->path, "The page to write; an existing file is replaced")
+  command->add_option("-o,--output", options->path, "The page to write; an earlier page of this name is replaced")
       ->type_name("FILE")
       ->required();
   command->add_option("--title", options->page.title, "Page title; default: the name of the program")
@@ -78,6 +79,7 @@ void addReportCommand(CLI::App& app, Action& action) {
   addInputOptions(*command, options->choice);
   command->footer(helpText);
   command->callback([options, &action] {
+    if (options->path.empty()) throw UsageError("-o FILE is empty: the page to write");
     requireInput(options->choice);
     if (!options->page.sourceUrl.empty()) checkSourceUrl(options->page.sourceUrl);
     const auto selection = std::make_shared<Selection>(selectionOf(options->choice));

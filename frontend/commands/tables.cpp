@@ -1,9 +1,11 @@
 // The command tables: writes the tables that tolquin.exe reads.
+#include <filesystem>
 #include <memory>
 
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
 #include "frontend/outputFiles.h"
+#include "src/userError.h"
 #include "suite/tableMaker.h"
 
 namespace {
@@ -32,14 +34,20 @@ void warnOfAll(const TablesOptions& options, const SuiteTables& tables) {
   }
 }
 
+void write(OutputFiles& files, const std::string& path, const std::string& content, const std::string& executable) {
+  std::error_code error;
+  if (std::filesystem::equivalent(path, executable, error)) throw UserError(path + ": is the executable");
+  files.write(path, content);
+}
+
 int makeAll(const TablesOptions& options) {
   const std::string directory = options.directory.empty() ? options.executable + ".vym" : options.directory;
   const SuiteTables tables = makeTables(options.executable, options.qualified);
   makeDirectory(directory);
   OutputFiles files;
-  files.write(directory + "/objdump.1", tables.variableText);
-  files.write(directory + "/objdump.txt", tables.declarationText);
-  files.write(directory + "/sizes.tbl", tables.sizeText);
+  write(files, directory + "/objdump.1", tables.variableText, options.executable);
+  write(files, directory + "/objdump.txt", tables.declarationText, options.executable);
+  write(files, directory + "/sizes.tbl", tables.sizeText, options.executable);
   files.commit();
   warnOfAll(options, tables);
   if (options.quiet) return 0;

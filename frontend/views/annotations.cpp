@@ -1,4 +1,6 @@
 // Writes changes as workflow commands of GitHub Actions, which annotate the lines of a pull request. Used by `diff`.
+#include <filesystem>
+
 #include "frontend/texts.h"
 #include "frontend/views/changes.h"
 
@@ -21,14 +23,25 @@ std::string escaped(std::string_view text, std::string_view special) {
 std::string messageText(std::string_view text) { return escaped(text, "%\r\n"); }
 std::string propertyText(std::string_view text) { return escaped(text, "%\r\n:,"); }
 
-// The file of the variable, relative to `workspace` if it is in there.
+namespace fs = std::filesystem;
+
+// `file` relative to `directory`; empty unless it is in there.
+std::string nameWithin(const fs::path& file, const fs::path& directory) {
+  const fs::path name = file.lexically_relative(directory);
+  return name.empty() || *name.begin() == ".." ? "" : name.native();
+}
+
+// The file of the variable, relative to `workspace` if it is in there, perhaps through symbolic links.
 std::string fileOf(const Row& row, const std::string& workspace) {
   std::string file(row.variable->file);
   if (workspace.empty() || file.empty()) return file;
-  if (!file.starts_with('/') && !row.program->directory.empty()) file = row.program->directory + "/" + file;
-  const std::string start = workspace.ends_with('/') ? workspace : workspace + "/";
-  if (file.starts_with(start)) file.erase(0, start.size());
-  return file;
+  const fs::path path = (row.program->directory / fs::path(file)).lexically_normal();
+  std::string name = nameWithin(path, fs::path(workspace).lexically_normal());
+  std::error_code error;
+  if (name.empty() && path.is_absolute()) {
+    name = nameWithin(fs::weakly_canonical(path, error), fs::weakly_canonical(workspace, error));
+  }
+  return name.empty() ? path.native() : name;
 }
 
 // The properties file and line, each followed by a comma.

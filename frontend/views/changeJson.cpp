@@ -13,14 +13,18 @@ void putPrograms(std::string_view key, const std::vector<const Inventory*>& prog
   output.put("\n]");
 }
 
-void putTotal(std::string_view key, const Total& total, Output& output) {
+void putTotal(std::string_view key, const Total& total, bool saysWritable, Output& output) {
   output.put(key);
   output.put(R"({"variables": )");
   output.putNumber(total.variables);
   output.put(R"(, "bytes": )");
   output.putNumber(total.bytes);
   output.put(R"(, "mutable_bytes": )");
-  output.putNumber(total.mutableBytes);
+  if (saysWritable) {
+    output.putNumber(total.mutableBytes);
+  } else {
+    output.put("null");
+  }
   output.put(R"(, "unsized": )");
   output.putNumber(total.unsized);
   output.put('}');
@@ -36,10 +40,13 @@ void putDelta(std::string_view key, const std::optional<Delta>& delta, Output& o
 void putTotals(const Comparison& comparison, Output& output) {
   const Total& before = comparison.before;
   const Total& after = comparison.after;
-  putTotal(R"("total": {"old": )", before, output);
-  putTotal(R"(, "new": )", after, output);
+  const bool saysWritable = comparison.saysWritable();
+  putTotal(R"("total": {"old": )", before, saysWritable, output);
+  putTotal(R"(, "new": )", after, saysWritable, output);
   putDelta(",\n\"delta\": ", deltaOf(before.bytes, after.bytes), output);
-  putDelta(R"(, "mutable_delta": )", deltaOf(before.mutableBytes, after.mutableBytes), output);
+  std::optional<Delta> mutableDelta;
+  if (saysWritable) mutableDelta = deltaOf(before.mutableBytes, after.mutableBytes);
+  putDelta(R"(, "mutable_delta": )", mutableDelta, output);
   for (std::size_t i = 0; i < changeClassNames.size(); ++i) {
     output.put(R"(, ")");
     output.put(changeClassNames[i]);

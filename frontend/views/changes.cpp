@@ -82,17 +82,19 @@ std::string bytesOf(const Comparison& comparison) {
   const Total& before = comparison.before;
   const Total& after = comparison.after;
   return fromTo(before.bytes, after.bytes, " bytes") + ", writable or thread-local " +
-         fromTo(before.mutableBytes, after.mutableBytes, "");
+         (comparison.saysWritable() ? fromTo(before.mutableBytes, after.mutableBytes, "") : "?");
 }
 
 std::string notesOf(const ChangeReport& report, std::string_view end) {
   const Comparison& comparison = report.comparison;
   std::string notes;
-  if (comparison.before.unsized > 0 || comparison.after.unsized > 0) {
-    notes += "Not counted because a size is unknown: " + counted(comparison.before.unsized, "variable") + " before, " +
-             counted(comparison.after.unsized, "variable") + " now";
-    notes += end;
-  }
+  const auto add = [&](const char* what, std::size_t before, std::size_t after) {
+    if (before == 0 && after == 0) return;
+    notes.append(what).append(": ").append(counted(before, "variable")).append(" before, ");
+    notes.append(counted(after, "variable")).append(" now").append(end);
+  };
+  add("Not counted because a size is unknown", comparison.before.unsized, comparison.after.unsized);
+  add("Not known to be writable or constant", comparison.before.undecided, comparison.after.undecided);
   if (const std::size_t moved = comparison.count(ChangeClass::Moved); report.hasMovesHidden && moved > 0) {
     notes += counted(moved, "variable") + " moved to another section (`--moves` shows them)";
     notes += end;

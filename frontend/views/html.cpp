@@ -1,12 +1,17 @@
 #include "frontend/views/html.h"
 
+#include <fcntl.h>
 #include <zlib.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
+#include "frontend/outputFiles.h"
 #include "frontend/texts.h"
 #include "frontend/views/pageData.h"
 #include "frontend/views/reportTemplate.h"
+#include "src/io.h"
 #include "src/userError.h"
 
 namespace {
@@ -68,6 +73,17 @@ bool hasOtherBraces(std::string url) {
 }
 
 }  // namespace
+
+void checkPage(const std::string& path) {
+  const UniqueFd file = openFile(regularFile(path).c_str(), O_RDONLY);
+  if (!file && errno == ENOENT) return;
+  char buffer[256];
+  const ssize_t count = file ? readRetrying(file.get(), buffer, sizeof buffer) : -1;
+  if (count < 0) throw UserError(path + ": cannot be read: " + std::strerror(errno));
+  const std::string_view begin(buffer, static_cast<std::size_t>(count));
+  const bool isPage = begin.starts_with("<!DOCTYPE html>") && begin.find("tolquin report") != std::string_view::npos;
+  if (!begin.empty() && !isPage) throw UserError(path + ": is not a page of tolquin report, and is not replaced");
+}
 
 void checkSourceUrl(std::string_view url) {
   const std::string_view path = afterHost(url);

@@ -15,6 +15,9 @@ struct PageOptions {
   bool isWhole = true;             ///< whether all variables of the programs are on it
 };
 
+/// Throws UserError when the file `path` exists and is neither empty nor a page of makePage.
+void checkPage(const std::string& path);
+
 /// Throws UsageError unless `url` is an http, https or vscode URL with {file}, and optionally {line}, after its host,
 /// so that the name of a file cannot influence which host is contacted.
 void checkSourceUrl(std::string_view url);

@@ -123,7 +123,7 @@ void appendColumn(std::string& bytes, Kind kind, const std::vector<Value>& value
 class Layout {
  public:
   std::uint64_t place(std::uint64_t address, std::uint64_t size) {
-    const bool overlaps = address >= address_ && address < limit_;
+    const bool overlaps = address < limit_;
     const std::uint64_t last = size > UINT64_MAX - address ? UINT64_MAX : address + size;
     begin_ = overlaps ? begin_ + (address - address_) : end_;
     limit_ = overlaps ? std::max(limit_, last) : last;
@@ -144,7 +144,7 @@ class Layout {
 // The offset of each row when all sections of all programs are laid out one after the other. From these the page can
 // count shared bytes of any subset of the rows once, as sumsBy does.
 std::vector<Value> beginsOf(const std::vector<Row>& rows) {
-  std::map<std::pair<const Inventory*, std::string_view>, std::size_t> numbers;
+  std::map<std::pair<const Inventory*, AddressSpace>, std::size_t> numbers;
   std::vector<Layout> layouts(1);  // the first is for variables without an address
   std::vector<std::size_t> layoutOf;
   std::vector<Value> begins;
@@ -152,7 +152,9 @@ std::vector<Value> beginsOf(const std::vector<Row>& rows) {
     const Variable& variable = *row.variable;
     const std::uint64_t size = variable.size.value_or(0);
     std::size_t number = 0;
-    if (variable.address) number = numbers.try_emplace({row.program, variable.section}, layouts.size()).first->second;
+    if (variable.address) {
+      number = numbers.try_emplace({row.program, addressSpaceOf(variable)}, layouts.size()).first->second;
+    }
     if (number == layouts.size()) layouts.emplace_back();
     Layout& layout = layouts[number];
     begins.push_back({true, {}, variable.address ? layout.place(*variable.address, size) : layout.append(size)});

@@ -41,8 +41,10 @@ CREATE TABLE variable (
   line INTEGER,
   address INTEGER
 );
+)";
 
-CREATE VIEW variables AS
+constexpr const char* views = R"(
+CREATE VIEW IF NOT EXISTS variables AS
 SELECT executable.path AS executable, variable.name AS name, type.name AS type, size, section, writable, thread_local,
        linkage, file.name AS file, line, CASE WHEN address IS NOT NULL THEN printf('0x%x', address) END AS address
 FROM variable
@@ -50,22 +52,22 @@ JOIN executable ON executable.id = variable.executable
 LEFT JOIN type ON type.id = variable.type
 LEFT JOIN file ON file.id = variable.file;
 
-CREATE VIEW shared_names AS
+CREATE VIEW IF NOT EXISTS shared_names AS
 SELECT name, count(DISTINCT executable) AS executables, count(DISTINCT type) AS types, count(DISTINCT size) AS sizes
 FROM variable
-WHERE coalesce(linkage, 'external') = 'external'
+WHERE linkage = 'external'
 GROUP BY name
 HAVING executables > 1;
 )";
 
 // A view of the bytes by @, which is "file" or "type". Bytes that several variables share count only for the first.
 constexpr const char* bytesView = R"(
-CREATE VIEW bytes_by_@ AS
+CREATE VIEW IF NOT EXISTS bytes_by_@ AS
 WITH placed AS (
   SELECT @, coalesce(size, 0) AS size, size IS NULL AS unsized,
          max(address + coalesce(size, 0)) OVER before - address AS shared
   FROM variable
-  WINDOW before AS (PARTITION BY executable, section, thread_local, @ ORDER BY address
+  WINDOW before AS (PARTITION BY executable, section, coalesce(thread_local, 0), @ ORDER BY address
                     ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING)
 )
 SELECT name AS @, count(*) AS variables,
@@ -83,10 +85,12 @@ std::string bytesViewOf(std::string_view table) {
 // Creates the tables and views in an empty database.
 void createSchema(Database& database) {
   const std::string sql = "PRAGMA application_id = " + std::to_string(applicationId) +
-                          ";\nPRAGMA user_version = " + std::to_string(schemaVersion) + ";\n" + schema +
-                          bytesViewOf("file") + bytesViewOf("type");
+                          ";\nPRAGMA user_version = " + std::to_string(schemaVersion) + ";\n" + schema;
   database.execute(sql.c_str());
 }
+
+// Creates the views that are missing.
+void createViews(Database& database) { database.execute((views + bytesViewOf("file") + bytesViewOf("type")).c_str()); }
 
 // Sets a parameter to `text` as valid UTF-8, or to NULL if it is empty.
 void bindText(Statement& statement, int parameter, std::string_view text) {
@@ -308,6 +312,7 @@ void writeDatabase(const std::string& path, const std::vector<const Inventory*>&
   database.execute("PRAGMA page_size = 8192; PRAGMA cache_size = -16000");
   database.begin();
   if (checkOwner(database, path)) createSchema(database);
+  createViews(database);
   {
     InventoryWriter writer(database);
     const Row* next = rows.data();
