@@ -66,20 +66,17 @@ reply* A2LControl::convA2L(unsigned int timeout, const char* fmt, ...) {
   return pieces;
 }
 
-// Whatever the child before owes, nothing that this one writes answers an earlier request.
-void A2LControl::restart() {
-  ++restarts_;
-  child_.kill(Clock::now() + reapTimeout);
-  startA2L();
-}
-
 void A2LControl::childhandler(int) { ChildState::reapAll(); }
 
 SourceLocation A2LControl::locate(const char* address) {
   const std::string request = std::string(address) + '\n';
   const auto replies = static_cast<unsigned>((request.size() + chunkSize - 1) / chunkSize);
   SourceLocation location;
-  if (session_.conversation().outOfStep() && restarts_ < maxRestarts) restart();
+  // Nothing that a new child writes answers an earlier request.
+  if (session_.conversation().outOfStep() && restarts_++ < maxRestarts) {
+    child_.kill(Clock::now() + reapTimeout);
+    startA2L();
+  }
   session_.exchange(request, {.replies = replies}, [&location](std::string_view line) {
     if (location.file.empty()) location = parseLocation(line);
   });

@@ -75,8 +75,6 @@ class A2LControl {
   SourceLocation locate(const char* address);
 
  private:
-  void restart();
-
   static ChildState child_;
   const std::string exename_;
   ToolSession session_;
