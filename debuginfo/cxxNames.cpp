@@ -218,10 +218,18 @@ bool isParsedByGdb(std::string_view name) {
   return true;
 }
 
-// The demangled symbol `name`; empty if it is not a mangled name.
-std::string demangled(const char* name) {
-  const std::unique_ptr<char, void (*)(void*)> full(abi::__cxa_demangle(name, nullptr, nullptr, nullptr), std::free);
-  return full && std::string_view(name).starts_with("_Z") ? full.get() : "";
+// The demangled symbol `name`; empty if it is not a mangled name. Suffixes that only make a symbol unique (".0") are
+// ignored.
+std::string demangled(std::string name) {
+  if (!name.starts_with("_Z")) return "";
+  while (true) {
+    const std::unique_ptr<char, void (*)(void*)> full(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, nullptr),
+                                                      std::free);
+    if (full) return full.get();
+    const std::size_t suffix = name.rfind('.');
+    if (suffix == std::string::npos) return "";
+    name.resize(suffix);
+  }
 }
 
 // The name in the text of a function: "f<int>" in "void f<int>(int) const".
@@ -327,7 +335,7 @@ std::string templateArguments(std::string_view name, const char* linkageName) {
 }
 
 std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_view name) {
-  std::string full = demangled(std::string(symbol).c_str());
+  std::string full = demangled(std::string(symbol));
   if (full.empty()) {
     // In C: "function.name", followed by a number if there are several.
     const std::size_t dot = symbol.find('.');
@@ -348,7 +356,7 @@ std::string variableOfSymbol(std::string_view symbol) {
   for (const std::string_view other : {"_ZT", "_ZG", "_ZZ"}) {
     if (symbol.starts_with(other)) return "";
   }
-  return symbol.starts_with("_Z") ? withoutTags(canonicalName(demangled(std::string(symbol).c_str()))) : "";
+  return symbol.starts_with("_Z") ? withoutTags(canonicalName(demangled(std::string(symbol)))) : "";
 }
 
 std::string bindingInSymbol(std::string_view symbol) {

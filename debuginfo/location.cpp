@@ -2,6 +2,8 @@
 
 #include <dwarf.h>
 
+#include <algorithm>
+
 namespace {
 
 using Kind = Location::Kind;
@@ -15,16 +17,17 @@ class Evaluation {
   Location run() {
     while (!cursor_.atEnd() && !unreadable_) step(cursor_.byte());
     if (cursor_.failed() || unreadable_) return {Kind::Unreadable};
-    if (pieces_ > 0) {
-      const Kind kind = !firstPiece_ ? Kind::None : scattered_ ? Kind::Scattered : Kind::Memory;
-      return {kind, firstPiece_.value_or(0), firstBase_};
-    }
+    return hasPieces_ ? pieces_ : place();
+  }
+
+ private:
+  // The location that the operations since the last piece describe.
+  Location place() const {
     if (narrowed_) return {Kind::Memory, *narrowed_, *narrowed_, true};
     if (isAddress_) return {isThreadLocal_ ? Kind::ThreadLocal : Kind::Memory, value_, base_};
     return {isComputed_ ? Kind::Computed : Kind::None, value_, base_};
   }
 
- private:
   void step(unsigned operation) {
     switch (operation) {
       case DW_OP_addr:
@@ -64,6 +67,7 @@ class Evaluation {
       case DW_OP_deref:
       case DW_OP_deref_size:
         if (isAddress_ && !isThreadLocal_) source_ = value_;
+        sourceBytes_ = operation == DW_OP_deref_size ? ByteCursor(cursor_).byte() : sizes_.address;
         [[fallthrough]];
       default:
         skipOperands(operation);
@@ -107,7 +111,7 @@ class Evaluation {
         return cursor_.skip(cursor_.leb());
       default:
         // An unknown operation, or one with complex operands: the rest cannot be decoded.
-        unreadable_ = isComputed_ || isAddress_ || pieces_ > 0;
+        unreadable_ = isComputed_ || isAddress_ || hasPieces_;
         cursor_.skip(cursor_.left());
     }
   }
@@ -136,18 +140,22 @@ class Evaluation {
   void setOffset(std::uint64_t value) { offset_ = value; }
 
   void endPiece(std::uint64_t size) {
-    ++pieces_;
-    const bool inMemory = isAddress_ && !isThreadLocal_;
-    if (inMemory && firstPiece_ && value_ != expected_) scattered_ = true;
-    if (!inMemory) scattered_ = true;
-    if (inMemory && !firstPiece_) {
-      firstPiece_ = value_;
-      firstBase_ = base_;
+    const Location piece = place();
+    hasPieces_ = true;
+    hasValue_ = isAddress_ = isThreadLocal_ = isComputed_ = false;
+    source_.reset();
+    narrowed_.reset();
+    if (piece.kind != Kind::Memory && piece.kind != Kind::ThreadLocal) return;
+    if (!pieces_.bytes) {
+      pieces_ = piece;
+      pieces_.bytes = 0;
+    } else if (piece.kind != pieces_.kind || piece.address != end_) {
+      pieces_.isApart = true;
     }
-    // Adjacent pieces count as one.
-    if (pieces_ > 1 && !scattered_) --pieces_;
-    expected_ = value_ + size;
-    hasValue_ = isAddress_ = isComputed_ = false;
+    const std::uint64_t bytes = piece.isNarrowed ? std::min<std::uint64_t>(size, sourceBytes_) : size;
+    pieces_.isNarrowed = pieces_.isNarrowed || piece.isNarrowed;
+    *pieces_.bytes += bytes;
+    end_ = piece.address + bytes;
   }
 
   ByteCursor cursor_;
@@ -157,11 +165,11 @@ class Evaluation {
   std::uint64_t value_ = 0, base_ = 0, offset_ = 0;
   bool hasValue_ = false, isAddress_ = false, isThreadLocal_ = false;
   bool isComputed_ = false, unreadable_ = false;
-  int pieces_ = 0;
-  bool scattered_ = false;
   std::optional<std::uint64_t> source_, narrowed_;  // address from which the value is computed
-  std::optional<std::uint64_t> firstPiece_;
-  std::uint64_t firstBase_ = 0, expected_ = 0;
+  std::uint64_t sourceBytes_ = 0;                   // number of bytes read there
+  bool hasPieces_ = false;
+  Location pieces_;        // the pieces so far that are in memory, combined
+  std::uint64_t end_ = 0;  // end address of the last of them
 };
 
 }  // namespace

@@ -13,7 +13,6 @@ struct Location {
     None,         ///< not in memory, or on the stack
     Memory,       ///< at `address`
     ThreadLocal,  ///< at offset `address` in each thread's TLS block
-    Scattered,    ///< in several pieces; the first piece in memory is at `address`
     Computed,     ///< in memory, at an address that is known only at run time
     Unreadable    ///< the expression is damaged or not supported
   };
@@ -21,6 +20,8 @@ struct Location {
   std::uint64_t address = 0;  ///< in terms of the debugging information
   std::uint64_t base = 0;     ///< start of the object that contains it, to which the expression is relative
   bool isNarrowed = false;    ///< the value is computed from the memory at `address`, which is smaller than the type
+  bool isApart = false;       ///< it is in pieces that are not adjacent; the first is at `address`
+  std::optional<std::uint64_t> bytes{};  ///< for a variable in pieces, the total size of those in memory
 };
 
 /// Evaluates the location expression from `cursor` to its end. `sizes` are those of `unit`.

@@ -80,7 +80,7 @@ void VariableReader::readVariable(const MetVariable& met) {
   if (location.kind == Kind::None) return noteUnplaced(met, raw);
   if (location.kind == Kind::ThreadLocal) location.address = file_.image().threadLocalOffset(location.address);
   const ImageSection* section = nullptr;
-  if (location.kind == Kind::Memory || location.kind == Kind::Scattered) {
+  if (location.kind == Kind::Memory) {
     section = file_.image().find(file_.toExecutable(location.address));
     if (section == nullptr) return;  // the linker discarded it
   } else if (location.kind == Kind::ThreadLocal) {
@@ -164,6 +164,11 @@ VariableReader::Entry VariableReader::entryOf(const MetVariable& met, const RawE
   return entry;
 }
 
+// The address of a location in the executable; for a thread-local variable, the offset in the TLS block.
+std::uint64_t VariableReader::inExecutable(const Location& location) const {
+  return location.kind == Kind::ThreadLocal ? location.address : file_.toExecutable(location.address);
+}
+
 // Whether a flag is set in the DIE or in one that it completes.
 bool VariableReader::isSet(const Entry& entry, Slot slot, unsigned name) const {
   const RawValue& value = entry.raw[slot];
@@ -179,8 +184,7 @@ void VariableReader::addVariable(Entry& entry, const Location& location, const I
   if (section != nullptr) variable.writable = file_.image().isWritable(*section, file_.toExecutable(location.address));
   variable.threadLocal = location.kind == Kind::ThreadLocal;
   if (*variable.threadLocal) variable.writable = true;
-  if (location.kind == Kind::Memory) variable.address = file_.toExecutable(location.address);
-  if (location.kind == Kind::ThreadLocal && section != nullptr) variable.address = location.address;
+  if (section != nullptr && !location.isApart) variable.address = inExecutable(location);
   describe(entry, location, variable);
   found_.variables.push_back(variable);
 }
@@ -226,8 +230,7 @@ bool VariableReader::isOmitted(const Entry& entry, const Location& location, con
   }
   // Variables that the linker discarded have the address 0, where there may be another variable.
   return location.base == 0 &&
-         !file_.image().mayBeAt(threadLocal ? location.address : file_.toExecutable(location.address), threadLocal,
-                                entry.name, entry.linkageName);
+         !file_.image().mayBeAt(inExecutable(location), threadLocal, entry.name, entry.linkageName);
 }
 
 void VariableReader::describe(const Entry& entry, const Location& location, Variable& variable) {
@@ -237,7 +240,8 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
   variable.namedIncomplete = type.namedIncomplete;
   // Prefer the size of the type, as some compilers pad the size of the symbol; but if the type ends with a flexible
   // array, only the symbol has the size.
-  if (!type.open && !location.isNarrowed) variable.size = type.size;
+  variable.size = location.bytes;
+  if (!variable.size && !type.open && !location.isNarrowed) variable.size = type.size;
   if (!variable.size && variable.address)
     variable.size =
         file_.image().symbolSize(*variable.address, location.kind == Kind::ThreadLocal, entry.name, entry.linkageName);
@@ -248,10 +252,10 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
   const SourceLocation place = sourceLocationOf(entry);
   variable.file = place.file;
   variable.line = place.line;
-  variable.name = fullName(entry, variable);
+  variable.name = fullName(entry, location, variable);
 }
 
-std::string_view VariableReader::fullName(const Entry& entry, Variable& variable) {
+std::string_view VariableReader::fullName(const Entry& entry, const Location& location, Variable& variable) {
   const Die& outermost = entry.completed.empty() ? entry.die : entry.completed.back();
   std::string scopes = scopes_.ofVariable(outermost, cxx_);
   const bool isUncertain = (cxx_ && layout_.sizes.version <= 2) ||
@@ -259,7 +263,7 @@ std::string_view VariableReader::fullName(const Entry& entry, Variable& variable
   if (!cxx_) variable.namespaceLength = 0;
   if (cxx_ && !isUncertain) variable.namespaceLength = scopes_.namespacesOf(outermost);
   if (!isUncertain && scopes.empty() && !cxx_) return texts_.keep(entry.name);
-  if (isUncertain) scopes = scopesBySymbol(entry, variable).value_or(scopes);
+  if (isUncertain) scopes = scopesBySymbol(entry, location).value_or(scopes);
   if (!cxx_) return texts_.keep(scopes.append(entry.name));
   return texts_.keep(scopes + withoutTags(canonicalName(entry.name)) +
                      templateArguments(entry.name, entry.linkageName));
@@ -276,9 +280,10 @@ std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location
 
 // Scopes that are missing from the debugging information: namespaces in DWARF 2, functions that were inlined everywhere
 // (some compilers omit them), and classes whose type unit is missing.
-std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, const Variable& variable) const {
-  if (!variable.address) return {};
-  for (const std::string_view symbol : symbolsOf(entry, *variable.address, *variable.threadLocal)) {
+std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, const Location& location) const {
+  const bool isThreadLocal = location.kind == Kind::ThreadLocal;
+  if (location.kind != Kind::Memory && !isThreadLocal) return {};
+  for (const std::string_view symbol : symbolsOf(entry, inExecutable(location), isThreadLocal)) {
     if (auto scopes = scopesInSymbol(symbol, entry.name)) return scopes;
   }
   return {};

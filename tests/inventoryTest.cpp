@@ -155,6 +155,24 @@ TEST(Inventory, Rules) {
        "clang -O2 -g -x c source -o program",
        {"flag|int|1|.bss|internal", "main::seen|int|1|.bss|function"},
        {"flag2"}},
+      // Only the used elements of some variables are left, adjacent or apart.
+      {"static int one[3]; static long two[8]; static __thread char each[9]; static struct { int yes, no; long l; } "
+       "s;\n"
+       "static int once(void) { static int t[3]; return t[1]++; } int main(int n, char **v) { one[1] += n; two[1] += "
+       "n;\n"
+       "two[6] += n; each[2] += n; if (n > 1) s.yes = 1; s.l += n; return once() + one[1] + two[1] + two[6] + each[2] "
+       "+ s.yes + s.l; }",
+       R"(clang -O2 -g -x c source -o q; nm q | sed -nE 's/^(0*)(.*) . one.0/\2/p' >place
+inventoryRows q | awk -F '\t' '$1 == "one" { printf "%x\n", $10 } $1 == "two" { print $10 }' | grep -v null | cmp - place
+mv q program)",
+       {"one|int [3]|4|.bss|internal", "once::t|int [3]|4|.bss|function", "two|long [8]|16|.bss|internal",
+        "each|char [9]|1|.tbss|internal", "s|struct {...}|9|.bss|internal"},
+       {"warning"}},
+      {"namespace n { struct C { int m() { static char buf[40]; buf[3]++; return buf[2]; } }; }\n"
+       "int main() { n::C c; return c.m(); }",
+       "clang++ -g -O2 -flto -fuse-ld=lld -x c++ source -o program",
+       {"n::C::m::buf|char [40]|1|.bss|function"},
+       {"warning"}},
       // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
       {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
        "int _start(void) { static char state; return ++state + (int)kept[1]; }",
