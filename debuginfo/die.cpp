@@ -72,12 +72,12 @@ Die Die::target(unsigned name) const {
   return {units_->type(*found), units_};
 }
 
-Die Die::reference(unsigned name) const {
-  const Die found = target(name);
-  if (!found || !found.has(DW_AT_signature)) return found;
-  // If the type has its own type unit, the DIE found is only a stub that refers to it.
-  const Die own = found.target(DW_AT_signature);
-  return own ? own : found;
+Die Die::reference(unsigned name) const { return target(name).described(); }
+
+Die Die::described() const {
+  // If a type has its own type unit, the DIE in another unit is only a stub that refers to it.
+  const Die own = *this && has(DW_AT_signature) ? target(DW_AT_signature) : Die();
+  return own ? own : *this;
 }
 
 Die Die::completed() const {

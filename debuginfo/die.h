@@ -53,6 +53,9 @@ class Die {
   const char* name() const;
   /// The DIE to which an attribute refers; for a type in a type unit, the one there. None if there is none.
   Die reference(unsigned name) const;
+  /// For a stub that refers to a type unit, the DIE of the type there; this DIE if it is not a stub, or if the type
+  /// unit is missing.
+  Die described() const;
   /// The DIE that this one completes: its declaration in a class or namespace (DW_AT_specification), or the abstract
   /// instance of an inlined function's DIE (DW_AT_abstract_origin). None if there is none.
   Die completed() const;

@@ -46,7 +46,7 @@ ScopeMap::Scope& Scopes::named(const Die& entry) {
 void Scopes::name(const Die& entry, ScopeMap& map, ScopeMap::Id id) {
   map[id].isNamed = true;  // set first, because damaged information may contain cycles
   if (id == ScopeMap::global) return;
-  const std::vector<Die> chain = descriptions(entry.sibling(map[id].entry));
+  const std::vector<Die> chain = descriptions(entry.sibling(map[id].entry).described());
   const char* own = firstName(chain);
   // The enclosing scopes are those of the DIE that it completes.
   const ScopeMap::Scope outer = named(chain.back());

@@ -173,6 +173,13 @@ mv q program)",
        "clang++ -g -O2 -flto -fuse-ld=lld -x c++ source -o program",
        {"n::C::m::buf|char [40]|1|.bss|function"},
        {"warning"}},
+      // Types in type units, outside of which gcc does not give their namespaces.
+      {"namespace ns { struct P { typedef int type; int x; static int s; }; } int ns::P::s; ns::P::type *p; int main() "
+       "{}",
+       R"(for v in 4 5; do g++ -gdwarf-$v -fdebug-types-section -x c++ source -o $v; inventoryRows $v | cut -f 1,2 >r$v; done
+cmp r4 r5; mv 5 program)",
+       {"ns::P::s|int|4|.bss|external", "p|ns::P::type *|8|.bss|external"},
+       {}},
       // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
       {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
        "int _start(void) { static char state; return ++state + (int)kept[1]; }",
