@@ -19,6 +19,17 @@ bool isNameOf(std::string_view symbol, std::string_view name, const char* linkag
   return symbol.starts_with("_Z") && symbol.find(std::to_string(name.size()).append(name)) != std::string_view::npos;
 }
 
+// Whether `name`, from an STT_FILE symbol, names a source file. After link-time optimization it does not.
+bool isSource(std::string_view name) { return !name.empty() && !name.starts_with('<') && !name.ends_with(".o"); }
+
+// Whether `symbol` can be the symbol of `variable`.
+bool isOf(const ImageSymbol& symbol, const SymbolTraits& variable) {
+  const std::string_view unit = variable.unit.substr(variable.unit.rfind('/') + 1);
+  return isNameOf(symbol.name, variable.name, variable.linkageName) &&
+         (symbol.unit == nullptr || unit.empty() || unit == symbol.unit) &&
+         (symbol.size == 0 || variable.size.value_or(symbol.size) == symbol.size);
+}
+
 std::string hexadecimal(const unsigned char* bytes, std::size_t count) {
   constexpr const char* digits = "0123456789abcdef";
   std::string text;
@@ -49,14 +60,31 @@ void ProgramImage::readSections(Elf* elf) {
     if (gelf_getshdr(section, &header) == nullptr || (header.sh_flags & SHF_ALLOC) == 0) continue;
     const char* name = elf_strptr(elf, names, header.sh_name);
     sections_.push_back({name != nullptr ? name : "", header.sh_addr, header.sh_size,
-                         (header.sh_flags & SHF_WRITE) != 0, (header.sh_flags & SHF_TLS) != 0});
+                         (header.sh_flags & SHF_WRITE) != 0, (header.sh_flags & SHF_TLS) != 0, elf_ndxscn(section)});
   }
+  noteShared();
   for (const ImageSection& section : sections_) {
     if (!section.threadLocal) byAddress_.push_back(&section);
   }
   std::stable_sort(byAddress_.begin(), byAddress_.end(), [](const auto* a, const auto* b) {
     return std::tie(a->address, a->size) < std::tie(b->address, b->size);
   });
+}
+
+// Marks the sections whose addresses overlap.
+void ProgramImage::noteShared() {
+  std::vector<ImageSection*> sorted;
+  for (ImageSection& section : sections_) {
+    if (!section.threadLocal && section.size > 0) sorted.push_back(&section);
+  }
+  std::sort(sorted.begin(), sorted.end(), [](const auto* a, const auto* b) { return a->address < b->address; });
+  ImageSection* furthest = nullptr;  // of the sections so far, the one with the highest end
+  for (ImageSection* section : sorted) {
+    if (furthest != nullptr && section->address - furthest->address < furthest->size)
+      section->isShared = furthest->isShared = true;
+    if (furthest == nullptr || section->address + section->size > furthest->address + furthest->size)
+      furthest = section;
+  }
 }
 
 void ProgramImage::readSegments(Elf* elf) {
@@ -114,10 +142,28 @@ bool ProgramImage::isWritable(const ImageSection& section, std::uint64_t address
   return section.threadLocal || (section.writable && (address < relro_.begin || address >= relro_.end));
 }
 
-bool ProgramImage::mayBeAt(std::uint64_t address, bool threadLocal, std::string_view name,
-                           const char* linkageName) const {
-  symbols();
-  return !hasLocalSymbols_ || hasNameAt(address, threadLocal, name, linkageName);
+bool ProgramImage::mayBeThere(const SymbolTraits& variable) const {
+  const bool hasSymbol = !symbolsOf(variable).empty();
+  return hasSymbol || !hasLocalSymbols_;
+}
+
+const ImageSection* ProgramImage::sectionOf(const SymbolTraits& variable) const {
+  const std::vector<const ImageSymbol*> symbols = symbolsOf(variable);
+  const auto isAmong = [&](const ImageSection& section) {
+    const auto isIn = [&](const ImageSymbol* symbol) { return symbol->section == section.number; };
+    return !symbols.empty() && std::all_of(symbols.begin(), symbols.end(), isIn);
+  };
+  const auto found = std::find_if(sections_.begin(), sections_.end(), isAmong);
+  return found != sections_.end() ? &*found : nullptr;
+}
+
+std::vector<const ImageSymbol*> ProgramImage::symbolsOf(const SymbolTraits& variable) const {
+  std::vector<const ImageSymbol*> found;
+  const auto [begin, end] = symbolsAt(variable.address, variable.threadLocal);
+  for (auto at = begin; at != end; ++at) {
+    if (isOf(*at, variable)) found.push_back(&*at);
+  }
+  return found;
 }
 
 bool ProgramImage::hasNameAt(std::uint64_t address, bool threadLocal, std::string_view name,
@@ -161,11 +207,11 @@ const std::vector<ImageSymbol>& ProgramImage::symbols() const {
     const bool isLocal = i > 0 && GELF_ST_BIND(symbol.st_info) == STB_LOCAL;
     hasLocalSymbols_ = hasLocalSymbols_ || isLocal;
     // The STT_FILE symbol of a source file precedes its local symbols.
-    if (type == STT_FILE) unit = name != nullptr && *name != '\0' ? name : nullptr;
+    if (type == STT_FILE) unit = name != nullptr && isSource(name) ? name : nullptr;
     if (name == nullptr || *name == '\0' || section == SHN_UNDEF) continue;
     if (type == STT_OBJECT || type == STT_COMMON || type == STT_TLS || type == STT_NOTYPE)
       symbols_->push_back({type == STT_TLS ? symbol.st_value : address - bias_, symbol.st_size, name, type == STT_TLS,
-                           isLocal, isLocal ? unit : nullptr});
+                           isLocal, isLocal ? unit : nullptr, section});
   }
   std::stable_sort(symbols_->begin(), symbols_->end(), [](const ImageSymbol& a, const ImageSymbol& b) {
     return std::tie(a.threadLocal, a.address) < std::tie(b.threadLocal, b.address);

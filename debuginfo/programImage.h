@@ -18,6 +18,8 @@ struct ImageSection {
   std::uint64_t size = 0;
   bool writable = false;
   bool threadLocal = false;
+  std::size_t number = 0;  ///< index in the file
+  bool isShared = false;   ///< another section overlaps its addresses, as with overlays
 };
 
 /// A symbol of a variable.
@@ -27,7 +29,18 @@ struct ImageSymbol {
   const char* name = nullptr;
   bool threadLocal = false;
   bool isLocal = false;        ///< not visible to other units
-  const char* unit = nullptr;  ///< if local: its source file, without directory; may be null
+  const char* unit = nullptr;  ///< if local: its source file, without directory; null if unknown
+  std::size_t section = 0;     ///< index of its section in the file
+};
+
+/// The properties of a variable by which its symbol is recognized.
+struct SymbolTraits {
+  std::uint64_t address = 0;  ///< for a thread-local variable, the offset in the TLS block
+  bool threadLocal = false;
+  std::string_view name{};
+  const char* linkageName = nullptr;  ///< the name of its symbol in the debugging information; may be null
+  std::string_view unit{};            ///< source file of its unit; may be empty
+  std::optional<std::uint64_t> size{};
 };
 
 /// Looks up sections and symbols by address.
@@ -50,12 +63,13 @@ class ProgramImage {
   const ImageSection* findThreadLocal(std::uint64_t offset) const;
   /// The offset of the thread-local variable with this name in the symbol table; empty unless there is exactly one.
   std::optional<std::uint64_t> threadLocalNamed(std::string_view name, const char* linkageName) const;
+  /// Where several sections contain the address of `variable`, the one that its symbol is in; null if unknown.
+  const ImageSection* sectionOf(const SymbolTraits& variable) const;
   /// Whether the program can write to `address` in `section` at run time.
   bool isWritable(const ImageSection& section, std::uint64_t address) const;
 
-  /// Whether the symbol table has the variable `name` at `address` (`threadLocal`: an offset in the TLS block), or does
-  /// not exist. `linkageName`: the name of its symbol in the debugging information; may be null.
-  bool mayBeAt(std::uint64_t address, bool threadLocal, std::string_view name, const char* linkageName) const;
+  /// Whether the symbol table has a symbol of `variable` at its address, or does not exist.
+  bool mayBeThere(const SymbolTraits& variable) const;
   /// The size in bytes of the variable at `address` in the symbol table: that of the symbol with the variable's name,
   /// or else that on which all symbols there agree. Empty if there is none.
   std::optional<std::uint64_t> symbolSize(std::uint64_t address, bool threadLocal, std::string_view name,
@@ -74,7 +88,9 @@ class ProgramImage {
   using Symbols = std::vector<ImageSymbol>;
 
   void readSections(Elf* elf);
+  void noteShared();
   void readSegments(Elf* elf);
+  std::vector<const ImageSymbol*> symbolsOf(const SymbolTraits& variable) const;
   std::pair<Symbols::const_iterator, Symbols::const_iterator> symbolsAt(std::uint64_t address, bool threadLocal) const;
 
   Dwfl_Module* module_;

@@ -13,12 +13,6 @@ namespace {
 
 std::string_view withoutDirectory(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
-// Whether `unit`, from an STT_FILE symbol, names a source file. After link-time optimization it does not.
-bool isSource(const char* unit) {
-  const std::string_view name = unit != nullptr ? unit : "";
-  return !name.empty() && !name.starts_with('<') && !name.ends_with(".o");
-}
-
 // Clears the fields of `facts` that differ in `other`.
 void keepCommon(Variable& facts, const Variable& other) {
   if (facts.type != other.type) facts.type = {};
@@ -74,7 +68,7 @@ class Candidates {
 bool fits(const UnplacedVariable& candidate, const ImageSymbol& symbol) {
   const Variable& variable = candidate.variable;
   return (variable.linkage == Linkage::External || symbol.isLocal) &&
-         (!isSource(symbol.unit) || candidate.unit.empty() || candidate.unit == symbol.unit) &&
+         (symbol.unit == nullptr || candidate.unit.empty() || candidate.unit == symbol.unit) &&
          (candidate.isOpen || variable.size.value_or(symbol.size) == symbol.size);
 }
 

@@ -95,6 +95,7 @@ void VariableReader::readVariable(const MetVariable& met) {
     section = file_.image().findThreadLocal(location.address);
   }
   if (entry.name.empty()) entry.name = nameBySymbol(entry, location);
+  if (section != nullptr && section->isShared) section = file_.image().sectionOf(traitsOf(entry, location));
   // Without a symbol it could also be a copy of another variable.
   if (location.isNarrowed &&
       !file_.image().hasNameAt(file_.toExecutable(location.address), false, entry.name, entry.linkageName))
@@ -184,7 +185,8 @@ void VariableReader::addVariable(Entry& entry, const Location& location, const I
   if (section != nullptr) variable.writable = file_.image().isWritable(*section, file_.toExecutable(location.address));
   variable.threadLocal = location.kind == Kind::ThreadLocal;
   if (*variable.threadLocal) variable.writable = true;
-  if (section != nullptr && !location.isApart) variable.address = inExecutable(location);
+  if ((section != nullptr || location.kind == Kind::Memory) && !location.isApart)
+    variable.address = inExecutable(location);
   describe(entry, location, variable);
   found_.variables.push_back(variable);
 }
@@ -229,8 +231,17 @@ bool VariableReader::isOmitted(const Entry& entry, const Location& location, con
     return true;
   }
   // Variables that the linker discarded have the address 0, where there may be another variable.
-  return location.base == 0 &&
-         !file_.image().mayBeAt(inExecutable(location), threadLocal, entry.name, entry.linkageName);
+  return location.base == 0 && !file_.image().mayBeThere(traitsOf(entry, location));
+}
+
+// The properties by which the symbol of a variable is recognized.
+SymbolTraits VariableReader::traitsOf(const Entry& entry, const Location& location) {
+  const char* unit = unit_->top.text(DW_AT_name);
+  const TypeFacts& type = typeOf(entry);
+  SymbolTraits traits{inExecutable(location), location.kind == Kind::ThreadLocal, entry.name, entry.linkageName,
+                      unit != nullptr ? unit : ""};
+  if (!location.bytes && !location.isNarrowed && !type.open) traits.size = type.size;
+  return traits;
 }
 
 void VariableReader::describe(const Entry& entry, const Location& location, Variable& variable) {

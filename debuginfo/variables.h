@@ -60,6 +60,7 @@ class VariableReader {
   void noteUnplaced(const MetVariable& met, const RawEntry& raw);
   bool addMembers(const Entry& entry, const Location& location, const ImageSection* section);
   bool isOmitted(const Entry& entry, const Location& location, const ImageSection* section);
+  SymbolTraits traitsOf(const Entry& entry, const Location& location);
   void describe(const Entry& entry, const Location& location, Variable& variable);
   std::string_view fullName(const Entry& entry, const Location& location, Variable& variable);
   std::string_view nameBySymbol(const Entry& entry, const Location& location);

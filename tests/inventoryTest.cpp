@@ -180,6 +180,28 @@ mv q program)",
 cmp r4 r5; mv 5 program)",
        {"ns::P::s|int|4|.bss|external", "p|ns::P::type *|8|.bss|external"},
        {}},
+      // Sections that overlap.
+      {"int low __attribute__((section(\".low\"))) = 1; const int high[4] __attribute__((section(\".high\"))) = {1, "
+       "2};\n"
+       "int main(void) { return low + high[1]; }",
+       "printf 'SECTIONS { .text 0x1000 : { *(.text*) } OVERLAY 0x20000 : { .low { *(.low) } .high { *(.high) } } }' "
+       ">ld; "
+       "gcc -g -T ld" +
+           link + "-x c source -o program",
+       {"low|int|4|.low|external", "high|const int [4]|16|.high|external"},
+       {}},
+      // Discarded variables have a namesake at 0 from another unit, or of another size.
+      {"#ifdef A\nstatic const unsigned v[2] __attribute__((used, section(\".v\"))) = {1, 2}; int a; int main(void) { "
+       "return v[a]; }\n#elif defined B\nstatic const unsigned v[2] = {1}; static int l; int b(void) { return v[l]; }\n"
+       "#else\nstatic const char v[8] = {1}; static int l; int c(void) { return v[l]; }\n#endif",
+       "printf 'SECTIONS { .v 0 : { KEEP(*(.v)) } .text 0x100 : { *(.text*) } .rodata 0x20000 : { *(.rodata*) } .bss : "
+       "{ "
+       "*(.bss*) } }' >ld; for u in A B C; do cp source $u.c; gcc -g -fno-pic -fdata-sections -ffunction-sections -D$u "
+       "-c "
+       "$u.c; done; gcc *.o -T ld -Wl,--gc-sections" +
+           link + "-o q; test $(inventoryRows q | grep -c '^v') = 1; mv q program",
+       {"v|const unsigned int [2]|8|.v|internal"},
+       {"char"}},
       // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
       {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
        "int _start(void) { static char state; return ++state + (int)kept[1]; }",
