@@ -130,7 +130,8 @@ class TableMaker {
     const bool fits = !name.empty() && line.size() + name.size() + 2 <= RecordSize;
     // For a variable without a type, gdb answers "int"; for one with an endless type, it never stops.
     if (!fits || variable.type.empty() ||
-        (!addDeclaration(variable, parts.back()) && gdbMightConfuse(name, variable.type))) {
+        (!addDeclaration(variable, parts.back()) &&
+         (gdbMightConfuse(name, variable.type) || isNameWithin(variable.type)))) {
       ++tables_.leftOut;
       return;
     }
@@ -149,6 +150,20 @@ class TableMaker {
     return std::any_of(begin, end, [&](const auto& entry) {
       return entry.second->name.find(name) != std::string_view::npos && entry.second->type != type;
     });
+  }
+
+  // Whether gdb writes the name of a variable of this type inside it, "int (T::*name)(int)", where tolquin.exe does not
+  // find it.
+  static bool isNameWithin(std::string_view type) {
+    int open = 0;  // template argument lists
+    for (std::size_t at = 0; at < type.size(); ++at) {
+      if (type[at] == '<') ++open;
+      if (type[at] == '>') --open;
+      if (type[at] != '(' || open > 0) continue;
+      const std::string_view within = type.substr(at + 1);
+      if (within.substr(0, within.find_first_of("()")).find_first_of("*&") != std::string_view::npos) return true;
+    }
+    return false;
   }
 
   // The name in objdump.1: with its scopes, except those that have blanks.

@@ -77,6 +77,7 @@ TEST_F(FrontEnd, TablesOfASmallProgram) {
 TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
   writeFile(directory / "x.cpp",
             "#include <string>\nstruct S { int a; };\nint S::*offset = &S::a;\nint S::*alone = &S::a;\n"
+            "struct M { int f() { return 1; } }; int (M::*method)() = &M::f;\n"
             "namespace other { char offset; short text; }\nnamespace A { struct T { long l; }; }\n"
             "A::T value;\nstd::string text;\nint main() { return other::offset; }\n");
   writeFile(directory / "z.c",
@@ -86,7 +87,7 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
                                          "scan x x.vym; scan z z.vym; scan x q --qualified\n"
                                          "for d in x.vym q z.vym; do cut -f2-5 $d/tGlobalVarDef.tbl | sort; done");
   EXPECT_EQ(splitAt(result.err, '\n').size(), 2u) << result.err;
-  EXPECT_NE(result.err.find("left out"), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find("2 variables left out"), std::string::npos) << result.err;
   EXPECT_EQ(result.out,
             "alone\tint S::*\t8\t-1\n"
             "other::offset\tchar\t1\t1\nother::text\tshort\t2\t2\ntext\tstring\t32\t32\nvalue\tT\t8\t8\n"

@@ -27,7 +27,8 @@ void warnOfAll(const TablesOptions& options, const SuiteTables& tables) {
   if (tables.leftOut > 0) {
     warn(options,
          counted(tables.leftOut, "variable") +
-             " left out: the tables cannot hold them, or their type is unknown and gdb would give a wrong one");
+             " left out: the tables cannot hold them, or their type is unknown, and gdb's answer would be wrong or "
+             "unreadable");
   }
   if (tables.sharing > 0) {
     warn(options, counted(tables.sharing, "variable") + " left out: another variable has the same address");
