@@ -6,6 +6,7 @@
 #include <string>
 #include <tuple>
 #include <unordered_map>
+#include <utility>
 
 #include "debuginfo/cxxNames.h"
 
@@ -13,11 +14,19 @@ namespace {
 
 std::string_view withoutDirectory(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
-// Clears the fields of `facts` that differ in `other`.
+// The longer of two names of one file; empty if they name different files. The names in a file shared by dwz may be
+// relative to a directory that is not recorded there.
+std::string_view commonFile(std::string_view a, std::string_view b) {
+  if (a.size() < b.size()) std::swap(a, b);
+  return a == b || a.ends_with(std::string("/").append(b)) ? a : "";
+}
+
+// Clears the fields of `facts` that contradict `other`.
 void keepCommon(Variable& facts, const Variable& other) {
   if (facts.type != other.type) facts.type = {};
   if (facts.namedSize != other.namedSize) facts.namedSize.reset();
-  if (facts.file != other.file || facts.line != other.line) std::tie(facts.file, facts.line) = std::tuple("", 0);
+  facts.file = facts.line == other.line ? commonFile(facts.file, other.file) : "";
+  if (facts.file.empty()) facts.line = 0;
 }
 
 // Fills in the fields that follow from the symbol. False if the program has nothing at its address.

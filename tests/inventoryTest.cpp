@@ -202,6 +202,16 @@ cmp r4 r5; mv 5 program)",
            link + "-o q; test $(inventoryRows q | grep -c '^v') = 1; mv q program",
        {"v|const unsigned int [2]|8|.v|internal"},
        {"char"}},
+      // Declarations that dwz moved to a shared file, where file names are relative to the directory of the unit.
+      {"namespace n { constexpr int k[3] = {1, 2}; struct K { static constexpr int m = 3; int a[4]; long b[7]; char "
+       "c[9]; "
+       "}; }",
+       R"(mkdir -p s/i; mv source s/i/h.h; echo '#include "i/h.h"
+const int *p = n::k, *q = &n::K::m; n::K k; int main() { return *p; }' >s/d.cpp; g++ -std=c++17 -gdwarf-5 s/d.cpp -o q
+cp q r; dwz -m $PWD/com -h q r; inventoryRows q | grep '^n' | cut -f 8,9 | uniq >place
+printf "$PWD/s/i/h.h\t1\n" | cmp - place; mv q program)",
+       {"n::k|const int [3]|12|.rodata|internal", "n::K::m|const int|4|.rodata|external"},
+       {}},
       // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
       {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
        "int _start(void) { static char state; return ++state + (int)kept[1]; }",
