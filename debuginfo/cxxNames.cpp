@@ -247,6 +247,16 @@ std::string_view functionName(std::string_view text) {
   return text.substr(begin, end - begin);
 }
 
+// The scopes `parts` of a demangled symbol as a prefix of a name; empty if there are none.
+std::optional<std::string> joinedScopes(const std::vector<std::string_view>& parts) {
+  std::string result;
+  for (const std::string_view each : parts) {
+    const std::string_view part = each.starts_with('(') ? each : functionName(each);
+    result.append(withoutTags(canonicalName(part))).append("::");
+  }
+  return result.empty() ? std::nullopt : std::optional(result);
+}
+
 }  // namespace
 
 std::string canonicalName(std::string_view name) {
@@ -342,13 +352,15 @@ std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_v
     if (dot == 0 || dot == std::string_view::npos || !symbol.substr(dot + 1).starts_with(name)) return {};
     return std::string(symbol.substr(0, dot)).append("::");
   }
-  std::string result;
-  const std::vector<std::string_view> parts = scopesOf(full);
-  for (std::size_t i = 0; i + 1 < parts.size(); ++i) {
-    const std::string_view part = parts[i].starts_with('(') ? parts[i] : functionName(parts[i]);
-    result.append(withoutTags(canonicalName(part))).append("::");
-  }
-  return result.empty() ? std::nullopt : std::optional(result);
+  std::vector<std::string_view> parts = scopesOf(full);
+  if (!parts.back().starts_with(name.substr(0, name.find('<')))) return {};
+  parts.pop_back();
+  return joinedScopes(parts);
+}
+
+std::optional<std::string> scopesInFunction(const char* linkageName) {
+  const std::string full = linkageName != nullptr ? demangled(linkageName) : "";
+  return full.empty() ? std::nullopt : joinedScopes(scopesOf(full));
 }
 
 std::string variableOfSymbol(std::string_view symbol) {

@@ -19,6 +19,10 @@ std::string templateArguments(std::string_view name, const char* linkageName);
 /// The scopes before `name` in the name of its symbol: "ns::function::". Empty if they cannot be determined.
 std::optional<std::string> scopesInSymbol(std::string_view symbol, std::string_view name);
 
+/// The scopes of what is declared in the function with the symbol name `linkageName`, which may be null:
+/// "ns::function::". Empty if they cannot be determined.
+std::optional<std::string> scopesInFunction(const char* linkageName);
+
 /// The variable whose mangled name `symbol` is, "ns::name"; empty if it is not the mangled name of a variable.
 std::string variableOfSymbol(std::string_view symbol);
 

@@ -110,3 +110,12 @@ const char* firstName(const std::vector<Die>& chain) {
   }
   return nullptr;
 }
+
+const char* firstLinkageName(const std::vector<Die>& chain) {
+  for (const Die& die : chain) {
+    for (const unsigned each : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name}) {
+      if (const char* name = die.text(each)) return name;
+    }
+  }
+  return nullptr;
+}

@@ -104,3 +104,6 @@ std::vector<Die> descriptions(const Die& die);
 
 /// The name of the first DIE in `chain` that has one; null if none has.
 const char* firstName(const std::vector<Die>& chain);
+
+/// The linkage name of the first DIE in `chain` that has one; null if none has.
+const char* firstLinkageName(const std::vector<Die>& chain);

@@ -1,8 +1,21 @@
 #include "debuginfo/scopes.h"
 
-#include <dwarf.h>
+#include <algorithm>
+#include <iterator>
 
 #include "debuginfo/cxxNames.h"
+
+namespace {
+
+// Whether `name` contains a compiler's substitute for the name of an unnamed class. Several classes may share one.
+bool isMadeUp(std::string_view name) {
+  constexpr std::string_view words[] = {"<lambda",  "(lambda",  "{lambda", "<unnamed",
+                                        "(unnamed", "{unnamed", "$_",      "._"};
+  return std::any_of(std::begin(words), std::end(words),
+                     [name](std::string_view word) { return name.find(word) != std::string_view::npos; });
+}
+
+}  // namespace
 
 const UnitScan& Scopes::enter(const UnitLayout& layout, const Die& unit, ScanFor purpose) {
   unit_ = unit.raw().cu;
@@ -55,14 +68,17 @@ void Scopes::name(const Die& entry, ScopeMap& map, ScopeMap::Id id) {
   const bool isNamespace = scope.kind == EntryKind::Namespace;
   std::string text = own != nullptr ? withoutTags(canonicalName(own)) : isNamespace ? "(anonymous namespace)" : "";
   if (!text.empty()) text += "::";
-  const bool isElsewhere = chain.front().has(DW_AT_signature);  // its type unit cannot be found
-  scope.inNameless = (own == nullptr && (isFunction || isElsewhere)) || outer.inNameless;
+  scope.inNameless = (own != nullptr ? isMadeUp(own) : !isNamespace) || outer.inNameless;
   scope.inFunction = isFunction || outer.inFunction;
   const bool isInNamespaces = outer.forVariables.empty() || outer.forVariables.size() == outer.namespaces + 2;
   scope.namespaces = isNamespace && isInNamespaces && !text.empty()
                          ? static_cast<std::uint32_t>(outer.forVariables.size() + text.size()) - 2
                          : outer.namespaces;
   scope.forVariables = outer.forVariables + text;
+  if (const auto scopes = isFunction && scope.inNameless ? scopesInFunction(firstLinkageName(chain)) : std::nullopt) {
+    scope.forVariables = *scopes;
+    scope.inNameless = false;
+  }
   scope.forVariablesC = outer.forVariablesC + (isFunction ? text : "");
   scope.forTypes = isFunction ? "" : outer.forTypes + text;
 }

@@ -26,7 +26,7 @@ class Scopes {
   bool isInFunction(const Die& entry);
   /// Whether `scope` of the current unit is a function or within one.
   bool isInFunction(ScopeMap::Id scope) const { return current_.scopes[scope].inFunction; }
-  /// Whether the name of a function or class around `entry` is unknown.
+  /// Whether a function or class around `entry` is unnamed or its name is unknown.
   bool isInNameless(const Die& entry) { return named(entry).inNameless; }
 
   UnitLayouts& layouts() { return layouts_; }

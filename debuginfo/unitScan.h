@@ -20,7 +20,7 @@ class ScopeMap {
     const unsigned char* entry = nullptr;
     bool isNamed = false;          // whether the fields below are filled in
     bool inFunction = false;       // is a function or within one; always filled in
-    bool inNameless = false;       // the name of one of its functions or classes is unknown
+    bool inNameless = false;       // one of its functions or classes is unnamed or its name is unknown
     std::uint32_t namespaces = 0;  // length of the namespaces at the start of `forVariables`, without the final "::"
     std::string forVariables;      // prefix of the names of variables, "ns::f::"
     std::string forVariablesC;     // the same in C, where only functions are scopes

@@ -157,11 +157,7 @@ VariableReader::Entry VariableReader::entryOf(const MetVariable& met, const RawE
   if (name == nullptr) name = firstName(entry.completed);
   if (name != nullptr) entry.name = name;
   entry.linkageName = text(raw[Slot::LinkageName]);
-  for (const Die& die : entry.completed) {
-    for (const unsigned each : {DW_AT_linkage_name, DW_AT_MIPS_linkage_name}) {
-      if (entry.linkageName == nullptr) entry.linkageName = die.text(each);
-    }
-  }
+  if (entry.linkageName == nullptr) entry.linkageName = firstLinkageName(entry.completed);
   return entry;
 }
 

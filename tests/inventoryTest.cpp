@@ -212,6 +212,23 @@ cp q r; dwz -m $PWD/com -h q r; inventoryRows q | grep '^n' | cut -f 8,9 | uniq 
 printf "$PWD/s/i/h.h\t1\n" | cmp - place; mv q program)",
        {"n::k|const int [3]|12|.rodata|internal", "n::K::m|const int|4|.rodata|external"},
        {}},
+      // Lambdas and unnamed classes, which each compiler names differently, are distinguished by their symbols.
+      {"namespace app { inline auto one = [] { static int n; return ++n; }; inline auto two = [] { static int n; "
+       "return "
+       "++n; };\ntemplate <class F> int call(F f) { static int t; return f() + ++t; }\n"
+       "typedef struct { int f() { static int k; return ++k; } } Td; }\n"
+       "inline int fn(int n) { return app::call([n] { static int u; return u += n; }) + app::call([] { return 1; }); "
+       "}\n"
+       "int main(int n, char **) { return app::one() + app::two() + app::Td().f() + fn(n); }",
+       R"(for c in 'clang++ -O0' 'clang++ -O2' 'g++ -O0' 'g++ -O2 -flto' 'g++ -O0 -fdebug-types-section'; do
+$c -g -w -std=c++17 -x c++ source -o q; inventoryRows q | grep function | cut -f 1 | sort >>rows; done
+sort rows | uniq -c | awk '$1 != 5' >odd; test ! -s odd; mv q program)",
+       {"app::one::{lambda()#1}::operator()::n|int|4|.bss|function",
+        "app::two::{lambda()#1}::operator()::n|int|4|.bss|function", "app::Td::f::k|int|4|.bss|function",
+        "fn::{lambda()#1}::operator()::u|int|4|.bss|function",
+        "app::call<fn(int)::{lambda()#1}>::t|int|4|.bss|function",
+        "app::call<fn(int)::{lambda()#2}>::t|int|4|.bss|function"},
+       {}},
       // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
       {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
        "int _start(void) { static char state; return ++state + (int)kept[1]; }",
