@@ -253,13 +253,14 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
     variable.size =
         file_.image().symbolSize(*variable.address, location.kind == Kind::ThreadLocal, entry.name, entry.linkageName);
   if (!variable.size && !location.isNarrowed) variable.size = type.size;
-  variable.linkage = entry.inFunction                               ? Linkage::Function
-                     : isSet(entry, Slot::External, DW_AT_external) ? Linkage::External
-                                                                    : Linkage::Internal;
   const SourceLocation place = sourceLocationOf(entry);
   variable.file = place.file;
   variable.line = place.line;
   variable.name = fullName(entry, location, variable);
+  // Some compilers mark members of a class as external even if other units cannot name the class.
+  const bool isExternal = isSet(entry, Slot::External, DW_AT_external) &&
+                          variable.name.find("(anonymous namespace)") == std::string_view::npos;
+  variable.linkage = entry.inFunction ? Linkage::Function : isExternal ? Linkage::External : Linkage::Internal;
 }
 
 std::string_view VariableReader::fullName(const Entry& entry, const Location& location, Variable& variable) {

@@ -229,6 +229,13 @@ sort rows | uniq -c | awk '$1 != 5' >odd; test ! -s odd; mv q program)",
         "app::call<fn(int)::{lambda()#1}>::t|int|4|.bss|function",
         "app::call<fn(int)::{lambda()#2}>::t|int|4|.bss|function"},
        {}},
+      // Members of classes in an unnamed namespace, which clang marks as external.
+      {"namespace { struct C { static int s; }; int C::s = 1; } template <class T> struct B { static int s; };\n"
+       "template <class T> int B<T>::s = 2; int main() { return C::s + B<C>::s + B<int>::s; }",
+       "clang++ -g -x c++ source -o program",
+       {"(anonymous namespace)::C::s|int|4|.data|internal", "B<(anonymous namespace)::C>::s|int|4|.data|internal",
+        "B<int>::s|int|4|.data|external"},
+       {}},
       // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
       {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
        "int _start(void) { static char state; return ++state + (int)kept[1]; }",
