@@ -116,6 +116,7 @@ TEST_F(List, Formats) {
     EXPECT_NE(shown.out.find("b"), std::string::npos);
     EXPECT_EQ(shown.out.find('\x1b'), std::string::npos) << format;
     EXPECT_EQ(shown.out.find("\u202e"), std::string::npos) << format;
+    EXPECT_EQ(shown.out.find(R"(\\)"), std::string::npos) << format;
   }
 }
 
@@ -231,6 +232,8 @@ TEST_F(List, WrongUseAndBadInput) {
       {"list --bogus prog", 2, "--bogus"},
       {"--sort siz prog", 2, "unknown column \"siz\"; did you mean size? The columns are executable, name"},
       {"--columns name, prog", 2, "unknown column \"\""},
+      {"--columns '' prog", 2, "unknown column \"\""},
+      {"--sort '' prog", 2, "unknown column \"\""},
       {"--by file --columns name prog", 2, "cannot be combined"},
       {"--by file --sort size prog", 2, "The columns are file, variables, bytes, unsized"},
       {"--format xml prog", 2, "{table,csv,tsv,json,jsonl}"},

@@ -24,8 +24,8 @@ constexpr std::string_view tableFormat = "table";
 struct ListOptions {
   Choice choice;
   std::string format{tableFormat};
-  std::string columns;
-  std::string sort;
+  std::optional<std::string> columns;
+  std::optional<std::string> sort;
   std::string by;
   std::optional<std::string> check;
   std::optional<std::int64_t> rows;
@@ -46,14 +46,14 @@ class List {
     if (options.check) {
       budgets_ = readBudgets(*options.check);
     } else if (options.by.empty()) {
-      if (!options.columns.empty()) fields_ = fieldsNamed(options.columns);
-      keys_ = parseSortKeys<Row>(variableFields, options.sort.empty() ? defaultSort() : options.sort);
+      if (options.columns) fields_ = fieldsNamed(*options.columns);
+      keys_ = parseSortKeys<Row>(variableFields, options.sort.value_or(defaultSort()));
     } else {
       const auto isRequested = [&](const Grouping& candidate) { return candidate.name == options.by; };
       grouping_ = std::find_if(groupings.begin(), groupings.end(), isRequested);
       const std::array<Field<Sum>, 4> fields = sumFields(*grouping_);
       sumFields_.assign(fields.begin(), fields.end());
-      sumKeys_ = parseSortKeys<Sum>(sumFields_, options.sort.empty() ? "-bytes" : options.sort);
+      sumKeys_ = parseSortKeys<Sum>(sumFields_, options.sort.value_or("-bytes"));
     }
   }
 
@@ -188,11 +188,11 @@ void addViewOptions(CLI::App& command, ListOptions& options) {
 }
 
 void refuseConflicts(const ListOptions& options) {
-  if (!options.by.empty() && !options.columns.empty()) throw UsageError("--by and --columns cannot be combined");
+  if (!options.by.empty() && options.columns) throw UsageError("--by and --columns cannot be combined");
   if (!options.check) return;
   const std::pair<bool, const char*> others[] = {{!options.by.empty(), "--by"},
-                                                 {!options.columns.empty(), "--columns"},
-                                                 {!options.sort.empty(), "--sort"},
+                                                 {options.columns.has_value(), "--columns"},
+                                                 {options.sort.has_value(), "--sort"},
                                                  {options.rows.has_value(), "-n"},
                                                  {options.choice.duplicates, "--duplicates"}};
   for (const auto& [isGiven, name] : others) {

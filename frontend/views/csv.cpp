@@ -25,19 +25,23 @@ void putEscaped(std::string_view text, Output& output) {
   }
 }
 
+// For terminals: shownText leaves nothing to escape.
+void putShown(std::string_view text, Output& output) { output.put(shownText(text)); }
+
+void putShownQuoted(std::string_view text, Output& output) { putQuoted(shownText(text), output); }
+
 // What distinguishes CSV from TSV.
 struct Format {
   char separator;
   std::string_view lineEnd;
   void (*putText)(std::string_view text, Output& output);
-  bool forTerminal;
 };
 
 void putValue(const Value& value, Kind kind, const Format& format, Output& output) {
   if (!value.known) return;
   switch (kind) {
     case Kind::Text:
-      return format.forTerminal ? format.putText(shownText(value.text), output) : format.putText(value.text, output);
+      return format.putText(value.text, output);
     case Kind::Flag:
       return output.put(value.number != 0 ? "true" : "false");
     case Kind::Address:
@@ -66,9 +70,9 @@ void write(const Listing& listing, const Format& format, Output& output) {
 }  // namespace
 
 void writeCsv(const Listing& listing, bool forTerminal, Output& output) {
-  write(listing, {',', "\r\n", putQuoted, forTerminal}, output);
+  write(listing, {',', "\r\n", forTerminal ? putShownQuoted : putQuoted}, output);
 }
 
 void writeTsv(const Listing& listing, bool forTerminal, Output& output) {
-  write(listing, {'\t', "\n", putEscaped, forTerminal}, output);
+  write(listing, {'\t', "\n", forTerminal ? putShown : putEscaped}, output);
 }
