@@ -1,6 +1,7 @@
 #include "debuginfo/inventory.h"
 
 #include <algorithm>
+#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
@@ -73,19 +74,26 @@ void arrange(std::vector<Variable>& variables, std::vector<Position>& positions)
 void sortAndUnite(std::vector<Variable>& variables) {
   std::vector<Position> positions = sortedPositions(variables);
   arrange(variables, positions);
-  auto end = variables.begin();  // end of those kept so far
-  auto atAddress = end;          // start of those at the current address
-  const Position* latest = nullptr;
+  auto end = variables.begin();                               // end of those kept so far
+  std::unordered_multimap<std::string_view, Variable*> kept;  // those at the current address, by name, if several
   for (std::size_t i = 0; i < variables.size(); ++i) {
     const Variable& variable = variables[i];
-    if (latest == nullptr || !latest->isSamePlace(positions[i])) atAddress = end;
-    latest = &positions[i];
-    const auto same =
-        std::find_if(atAddress, end, [&variable](const Variable& other) { return isSame(variable, other); });
-    if (same == end || !variable.address)
+    const bool isFirst = i == 0 || !positions[i - 1].isSamePlace(positions[i]);
+    const bool isLast = i + 1 == variables.size() || !positions[i].isSamePlace(positions[i + 1]);
+    if (isFirst && isLast) {
       *end++ = variable;
-    else if (knownFields(variable) > knownFields(*same))
-      *same = variable;
+      continue;
+    }
+    if (isFirst) kept.clear();
+    const auto [begin, after] = kept.equal_range(variable.name);
+    const auto same =
+        std::find_if(begin, after, [&variable](const auto& other) { return isSame(variable, *other.second); });
+    if (same == after) {
+      if (variable.address) kept.emplace(variable.name, &*end);
+      *end++ = variable;
+    } else if (knownFields(variable) > knownFields(*same->second)) {
+      *same->second = variable;
+    }
   }
   variables.erase(end, variables.end());
 }

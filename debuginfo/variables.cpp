@@ -259,7 +259,7 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
   variable.name = fullName(entry, location, variable);
   // Some compilers mark members of a class as external even if other units cannot name the class.
   const bool isExternal = isSet(entry, Slot::External, DW_AT_external) &&
-                          variable.name.find("(anonymous namespace)") == std::string_view::npos;
+                          (!cxx_ || variable.name.find("(anonymous namespace)") == std::string_view::npos);
   variable.linkage = entry.inFunction ? Linkage::Function : isExternal ? Linkage::External : Linkage::Internal;
 }
 
