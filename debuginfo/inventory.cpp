@@ -9,6 +9,7 @@
 #include "debuginfo/findings.h"
 #include "debuginfo/sharedReading.h"
 #include "debuginfo/unplaced.h"
+#include "src/userError.h"
 
 namespace {
 
@@ -76,10 +77,11 @@ void sortAndUnite(std::vector<Variable>& variables) {
   arrange(variables, positions);
   auto end = variables.begin();                               // end of those kept so far
   std::unordered_multimap<std::string_view, Variable*> kept;  // those at the current address, by name, if several
+  bool isNext = true;                                         // whether the next is the first at its address
   for (std::size_t i = 0; i < variables.size(); ++i) {
     const Variable& variable = variables[i];
-    const bool isFirst = i == 0 || !positions[i - 1].isSamePlace(positions[i]);
     const bool isLast = i + 1 == variables.size() || !positions[i].isSamePlace(positions[i + 1]);
+    const bool isFirst = std::exchange(isNext, isLast);
     if (isFirst && isLast) {
       *end++ = variable;
       continue;
@@ -138,12 +140,24 @@ void warnOfNameless(Findings& found) {
   }
 }
 
-// Moves the findings of all units to `inventory`.
-void complete(Findings found, const ProgramImage& image, Inventory& inventory) {
+// Whether the split units of all skeletons are missing and no variable was found elsewhere.
+bool isAllMissing(const Findings& found, const std::vector<ListedUnit>& units) {
+  const auto split = std::count_if(units.begin(), units.end(), [](const ListedUnit& each) { return each.isSkeleton; });
+  return split > 0 && std::cmp_equal(found.missing.size(), split) && found.variables.empty();
+}
+
+// Moves the findings of all `units` to `inventory`.
+void complete(Findings found, const std::vector<ListedUnit>& units, const ProgramImage& image, Inventory& inventory) {
+  const bool isEmpty = found.variables.empty() && found.unplaced.empty();
   placeBySymbols(found.unplaced, image, found.variables);
+  if (isAllMissing(found, units))
+    throw UserError(inventory.executable + ": " + found.missing.front() +
+                    (found.missing.size() > 1 ? "; the other .dwo files cannot be used either" : ""));
   warnOfMissing(found.missing, inventory.warnings);
   warnOfNameless(found);
   for (const std::string& each : found.warnings.sentences()) inventory.warnings.push_back(each);
+  if (isEmpty && inventory.warnings.empty())
+    inventory.warnings.emplace_back("its debugging information describes no variables; was it compiled with -g1?");
   inventory.directory = found.directory.path();
   inventory.variables = std::move(found.variables);
   inventory.declarations = std::move(found.declarations);
@@ -159,7 +173,7 @@ Inventory readInventory(const std::string& path, const ReadOptions& options) {
   for (const ImageSection& section : file.image().sections())
     inventory.sections.push_back({section.name, section.size});
   const std::vector<ListedUnit> units = file.units(inventory.warnings);
-  complete(readUnits(file, units, options, inventory.texts), file.image(), inventory);
+  complete(readUnits(file, units, options, inventory.texts), units, file.image(), inventory);
   sortAndUnite(inventory.variables);
   shortenFiles(inventory);
   keepSectionNames(inventory);

@@ -157,7 +157,7 @@ VariableReader::Entry VariableReader::entryOf(const MetVariable& met, const RawE
   if (name == nullptr) name = firstName(entry.completed);
   if (name != nullptr) entry.name = name;
   entry.linkageName = text(raw[Slot::LinkageName]);
-  if (entry.linkageName == nullptr) entry.linkageName = firstLinkageName(entry.completed);
+  if (entry.linkageName == nullptr && !entry.completed.empty()) entry.linkageName = firstLinkageName(entry.completed);
   return entry;
 }
 

@@ -295,8 +295,12 @@ inventoryRows q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program)",
         "link without -gsplit-dwarf"},
        {}},
       {"int v; int main(void) { return v; }",
+       "clang -g1 -x c source -o program",
+       {"warning: its debugging information describes no variables; was it compiled with -g1?"},
+       {}},
+      {"int v; int main(void) { return v; }",
        "gcc -g -gsplit-dwarf -x c source -c -o a.o; gcc a.o -o program; rm a.dwo",
-       {"warning: the debugging information in a.dwo is missing: the file is neither where the compiler put it "
+       {"error: program: the debugging information in a.dwo is missing: the file is neither where the compiler put it "
         "nor in program.dwp"},
        {}},
   };
