@@ -225,7 +225,7 @@ TEST_F(List, WrongUseAndBadInput) {
   } cases[] = {
       {"", 2, "no input given"},
       {"lst prog", 2, "no command or file called \"lst\"; did you mean list?"},
-      {"xyz", 2, "the commands are list, "},
+      {"lsx", 2, "the commands are list, "},  // two of three letters differ
       {"scan prog", 2, "`tolquin list EXECUTABLE...`"},
       {"show vym", 2, "`tolquin list DIR`"},
       {"list", 2, "no input given"},
