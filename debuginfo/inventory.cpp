@@ -157,7 +157,7 @@ void complete(Findings found, const std::vector<ListedUnit>& units, const Progra
   warnOfNameless(found);
   for (const std::string& each : found.warnings.sentences()) inventory.warnings.push_back(each);
   if (isEmpty && inventory.warnings.empty())
-    inventory.warnings.emplace_back("its debugging information describes no variables; was it compiled with -g1?");
+    inventory.warnings.emplace_back("its debugging information describes no variables, as with -g1");
   inventory.directory = found.directory.path();
   inventory.variables = std::move(found.variables);
   inventory.declarations = std::move(found.declarations);

@@ -41,6 +41,7 @@ struct KeyHash {
 struct Single {
   std::size_t number;
   const Variable* variable;
+  std::string_view name;     // without the numbers that the compiler counted
   std::string_view program;  // identifies its program among those of the build
   std::string_view file;     // by the same name in both builds
 };
@@ -70,12 +71,12 @@ class KeyMaker {
     return key;
   }
   Key file(const Single& single) {
-    Key key{single.program, single.variable->name};
+    Key key{single.program, single.name};
     if (files_) key.file = single.file;
     return key;
   }
   Key type(const Single& single) {
-    Key key{single.program, single.variable->name};
+    Key key{single.program, single.name};
     if (types_) key.type = single.variable->type;
     return key;
   }
@@ -146,7 +147,10 @@ std::vector<Single> singlesOf(const std::vector<Row>& rows, const std::vector<co
     if (programKey == ProgramKey::FileName) program = fileName(program);
     if (programKey == ProgramKey::Path) program.remove_prefix(directory);
     if (programKey == ProgramKey::None) program = {};
-    singles.push_back({singles.size(), row.variable, program, pathOf(row, made)});
+    const std::string_view name = row.variable->name;
+    const bool counted = name.find_first_of("$#.") != std::string_view::npos;
+    singles.push_back({singles.size(), row.variable, counted ? made.intern(withoutCounters(name)) : name, program,
+                       pathOf(row, made)});
   }
   return singles;
 }
@@ -318,6 +322,17 @@ std::vector<std::size_t> matchRows(const std::vector<Row>& before, const std::ve
   matchFiles(singlesBefore, singlesAfter, maker);
   for (const KeyOf keyOf : steps) pairBy(keyOf, maker, singlesBefore, singlesAfter, partners);
   return partners;
+}
+
+std::string withoutCounters(std::string_view name) {
+  std::string result;
+  for (std::size_t at = 0; at < name.size();) {
+    result += name[at++];
+    const std::string_view scope = std::string_view(result).substr(result.rfind(':') + 1);
+    if (scope != "$_" && scope != "._anon_" && !scope.ends_with("#")) continue;
+    at = std::min(name.find_first_not_of("0123456789", at), name.size());
+  }
+  return result;
 }
 
 std::string withoutBounds(std::string_view type) {

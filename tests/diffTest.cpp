@@ -124,6 +124,8 @@ TEST_F(Diff, MatchingAndClasses) {
     const char* after;
     std::string changes;
   } cases[] = {
+      {"$_1::operator()::n|int|4|.data|x.c ._anon_1::f::k|int|4|.bss|x.c",
+       "$_2::operator()::n|int|4|.data|x.c ._anon_12::f::k|int|4|.bss|x.c", ""},
       {"a|int|4|.data|x.c", "b|int|4|.data|x.c", "added+4 - p256, removed-4 p256 -"},
       {"a|int|4|.data|x.c b|int|4|.data|x.c", "b|int|4|.data|x.c a|int|4|.data|x.c", ""},
       {"a|int|4|.data|x.c", "a|long|8|.bss|x.c", "type+4 p256 p256"},

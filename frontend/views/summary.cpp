@@ -73,8 +73,8 @@ void writeSummary(const Summary& summary, const std::vector<Row>& selected, Outp
   }
   output.put(sections);
   if (summary.waste.definitions > 0) {
-    output.put("These are copies of " + counted(summary.waste.definitions, "definition") +
-               "; one copy of each would save " + counted(summary.waste.bytes, "byte") + "\n");
+    output.put(counted(summary.waste.definitions, "name") + " with the same type, file and line at several addresses" +
+               "; one variable each would save " + counted(summary.waste.bytes, "byte") + "\n");
   }
   if (summary.programs.size() == 1 && !summary.programs[0]->directory.empty()) {
     output.put("File names are relative to " + shownText(summary.programs[0]->directory) + "\n");
