@@ -2,11 +2,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
-#include <sstream>
 
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
@@ -65,40 +64,26 @@ std::vector<std::string> withCommand(std::vector<std::string> words) {
   return words;
 }
 
-// Parses the command line. Returns the action to run.
-Action parse(CLI::App& app, std::vector<std::string> words) {
-  Action action;
-  app.set_version_flag("--version", "tolquin " TOLQUIN_VERSION);
-  app.require_subcommand(1);
-  app.footer(
-      "Examples:\n"
-      "  tolquin ./prog                      list the variables of a program, largest first\n"
-      "  tolquin list --mutable --by file ./prog\n"
-      "  tolquin report -o prog.html ./prog  the same as an HTML page\n"
-      "  tolquin diff old/prog new/prog      show what changed between two builds\n"
-      "  tolquin list --help                 show filters and output formats\n"
-      "See tolquin(1) for details.");
-  addListCommand(app, action);
-  addReportCommand(app, action);
-  addDiffCommand(app, action);
-  addExportCommand(app, action);
-  addTablesCommand(app, action);
-  std::reverse(words.begin(), words.end());  // CLI11 expects them in reverse order
-  try {
-    app.parse(words);
-  } catch (const CLI::ParseError& error) {
-    std::ostringstream text;
-    std::ostringstream complaint;
-    if (app.exit(error, text, complaint) != 0) throw UsageError(std::string(error.what()));
-    action = [help = text.str()] {
-      Output output;
-      output.put(help);
-      output.flush();
-      return 0;
-    };
-  }
-  return action;
+// All commands of the program.
+void addCommands(CommandLine& line) {
+  addListCommand(line);
+  addReportCommand(line);
+  addDiffCommand(line);
+  addExportCommand(line);
+  addTablesCommand(line);
 }
+
+constexpr const char* description =
+    "Lists the global variables of C and C++ programs with type, size, section and source location.";
+
+constexpr const char* helpText =
+    "Examples:\n"
+    "  tolquin ./prog                      list the variables of a program, largest first\n"
+    "  tolquin list --mutable --by file ./prog\n"
+    "  tolquin report -o prog.html ./prog  the same as an HTML page\n"
+    "  tolquin diff old/prog new/prog      show what changed between two builds\n"
+    "  tolquin list --help                 show filters and output formats\n"
+    "See tolquin(1) for details.";
 
 // Sets up the process: environment, signals, locale and standard descriptors.
 void prepare() {
@@ -117,9 +102,9 @@ void prepare() {
 
 int main(int argc, char** argv) try {
   prepare();
-  CLI::App app{"Lists the global variables of C and C++ programs with type, size, section and source location.",
-               "tolquin"};
-  return parse(app, withCommand({argv + std::min(argc, 1), argv + argc}))();
+  CommandLine line("tolquin " TOLQUIN_VERSION, description, helpText);
+  addCommands(line);
+  return line.parse(withCommand({argv + std::min(argc, 1), argv + argc}))();
 } catch (const UsageError& error) {
   printMessage(error.what());
   return wrongUse;

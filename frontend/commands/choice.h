@@ -1,13 +1,13 @@
 // Options that several commands share: which inputs to read, and which of their variables to select.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "debuginfo/inventory.h"
+#include "frontend/commands/commandLine.h"
 #include "frontend/selection.h"
 
 /// The values of the shared options.
@@ -20,19 +20,19 @@ struct Choice {
 };
 
 /// Adds -j to `command`. Parsing sets `choice`, which must live as long as `command`; the same holds for the others.
-void addJobsOption(CLI::App& command, Choice& choice);
+void addJobsOption(Command& command, Choice& choice);
 
 /// Adds INPUT and -j.
-void addInputOptions(CLI::App& command, Choice& choice);
+void addInputOptions(Command& command, Choice& choice);
 
 /// Adds --where, --mutable and --artificial.
-void addConditionOptions(CLI::App& command, Choice& choice);
+void addConditionOptions(Command& command, Choice& choice);
 
 /// Adds --where, --mutable, --artificial and --duplicates.
-void addSelectionOptions(CLI::App& command, Choice& choice);
+void addSelectionOptions(Command& command, Choice& choice);
 
 /// Adds -n with the help text `meaning`. Parsing sets `rows`, which must live as long as `command`.
-void addRowsOption(CLI::App& command, std::optional<std::int64_t>& rows, const std::string& meaning);
+void addRowsOption(Command& command, std::optional<std::int64_t>& rows, const std::string& meaning);
 
 /// Throws UsageError when no input is given.
 void requireInput(const Choice& choice);

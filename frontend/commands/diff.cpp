@@ -132,24 +132,22 @@ class Diff {
   ChangeReport report_;
 };
 
-void addViewOptions(CLI::App& command, DiffOptions& options) {
-  command.add_option("--format", options.format, "Output format")
-      ->check(CLI::IsMember({"table", "json", "markdown", "github"}))
-      ->capture_default_str();
+void addViewOptions(Command& command, DiffOptions& options) {
+  command.addChoice({"--format", "Output format"}, {"table", "json", "markdown", "github"}, options.format);
   addRowsOption(command, options.rows, "Show only the N largest changes; default: all, in markdown 50");
-  command.add_flag("--moves", options.moves, "Also show variables that only moved to another section");
+  command.addFlag("--moves", options.moves, "Also show variables that only moved to another section");
 }
 
-void addLimitOptions(CLI::App& command, DiffOptions& options) {
-  CLI::Option* growth =
-      command
-          .add_option("--fail-on-growth", options.growth,
-                      "Fail if writable and thread-local variables together grow by more than\nthis number of bytes "
-                      "(also with K or M) or this percentage of OLD")
-          ->type_name("BYTES|N%");
-  command.add_flag("--all", options.allBytes, "With --fail-on-growth, count all variables")->needs(growth);
-  command.add_flag("--fail-on-new-writable", options.failOnNewWritable,
-                   "Fail if a writable or thread-local variable is new, or was neither before");
+void addLimitOptions(Command& command, DiffOptions& options) {
+  command.addOption({"--fail-on-growth",
+                     "Fail if writable and thread-local variables together grow by more than\nthis number of bytes "
+                     "(also with K or M) or this percentage of OLD",
+                     "BYTES|N%"},
+                    options.growth);
+  command.addFlag("--all", options.allBytes, "With --fail-on-growth, count all variables");
+  command.require("--all", "--fail-on-growth");
+  command.addFlag("--fail-on-new-writable", options.failOnNewWritable,
+                  "Fail if a writable or thread-local variable is new, or was neither before");
 }
 
 constexpr const char* helpText =
@@ -166,15 +164,14 @@ constexpr const char* helpText =
 
 }  // namespace
 
-void addDiffCommand(CLI::App& app, Action& action) {
+void addDiffCommand(CommandLine& line) {
   auto options = std::make_shared<DiffOptions>();
-  CLI::App* command = app.add_subcommand("diff", "Show what changed between two builds");
-  command->add_option("OLD", options->before, "The old build: any input that list accepts")->required();
-  command->add_option("NEW", options->after, "The new build")->required();
-  addViewOptions(*command, *options);
-  addConditionOptions(*command, options->choice);
-  addLimitOptions(*command, *options);
-  addJobsOption(*command, options->choice);
-  command->footer(helpText);
-  command->callback([options, &action] { action = [options] { return Diff(*options).run(); }; });
+  Command command = line.add("diff", "Show what changed between two builds", helpText);
+  command.addArgument("OLD", options->before, "The old build: any input that list accepts");
+  command.addArgument("NEW", options->after, "The new build");
+  addViewOptions(command, *options);
+  addConditionOptions(command, options->choice);
+  addLimitOptions(command, *options);
+  addJobsOption(command, options->choice);
+  command.setAction([options] { return [options] { return Diff(*options).run(); }; });
 }

@@ -39,17 +39,15 @@ const char* const helpText =
 
 }  // namespace
 
-void addExportCommand(CLI::App& app, Action& action) {
+void addExportCommand(CommandLine& line) {
   auto options = std::make_shared<ExportOptions>();
-  CLI::App* command = app.add_subcommand("export", "Export the variables of programs to a database");
-  command->add_option("--sqlite", options->database, "SQLite database to write; created if it does not exist")
-      ->type_name("FILE");
-  addSelectionOptions(*command, options->choice);
-  addInputOptions(*command, options->choice);
-  command->footer(helpText);
-  command->callback([options, &action] {
+  Command command = line.add("export", "Export the variables of programs to a database", helpText);
+  command.addOption({"--sqlite", "SQLite database to write; created if it does not exist", "FILE"}, options->database);
+  addSelectionOptions(command, options->choice);
+  addInputOptions(command, options->choice);
+  command.setAction([options] {
     if (options->database.empty()) throw UsageError("--sqlite FILE is required: the database to write");
     requireInput(options->choice);
-    action = [options] { return exportTo(*options); };
+    return [options] { return exportTo(*options); };
   });
 }

@@ -170,21 +170,18 @@ std::vector<std::string> groupingNames() {
   return names;
 }
 
-void addViewOptions(CLI::App& command, ListOptions& options) {
-  command.add_option("--format", options.format, "Output format")
-      ->check(CLI::IsMember({"table", "csv", "tsv", "json", "jsonl"}))
-      ->capture_default_str();
-  command.add_option("--columns", options.columns, "Columns to show, in this order")->type_name("COLUMN,...");
-  command
-      .add_option("--sort", options.sort,
-                  "Columns to sort by, in descending order with a leading -;\ndefault: -size (for sums: -bytes)")
-      ->type_name("[-]COLUMN,...");
+void addViewOptions(Command& command, ListOptions& options) {
+  command.addChoice({"--format", "Output format"}, {"table", "csv", "tsv", "json", "jsonl"}, options.format);
+  command.addOption({"--columns", "Columns to show, in this order", "COLUMN,..."}, options.columns);
+  command.addOption(
+      {"--sort", "Columns to sort by, in descending order with a leading -;\ndefault: -size (for sums: -bytes)",
+       "[-]COLUMN,..."},
+      options.sort);
   addRowsOption(command, options.rows, "Show at most N rows");
-  command.add_option("--by", options.by, "Show sums instead of variables")->check(CLI::IsMember(groupingNames()));
-  command
-      .add_option("--check", options.check, "Check the budgets in FILE (see below) and show those that are exceeded")
-      ->type_name("FILE");
-  command.add_flag("--list-columns", options.explainColumns, "Show the names and meanings of all columns");
+  command.addChoice({"--by", "Show sums instead of variables"}, groupingNames(), options.by);
+  command.addOption({"--check", "Check the budgets in FILE (see below) and show those that are exceeded", "FILE"},
+                    options.check);
+  command.addFlag("--list-columns", options.explainColumns, "Show the names and meanings of all columns");
 }
 
 void refuseConflicts(const ListOptions& options) {
@@ -224,20 +221,16 @@ std::string helpText() {
 
 }  // namespace
 
-void addListCommand(CLI::App& app, Action& action) {
+void addListCommand(CommandLine& line) {
   auto options = std::make_shared<ListOptions>();
-  CLI::App* command = app.add_subcommand("list", "List the variables of programs; the default command");
-  addViewOptions(*command, *options);
-  addSelectionOptions(*command, options->choice);
-  addInputOptions(*command, options->choice);
-  command->footer(helpText());
-  command->callback([options, &action] {
-    if (options->explainColumns) {
-      action = explainColumns;
-      return;
-    }
+  Command command = line.add("list", "List the variables of programs; the default command", helpText());
+  addViewOptions(command, *options);
+  addSelectionOptions(command, options->choice);
+  addInputOptions(command, options->choice);
+  command.setAction([options]() -> Action {
+    if (options->explainColumns) return explainColumns;
     requireInput(options->choice);
     refuseConflicts(*options);
-    action = [options] { return List(*options).run(); };
+    return [options] { return List(*options).run(); };
   });
 }

@@ -62,27 +62,24 @@ constexpr const char* helpText =
 
 }  // namespace
 
-void addReportCommand(CLI::App& app, Action& action) {
+void addReportCommand(CommandLine& line) {
   auto options = std::make_shared<ReportOptions>();
-  CLI::App* command = app.add_subcommand("report", "Make an HTML page with a map and a table of the variables");
-  command->add_option("-o,--output", options->path, "The page to write; an earlier page of this name is replaced")
-      ->type_name("FILE")
-      ->required();
-  command->add_option("--title", options->page.title, "Page title; default: the name of the program")
-      ->type_name("TEXT");
-  command
-      ->add_option("--source-url", options->page.sourceUrl,
-                   "Link source locations to this URL (http, https or vscode), in which\n{file} and {line} are "
-                   "replaced")
-      ->type_name("URL");
-  addSelectionOptions(*command, options->choice);
-  addInputOptions(*command, options->choice);
-  command->footer(helpText);
-  command->callback([options, &action] {
+  Command command = line.add("report", "Make an HTML page with a map and a table of the variables", helpText);
+  command.addOption({"-o,--output", "The page to write; an earlier page of this name is replaced", "FILE"},
+                    options->path);
+  command.require("--output");
+  command.addOption({"--title", "Page title; default: the name of the program", "TEXT"}, options->page.title);
+  command.addOption(
+      {"--source-url",
+       "Link source locations to this URL (http, https or vscode), in which\n{file} and {line} are replaced", "URL"},
+      options->page.sourceUrl);
+  addSelectionOptions(command, options->choice);
+  addInputOptions(command, options->choice);
+  command.setAction([options] {
     if (options->path.empty()) throw UsageError("-o FILE is empty: the page to write");
     requireInput(options->choice);
     if (!options->page.sourceUrl.empty()) checkSourceUrl(options->page.sourceUrl);
     const auto selection = std::make_shared<Selection>(selectionOf(options->choice));
-    action = [options, selection] { return makeReport(*options, *selection); };
+    return [options, selection] { return makeReport(*options, *selection); };
   });
 }

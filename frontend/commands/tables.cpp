@@ -59,18 +59,19 @@ int makeAll(const TablesOptions& options) {
   return 0;
 }
 
+constexpr const char* helpText =
+    "Example: tolquin tables ./prog -o prog.vym && DB=prog.vym EXEFILE=./prog tolquin.exe prog.vym ./prog";
+
 }  // namespace
 
-void addTablesCommand(CLI::App& app, Action& action) {
+void addTablesCommand(CommandLine& line) {
   auto options = std::make_shared<TablesOptions>();
-  CLI::App* tables = app.add_subcommand("tables", "Write the tables that tolquin.exe reads");
-  tables->add_option("executable", options->executable, "Executable or shared object, compiled with -g")->required();
-  tables->add_option("-o,--output", options->directory, "Directory for the tables; default: <executable>.vym");
-  tables->add_flag("--qualified", options->qualified,
-                   "Leave C++ declarations that need a scope to gdb, which gives qualified names; by default types are "
-                   "written without scopes");
-  tables->footer(
-      "Example: tolquin tables ./prog -o prog.vym && DB=prog.vym EXEFILE=./prog tolquin.exe prog.vym ./prog");
-  tables->add_flag("--quiet", options->quiet, "Do not print a summary");
-  tables->callback([options, &action] { action = [options] { return makeAll(*options); }; });
+  Command tables = line.add("tables", "Write the tables that tolquin.exe reads", helpText);
+  tables.addArgument("executable", options->executable, "Executable or shared object, compiled with -g");
+  tables.addOption({"-o,--output", "Directory for the tables; default: <executable>.vym"}, options->directory);
+  tables.addFlag("--qualified", options->qualified,
+                 "Leave C++ declarations that need a scope to gdb, which gives qualified names; by default types are "
+                 "written without scopes");
+  tables.addFlag("--quiet", options->quiet, "Do not print a summary");
+  tables.setAction([options] { return [options] { return makeAll(*options); }; });
 }
