@@ -91,9 +91,8 @@ Die::Children Die::children() const {
 }
 
 Die::Children::Iterator& Die::Children::Iterator::operator++() {
-  const void* last = at_.id();
-  // A sibling that does not come later is damage and would cause a cycle.
-  if (dwarf_siblingof(&at_.die_, &at_.die_) != 0 || at_.id() <= last) at_ = Die();
+  // libdw refuses a sibling that does not come later, which would cause a cycle.
+  if (dwarf_siblingof(&at_.die_, &at_.die_) != 0) at_ = Die();
   return *this;
 }
 

@@ -47,7 +47,6 @@ class Evaluation {
         return setConstant(cursor_.leb());
       case DW_OP_plus:
         value_ += offset_;
-        offset_ = 0;
         return;
       case DW_OP_plus_uconst:
         value_ += cursor_.leb();

@@ -203,15 +203,17 @@ const std::vector<ImageSymbol>& ProgramImage::symbols() const {
     GElf_Addr address = 0;
     GElf_Word section = 0;
     const char* name = dwfl_module_getsym_info(module_, i, &symbol, &address, &section, nullptr, nullptr);
+    if (name == nullptr) continue;
     const int type = GELF_ST_TYPE(symbol.st_info);
     const bool isLocal = i > 0 && GELF_ST_BIND(symbol.st_info) == STB_LOCAL;
     hasLocalSymbols_ = hasLocalSymbols_ || isLocal;
     // The STT_FILE symbol of a source file precedes its local symbols.
-    if (type == STT_FILE) unit = name != nullptr && isSource(name) ? name : nullptr;
-    if (name == nullptr || *name == '\0' || section == SHN_UNDEF) continue;
+    if (type == STT_FILE) unit = isSource(name) ? name : nullptr;
+    if (*name == '\0' || section == SHN_UNDEF) continue;
+    // libdw adds the bias to thread-local offsets, too.
     if (type == STT_OBJECT || type == STT_COMMON || type == STT_TLS || type == STT_NOTYPE)
-      symbols_->push_back({type == STT_TLS ? symbol.st_value : address - bias_, symbol.st_size, name, type == STT_TLS,
-                           isLocal, isLocal ? unit : nullptr, section});
+      symbols_->push_back(
+          {address - bias_, symbol.st_size, name, type == STT_TLS, isLocal, isLocal ? unit : nullptr, section});
   }
   std::stable_sort(symbols_->begin(), symbols_->end(), [](const ImageSymbol& a, const ImageSymbol& b) {
     return std::tie(a.threadLocal, a.address) < std::tie(b.threadLocal, b.address);

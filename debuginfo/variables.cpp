@@ -279,8 +279,7 @@ std::string_view VariableReader::fullName(const Entry& entry, const Location& lo
 
 // The name of the variable of a structured binding, which only its symbol has. Empty if it is not one.
 std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location& location) {
-  if (!cxx_ || location.kind != Kind::Memory) return {};
-  for (const std::string_view symbol : symbolsOf(entry, file_.toExecutable(location.address), false)) {
+  for (const std::string_view symbol : symbolsOf(entry, inExecutable(location), location.kind == Kind::ThreadLocal)) {
     if (const std::string name = bindingInSymbol(symbol); !name.empty()) return texts_.intern(name);
   }
   return {};

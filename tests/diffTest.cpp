@@ -209,6 +209,14 @@ TEST_F(Diff, Properties) {
           change.delta && change.delta->negative ? -static_cast<std::int64_t>(bytes) : static_cast<std::int64_t>(bytes);
     }
     EXPECT_EQ(static_cast<std::int64_t>(there.after.bytes - there.before.bytes), sum) << failed;
+    std::map<std::string, int> unpaired;  // by program, name and type
+    for (const Change& change : there.changes) {
+      if (change.before && change.after) continue;
+      const Row& row = change.before ? *change.before : *change.after;
+      int& sides = unpaired[row.program->executable + std::string(row.variable->name).append(row.variable->type)];
+      sides |= change.before ? 1 : 2;
+      EXPECT_NE(sides, 3) << "both added and removed: " << row.variable->name << " in " << failed;
+    }
     EXPECT_EQ(there.before.variables, programs[0][0].variables.size() + programs[0][1].variables.size());
     EXPECT_EQ(there.after.bytes, back.before.bytes) << failed;
     EXPECT_EQ(there.after.mutableBytes, back.before.mutableBytes) << failed;

@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "debuginfo/findings.h"
 #include "debuginfo/inventory.h"
 #include "src/userError.h"
 #include "support.h"
@@ -114,6 +115,11 @@ TEST(Inventory, Rules) {
        "clang++ -O2 -g -x c++ source -o program",
        {"lex::state|int|4|.bss|function", "n::L::run::runs|int|4|.bss|function"},
        {"warning"}},
+      {"static inline __attribute__((always_inline)) int lex(void) { static int state; return ++state; }\n"
+       "int main(void) { return lex(); }",
+       "clang -O2 -g -x c source -o program",
+       {"lex::state|int|4|.bss|function"},
+       {"warning"}},
       // Addresses in a section that was compressed as GNU did first.
       {"int v; int main(void) { return v; }",
        "clang -g -x c source -c -o a.o; for i in $(seq 60); do echo \"int v$i;\"; done >more; clang -g -x c more -c -o "
@@ -152,7 +158,7 @@ TEST(Inventory, Rules) {
       {"static int flag; static volatile int other; __attribute__((noinline)) void set(void) { flag = 1; }\n"
        "int main(void) { static int seen; if (other) set(); if (seen) return 2; seen = 7; int flag2 = flag; return "
        "flag2; }",
-       "clang -O2 -g -x c source -o program",
+       "clang -O2 -gdwarf-4 -x c source -o program",
        {"flag|int|1|.bss|internal", "main::seen|int|1|.bss|function"},
        {"flag2"}},
       // Only the used elements of some variables are left, adjacent or apart.
@@ -252,6 +258,14 @@ ld.lld -static a.o -o program; llvm-dwp -e program -o program.dwp; rm a.dwo)",
        "g++ -g -O0 -x c++ -DMAIN source -c -o a.o; g++ -g -x c++ -Duse=use2 source -c -o b.o; g++ a.o b.o -o program",
        {"u|int|4|.bss|internal", "f|float|4|.bss|internal", "shared|int|4|.data|external", "g::s|int|4|.bss|function"},
        {"warning"}},
+      // Variables that clang does not name: the members of an unnamed union, and structured bindings.
+      {"static union { int u; struct { short low, high; }; }; struct P { int x; long y; }; P make() { return {1, 2}; "
+       "}\n"
+       "static auto [a, b] = make(); thread_local auto [c, d] = make(); int main() { return low + u + a + c; }",
+       "clang++ -std=c++20 -w -g -x c++ source -o program",
+       {"u|int|4|.bss|internal", "low|short|2|.bss|internal", "high|short|2|.bss|internal", "[a, b]|P|16|.bss|internal",
+        "[c, d]|P|16|.tbss|external"},
+       {"warning"}},
       // Open ends, and types that the unit does not know.
       {"struct F { int n; char a[]; } f = {1, \"xy\"}; extern struct O o; struct O *p = &o; struct O { long l; } o;\n"
        "int main(void) { return f.n; }",
@@ -278,6 +292,13 @@ tr '\n' ' ' <count | grep -qx '1 2 ' && mv q program)",
 inventoryRows q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program)",
        {"v|int|4|.bss|external"},
        {}},
+      // Names of files among the texts of the units, a form that compilers do not use today.
+      {"int v; int main(void) { return 0; }",
+       R"(gcc -gdwarf-5 -x c source -o q; objcopy --dump-section .debug_line=l --dump-section .debug_line_str=s q
+LC_ALL=C sed -i 's/\x01\x1f/\x01\x0e/g' l; objcopy --update-section .debug_line=l --update-section .debug_str=s q r
+for p in q r; do inventoryRows $p | cut -f 8 >>files; done; test $(uniq files | wc -l) = 1; mv r program)",
+       {"v|int|4|.bss|external"},
+       {}},
       // What cannot be read, and what is the matter with it.
       {"#include <stdio.h>\n#include <stdlib.h>\nint v; int main(void) { return printf(\"\"); }",
        "gcc -g3 -x c source -o program; objcopy --compress-debug-sections=zstd program",
@@ -289,6 +310,13 @@ inventoryRows q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program)",
        "g++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section -gz -x c++ -c source -o a.o; g++ a.o -o program",
        {"v|S|4|.bss|external"},
        {"warning"}},
+      {"#define M(c) int c##0, c##1, c##2, c##3, c##4, c##5, c##6, c##7;\n"
+       "struct S { M(a) M(b) M(c) M(d) M(e) } v; int main() { return v.a0; }",
+       "g++ -gdwarf-5 -gsplit-dwarf -fdebug-types-section -gz -x c++ -c source -o a.o; g++ a.o -o program",
+       {"error: program: the debugging information in a.dwo is missing: the file has a compressed section for each "
+        "type, "
+        "which cannot be read; compile without -gz or without -fdebug-types-section"},
+       {}},
       {"int v = 3; int main(void) { return v++; }",
        "gcc -O2 -g -flto -gsplit-dwarf -w -x c source -c -o a.o; gcc -O2 -g -flto -gsplit-dwarf -w a.o -o program",
        {"warning: variables are missing: with both -flto and -gsplit-dwarf, gcc loses their names and types; "
@@ -314,6 +342,33 @@ inventoryRows q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program)",
     for (const std::string& row : each.found)
       EXPECT_NE(("\n" + all).find("\n" + row + "\n"), std::string::npos) << row << "\n" << all << result.err;
     for (const std::string& row : each.absent) EXPECT_EQ(all.find(row), std::string::npos) << all;
+  }
+}
+
+// Operations that follow the address or stand in its place, as an assembler writes them.
+TEST(Inventory, LocationExpressions) {
+  const TempDir directory;
+  directory.run("echo 'int first = 1, v = 1;' >s.c; gcc -gdwarf-5 -S s.c");
+  const std::string found = "v|int|4|.data|external\n";
+  const auto notListed = [&](const std::string& why) {
+    return "warning: 1 variable is not listed: v (" + directory / "s.c" + ":1): " + why + "\n";
+  };
+  const std::string computed = notListed("the address is known only at run time");
+  const std::string unreadable = notListed("the location expression cannot be read");
+  const std::string cases[][2] = {
+      {".byte 3; .quad v - 4; .byte 0x10, 4, 0x22", found},  // DW_OP_constu, DW_OP_plus
+      {".byte 0x9e, 4; .long 7", found},                     // DW_OP_implicit_value, but the variable has a symbol
+      {".byte 3; .quad v; .byte 0x8f, 4, 0x22", computed},   // DW_OP_breg31, DW_OP_plus
+      {".byte 3; .quad v; .byte 0xf1", unreadable},          // an operation that is not known
+      {".byte 3; .quad v; .byte 0x93, 2, 0xf1", unreadable},
+  };
+  for (const auto& [expression, expected] : cases) {
+    // The lengths of the unit and of the expression become those of what is between two labels.
+    const RunResult built = directory.run(R"(sed -zE 's/(debug_info0:\n\t.long\t)\w+/\19f-8f\n8:/
+s/\t.section\t.debug_abbrev/9:\n&/; s/\.uleb128 0x9\n\t\.byte\t0x3\n\t\.quad\tv\n/.uleb128 2f-1f\n1: )" +
+                                          expression + R"(\n2:\n/' s.s | gcc -shared -x assembler - -o program)");
+    EXPECT_EQ(joined(inventoryOf(directory / "program")), "first|int|4|.data|external\n" + expected)
+        << expression << built.err;
   }
 }
 
@@ -374,6 +429,17 @@ TEST(Inventory, SharedReading) {
     const std::string trace = readFile(directory / "trace");
     EXPECT_NE(trace.find(fault.find("SIG") != std::string::npos ? "SIGSEGV" : "INJECTED"), std::string::npos) << fault;
   }
+}
+
+TEST(Inventory, WarningsBetweenProcesses) {
+  Findings sent;
+  for (const char* why : {"it is small", "it is large"}) {
+    for (const char* what : {"a", "b", "c", "d", "e"}) sent.warnings.add(why, what);
+  }
+  sent.warnings.append({"something else"});
+  const std::string bytes = packFindings({{3, sent}});
+  EXPECT_EQ(unpackFindings(bytes).at(0).second.warnings.sentences(), sent.warnings.sentences());
+  EXPECT_EQ(sent.warnings.sentences().size(), 3U);
 }
 
 // Bytes changed at random, anywhere in programs of several kinds and in a .dwo file: an error or an inventory, soon.

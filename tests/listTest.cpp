@@ -86,6 +86,16 @@ t --sort name --format )" +
   }
 }
 
+// The footer has the sizes of the sections as `size` knows them, also of those in which no variable was found.
+TEST_F(List, Footer) {
+  const RunResult result = directory.run(R"(echo 'thread_local bool only; int main() { return only; }' >bare.cpp
+g++ -g bare.cpp -o bare; tolquin list bare --format json >bare.json; tolquin bare >whole; tolquin bare.json | diff whole -
+sed -nE 's/^  ([^ ]+) .* of ([0-9,]+),.*/\1 \2/p' whole | tr -d , | sort >ours
+size -A bare | awk '/^\.t?(data|bss) / && $2 > 0 { print $1, $2 }' | sort | diff ours -
+tolquin bare --columns writable,name | head -n 2)");
+  EXPECT_EQ(result.out, "Writable  Name\ntrue      only\n") << result.err;
+}
+
 TEST_F(List, Formats) {
   const std::string odd = "--where 'name ~ ä' --columns name,size,type rows.jsonl --format ";
   EXPECT_EQ(list(odd + "csv"), "name,size,type\r\n\"\x1b[31m\u202e\"\"ä,\t漢\",,\r\n");
@@ -228,6 +238,7 @@ TEST_F(List, WrongUseAndBadInput) {
       {"", 2, "no input given"},
       {"lst prog", 2, "no command or file called \"lst\"; did you mean list?"},
       {"lsx", 2, "the commands are list, "},  // two of three letters differ
+      {"qqqlist", 2, "the commands are list, "},
       {"scan prog", 2, "`tolquin list EXECUTABLE...`"},
       {"show vym", 2, "`tolquin list DIR`"},
       {"list", 2, "no input given"},

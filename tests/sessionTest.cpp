@@ -195,11 +195,14 @@ TEST_F(A2L, ChildrenThatDie) {
 }
 
 TEST_F(GDB, ChildrenThatDie) {
-  for (const char* script : {"", "echo no prompt", "printf '(gdb) '; read a; echo part"}) {
-    fake.gdb(script);
+  const TempDir directory;
+  for (const std::string script : {"", "echo no prompt", "printf '(gdb) '; read a; echo part"}) {
+    writeFile(directory / "starts", "");
+    fake.gdb("echo >>" + directory / "starts\n" + script);
     GDBControl session("x");
     const std::string errors = errorsWithin(15, [&] {
       EXPECT_EQ(session.startGDB(), 0);
+      EXPECT_EQ(readFile(directory / "starts"), "\n") << script;
       EXPECT_EQ(ask(session, "1"), "?");
       EXPECT_EQ(session.isGdbActive(), 0);
       session.endGDB();

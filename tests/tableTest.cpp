@@ -109,6 +109,13 @@ TEST(Table, AnswersLikeAMapForEveryOrder) {
   }
 }
 
+TEST(Table, EmptyKeyIsTheFirst) {
+  const TempDir directory;
+  IndexTable table('w', (directory / "t").c_str());
+  EXPECT_TRUE(table.Insert({}) && table.Insert(item(1)));
+  EXPECT_TRUE(table.Check());
+}
+
 TEST(Table, FilesThatCannotBeUsed) {
   const TempDir directory;
   EXPECT_EXIT(IndexTable('x', "t"), testing::ExitedWithCode(1), "Incorrect mode given to BTTableClass constructor");
