@@ -127,7 +127,8 @@ class TableMaker {
     std::string name = qualifiedName(parts);
     // tolquin.exe would read a longer line as several.
     if (line.size() + name.size() + 2 > RecordSize) name = tableName(std::string(parts.back()));
-    const bool fits = !name.empty() && line.size() + name.size() + 2 <= RecordSize;
+    // gdb cannot be asked for a structured binding, "[a, b]".
+    const bool fits = !name.empty() && !parts.back().starts_with('[') && line.size() + name.size() + 2 <= RecordSize;
     // For a variable without a type, gdb answers "int"; for one with an endless type, it never stops.
     if (!fits || variable.type.empty() ||
         (!addDeclaration(variable, parts.back()) &&

@@ -70,6 +70,10 @@ TEST_F(FrontEnd, TablesOfASmallProgram) {
   EXPECT_EQ(directory.run("tolquin tables program; cat program.vym/* | sed -E 's/(0x)?[0-9a-f]{4,16}/ADDRESS/'").out,
             "program.vym: 1 variable, 1 declaration, 1 type size\n"
             "ADDRESS 8 counter\nlong counter /* ADDRESS */;\nlong\t8\n");
+  // A structured binding has no name that gdb could be asked for.
+  directory.run(
+      "echo 'static auto [a, b] = (int[2]){1}; int main() { return a; }' >b.cpp; clang++ -g b.cpp -w -std=c++17 -o b");
+  EXPECT_TRUE(directory.run("tolquin tables b").err.starts_with("tolquin: b: warning: 1 variable left out: "));
 }
 
 // Variables that the index cannot hold, of a name that gdb would find elsewhere first, are left out rather than
@@ -97,7 +101,9 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
 
 // What compilers do that is not plain to see: name, type and both sizes of each variable.
 TEST_F(FrontEnd, OddPrograms) {
+  const std::string longest = "struct " + std::string(2100, 'S');  // which the index cannot hold, but gdb knows
   const std::string cases[][3] = {
+      {"gcc -g -x c", longest + " { long l; } v;", "v\t" + longest + "\t8\t8\n"},
       {"gcc -g1 -x c", "struct S { long l[4]; } s; double d[3];", ""},
       {"clang -g -fsanitize=address -x c", "static char text[5]; char *use(void) { return text; }",
        "text\tstatic char *\t5\t1\n"},
