@@ -57,6 +57,16 @@ TEST(Formats, SizesOfTypes) {
   std::fclose(sizes);
 }
 
+// A line without an end is not collected.
+TEST(Formats, EndlessLine) {
+  LineBuffer buffer(10);
+  for (int i = 0; i < 10; ++i) {
+    buffer.append(std::string(11, 'x'));
+    EXPECT_EQ(buffer.next().value_or("-"), i == 0 ? std::string(10, 'x') : "-");
+    EXPECT_EQ(buffer.text(), "");
+  }
+}
+
 // Entries of the index: "type|name", and the address unless it is the usual one.
 TEST(Formats, Declarations) {
   const std::string longest(50, 'e');

@@ -329,6 +329,11 @@ for p in q r; do inventoryRows $p | cut -f 8 >>files; done; test $(uniq files | 
        {"error: program: the debugging information in a.dwo is missing: the file is neither where the compiler put it "
         "nor in program.dwp"},
        {}},
+      {"int V; int main(void) { return V; }",
+       "for i in 1 2 3 4 5; do gcc -g -gsplit-dwarf -DV=v$i -Dmain=f$i -x c -c source -o $i.o; done; rm *.dwo\n"
+       "gcc -g -x c -c source -o 6.o; gcc *.o -o program",
+       {"V|int|4|.bss|external", "warning: 2 more .dwo files cannot be used either"},
+       {}},
   };
   for (const auto& each : cases) {
     const TempDir directory;

@@ -90,6 +90,15 @@ TEST_F(A2L, PiecesOfAnExchange) {
   EXPECT_EQ(session.isActive(), 0);
 }
 
+// More than a pipe holds, so that it is written in parts.
+TEST_F(A2L, LongRequestIsSentWhole) {
+  fake.addr2line("head -c 200001 | wc -c; read a");
+  A2LControl session("x");
+  ASSERT_EQ(session.startA2L(), 0);
+  EXPECT_EQ(session.sendA2L((std::string(200000, 'a') + "\n").c_str()), 200001);
+  EXPECT_EQ(pieces(session.convA2L(20, "%s", "")), "200001\n|");
+}
+
 // Also over new starts, of which none may inherit text from the one before, and which leave no child.
 TEST_F(A2L, RepliesArePairedWithTheirRequests) {
   fake.addr2line(R"(
