@@ -92,7 +92,7 @@ TEST_F(A2L, PiecesOfAnExchange) {
 
 // More than a pipe holds, so that it is written in parts.
 TEST_F(A2L, LongRequestIsSentWhole) {
-  fake.addr2line("head -c 200001 | wc -c; read a");
+  fake.addr2line("head -c 200001 | wc -c");
   A2LControl session("x");
   ASSERT_EQ(session.startA2L(), 0);
   EXPECT_EQ(session.sendA2L((std::string(200000, 'a') + "\n").c_str()), 200001);
