@@ -109,6 +109,8 @@ TEST_F(Fault, MessagesOfRareFailures) {
       {"write:error=ENOSPC -P " + vym + "/tGlobalVarDef.tbl", 156, "tolquin: 156 - Unable to close file 28\n"},
       {"write:error=ENOSPC:when=1 -P " + vym + "/tGlobalVarDef.tbl", 156, "tolquin: 156 - Unable to close file 28\n"},
       {"read:error=ENODATA -P " + vym + "/objdump.1", 151, "tolquin: 151 - Unable to close file 61\n"},
+      // A call that a signal interrupted is repeated.
+      {"pwrite64:error=EINTR:when=2", 0, ""},
       {"pwrite64:error=ENOSPC:when=2", 1, vym + "/vifa.dat: node 1: cannot be written: No space left on device\n"},
   };
   for (const auto& c : cases) {
