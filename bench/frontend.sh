@@ -10,11 +10,8 @@ cd "$(dirname "$0")/.."
 . bench/common.sh
 require_packages "${build_packages[@]}" "${test_packages[@]}" abigail-tools
 export LC_ALL=C DEBUGINFOD_URLS=
-build() { # preset, targets
-  cmake --preset "$1" -DBUILD_TESTING=ON >/dev/null
-  cmake --build --preset "$1" -j "$(nproc)" --target "${@:2}" >&2
-}
-build release tolquin bareWalk
+cmake --preset release >/dev/null
+cmake --build --preset release -j "$(nproc)" --target tolquin bareWalk >&2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 tolquin=$PWD/build/release/tolquin walk=$PWD/build/release/bench/bareWalk rounds=5
@@ -36,14 +33,16 @@ debug_info_size() {
 
 # Links $2 copies of this project's tests to the program $1, which is never run.
 link_large() {
-  build asan tolquinTests
+  local build=$PWD/build/bench-asan
+  cmake --preset asan -B "$build" -DBUILD_TESTING=ON -DCMAKE_CXX_FLAGS_DEBUG=-g >/dev/null
+  cmake --build "$build" -j "$(nproc)" --target tolquinTests >&2
   local objects=() copy object
   mkdir "$work/objects"
   for ((copy = 0; copy < $2; ++copy)); do
     while read -r object; do
       ln -s "$object" "$work/objects/$copy.${#objects[@]}.o"
       objects+=("$work/objects/$copy.${#objects[@]}.o")
-    done < <(find "$PWD"/build/asan/{src,debuginfo,suite,frontend,tests} -name '*.cpp.o')
+    done < <(find "$build"/{src,debuginfo,suite,frontend,tests} -name '*.cpp.o')
   done
   g++ -fsanitize=address,undefined -Wl,-z,muldefs,--unresolved-symbols=ignore-all "${objects[@]}" -o "$1"
 }
