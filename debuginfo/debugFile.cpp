@@ -25,20 +25,31 @@ const Dwfl_Callbacks callbacks{.find_elf = dwfl_build_id_find_elf,
                                .section_address = dwfl_offline_section_address,
                                .debuginfo_path = nullptr};
 
+bool isArchive(Elf* elf) {
+  std::size_t size = 0;
+  const char* content = elf_rawfile(elf, &size);
+  // libelf does not recognize thin archives.
+  return elf_kind(elf) == ELF_K_AR || (content != nullptr && std::string_view(content, size).starts_with("!<thin>\n"));
+}
+
 // Throws UserError unless `path` is a program: libdwfl also accepts archives, object files and core files.
 void expectProgram(const std::string& path) {
   const UniqueFd file = openFile(path.c_str(), O_RDONLY | O_NONBLOCK);  // does not block on a pipe
   if (!file) throw UserError(path + ": cannot open: " + std::strerror(errno));
   elf_version(EV_CURRENT);
   const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.get(), ELF_C_READ_MMAP, nullptr), elf_end);
-  if (elf && elf_kind(elf.get()) == ELF_K_AR)
-    throw UserError(path + ": is an archive; specify a program or shared object that it was linked into");
+  if (elf && isArchive(elf.get())) {
+    throw UserError(path + ": is an archive of object files; specify a program or shared object that they are linked " +
+                    "into");
+  }
   GElf_Ehdr header;
   if (!elf || elf_kind(elf.get()) != ELF_K_ELF || gelf_getehdr(elf.get(), &header) == nullptr) {
     throw UserError(path + ": is not an ELF file; expected an executable or shared object");
   }
-  if (header.e_type == ET_REL)
-    throw UserError(path + ": is an object file; specify a program or shared object that it was linked into");
+  if (header.e_type == ET_REL) {
+    throw UserError(path + ": is an object file, whose variables have no addresses yet; specify a program or shared " +
+                    "object that it is linked into");
+  }
   if (header.e_type != ET_EXEC && header.e_type != ET_DYN) {
     throw UserError(path + ": is neither an executable nor a shared object");
   }

@@ -43,8 +43,7 @@ class Evaluation {
       case DW_OP_const8u:
         return setConstant(cursor_.fixed(8));
       case DW_OP_constu:
-        if (isAddress_) return setOffset(cursor_.leb());
-        return setConstant(cursor_.leb());
+        return isAddress_ ? setOffset(cursor_.leb()) : setConstant(cursor_.leb());
       case DW_OP_plus:
         value_ += offset_;
         return;
@@ -59,20 +58,34 @@ class Evaluation {
         return endPiece(cursor_.leb());
       case DW_OP_nop:
         return;
-      case DW_OP_stack_value:  // the expression is the value, not its location
-        narrowed_ = source_;
-        isAddress_ = isComputed_ = false;
-        return;
+      case DW_OP_stack_value:
+        return endAsValue();
       case DW_OP_deref:
+        return dereference(operation, sizes_.address);
       case DW_OP_deref_size:
-        if (isAddress_ && !isThreadLocal_) source_ = value_;
-        sourceBytes_ = operation == DW_OP_deref_size ? ByteCursor(cursor_).byte() : sizes_.address;
-        [[fallthrough]];
+        return dereference(operation, ByteCursor(cursor_).byte());
       default:
-        skipOperands(operation);
-        isComputed_ = isComputed_ || isAddress_;
-        isAddress_ = false;
+        compute(operation);
     }
+  }
+
+  // The expression is the value of the variable, not its location.
+  void endAsValue() {
+    narrowed_ = source_;
+    isAddress_ = isComputed_ = false;
+  }
+
+  void dereference(unsigned operation, std::uint64_t bytes) {
+    if (isAddress_ && !isThreadLocal_) source_ = value_;
+    sourceBytes_ = bytes;
+    compute(operation);
+  }
+
+  // An operation after which the address is no longer known.
+  void compute(unsigned operation) {
+    skipOperands(operation);
+    isComputed_ = isComputed_ || isAddress_;
+    isAddress_ = false;
   }
 
   void skipOperands(unsigned operation) {

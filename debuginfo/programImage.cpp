@@ -30,6 +30,8 @@ bool isOf(const ImageSymbol& symbol, const SymbolTraits& variable) {
          (symbol.size == 0 || variable.size.value_or(symbol.size) == symbol.size);
 }
 
+bool comesBefore(const ImageSymbol& a, const ImageSymbol& b) { return a.at < b.at; }
+
 std::string hexadecimal(const unsigned char* bytes, std::size_t count) {
   constexpr const char* digits = "0123456789abcdef";
   std::string text;
@@ -131,9 +133,9 @@ const ImageSection* ProgramImage::findThreadLocal(std::uint64_t offset) const {
 std::optional<std::uint64_t> ProgramImage::threadLocalNamed(std::string_view name, const char* linkageName) const {
   std::optional<std::uint64_t> offset;
   for (const ImageSymbol& symbol : symbols()) {
-    if (!symbol.threadLocal || !isNameOf(symbol.name, name, linkageName)) continue;
+    if (!symbol.at.isThreadLocal || !isNameOf(symbol.name, name, linkageName)) continue;
     if (offset) return {};
-    offset = symbol.address;
+    offset = symbol.at.value;
   }
   return offset;
 }
@@ -159,37 +161,36 @@ const ImageSection* ProgramImage::sectionOf(const SymbolTraits& variable) const 
 
 std::vector<const ImageSymbol*> ProgramImage::symbolsOf(const SymbolTraits& variable) const {
   std::vector<const ImageSymbol*> found;
-  const auto [begin, end] = symbolsAt(variable.address, variable.threadLocal);
+  const auto [begin, end] = symbolsAt(variable.at);
   for (auto at = begin; at != end; ++at) {
     if (isOf(*at, variable)) found.push_back(&*at);
   }
   return found;
 }
 
-bool ProgramImage::hasNameAt(std::uint64_t address, bool threadLocal, std::string_view name,
-                             const char* linkageName) const {
-  const auto [begin, end] = symbolsAt(address, threadLocal);
+bool ProgramImage::hasNameAt(const ImageAddress& at, std::string_view name, const char* linkageName) const {
+  const auto [begin, end] = symbolsAt(at);
   return std::any_of(begin, end, [&](const ImageSymbol& each) { return isNameOf(each.name, name, linkageName); });
 }
 
-std::optional<std::uint64_t> ProgramImage::symbolSize(std::uint64_t address, bool threadLocal, std::string_view name,
+std::optional<std::uint64_t> ProgramImage::symbolSize(const ImageAddress& at, std::string_view name,
                                                       const char* linkageName) const {
-  const auto [begin, end] = symbolsAt(address, threadLocal);
+  const auto [begin, end] = symbolsAt(at);
   std::optional<std::uint64_t> agreed;
   bool differ = false;
-  for (auto at = begin; at != end; ++at) {
-    if (at->size == 0) continue;
-    if (isNameOf(at->name, name, linkageName)) return at->size;
-    differ = differ || (agreed && *agreed != at->size);
-    agreed = at->size;
+  for (auto symbol = begin; symbol != end; ++symbol) {
+    if (symbol->size == 0) continue;
+    if (isNameOf(symbol->name, name, linkageName)) return symbol->size;
+    differ = differ || (agreed && *agreed != symbol->size);
+    agreed = symbol->size;
   }
   return differ ? std::nullopt : agreed;
 }
 
-std::vector<std::string_view> ProgramImage::symbolNames(std::uint64_t address, bool threadLocal) const {
+std::vector<std::string_view> ProgramImage::symbolNames(const ImageAddress& at) const {
   std::vector<std::string_view> names;
-  const auto [begin, end] = symbolsAt(address, threadLocal);
-  for (auto at = begin; at != end; ++at) names.emplace_back(at->name);
+  const auto [begin, end] = symbolsAt(at);
+  for (auto symbol = begin; symbol != end; ++symbol) names.emplace_back(symbol->name);
   return names;
 }
 
@@ -213,18 +214,13 @@ const std::vector<ImageSymbol>& ProgramImage::symbols() const {
     // libdw adds the bias to thread-local offsets, too.
     if (type == STT_OBJECT || type == STT_COMMON || type == STT_TLS || type == STT_NOTYPE)
       symbols_->push_back(
-          {address - bias_, symbol.st_size, name, type == STT_TLS, isLocal, isLocal ? unit : nullptr, section});
+          {{type == STT_TLS, address - bias_}, symbol.st_size, name, isLocal, isLocal ? unit : nullptr, section});
   }
-  std::stable_sort(symbols_->begin(), symbols_->end(), [](const ImageSymbol& a, const ImageSymbol& b) {
-    return std::tie(a.threadLocal, a.address) < std::tie(b.threadLocal, b.address);
-  });
+  std::stable_sort(symbols_->begin(), symbols_->end(), comesBefore);
   return *symbols_;
 }
 
 std::pair<ProgramImage::Symbols::const_iterator, ProgramImage::Symbols::const_iterator> ProgramImage::symbolsAt(
-    std::uint64_t address, bool threadLocal) const {
-  const ImageSymbol wanted{.address = address, .threadLocal = threadLocal};
-  return std::equal_range(symbols().begin(), symbols().end(), wanted, [](const ImageSymbol& a, const ImageSymbol& b) {
-    return std::tie(a.threadLocal, a.address) < std::tie(b.threadLocal, b.address);
-  });
+    const ImageAddress& at) const {
+  return std::equal_range(symbols().begin(), symbols().end(), ImageSymbol{.at = at}, comesBefore);
 }

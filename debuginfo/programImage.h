@@ -3,6 +3,7 @@
 
 #include <elfutils/libdwfl.h>
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -22,12 +23,19 @@ struct ImageSection {
   bool isShared = false;   ///< another section overlaps its addresses, as with overlays
 };
 
+/// Where a variable is in the program. Ordered by address, with thread-local variables last.
+struct ImageAddress {
+  bool isThreadLocal = false;
+  std::uint64_t value = 0;  ///< if thread-local, the offset in the TLS block
+
+  friend auto operator<=>(const ImageAddress&, const ImageAddress&) = default;
+};
+
 /// A symbol of a variable.
 struct ImageSymbol {
-  std::uint64_t address = 0;  ///< if thread-local, the offset in the TLS block
+  ImageAddress at;
   std::uint64_t size = 0;
   const char* name = nullptr;
-  bool threadLocal = false;
   bool isLocal = false;        ///< not visible to other units
   const char* unit = nullptr;  ///< if local: its source file, without directory; null if unknown
   std::size_t section = 0;     ///< index of its section in the file
@@ -35,8 +43,7 @@ struct ImageSymbol {
 
 /// The properties of a variable by which its symbol is recognized.
 struct SymbolTraits {
-  std::uint64_t address = 0;  ///< for a thread-local variable, the offset in the TLS block
-  bool threadLocal = false;
+  ImageAddress at{};
   std::string_view name{};
   const char* linkageName = nullptr;  ///< the name of its symbol in the debugging information; may be null
   std::string_view unit{};            ///< source file of its unit; may be empty
@@ -70,14 +77,13 @@ class ProgramImage {
 
   /// Whether the symbol table has a symbol of `variable` at its address, or does not exist.
   bool mayBeThere(const SymbolTraits& variable) const;
-  /// The size in bytes of the variable at `address` in the symbol table: that of the symbol with the variable's name,
+  /// The size in bytes of the variable at `at` in the symbol table: that of the symbol with the variable's name,
   /// or else that on which all symbols there agree. Empty if there is none.
-  std::optional<std::uint64_t> symbolSize(std::uint64_t address, bool threadLocal, std::string_view name,
-                                          const char* linkageName) const;
-  /// The names of the symbols at `address`.
-  std::vector<std::string_view> symbolNames(std::uint64_t address, bool threadLocal) const;
+  std::optional<std::uint64_t> symbolSize(const ImageAddress& at, std::string_view name, const char* linkageName) const;
+  /// The names of the symbols at `at`.
+  std::vector<std::string_view> symbolNames(const ImageAddress& at) const;
   /// Whether one of them is the symbol of the variable `name`.
-  bool hasNameAt(std::uint64_t address, bool threadLocal, std::string_view name, const char* linkageName) const;
+  bool hasNameAt(const ImageAddress& at, std::string_view name, const char* linkageName) const;
   /// All symbols of variables, by address.
   const std::vector<ImageSymbol>& symbols() const;
 
@@ -91,7 +97,7 @@ class ProgramImage {
   void noteShared();
   void readSegments(Elf* elf);
   std::vector<const ImageSymbol*> symbolsOf(const SymbolTraits& variable) const;
-  std::pair<Symbols::const_iterator, Symbols::const_iterator> symbolsAt(std::uint64_t address, bool threadLocal) const;
+  std::pair<Symbols::const_iterator, Symbols::const_iterator> symbolsAt(const ImageAddress& at) const;
 
   Dwfl_Module* module_;
   std::vector<ImageSection> sections_;

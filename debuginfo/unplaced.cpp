@@ -4,7 +4,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <tuple>
 #include <unordered_map>
 #include <utility>
 
@@ -31,13 +30,14 @@ void keepCommon(Variable& facts, const Variable& other) {
 
 // Fills in the fields that follow from the symbol. False if the program has nothing at its address.
 bool assignSymbol(const ProgramImage& image, const ImageSymbol& symbol, Variable& variable) {
-  const ImageSection* section = symbol.threadLocal ? image.findThreadLocal(symbol.address) : image.find(symbol.address);
+  const auto [isThreadLocal, address] = symbol.at;
+  const ImageSection* section = isThreadLocal ? image.findThreadLocal(address) : image.find(address);
   if (section == nullptr) return false;
-  variable.address = symbol.address;
+  variable.address = address;
   variable.size = symbol.size;
   variable.section = section->name;
-  variable.threadLocal = symbol.threadLocal;
-  variable.writable = image.isWritable(*section, symbol.address);
+  variable.threadLocal = isThreadLocal;
+  variable.writable = image.isWritable(*section, address);
   return true;
 }
 
@@ -100,15 +100,14 @@ void placeBySymbols(const std::vector<UnplacedVariable>& unplaced, const Program
                     std::vector<Variable>& variables) {
   if (unplaced.empty()) return;
   const Candidates candidates(unplaced);
-  std::set<std::tuple<bool, std::uint64_t, std::string_view>> listed;
+  std::set<std::pair<ImageAddress, std::string_view>> listed;
   for (const Variable& each : variables)
-    listed.emplace(each.threadLocal.value_or(false), each.address.value_or(0), each.name);
+    listed.emplace(ImageAddress{each.threadLocal.value_or(false), each.address.value_or(0)}, each.name);
   for (const ImageSymbol& symbol : image.symbols()) {
     const auto* named = symbol.size > 0 ? candidates.named(symbol) : nullptr;
     if (named == nullptr) continue;
     std::optional<Variable> facts = factsOf(symbol, *named);
-    if (facts && listed.emplace(symbol.threadLocal, symbol.address, facts->name).second &&
-        assignSymbol(image, symbol, *facts))
+    if (facts && listed.emplace(symbol.at, facts->name).second && assignSymbol(image, symbol, *facts))
       variables.push_back(*facts);
   }
 }

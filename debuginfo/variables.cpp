@@ -97,9 +97,7 @@ void VariableReader::readVariable(const MetVariable& met) {
   if (entry.name.empty()) entry.name = nameBySymbol(entry, location);
   if (section != nullptr && section->isShared) section = file_.image().sectionOf(traitsOf(entry, location));
   // Without a symbol it could also be a copy of another variable.
-  if (location.isNarrowed &&
-      !file_.image().hasNameAt(file_.toExecutable(location.address), false, entry.name, entry.linkageName))
-    return;
+  if (location.isNarrowed && !file_.image().hasNameAt(inExecutable(location), entry.name, entry.linkageName)) return;
   addVariable(entry, location, section);
 }
 
@@ -162,8 +160,9 @@ VariableReader::Entry VariableReader::entryOf(const MetVariable& met, const RawE
 }
 
 // The address of a location in the executable; for a thread-local variable, the offset in the TLS block.
-std::uint64_t VariableReader::inExecutable(const Location& location) const {
-  return location.kind == Kind::ThreadLocal ? location.address : file_.toExecutable(location.address);
+ImageAddress VariableReader::inExecutable(const Location& location) const {
+  if (location.kind == Kind::ThreadLocal) return {true, location.address};
+  return {false, file_.toExecutable(location.address)};
 }
 
 // Whether a flag is set in the DIE or in one that it completes.
@@ -182,7 +181,7 @@ void VariableReader::addVariable(Entry& entry, const Location& location, const I
   variable.threadLocal = location.kind == Kind::ThreadLocal;
   if (*variable.threadLocal) variable.writable = true;
   if ((section != nullptr || location.kind == Kind::Memory) && !location.isApart)
-    variable.address = inExecutable(location);
+    variable.address = inExecutable(location).value;
   describe(entry, location, variable);
   found_.variables.push_back(variable);
 }
@@ -218,10 +217,10 @@ bool VariableReader::isOmitted(const Entry& entry, const Location& location, con
                         about(entry));
     return true;
   }
-  const bool threadLocal = location.kind == Kind::ThreadLocal;
   if (entry.name.empty()) {
     // Some compilers describe string literals as variables.
-    if (!threadLocal && section != nullptr && !section->writable && entry.linkageName == nullptr) return true;
+    if (location.kind != Kind::ThreadLocal && section != nullptr && !section->writable && entry.linkageName == nullptr)
+      return true;
     found_.nameless.emplace_back(location.kind == Kind::Memory ? file_.toExecutable(location.address) : 0,
                                  about(entry));
     return true;
@@ -234,8 +233,7 @@ bool VariableReader::isOmitted(const Entry& entry, const Location& location, con
 SymbolTraits VariableReader::traitsOf(const Entry& entry, const Location& location) {
   const char* unit = unit_->top.text(DW_AT_name);
   const TypeFacts& type = typeOf(entry);
-  SymbolTraits traits{inExecutable(location), location.kind == Kind::ThreadLocal, entry.name, entry.linkageName,
-                      unit != nullptr ? unit : ""};
+  SymbolTraits traits{inExecutable(location), entry.name, entry.linkageName, unit != nullptr ? unit : ""};
   if (!location.bytes && !location.isNarrowed && !type.open) traits.size = type.size;
   return traits;
 }
@@ -250,8 +248,7 @@ void VariableReader::describe(const Entry& entry, const Location& location, Vari
   variable.size = location.bytes;
   if (!variable.size && !type.open && !location.isNarrowed) variable.size = type.size;
   if (!variable.size && variable.address)
-    variable.size =
-        file_.image().symbolSize(*variable.address, location.kind == Kind::ThreadLocal, entry.name, entry.linkageName);
+    variable.size = file_.image().symbolSize(inExecutable(location), entry.name, entry.linkageName);
   if (!variable.size && !location.isNarrowed) variable.size = type.size;
   const SourceLocation place = sourceLocationOf(entry);
   variable.file = place.file;
@@ -279,7 +276,7 @@ std::string_view VariableReader::fullName(const Entry& entry, const Location& lo
 
 // The name of the variable of a structured binding, which only its symbol has. Empty if it is not one.
 std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location& location) {
-  for (const std::string_view symbol : symbolsOf(entry, inExecutable(location), location.kind == Kind::ThreadLocal)) {
+  for (const std::string_view symbol : symbolsOf(entry, location)) {
     if (const std::string name = bindingInSymbol(symbol); !name.empty()) return texts_.intern(name);
   }
   return {};
@@ -288,19 +285,17 @@ std::string_view VariableReader::nameBySymbol(const Entry& entry, const Location
 // Scopes that are missing from the debugging information: namespaces in DWARF 2, functions that were inlined everywhere
 // (some compilers omit them), and classes whose type unit is missing.
 std::optional<std::string> VariableReader::scopesBySymbol(const Entry& entry, const Location& location) const {
-  const bool isThreadLocal = location.kind == Kind::ThreadLocal;
-  if (location.kind != Kind::Memory && !isThreadLocal) return {};
-  for (const std::string_view symbol : symbolsOf(entry, inExecutable(location), isThreadLocal)) {
+  if (location.kind != Kind::Memory && location.kind != Kind::ThreadLocal) return {};
+  for (const std::string_view symbol : symbolsOf(entry, location)) {
     if (auto scopes = scopesInSymbol(symbol, entry.name)) return scopes;
   }
   return {};
 }
 
 // The names of the symbols of a variable: its linkage name, or else those at its address.
-std::vector<std::string_view> VariableReader::symbolsOf(const Entry& entry, std::uint64_t address,
-                                                        bool threadLocal) const {
+std::vector<std::string_view> VariableReader::symbolsOf(const Entry& entry, const Location& location) const {
   if (entry.linkageName != nullptr) return {entry.linkageName};
-  return file_.image().symbolNames(address, threadLocal);
+  return file_.image().symbolNames(inExecutable(location));
 }
 
 // A definition has only the attributes that differ from its declaration: often the line, but not the file.

@@ -53,7 +53,7 @@ class VariableReader {
   void noteDirectory(const Unit& unit);
   void readVariable(const MetVariable& met);
   Location locationOf(const RawEntry& raw) const;
-  std::uint64_t inExecutable(const Location& location) const;
+  ImageAddress inExecutable(const Location& location) const;
   Entry entryOf(const MetVariable& met, const RawEntry& raw);
   bool isSet(const Entry& entry, Slot slot, unsigned name) const;
   void addVariable(Entry& entry, const Location& location, const ImageSection* section);
@@ -65,7 +65,7 @@ class VariableReader {
   std::string_view fullName(const Entry& entry, const Location& location, Variable& variable);
   std::string_view nameBySymbol(const Entry& entry, const Location& location);
   std::optional<std::string> scopesBySymbol(const Entry& entry, const Location& location) const;
-  std::vector<std::string_view> symbolsOf(const Entry& entry, std::uint64_t address, bool threadLocal) const;
+  std::vector<std::string_view> symbolsOf(const Entry& entry, const Location& location) const;
   void noteDeclaration(const MetVariable& met, const RawEntry& raw);
   SourceLocation sourceLocationOf(const Entry& entry);
   std::string_view ownFile(std::uint64_t number);

@@ -1,6 +1,5 @@
 #include "frontend/inputs.h"
 
-#include <elf.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -38,26 +37,6 @@ std::string startOf(int fd) {
   return start;
 }
 
-// Whether an ELF file that begins with `start` is an object file.
-bool isObjectFile(std::string_view start) {
-  constexpr std::size_t typeOffset = 16;
-  if (!start.starts_with(ELFMAG) || start.size() < typeOffset + 2) return false;
-  const std::size_t lowByte = typeOffset + (start[EI_DATA] == ELFDATA2MSB ? 1 : 0);
-  return start[lowByte] == ET_REL;
-}
-
-// Refuses archives and object files, and says what to specify instead.
-void refuseParts(const std::string& path, std::string_view start) {
-  if (start.starts_with("!<arch>\n") || start.starts_with("!<thin>\n")) {
-    fail(path, "is an archive of object files; specify a program or shared object that they are linked into");
-  }
-  if (isObjectFile(start)) {
-    fail(path,
-         "is an object file, whose variables have no addresses yet; specify a program or shared object that it is "
-         "linked into");
-  }
-}
-
 // An empty .jsonl file is a valid result: that of a program without variables.
 bool isEmptyResult(const std::string& path, const struct stat& status) {
   return status.st_size == 0 && path.ends_with(".jsonl");
@@ -85,7 +64,6 @@ std::vector<Inventory> readInput(const std::string& path, const ReadOptions& opt
   }
   const std::string start = startOf(file.get());
   if (beginsAsJson(start) || isEmptyResult(path, status)) return parseJson(path, contentOf(path, file.get()));
-  refuseParts(path, start);
   Inventory program = readInventory(path, options);
   program.modified = status.st_mtime;
   return one(std::move(program));

@@ -5,12 +5,11 @@
 #include <algorithm>
 #include <clocale>
 #include <csignal>
-#include <cstdlib>
 
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
 #include "frontend/texts.h"
-#include "src/io.h"
+#include "src/processSetup.h"
 #include "src/userError.h"
 
 namespace {
@@ -87,15 +86,12 @@ constexpr const char* helpText =
 
 // Sets up the process: environment, signals, locale and standard descriptors.
 void prepare() {
-  // Look for debugging information on this machine only.
-  unsetenv("DEBUGINFOD_URLS");
-  // Exceeding the file size limit is reported as a write error; a closed output pipe ends the program.
-  std::signal(SIGXFSZ, SIG_IGN);
+  if (fcntl(STDOUT_FILENO, F_GETFD) < 0) Output::setClosed();
+  setUpProcess();
+  // A closed output pipe ends the program, even if the caller ignores the signal.
   std::signal(SIGPIPE, SIG_DFL);
   // Names may be in UTF-8 whatever the user's locale is.
   if (std::setlocale(LC_CTYPE, "C.UTF-8") == nullptr) std::setlocale(LC_CTYPE, "");
-  if (fcntl(STDOUT_FILENO, F_GETFD) < 0) Output::setClosed();
-  ensureStandardDescriptorsOpen();
 }
 
 }  // namespace

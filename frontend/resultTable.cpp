@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "src/suiteFiles.h"
 #include "src/userError.h"
 
 namespace {
@@ -52,11 +53,11 @@ bool readVariable(const Columns& columns, Variable& variable) {
 }  // namespace
 
 Inventory readResultTable(const std::string& directory) {
-  const std::string path = directory + "/tGlobalVarDef.tbl";
+  const std::string path = directory + "/" + suiteFiles::result;
   std::ifstream file(path);
   if (!file && errno == ENOENT) {
-    throw UserError(directory + ": is a directory without a tGlobalVarDef.tbl, which tolquin.exe writes; specify an " +
-                    "executable, a shared object or a directory with a result");
+    throw UserError(directory + ": is a directory without a " + suiteFiles::result +
+                    ", which tolquin.exe writes; specify an executable, a shared object or a directory with a result");
   }
   if (!file) throw UserError(path + ": cannot read: " + std::strerror(errno));
   Inventory program;

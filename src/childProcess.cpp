@@ -17,6 +17,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "processSetup.h"
+
 namespace {
 
 // List of all ChildState objects, newest first, for the signal handler.
@@ -73,10 +75,7 @@ void closeOtherDescriptors() {
   redirect(pipes.output.writeEnd, STDOUT_FILENO, "stdout");
   redirect(pipes.output.writeEnd, STDERR_FILENO, "stderr");
   writeRetrying(STDOUT_FILENO, request.firstOutput.data(), request.firstOutput.size());
-  // A debugger that fetches debugging information from the network could hang, or answer for another program.
-  unsetenv("DEBUGINFOD_URLS");
-  // Ignored in the parent only, see main.cpp.
-  signal(SIGXFSZ, SIG_DFL);
+  restoreSignals();
   closeOtherDescriptors();
   std::vector<char*> arguments;
   for (const std::string& word : request.argv) arguments.push_back(const_cast<char*>(word.c_str()));

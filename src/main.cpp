@@ -1,19 +1,16 @@
 // The entry point of tolquin.exe: checks the command line and calls the main loop.
 #include <sys/prctl.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <string>
 
-#include "io.h"
+#include "processSetup.h"
 #include "tolquin.h"
 
 int main(int argc, char** argv) {
-  ensureStandardDescriptorsOpen();
+  setUpProcess();
   // Timeouts are as short as 100 microseconds; the default timer slack would make them half as long again.
   prctl(PR_SET_TIMERSLACK, 1UL);
-  // So that writing to a file that grows too large fails, which is reported, instead of ending the program.
-  std::signal(SIGXFSZ, SIG_IGN);
   if (argc != 3 || argv[1][0] == '\0') {
     tolquin_usage();
     err_exit(880, "Improper number of arguments");

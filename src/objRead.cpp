@@ -8,6 +8,7 @@
 
 #include "gdbControl.h"
 #include "io.h"
+#include "suiteFiles.h"
 
 using std::string;
 using std::string_view;
@@ -116,14 +117,14 @@ bool itemFromDeclaration(string_view line, const TMAP& addresses, ItemType& item
 
 void fillIndex(const string& directory, IndexTable& table) {
   TMAP tmap;
-  const bool complete = forEachLine(directory + "/objdump.1", [&tmap](string_view line) {
+  const bool complete = forEachLine(directory + "/" + suiteFiles::variables, [&tmap](string_view line) {
     string_view word = nextWord(line, " ");
     if (word.empty()) return;
     if (word.front() == '0') word.remove_prefix(1);
     tmap.emplace_hint(tmap.end(), word, '\0');
   });
   if (!complete) return;
-  forEachLine(directory + "/objdump.txt", [&tmap, &table](string_view line) {
+  forEachLine(directory + "/" + suiteFiles::declarations, [&tmap, &table](string_view line) {
     ItemType item;
     if (itemFromDeclaration(line, tmap, item)) table.Insert(item);
   });
@@ -133,7 +134,7 @@ void fillIndex(const string& directory, IndexTable& table) {
 IndexTable& crtMap() {
   const char* dbenv = std::getenv("DB");
   const string directory = dbenv != nullptr ? dbenv : "./";
-  static IndexTable btTable('w', (directory + "/vifa.dat").c_str());
+  static IndexTable btTable('w', (directory + "/" + suiteFiles::index).c_str());
   fillIndex(directory, btTable);
   return btTable;
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "diagnostics.h"
+#include "suiteFiles.h"
 
 namespace {
 
@@ -39,10 +40,10 @@ void exitOnTableError(int ErrNbr, int error) {
 int open_files(const char* dirname, FILE** FDobjdump, FILE** FDobjdump1, FILE** FDGlobalVarDef_tbl,
                FILE** FDsizes_tbl) {
   const std::string prefix = dirname;
-  *FDobjdump = openTable(prefix + "objdump.txt", "re", 114);
-  *FDobjdump1 = openTable(prefix + "objdump.1", "re", 120);
-  *FDGlobalVarDef_tbl = openTable(prefix + "tGlobalVarDef.tbl", "we", 126);
-  *FDsizes_tbl = openTable(prefix + "sizes.tbl", "re", 132);
+  *FDobjdump = openTable(prefix + suiteFiles::declarations, "re", 114);
+  *FDobjdump1 = openTable(prefix + suiteFiles::variables, "re", 120);
+  *FDGlobalVarDef_tbl = openTable(prefix + suiteFiles::result, "we", 126);
+  *FDsizes_tbl = openTable(prefix + suiteFiles::typeSizes, "re", 132);
   return 0;
 }
 

@@ -1,11 +1,10 @@
 // The project's own program addr2line: like GNU addr2line for addresses of variables, but for the output of any
 // compiler. Called by tolquin.exe as `addr2line -e <executable>`.
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 
+#include "src/processSetup.h"
 #include "suite/locator.h"
 
 int main(int argc, char** argv) {
@@ -15,7 +14,7 @@ int main(int argc, char** argv) {
                  "Reads addresses of variables, one per line, and writes the file and line of each definition.\n");
     return 2;
   }
-  unsetenv("DEBUGINFOD_URLS");
+  setUpProcess();
   Inventory inventory;
   try {
     inventory = readInventory(argv[2], {});

@@ -5,6 +5,7 @@
 #include "frontend/commands/commands.h"
 #include "frontend/output.h"
 #include "frontend/outputFiles.h"
+#include "src/suiteFiles.h"
 #include "src/userError.h"
 #include "suite/tableMaker.h"
 
@@ -46,9 +47,10 @@ int makeAll(const TablesOptions& options) {
   const SuiteTables tables = makeTables(options.executable, options.qualified);
   makeDirectory(directory);
   OutputFiles files;
-  write(files, directory + "/objdump.1", tables.variableText, options.executable);
-  write(files, directory + "/objdump.txt", tables.declarationText, options.executable);
-  write(files, directory + "/sizes.tbl", tables.sizeText, options.executable);
+  for (const auto& [name, content] : {std::pair(suiteFiles::variables, &tables.variableText),
+                                      std::pair(suiteFiles::declarations, &tables.declarationText),
+                                      std::pair(suiteFiles::typeSizes, &tables.sizeText)})
+    write(files, directory + "/" + name, *content, options.executable);
   files.commit();
   warnOfAll(options, tables);
   if (options.quiet) return 0;
