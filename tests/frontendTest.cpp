@@ -1,4 +1,4 @@
-// The tables made from programs: names as gdb spells them, odd programs, errors, damage.
+// `tolquin tables`: names as gdb spells them, unusual programs, errors, damage.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -21,7 +21,7 @@ class FrontEnd : public testing::Test {
   const TempDir directory;
 };
 
-// For scripts: `scan PROGRAM DIRECTORY` makes the tables of the program, and the result from them.
+// A shell function: `scan PROGRAM DIRECTORY [OPTION]` makes the tables of the program, and the result from them.
 std::string scanning(const std::string& debugger = "EXEFILE=$PWD/$1 ") {
   return "scan() { tolquin tables --quiet $3 -o $2 $1; " + debugger +
          "DB=$2 PATH=$LOCATOR:$PATH tolquin.exe $2 $PWD/$1; }\n";
@@ -76,8 +76,8 @@ TEST_F(FrontEnd, TablesOfASmallProgram) {
   EXPECT_TRUE(directory.run("tolquin tables b").err.starts_with("tolquin: b: warning: 1 variable left out: "));
 }
 
-// Variables that the index cannot hold, of a name that gdb would find elsewhere first, are left out rather than
-// mistaken; one without a size does not hide what shares its address.
+// A variable that the index cannot hold is left out if gdb would find another one of its name first; an object of size
+// 0 does not hide a variable at the same address.
 TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
   writeFile(directory / "x.cpp",
             "#include <string>\nstruct S { int a; };\nint S::*offset = &S::a;\nint S::*alone = &S::a;\n"
@@ -99,8 +99,8 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
             "counter\tlong\t8\t8\n");
 }
 
-// What compilers do that is not plain to see: name, type and both sizes of each variable.
-TEST_F(FrontEnd, OddPrograms) {
+// Name, type and both sizes of each variable.
+TEST_F(FrontEnd, UnusualPrograms) {
   const std::string longest = "struct " + std::string(2100, 'S');  // which the index cannot hold, but gdb knows
   const std::string cases[][3] = {
       {"gcc -g -x c", longest + " { long l; } v;", "v\t" + longest + "\t8\t8\n"},
@@ -150,14 +150,14 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
     EXPECT_TRUE(result.err.starts_with("tolquin: ")) << result.err;
     EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
   }
-  // A full disk leaves nothing behind, and an earlier table as it was.
+  // A full disk leaves earlier tables unchanged, and no other files.
   const RunResult full =
       directory.run("tolquin tables program >log; (ulimit -f 0; tolquin tables program) 2>&1 | cat; ls -A *.vym");
   EXPECT_EQ(full.out,
             "tolquin: program.vym/objdump.1: cannot be written: File too large\nobjdump.1\nobjdump.txt\nsizes.tbl\n");
 }
 
-// The same tables and places from a package as from the .dwo files that went into it, in both formats of packages.
+// A package gives the same tables and locations as the .dwo files in it, in both package formats.
 TEST_F(FrontEnd, PackagesOfDwoFiles) {
   const std::string cases[][2] = {{"gcc g++ -gdwarf-4", "dwp"}, {"clang clang++ -gdwarf-5", "llvm-dwp"}};
   for (const auto& [compilers, packer] : cases) {
