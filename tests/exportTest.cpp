@@ -133,7 +133,7 @@ TEST_F(Export, Repeated) {
 // One insertion takes 64 variables.
 TEST_F(Export, AnyNumberOfVariables) {
   for (const std::string count : {"1", "63", "64", "65", "200", "64"}) {
-    directory.run("seq " + count + " | sed 's/.*/{\"executable\": \"\\/n\", \"name\": \"v&\", \"size\": &}/' >n.jsonl");
+    directory.run("seq " + count + R"( | sed 's|.*|{"executable": "/n", "name": "v&", "size": &}|' >n.jsonl)");
     exportAll("n.jsonl");
     EXPECT_EQ(
         ask("SELECT count(DISTINCT name), max(size) FROM variables WHERE executable = '/n' AND name = 'v' || size"),

@@ -378,10 +378,9 @@ s/\t.section\t.debug_abbrev/9:\n&/; s/\.uleb128 0x9\n\t\.byte\t0x3\n\t\.quad\tv\
 
 TEST(Inventory, FieldsOfOneVariable) {
   const TempDir directory;
-  const RunResult built = directory.run(
-      "mkdir -p p/src q; echo 'extern const int *const k; int c; const int *const k = &c;' >p/src/a.c; "
-      "echo 'int main(void) { return 0; }' >q/m.c; cd p; gcc -g -c src/a.c; cd ../q; gcc -g m.c ../p/a.o -o "
-      "../program");
+  const RunResult built = directory.run(R"(mkdir -p p/src q
+echo 'extern const int *const k; int c; const int *const k = &c;' >p/src/a.c; echo 'int main(void) { return 0; }' >q/m.c
+cd p; gcc -g -c src/a.c; cd ../q; gcc -g m.c ../p/a.o -o ../program)");
   ASSERT_EQ(built.status, 0) << built.err;
   const Inventory inventory = readInventory(directory / "program", {});
   EXPECT_EQ(inventory.directory, directory.path());
@@ -404,10 +403,11 @@ TEST(Inventory, FieldsOfOneVariable) {
 // Whatever happens to processes that share the reading, the result is that of a single one.
 TEST(Inventory, SharedReading) {
   const TempDir directory;
-  const RunResult built = directory.run(
-      "for i in 1 2 3 4 5 6 7 8; do echo \"static union { int u; float f; }; struct S { int a[$i]; } s$i; "
-      "inline int shared = 3; int g$i(int (*g)(S &)) { static int state; return g(s$i) + shared + u + ++state; }\" "
-      ">$i.cpp; done; echo 'int main() {}' >m.cpp; g++ -g -w *.cpp -o program");
+  const RunResult built = directory.run(R"(for i in 1 2 3 4 5 6 7 8; do cat >$i.cpp <<END
+static union { int u; float f; }; struct S { int a[$i]; } s$i; inline int shared = 3;
+int g$i(int (*g)(S &)) { static int state; return g(s$i) + shared + u + ++state; }
+END
+done; echo 'int main() {}' >m.cpp; g++ -g -w *.cpp -o program)");
   ASSERT_EQ(built.status, 0) << built.err;
   const std::string rows = "inventoryRows program";
   const RunResult alone = directory.run(rows);

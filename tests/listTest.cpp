@@ -149,8 +149,8 @@ TEST_F(List, Selection) {
   };
   for (const auto& [options, expected] : cases) {
     const std::string columns = options.find("--columns") == std::string::npos ? " --columns name " : " ";
-    writeFile(directory / "command", "tolquin list rows.jsonl --format jsonl " + options + columns + " 2>note");
-    const RunResult shown = directory.run("sh ./command | sed -E 's/^[^:]*: \"?|\"?}$//g' | paste -sd' '");
+    const RunResult shown = directory.run("tolquin list rows.jsonl --format jsonl " + options + columns +
+                                          R"(2>note | sed -E 's/^[^:]*: "?|"?}$//g' | paste -sd' ')");
     EXPECT_EQ(shown.out, expected + "\n") << options;
     const bool noted = readFile(directory / "note") == "tolquin: no variables selected\n";
     EXPECT_EQ(noted, expected.empty() && options != "-n 0") << options;
@@ -224,11 +224,10 @@ assert columns == list(schema["$defs"]["variable"]["properties"]) == list(json.l
 }
 
 TEST_F(List, WrongUsageAndBadInput) {
-  directory.run(
-      "strip -g -o stripped prog; gcc -c -g -x c /dev/null -o o.o; ar rc a.a o.o; head -c 5000 prog >short; mkdir d; "
-      "echo '{\"schema\": 2}' >2.json; : >e.jsonl; echo '{\"name\": \"a\", \"size\": -1}' >size.jsonl; "
-      "printf '{\"name\": \"a\"}\\n{\"name\": ' >half.jsonl; echo '{\"size\": 1}' >nameless.jsonl; "
-      "echo '{\"file\": null, \"variables\": 1}' >sum.jsonl; printf '1\\tx\\n' >d/tGlobalVarDef.tbl");
+  directory.run(R"(strip -g -o stripped prog; gcc -c -g -x c /dev/null -o o.o; ar rc a.a o.o; head -c 5000 prog >short
+mkdir d; printf '1\tx\n' >d/tGlobalVarDef.tbl; : >e.jsonl; echo '{"schema": 2}' >2.json; echo '{"size": 1}' >nameless.jsonl
+echo '{"name": "a", "size": -1}' >size.jsonl; printf '{"name": "a"}\n{"name": ' >half.jsonl
+echo '{"file": null, "variables": 1}' >sum.jsonl)");
   const struct {
     std::string arguments;
     int status;
