@@ -36,16 +36,16 @@ const std::string ours = "$LOCATOR";
 
 // Compares a row with the line of objdump.1, with the location from addr2line in batch mode, and with gdb's
 // witness.tbl.
-void expectRight(const Columns& row, const Columns& listed, const std::string& place, const Columns& witness) {
+void expectCorrect(const Columns& row, const Columns& listed, const std::string& location, const Columns& witness) {
   const std::string about = listed[2] + " at " + listed[0];
   EXPECT_EQ(bare(row[2]), bare(witness[2])) << about;
   EXPECT_EQ(std::stol(row[3]), std::stol(listed[1], nullptr, 16)) << about;
   EXPECT_EQ(row[3], witness[3]) << about;
   EXPECT_EQ(row[4], row[4] == "-1" ? "-1" : witness[4]) << about;
-  const bool known = !place.starts_with("??");
-  const std::size_t colon = place.rfind(':');
-  EXPECT_EQ(row[7], known ? place.substr(0, colon) : "<NULL>") << about;
-  EXPECT_EQ(std::stol(row[8]), known ? std::atol(&place[colon + 1]) : 0) << about;
+  const bool known = !location.starts_with("??");
+  const std::size_t colon = location.rfind(':');
+  EXPECT_EQ(row[7], known ? location.substr(0, colon) : "<NULL>") << about;
+  EXPECT_EQ(std::stol(row[8]), known ? std::atol(&location[colon + 1]) : 0) << about;
   // gdb 13 cannot name the file of a variable in a unit of link-time optimization.
   const std::string file = witness[5].ends_with("/<artificial>") ? row[7] : witness[5];
   EXPECT_EQ(row[7] + row[8], known ? file + witness[6] : "<NULL>0") << about;
@@ -57,19 +57,19 @@ std::set<std::string> compare(const std::string& directory, const std::string& p
   std::map<std::string, Columns> witness;
   for (const Columns& row : table(directory + "/witness.tbl")) witness[row[0]] = row;
   const RunResult batch = run("cut -d' ' -f1 " + directory + "/objdump.1 | " + tool + "/addr2line -e " + program);
-  const Columns places = splitAt(batch.out, '\n');
+  const Columns locations = splitAt(batch.out, '\n');
   const std::vector<Columns> rows = table(directory + "/tGlobalVarDef.tbl");
   std::size_t at = 0;
   std::size_t number = 0;
   for (const Columns& listed : table(directory + "/objdump.1", ' ')) {
-    const std::string& place = places.at(number++);
+    const std::string& location = locations.at(number++);
     if (at == rows.size() || rows[at][1] != listed[2]) continue;
     const Columns& row = rows[at++];
     EXPECT_EQ(row[0], std::to_string(at));
     const auto known = witness.find(listed[0]);
     if (known == witness.end()) continue;
-    EXPECT_TRUE(tool == gnu || !place.starts_with("?")) << listed[2];
-    expectRight(row, listed, place, known->second);
+    EXPECT_TRUE(tool == gnu || !location.starts_with("?")) << listed[2];
+    expectCorrect(row, listed, location, known->second);
     witness.erase(known);
   }
   EXPECT_EQ(at, rows.size()) << "a row for a variable that is not listed";
@@ -156,7 +156,7 @@ TEST(Program, OddReplies) {
   if (readFile("/proc/self/syscall").empty()) GTEST_SKIP() << "the system does not show whether a tool is busy";
   const struct {
     std::string tool;
-    std::string places;
+    std::string locations;
   } cases[] = {
       {"while read a; do printf \"$a.c:7\\r\\n\"; done", "08049f40.c 7|08049f44.c 7|08049f50.c 7"},
       {"read a; echo a.c:1; read a; echo nonsense; read a; echo c.c:3; read a", "a.c 1|<NULL> 0|c.c 3"},
@@ -173,9 +173,9 @@ TEST(Program, OddReplies) {
     fake.gdb("while printf '(gdb) ' && read a && [ \"$a\" != quit ]; do echo 'int unknown;'; done");
     // Repeated, because a tool that is preempted between two lines is too late with the second.
     RunResult result;
-    for (int tries = 0; tries < 5 && result.out != c.places + "|"; ++tries)
+    for (int tries = 0; tries < 5 && result.out != c.locations + "|"; ++tries)
       result = directory.run(R"(EXEFILE=x tolquin.exe . x; cut -f8,9 tGlobalVarDef.tbl | tr '\t\n' ' |')");
-    EXPECT_EQ(result.out, c.places + "|") << c.tool;
+    EXPECT_EQ(result.out, c.locations + "|") << c.tool;
     EXPECT_EQ(result.err, "") << c.tool;
   }
 }

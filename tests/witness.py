@@ -74,7 +74,7 @@ def gdb_symbols(hints):
         address = address_of(symbol)
         seen.setdefault(key + (address,), (symbol, in_function, address))
 
-    for pc in hints['places']:
+    for pc in hints['pcs']:
         block = gdb.block_for_pc(pc)
         while block is not None and not block.is_global:
             in_function = not block.is_static
@@ -121,9 +121,9 @@ def debugging_files(program):
     if not re.search(r'\.debug_info\b', output('readelf', '-SW', program)):
         build_id = re.search('Build ID: (..)(.*)', output('readelf', '-n', program))
         link = re.search(r'\] +(\S+)', output('readelf', '-p', '.gnu_debuglink', program))
-        places = ['/usr/lib/debug/.build-id/%s/%s.debug' % build_id.groups()] if build_id else []
-        if link: places.append(os.path.join(os.path.dirname(program), link[1]))
-        found = next((place for place in places if os.path.exists(place)), program)
+        candidates = ['/usr/lib/debug/.build-id/%s/%s.debug' % build_id.groups()] if build_id else []
+        if link: candidates.append(os.path.join(os.path.dirname(program), link[1]))
+        found = next((path for path in candidates if os.path.exists(path)), program)
     shared = re.search(r'\] +(\S+)', output('readelf', '-p', '.gnu_debugaltlink', found))
     return [found] + ([os.path.join(os.path.dirname(found), shared[1])] if shared else [])
 
@@ -146,8 +146,8 @@ def plain_path(path):
     return os.path.normpath(re.sub(r'^\./(.+)/\./\1/', r'./\1/', path))
 
 
-def dwarf_entries(path, number, entries, places):
-    """Adds the variables in a file, the `number`th, to `entries`, and addresses of code to `places`."""
+def dwarf_entries(path, number, entries, pcs):
+    """Adds the variables in a file, the `number`th, to `entries`, and addresses of code to `pcs`."""
     lists = address_lists(path)
     entry, addresses = None, []
     for line in output('llvm-dwarfdump', '--debug-info', path).splitlines():
@@ -157,7 +157,7 @@ def dwarf_entries(path, number, entries, places):
             if found: entry = entries[number, int(found[1], 16)] = {'name': None, 'artificial': False}
             continue
         for low in re.findall(r'DW_AT_low_pc\s+\((0x[0-9a-f]+)\)|\[(0x[0-9a-f]+), 0x', line):
-            places.add(int(low[0] or low[1], 16))
+            pcs.add(int(low[0] or low[1], 16))
         found = re.search(r'DW_AT_addr_base\s+\((0x[0-9a-f]+)', line)
         if found: addresses = lists.get(int(found[1], 16), [])
         if entry is None: continue
@@ -186,8 +186,8 @@ def dwarf_entries(path, number, entries, places):
 
 def dwarf_variables(program):
     """Returns the entries of variables that have an address or a thread-local offset, and addresses of code."""
-    entries, places = {}, set()
-    for number, path in enumerate(debugging_files(program)): dwarf_entries(path, number, entries, places)
+    entries, pcs = {}, set()
+    for number, path in enumerate(debugging_files(program)): dwarf_entries(path, number, entries, pcs)
     for entry in entries.values():
         other = entry
         while 'completes' in other and (other := entries.get(other['completes'])):
@@ -198,7 +198,7 @@ def dwarf_variables(program):
         entry['name'] = entry['name'] or entry.get('shown')
     located = [{key: value for key, value in entry.items() if key != 'completes'}
                for entry in entries.values() if 'address' in entry or 'offset' in entry]
-    return located, sorted(places)
+    return located, sorted(pcs)
 
 
 def symbols(program):
@@ -210,13 +210,13 @@ def symbols(program):
     return found
 
 
-def code_places(program):
+def code_addresses(program):
     """Returns all addresses in the functions of the program, or none if it is large."""
     ranges = []
     for line in output('nm', '-S', '--defined-only', program).splitlines():
         words = line.split()
         if len(words) == 4 and words[2] in 'tTwW': ranges.append(range(int(words[0], 16), int(words[0], 16) + int(words[1], 16)))
-    return [place for each in ranges for place in each] if sum(len(each) for each in ranges) < 50000 else []
+    return [pc for each in ranges for pc in each] if sum(len(each) for each in ranges) < 50000 else []
 
 
 # --- comparison ------------------------------------------------------------------------------------------------------
@@ -251,8 +251,8 @@ class Comparison:
             with open(reports) as file: self.entries, self.known, self.symbols = json.load(file)
             self.symbols = {int(address): each for address, each in self.symbols.items()}
         else:
-            self.entries, places = dwarf_variables(program)
-            self.known = self.ask_gdb(sorted(set(places) | set(code_places(program))))
+            self.entries, pcs = dwarf_variables(program)
+            self.known = self.ask_gdb(sorted(set(pcs) | set(code_addresses(program))))
         if reports:
             with open(reports, 'w') as file: json.dump([self.entries, self.known, self.symbols], file)
         self.files = collections.defaultdict(set)
@@ -314,11 +314,11 @@ class Comparison:
             if row['thread_local'] == 'true' and '::' not in row['name'] and not same and found:
                 self.fault('%s: thread-local at %s, where nm has no such symbol' % (row['name'], row['address']))
 
-    def ask_gdb(self, places):
+    def ask_gdb(self, pcs):
         with tempfile.TemporaryDirectory() as directory:
             hints, result = directory + '/hints', directory + '/result'
             names = {row['name'] for row in self.rows} | {name for entry in self.entries for name in (entry['name'], entry.get('shown')) if name}
-            with open(hints, 'w') as file: json.dump({'places': places, 'names': sorted(names)}, file)
+            with open(hints, 'w') as file: json.dump({'pcs': pcs, 'names': sorted(names)}, file)
             environment = dict(os.environ, WITNESS_HINTS=hints, WITNESS_RESULT=result, DEBUGINFOD_URLS='')
             done = subprocess.run([os.environ.get('GDB', 'gdb'), '-nx', '-batch', '-x', os.path.abspath(__file__), self.program],
                                   env=environment, capture_output=True, check=False)
@@ -353,8 +353,8 @@ class Comparison:
 
     def files_of(self, row, fact):
         """Prefers llvm-dwarfdump, if it knows the address: gdb 13 sometimes uses the file list of another unit."""
-        place = int(row['address']) if row['address'] != 'null' else None
-        return self.files.get((row['thread_local'] == 'false', place)) or {plain_path(fact['file'])}
+        address = int(row['address']) if row['address'] != 'null' else None
+        return self.files.get((row['thread_local'] == 'false', address)) or {plain_path(fact['file'])}
 
     def differences(self, row, fact, neighbors=()):
         found = []
