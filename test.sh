@@ -8,5 +8,5 @@ require_packages "${build_packages[@]}" "${test_packages[@]}"
 preset=${1:-release}
 build_preset "$preset" -DBUILD_TESTING=ON
 dpkg-query -W "${page_packages[@]}" >/dev/null 2>&1 ||
-  echo "The page of tolquin report will not be tested, which requires ${page_packages[*]}." >&2
+  echo "The page of tolquin report will not be tested; that requires ${page_packages[*]}." >&2
 ctest --preset "$preset" -j "$(nproc)"

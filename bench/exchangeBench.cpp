@@ -1,7 +1,8 @@
-// The lower bound for a run, in which the program only asks addr2line for one address at a time, and the cost of
-// starting and ending each session. Called by bench/run.sh. usage: exchangeBench exchange <program> < addresses prints
-// seconds
-//        exchangeBench sessions <program>                 prints seconds for starting and ending addr2line and gdb
+// Measures the lower bound for a run, in which the program only asks addr2line for one address at a time, and the cost
+// of starting and ending each session. Called by bench/run.sh.
+//
+// usage: exchangeBench exchange <program> < addresses   prints the seconds of the exchange
+//        exchangeBench sessions <program>               prints the seconds of a session with addr2line, and with gdb
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -1,13 +1,13 @@
-// `tolquin list --check`: which files a pattern stands for; what is counted, shown, and wrong.
+// `tolquin list --check`: which files a pattern matches; what is counted and shown; wrong usage.
 #include <gtest/gtest.h>
 
 #include "frontend/pathPattern.h"
 #include "support.h"
 
-// As git reads the same patterns in .gitignore, but for absolute paths.
-TEST(PathPatterns, FitFiles) {
+// As in .gitignore, except for absolute paths.
+TEST(PathPattern, Matches) {
   const struct {
-    std::string pattern, fits, fitsNot;
+    std::string pattern, matched, unmatched;
   } cases[] = {
       {"*", "a.c src/a.c /usr/a.h", ""},
       {"**", "a.c src/a.c /usr/a.h", ""},
@@ -32,10 +32,10 @@ TEST(PathPatterns, FitFiles) {
       {"ä*.c", "äö.c src/ä.c", "a.c"},
       {"\xff*.c", "\xff.c \xff\xfe.c", "x.c"},
   };
-  for (const auto& [text, fits, fitsNot] : cases) {
+  for (const auto& [text, matched, unmatched] : cases) {
     const PathPattern pattern(text);
-    for (const std::string& path : splitAt(fits, ' ')) EXPECT_TRUE(pattern.matches(path)) << text << ": " << path;
-    for (const std::string& path : splitAt(fitsNot, ' ')) EXPECT_FALSE(pattern.matches(path)) << text << ": " << path;
+    for (const std::string& path : splitAt(matched, ' ')) EXPECT_TRUE(pattern.matches(path)) << text << ": " << path;
+    for (const std::string& path : splitAt(unmatched, ' ')) EXPECT_FALSE(pattern.matches(path)) << text << ": " << path;
   }
   EXPECT_TRUE(PathPattern("\\!x\\ [[]\\*").matches("src/!x [*"));
   EXPECT_TRUE(PathPattern("a**/a**/a**/a**/b").matches("aa/aa/aa/aa/b"));
@@ -43,7 +43,7 @@ TEST(PathPatterns, FitFiles) {
 
 namespace {
 
-// A directory in which `rows.jsonl` is a result of two programs, `net` and `ui`, and `budget` a file of budgets.
+// A directory with `rows.jsonl`, the variables of two programs, `net` and `ui`, and `budget`, a file of budgets.
 class Check : public testing::Test {
  protected:
   void SetUp() override {
@@ -75,7 +75,7 @@ class Check : public testing::Test {
 
 }  // namespace
 
-// What is over, and the status: bytes that are shared count once, each program has to keep each budget by itself.
+// Exceeded budgets, and the exit status: shared bytes count once; every budget applies to each program separately.
 TEST_F(Check, Counting) {
   const std::string unknownFile =
       "tolquin: budget: 1 variable of unknown file (7 bytes): only the patterns * and ** match them\n";
@@ -105,7 +105,7 @@ TEST_F(Check, Counting) {
     EXPECT_EQ(result.err, notes) << budgets;
     EXPECT_EQ(check(budgets).status, over.empty() ? 0 : 3) << budgets;
   }
-  // Files are seen from the directory of the budgets, too.
+  // Files are also matched relative to the directory of the budget file.
   writeFile(directory / "a.jsonl",
             R"({"name": "a", "size": 1, "section": ".bss", "file": ")" + directory / "src/a.c" + "\"}");
   EXPECT_EQ(check("/src/*.c .bss 0", "a.jsonl").status, 3);
@@ -133,7 +133,7 @@ jsonschema.validate(json.load(open("check.json")), json.load(sys.stdin))' <$SOUR
   EXPECT_NE(directory.run("tolquin list check.json").err.find("contains the result of a check"), std::string::npos);
 }
 
-TEST_F(Check, WrongUse) {
+TEST_F(Check, WrongUsage) {
   const std::string cases[][3] = {
       {"\n* .bss", "", "budget:2: a budget consists of a file pattern, a section and a limit"},
       {"* .bss 1 2", "", "budget:1: a budget consists"},
@@ -160,6 +160,6 @@ TEST_F(Check, WrongUse) {
             "tolquin: none: cannot open: No such file or directory\n");
   EXPECT_EQ(directory.run("tolquin list rows.jsonl --check .").status, 2);
   EXPECT_EQ(directory.run("tolquin list rows.jsonl --check ''").status, 2);
-  // An input that fails comes first: the check is not whole.
+  // The status is that of the input that fails, not of the budget, because the check is incomplete.
   EXPECT_EQ(check("* .bss 1", "rows.jsonl none").status, 1);
 }

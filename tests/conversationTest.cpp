@@ -1,7 +1,8 @@
-// Which text of a tool belongs to which request, as tables of bytes and pauses. A script is a row of steps, each before
-// a '|': ">" a request (the wait for the one before it runs to its end first), "+N" N microseconds, anything else text
-// that arrives. What comes out is, for each request, the lines of its reply, "!" when it did not end well, and the
-// milliseconds that it was waited for, if any, after a "/".
+// Which output of a tool belongs to which request, as tables of bytes and pauses. A script is a sequence of steps, each
+// ended by '|': ">" a request (sent after the wait for the one before it has ended), "+N" a pause of N microseconds,
+// anything else output of the tool. The result is, for each request, the lines of its reply, "!" if it is incomplete,
+// and
+// "/" with the milliseconds that were waited for it, if any.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -29,7 +30,7 @@ const ConversationRules gdb{.prompt = "(gdb) ",
 
 class Script {
  public:
-  // `longestPiece`: what is asked for are pieces of this size at most, not lines.
+  // `longestPiece`: if not 0, requests ask for pieces of at most this size instead of lines.
   explicit Script(const ConversationRules& rules, std::size_t longestPiece = 0)
       : conversation_(rules), longestPiece_(longestPiece) {}
 
@@ -43,7 +44,7 @@ class Script {
       } else if (until_) {
         receive(step);
       } else {
-        atHand_ += step;
+        unread_ += step;
       }
     }
     finish();
@@ -54,7 +55,7 @@ class Script {
   // `what`: the number of replies to expect, or the subject.
   void ask(const std::string& what) {
     const bool counted = !what.empty() && what.find_first_not_of("0123456789") == std::string::npos;
-    if (longestPiece_ == 0) conversation_.discard(std::exchange(atHand_, ""));
+    if (longestPiece_ == 0) conversation_.discard(std::exchange(unread_, ""));
     reply_.clear();
     asked_ = now_;
     conversation_.await(
@@ -63,7 +64,7 @@ class Script {
          .timeout = longestPiece_ > 0 ? std::optional(milliseconds(1000)) : std::nullopt,
          .longestPiece = longestPiece_},
         [this](std::string_view line) { reply_ += (reply_.empty() ? "" : ",") + std::string(line); }, now_);
-    receive(std::exchange(atHand_, ""));
+    receive(std::exchange(unread_, ""));
   }
   void receive(const std::string& bytes) {
     until_ = conversation_.receive(bytes, now_);
@@ -85,7 +86,7 @@ class Script {
 
   Conversation conversation_;
   std::size_t longestPiece_;
-  std::string atHand_;  // written while nothing was awaited
+  std::string unread_;  // written while no reply was awaited
   std::optional<Deadline> until_;
   Deadline now_{std::chrono::hours(1)};
   Deadline asked_;
@@ -108,30 +109,30 @@ struct Case {
 }  // namespace
 
 TEST(Conversation, Addr2line) {
-  const std::string listened = repeat(">|a:1\n|+200|", 64);
-  const std::string heard = repeat("a:1;", 64);
+  const std::string first64 = repeat(">|a:1\n|+200|", 64);
+  const std::string replies64 = repeat("a:1;", 64);
   const Case cases[] = {
-      // What follows a complete reply at once belongs to it, and what comes later to nobody.
+      // Text that follows a complete reply at once belongs to it, text that comes later to no request.
       {">|x:5\ny:9\n|>|z:1\n", "x:5,y:9;z:1"},
       {">|x:5\n|+90|y:9\n|+90|w:2\n|>|z:1\n", "x:5,y:9,w:2;z:1"},
       {">|x:5\n|+110|y:9\n|+500|>|z:1\n", "x:5;z:1"},
       {">|??:0\n|+50|z:9\n|>|BFD: x:1\na:2\nBFD: x:1\n", "??:0,z:9;a:2"},
-      {listened + ">|x:5\n|+50|y:9\n|>|z:1\n|+50|w:1\n", heard + "x:5;z:1,w:1"},
-      {">|a:1\nb:2\n|+200|" + listened + ">|x:5\n|+50|y:9\n", "a:1,b:2;" + heard + "x:5,y:9"},
+      {first64 + ">|x:5\n|+50|y:9\n|>|z:1\n|+50|w:1\n", replies64 + "x:5;z:1,w:1"},
+      {">|a:1\nb:2\n|+200|" + first64 + ">|x:5\n|+50|y:9\n", "a:1,b:2;" + replies64 + "x:5,y:9"},
       {">|" + repeat("a:1\n", 5000), repeat("a:1,", 1000) + "a:1"},
-      // Lines are joined over pauses; what ends a line of before the request is none of its reply.
+      // Lines are joined across pauses; the rest of a line that began before the request is not its reply.
       {">|x.|+300|c:|+5000000|5\n|>|z:1\n", "x.c:5/5000;z:1"},
       {">|x:5\n|+200|ha|>|lf:2\n|+50|z:1\n", "x:5;z:1"},
       {"stray:1\n|>|x:5\n", "x:5"},
       {">|" + std::string(101, 'x') + ":1\n|y:2\n", "y:2"},
-      // No reply; replies that come late; those that never come.
+      // Replies that come late or never.
       {">|>|>|", "!/20000;!;!"},
       {">|>|+50|late:1\n|+1000000|own:2\n|>|z:3\n", "!/20000;own:2/1000;z:3"},
       {">|>|>|+500|late:1\nlate:2\n|>|+50|late:3\nown:4\n", "!/20000;!;!;own:4"},
       {">|>|late:1\n|>|late:2\n|>|late:3\n|>|late:4\n", "!/20000;!/20000;!/17500;!/2187;!/273"},
       {repeat(">|", 10) + repeat("late:1\n|>|", 30),
        "!/20000" + repeat(";!", 8) + ";!/20000;!/17499;!/2187;!/273;!/34;!/4" + repeat(";!", 25)},
-      // Neither reply nor diagnostic.
+      // Neither a reply nor a diagnostic.
       {">|a:1\n|>|garbage\n|+200000|>|b:2\n", "a:1;!/100;b:2"},
       {">|a:1\n|>|garbage\n|+50000|b:2\n|>|c:3\n", "a:1;b:2/50;c:3"},
       {">|garbage\n|+9000000|a:1\n|>|b:2\n", "a:1/9000;b:2"},
@@ -147,7 +148,7 @@ TEST(Conversation, Addr2line) {
       {repeat(">2|a:1\n|", 62), "a:1/1000" + repeat(";a:1", 61)},
   };
   for (const auto& [steps, expected] : cases) EXPECT_EQ(Script(addr2line).run(steps), expected) << steps;
-  // After many waits in vain, a reply that comes soon still counts.
+  // After many fruitless waits, a reply that comes soon still counts.
   const std::string result = Script(addr2line).run(">|a:1\n|" + repeat(">|nonsense\n|", 700) + ">|+1000|b:2\n");
   EXPECT_TRUE(result.ends_with(";b:2/1")) << result;
 }
@@ -156,7 +157,8 @@ TEST(Conversation, Gdb) {
   const std::string about = "All variables matching regular expression ";
   const Case cases[] = {
       {">a|int a;\n|(g|+300|db) |>b|long |+300|b;\n(gdb) ", "int a;;long b;"},
-      // A prompt ends the answer wherever it stands; what stands after it is dropped, and a second one is none.
+      // A prompt ends the answer anywhere in a line; the text after it is dropped, and a second prompt is not another
+      // answer.
       {">a|int a;\nx (gdb) y\n|>b|int b;\n(gdb) ", "int a;;int b;"},
       {">a|int a;\n(gdb) \n|>b|int b;\n(gdb) \n", "int a;;int b;"},
       {">a|int a;\n(gdb) (gdb) |>b|(gdb) int b;\n(gdb) (gdb) |>c|int c;\n(gdb) ", "int a;;int b;;int c;"},
@@ -166,13 +168,13 @@ TEST(Conversation, Gdb) {
       {">a|int a;\n(gdb) (gdb) |>b|(gdb) |>c|int c;\n(gdb) |>d|int d;\n(gdb) ", "int a;;!/100;int c;;int d;"},
       {">a|int a;\n(gdb) |+500|" + std::string(101, 'x') + "(gdb) |>b|int b;\n(gdb) ", "int a;;int b;"},
       {">a|(gdb) |>b|int b;\n(gdb) ", ";int b;"},
-      // Late answers are counted by their prompts, or recognised by what they name.
+      // Late answers are counted by their prompts, or recognized by the name in their header.
       {">a|>b|int a;\n(gdb) int b;\n(gdb) |>c|int c;\n(gdb) ", "!/20000;int b;;int c;"},
       {">|(gdb) (gdb) |>a|>b|(gdb) (gdb) int b;\n(gdb) |>c|int c;\n(gdb) ", ";!/20000;int b;;int c;"},
       {">a|>b|" + about + "\"b\":\nint b;\n(gdb) |>c|int c;\n(gdb) ", "!/20000;" + about + "\"b\":,int b;;int c;"},
       {">b|" + about + "\"a\":\nint b;\n(gdb) |+50|long b;\n(gdb) ", "long b;"},
       {">b|" + about + "\"a\":\nint b;\n|>c|int c;\n(gdb) |int c;\n(gdb) ", "!/20000;int c;"},
-      // Silence after some lines is an end. A silence is counted from the latest text.
+      // Silence after some lines ends an answer; it is measured from the latest text.
       {">a|int x;\n|>b|int b;\n(gdb) ", "int x;!/20000;int b;"},
       {">a|int x;\n|+15000000|int a;\n|+15000000|(gdb) ", "int x;,int a;/30000"},
       {repeat(">a|", 8), repeat("!/20000;", 5) + "!/20000;!;!"},
@@ -186,5 +188,6 @@ TEST(Conversation, Pieces) {
       {">|1234\n12345\n123456|>|>|>|>|", "1234\n;12345;\n;12345;6"},
   };
   for (const auto& [steps, expected] : cases) EXPECT_EQ(Script(addr2line, 5).run(steps), expected) << steps;
-  EXPECT_EQ(Script(addr2line, 500).run(">|" + repeat("one\n|+60|", 50)), "one\n") << "a line waits for no pause";
+  EXPECT_EQ(Script(addr2line, 500).run(">|" + repeat("one\n|+60|", 50)), "one\n")
+      << "a complete line does not wait for a pause";
 }

@@ -1,5 +1,5 @@
-// `tolquin diff`: which variables belong together and how they have changed, on two releases of Lua, on cases and on
-// random inventories; all formats, limits, wrong use; the workflow of docs/continuous-integration.md.
+// `tolquin diff`: which variables are matched and how they have changed, on two releases of Lua, on tables of cases and
+// on random inventories; all formats, limits, wrong usage; the workflow of docs/continuous-integration.md.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,8 +13,8 @@
 
 namespace {
 
-// Programs from a text: "name|type|size|section|file" for each variable, separated by blanks, "?" for what is not
-// known, "program:" or "program@directory:" before those of a program. Addresses are given in steps of 256.
+// Makes programs from a text of words: "name|type|size|section|file" is a variable, with "?" for an unknown value;
+// "program:" or "program@directory:" begins a program. Addresses are multiples of 256.
 std::deque<Inventory> programsOf(const std::string& text) {
   std::deque<Inventory> programs;
   const auto add = [&programs](const std::string& path) {
@@ -58,7 +58,7 @@ std::string addressOf(const std::optional<Row>& row) {
   return row ? row->program->executable + std::to_string(*row->variable->address) : "-";
 }
 
-// Each change as a text; if mirrored, as that of the comparison the other way round.
+// Each change as a text; if mirrored, as in the comparison of new with old.
 std::vector<std::string> changesOf(const Comparison& comparison, bool mirrored) {
   const std::map<std::string_view, std::string> mirror{
       {"added", "removed"}, {"removed", "added"}, {"grown", "shrunk"}, {"shrunk", "grown"}};
@@ -90,10 +90,10 @@ std::string randomVariables(std::mt19937& random, std::size_t most) {
 
 class Diff : public testing::Test {
  protected:
-  // The result of `tolquin diff` with these arguments, within the directory.
+  // Runs `tolquin diff` with these arguments in the directory.
   RunResult diff(const std::string& arguments) const { return directory.run("tolquin diff " + arguments); }
 
-  // A result with these lines, in each of which what is not said is what most variables have.
+  // Writes JSON lines for variables of a program p; `lines` has the other fields of each.
   void writeRows(const std::string& name, const std::string& lines) const {
     std::string text;
     for (const std::string& line : splitAt(lines, '\n')) text += "{\"executable\": \"p\", " + line + "}\n";
@@ -107,8 +107,8 @@ constexpr const char* lua = SOURCE_DIRECTORY "/tests/lua/";
 
 }  // namespace
 
-// Lua 5.3.6 and 5.4.4, built by `make CC="gcc -std=gnu99 -g" lua`. The changes were checked with the sizes that nm has,
-// and by reading the sources.
+// Lua 5.3.6 and 5.4.4, built by `make CC="gcc -std=gnu99 -g" lua`. The changes were checked against the sizes that nm
+// shows, and by reading the sources.
 TEST_F(Diff, ReleasesOfLua) {
   const std::string releases = std::string(lua) + "5.3.6.json " + lua + "5.4.4.json";
   const RunResult shown = diff(releases);
@@ -136,22 +136,22 @@ TEST_F(Diff, MatchingAndClasses) {
       {"a|T<int[2]>|8|.data|x.c", "a|T<int[4]>|16|.data|x.c", "type+8 p256 p256"},
       {"a|S|8|.data|x.c", "a|S|4|.bss|x.c", "shrunk-4 p256 p256"},
       {"a|S|8|.data|x.c", "a|S|8|.rodata|x.c", "moved+0 p256 p256"},
-      // A file was renamed, and an array grew with it; but a type that changed with the file is another variable.
+      // In a renamed file, a variable may have grown; one with another type is another variable.
       {"a|S|8|.data|x.c", "a|S|12|.data|y.c", "grown+4 p256 p256"},
       {"a|int[2]|8|.data|x.c", "a|int[3]|12|.data|y.c", "grown+4 p256 p256"},
       {"a|S|8|.data|x.c", "a|T|8|.data|y.c", "added+8 - p256, removed-8 p256 -"},
-      // Of several of a name, those that are most alike belong together, not the first ones.
+      // Of several variables with one name, those that are most alike are matched, not the first ones.
       {"a|S|8|.data|x.c a|S|8|.data|y.c", "a|S|8|.data|y.c a|S|8|.data|z.c", ""},
       {"a|S|8|.data|x.c a|S|8|.bss|x.c", "a|S|8|.bss|x.c", "removed-8 p256 -"},
       {"a|S|8|.data|x.c a|S|4|.data|x.c", "a|S|4|.data|x.c a|S|4|.data|x.c", "shrunk-4 p256 p512"},
       {"a|S|1|.data|x.c a|S|2|.data|x.c", "a|S|3|.data|x.c a|S|4|.data|x.c", "grown+2 p256 p256, grown+2 p512 p512"},
-      // What is not known is no difference.
+      // An unknown value is not a change.
       {"a|?|?|?|?", "a|?|4|.data|?", ""},
       {"a|int|?|.data|x.c", "a|int|4|?|x.c", ""},
       {"a|int|?|.data|x.c", "a|long|4|.data|x.c", "type? p256 p256"},
       {"a|int|?|.data|x.c", "", "removed? p256 -"},
-      // The directories that files are named from may differ: a unit was compiled elsewhere, each of make's runs has a
-      // directory of its own, the sources are in several checkouts, or one result has no directory.
+      // The directories that file names are relative to may differ: a unit was compiled elsewhere, each run of make has
+      // a directory of its own, the sources are in several checkouts, or one input has no directory.
       {"q@/r: s|int|4|.bss|old/a.c s|int|4|.bss|old/b.c s|int|4|.bss|old/c.c l|int|4|.bss|lib/l.c",
        "q@/r: s|unsigned|4|.bss|new/a.c s|int|4|.bss|new/b.c s|int|4|.bss|new/c.c l|int|4|.bss|lib/l.c",
        "type+0 q256 q256"},
@@ -167,7 +167,7 @@ TEST_F(Diff, MatchingAndClasses) {
       {"n|int|4|.bss|a.c n|int|4|.bss|b.c x|int|4|.bss|b.c", "n|int|4|.bss|z.c x|int|4|.bss|z.c", "removed-4 p256 -"},
       {"n|S|4|.bss|a.c n|S|4|.bss|b.c x|S|4|.bss|b.c", "x|S|4|.bss|z.c n|T|4|.bss|z.c",
        "removed-4 p256 -, type+0 p512 p512"},
-      // Programs are told apart by the names of their files if there are several, otherwise not.
+      // Several programs are matched by their file names; the names of single ones may differ.
       {"old/p: a|int|4|.data|x.c", "new/q: a|int|8|.data|x.c", "grown+4 old/p256 new/q256"},
       {"p: a|S|4|.data|x.c q: a|S|8|.data|x.c", "q: a|S|8|.data|x.c", "removed-4 p256 -"},
       {"o/p: a|S|4|.data|x.c o/q: a|S|8|.data|x.c", "n/m/q: a|S|9|.data|x.c n/p: a|S|5|.data|x.c",
@@ -186,8 +186,8 @@ TEST_F(Diff, MatchingAndClasses) {
   EXPECT_EQ(withoutBounds("const T<a[2], B<b[3]>> (*[10])[4]"), "const T<a[2], B<b[3]>> (*[])[]");
 }
 
-// On random inventories with many variables of the same name: nothing has changed from one to itself, the changes the
-// other way round are mirrored, the largest come first, and the sums differ by what the changes add up to.
+// On random inventories with many variables of the same name: none has changed compared with itself, the changes from
+// new to old are mirrored, the largest come first, and they add up to the difference of the totals.
 TEST_F(Diff, Properties) {
   std::mt19937 random(11);
   for (int round = 0; round < 400; ++round) {
@@ -223,7 +223,7 @@ TEST_F(Diff, Properties) {
   }
 }
 
-// Everything that is odd, in every format.
+// Unusual values in every format.
 TEST_F(Diff, Formats) {
   writeRows("old", R"("name": "same", "size": 4, "type": "int", "writable": true, "address": "0x10"
 "name": "alias", "size": 4, "type": "int", "writable": true, "address": "0x10", "file": "src/a,b:c%.c"
@@ -250,23 +250,6 @@ TEST_F(Diff, Formats) {
   EXPECT_EQ(directory.run("GITHUB_WORKSPACE=/build tolquin diff --format github -n 2 old new").out,
             "::warning file=src/a%2Cb%3Ac%25.c,line=7,title=Variable has grown::alias, int → long: 8 bytes, +4\n"
             "::warning file=h.h,title=Variable added::x\\x1b[31m\\x0a::error::: of unknown size\n");
-  // The workspace may be a symbolic link, and files named by way of other directories.
-  writeFile(directory / "up", R"({"schema": 1, "executables": [{"path": "p", "directory": ")" + directory / "ws/sub" +
-                                  R"("}], "variables": [{"executable": "p", "name": "u", "file": "../up/b.c"}]})");
-  EXPECT_EQ(directory
-                .run("mkdir ws; ln -s ws link; : >none.jsonl; for w in ws link link/ ws/up/. other; do "
-                     "GITHUB_WORKSPACE=$PWD/$w tolquin diff --format github none.jsonl up 2>/dev/null; done | "
-                     "sed \"s|$PWD||; s/,title.*//\"")
-                .out,
-            "::warning file=up/b.c\n::warning file=up/b.c\n::warning file=up/b.c\n::warning file=b.c\n"
-            "::warning file=/ws/up/b.c\n");
-  // What one of them does not say is no change.
-  writeRows("mute", R"("name": "same", "size": 4, "type": "int")");
-  EXPECT_EQ(diff("mute new --where 'name = same'").out,
-            "No variables have changed\n4 → 4 bytes (0), writable or thread-local ?\n"
-            "Not known to be writable or constant: 1 variable before, 0 variables now\n");
-  EXPECT_EQ(directory.run("tolquin diff mute new --format json | grep -o 'mutable_[a-z]*.: [^,]*' | paste -sd' '").out,
-            "mutable_bytes\": null mutable_bytes\": null mutable_delta\": null\n");
   const RunResult checked = directory.run(R"(tolquin diff old new --moves --format json >diff.json
     /usr/bin/python3 -c '
 import json, jsonschema, os
@@ -286,7 +269,31 @@ print(total["old"]["variables"], total["new"]["unsized"], total["mutable_delta"]
       << checked.err;
 }
 
-// Whatever the names: the table has its columns and the names in them, nothing is a link, and a comment may hold it.
+// The workspace may be a symbolic link, and file names may contain `..`.
+TEST_F(Diff, FileNamesRelativeToTheWorkspace) {
+  writeFile(directory / "up", R"({"schema": 1, "executables": [{"path": "p", "directory": ")" + directory / "ws/sub" +
+                                  R"("}], "variables": [{"executable": "p", "name": "u", "file": "../up/b.c"}]})");
+  EXPECT_EQ(directory
+                .run("mkdir ws; ln -s ws link; : >none.jsonl; for w in ws link link/ ws/up/. other; do "
+                     "GITHUB_WORKSPACE=$PWD/$w tolquin diff --format github none.jsonl up 2>/dev/null; done | "
+                     "sed \"s|$PWD||; s/,title.*//\"")
+                .out,
+            "::warning file=up/b.c\n::warning file=up/b.c\n::warning file=up/b.c\n::warning file=b.c\n"
+            "::warning file=/ws/up/b.c\n");
+}
+
+// A property that one input lacks has not changed.
+TEST_F(Diff, UnknownProperties) {
+  writeRows("mute", R"("name": "same", "size": 4, "type": "int")");
+  writeRows("new", R"("name": "same", "size": 4, "type": "int", "writable": true, "address": "0x10")");
+  EXPECT_EQ(diff("mute new").out,
+            "No variables have changed\n4 → 4 bytes (0), writable or thread-local ?\n"
+            "Not known to be writable or constant: 1 variable before, 0 variables now\n");
+  EXPECT_EQ(directory.run("tolquin diff mute new --format json | grep -o 'mutable_[a-z]*.: [^,]*' | paste -sd' '").out,
+            "mutable_bytes\": null mutable_bytes\": null mutable_delta\": null\n");
+}
+
+// Whatever the names, the table has the names in its columns and no links, and it fits into a GitHub comment.
 TEST_F(Diff, Markdown) {
   writeFile(directory / "make.py", R"(import json, random
 random.seed(3)
@@ -336,7 +343,7 @@ tail -n 1 long.md; grep -c '^| add' long.md; done; t odd | grep -c '^| add')");
   EXPECT_EQ(lines[12], "50");
 }
 
-TEST_F(Diff, LimitsAndWrongUse) {
+TEST_F(Diff, LimitsAndWrongUsage) {
   writeRows("old", R"("name": "a", "size": 1000, "writable": true, "file": "a.c"
 "name": "b", "size": 8, "writable": false
 "name": "c", "size": 8, "writable": null
@@ -350,7 +357,7 @@ TEST_F(Diff, LimitsAndWrongUse) {
   const struct {
     std::string arguments;
     int status;
-    std::string message;  // on standard error, after "tolquin: "; empty: none
+    std::string message;  // contained in standard error; empty: no message
   } cases[] = {
       {"old new", 0, ""},
       {"old new --fail-on-growth 32 --mutable --where 'name != c'", 0, ""},
@@ -393,7 +400,7 @@ TEST_F(Diff, LimitsAndWrongUse) {
   }
 }
 
-// What is said of diff is complete, and its options are completed.
+// Every option is in the manual page and in the completions.
 TEST_F(Diff, Descriptions) {
   const RunResult checked =
       directory.run(R"(tolquin diff --help | grep -oE '^ +(-[a-z],)?--[a-z-]+' | grep -oE '[-][-][a-z-]+' >options
@@ -406,8 +413,8 @@ TEST_F(Diff, Descriptions) {
   EXPECT_EQ(checked.out, "10\n") << checked.err;
 }
 
-// The steps of the workflow in the document, taken from it, on a repository with a pull request; what the workflow asks
-// of GitHub is written down by a script called gh.
+// The steps of the workflow, as the document has them, on a repository with a pull request. A script called gh prints
+// what the workflow asks of GitHub.
 TEST_F(Diff, Workflow) {
   writeFile(directory / "steps.py", R"(import os, re, yaml
 text = open(os.environ["SOURCE"] + "/docs/continuous-integration.md").read()

@@ -1,5 +1,5 @@
-// The whole program: on the example as built by the real compiler, with the real tools, against what these say in a
-// batch; and with fakes and faults, where messages, exit statuses and rows are compared to the letter.
+// tolquin.exe: on the example, built by real compilers and with the real tools, compared with what these report in
+// batch mode; and with fake tools and faults, where messages, exit statuses and rows are compared exactly.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -26,7 +26,7 @@ std::vector<Columns> table(const std::string& path, char separator = '\t') {
   return rows;
 }
 
-// The bare text of a type: the index names C++ types without their scopes.
+// A type without blanks and scopes: the index names C++ types without their scopes.
 std::string bare(const std::string& type) {
   return std::regex_replace(type, std::regex(R"(\(anonymous namespace\)::|\w+::(?!\*)| )"), "");
 }
@@ -34,40 +34,42 @@ std::string bare(const std::string& type) {
 const std::string gnu = "/usr/bin";
 const std::string ours = "$LOCATOR";
 
-// Compares a row with what objdump.1 lists, with the place that a batch of addr2line tells, and with gdb's witness.
-void expectRight(const Columns& row, const Columns& listed, const std::string& place, const Columns& witness) {
+// Compares a row with the line of objdump.1, with the location from addr2line in batch mode, and with gdb's
+// witness.tbl.
+void expectCorrect(const Columns& row, const Columns& listed, const std::string& location, const Columns& witness) {
   const std::string about = listed[2] + " at " + listed[0];
   EXPECT_EQ(bare(row[2]), bare(witness[2])) << about;
   EXPECT_EQ(std::stol(row[3]), std::stol(listed[1], nullptr, 16)) << about;
   EXPECT_EQ(row[3], witness[3]) << about;
   EXPECT_EQ(row[4], row[4] == "-1" ? "-1" : witness[4]) << about;
-  const bool known = !place.starts_with("??");
-  const std::size_t colon = place.rfind(':');
-  EXPECT_EQ(row[7], known ? place.substr(0, colon) : "<NULL>") << about;
-  EXPECT_EQ(std::stol(row[8]), known ? std::atol(&place[colon + 1]) : 0) << about;
-  // gdb 13 cannot name the file of a variable in a unit of link-time optimisation.
+  const bool known = !location.starts_with("??");
+  const std::size_t colon = location.rfind(':');
+  EXPECT_EQ(row[7], known ? location.substr(0, colon) : "<NULL>") << about;
+  EXPECT_EQ(std::stol(row[8]), known ? std::atol(&location[colon + 1]) : 0) << about;
+  // gdb 13 cannot name the file of a variable in a unit of link-time optimization.
   const std::string file = witness[5].ends_with("/<artificial>") ? row[7] : witness[5];
   EXPECT_EQ(row[7] + row[8], known ? file + witness[6] : "<NULL>0") << about;
 }
 
-// Compares a result table with the witnesses. Returns the names of the variables that gdb knows and the table lacks.
+// Compares a result table with addr2line and gdb. Returns the names of the variables that gdb knows and the table
+// lacks.
 std::set<std::string> compare(const std::string& directory, const std::string& program, const std::string& tool) {
   std::map<std::string, Columns> witness;
   for (const Columns& row : table(directory + "/witness.tbl")) witness[row[0]] = row;
   const RunResult batch = run("cut -d' ' -f1 " + directory + "/objdump.1 | " + tool + "/addr2line -e " + program);
-  const Columns places = splitAt(batch.out, '\n');
+  const Columns locations = splitAt(batch.out, '\n');
   const std::vector<Columns> rows = table(directory + "/tGlobalVarDef.tbl");
   std::size_t at = 0;
   std::size_t number = 0;
   for (const Columns& listed : table(directory + "/objdump.1", ' ')) {
-    const std::string& place = places.at(number++);
+    const std::string& location = locations.at(number++);
     if (at == rows.size() || rows[at][1] != listed[2]) continue;
     const Columns& row = rows[at++];
     EXPECT_EQ(row[0], std::to_string(at));
     const auto known = witness.find(listed[0]);
     if (known == witness.end()) continue;
-    EXPECT_TRUE(tool == gnu || !place.starts_with("?")) << listed[2];
-    expectRight(row, listed, place, known->second);
+    EXPECT_TRUE(tool == gnu || !location.starts_with("?")) << listed[2];
+    expectCorrect(row, listed, location, known->second);
     witness.erase(known);
   }
   EXPECT_EQ(at, rows.size()) << "a row for a variable that is not listed";
@@ -76,10 +78,10 @@ std::set<std::string> compare(const std::string& directory, const std::string& p
   return missing;
 }
 
-// A build of the example: the two compilers and their flags, and behind a ';' what is done with the program afterwards.
+// A build of the example: the two compilers, their flags and, after a ';', what is done with the program.
 class Example : public testing::TestWithParam<std::string> {};
 
-// The directory with fakes' tables: three variables, of which the index knows two.
+// Writes tables for runs with fake tools: three variables, two of which are in the index.
 void writeSmallTables(const std::string& directory) {
   writeFile(directory + "/objdump.1",
             "08049f40 00000004 counter\n08049f44 00000010 table\n08049f50 <NULL> ns::unknown\n");
@@ -95,7 +97,7 @@ TEST_P(Example, EveryRowIsRight) {
   const TempDir directory;
   const std::string& build = GetParam();
   const std::size_t end = std::min(build.find(';'), build.size());
-  // What gdb says is taken before the debugging information is moved about, which confuses gdb 13 at times.
+  // gdb is asked before the debugging information is moved, which sometimes confuses gdb 13.
   const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
       c=$1; cxx=$2; shift 2; mkdir 'a b'; cp $SOURCE/examples/inventory/*.* 'a b'; cd 'a b'
       $c -w $* -c parts.c; $cxx -w $* -c main.cpp; $cxx -w $* main.o parts.o -o ../program
@@ -112,8 +114,8 @@ tolquin tables program -o vym --quiet)");
       EXPECT_TRUE(unknown.contains(name)) << name;
   };
   expectAllBut({}, gnu);
-  // Without declarations the debugger has to answer for every variable: but for statics of functions, and where the
-  // name stands within the type. Our own addr2line knows all places.
+  // Without declarations, gdb must answer for every variable. It cannot for static variables of functions, nor if the
+  // name is inside the type. The project's own addr2line knows all locations.
   writeFile(vym + "/objdump.txt", "");
   expectAllBut({"calls", "inner", "message", "next_slot", "compare_codes", "hooks"}, ours);
 }
@@ -129,7 +131,7 @@ INSTANTIATE_TEST_SUITE_P(
         "gcc g++ -O0 -g; cp program p2; dwz -m shared program p2", "clang clang++ -O0 -g",
         "clang clang++ -O2 -gdwarf-4", "clang clang++ -O1 -g -gsplit-dwarf"));
 
-TEST(Program, RowsTracesAndRequestsToTheLetter) {
+TEST(Program, ExactRowsTracesAndRequests) {
   const TempDir directory;
   FakeTools fake;
   writeSmallTables(directory.path());
@@ -149,12 +151,12 @@ TEST(Program, RowsTracesAndRequestsToTheLetter) {
   EXPECT_EQ(readFile(directory / "question"), "info var unknown\n");
 }
 
-// Tools that answer in other ways than the usual ones: what the three rows say of their places.
+// Unusual replies of addr2line, and the files and lines in the three rows.
 TEST(Program, OddReplies) {
-  if (readFile("/proc/self/syscall").empty()) GTEST_SKIP() << "the system does not tell whether a tool is busy";
+  if (readFile("/proc/self/syscall").empty()) GTEST_SKIP() << "the system does not show whether a tool is busy";
   const struct {
     std::string tool;
-    std::string places;
+    std::string locations;
   } cases[] = {
       {"while read a; do printf \"$a.c:7\\r\\n\"; done", "08049f40.c 7|08049f44.c 7|08049f50.c 7"},
       {"read a; echo a.c:1; read a; echo nonsense; read a; echo c.c:3; read a", "a.c 1|<NULL> 0|c.c 3"},
@@ -169,16 +171,16 @@ TEST(Program, OddReplies) {
     writeSmallTables(directory.path());
     fake.addr2line(c.tool);
     fake.gdb("while printf '(gdb) ' && read a && [ \"$a\" != quit ]; do echo 'int unknown;'; done");
-    // A tool that is kept off the processor for long does not get its second line in.
+    // Repeated, because a tool that is preempted between two lines is too late with the second.
     RunResult result;
-    for (int tries = 0; tries < 5 && result.out != c.places + "|"; ++tries)
+    for (int tries = 0; tries < 5 && result.out != c.locations + "|"; ++tries)
       result = directory.run(R"(EXEFILE=x tolquin.exe . x; cut -f8,9 tGlobalVarDef.tbl | tr '\t\n' ' |')");
-    EXPECT_EQ(result.out, c.places + "|") << c.tool;
+    EXPECT_EQ(result.out, c.locations + "|") << c.tool;
     EXPECT_EQ(result.err, "") << c.tool;
   }
 }
 
-// A gdb that ends between two questions, or instead of an answer, is started once more for each.
+// A gdb that ends between two questions, or instead of answering, is restarted each time.
 TEST(Program, DebuggerThatEnds) {
   for (const std::string after :
        {"", "printf '(gdb) '; read a; [ -e again ] && rm again || { touch again; exit; }; "}) {
@@ -196,8 +198,8 @@ TEST(Program, DebuggerThatEnds) {
   }
 }
 
-// It is given 0.2 seconds for that, which may be too little once on a busy machine.
-TEST(Program, ToolThatIsNeverHeardSeesItsInputClose) {
+// Repeated, because the tool has only 0.2 seconds to end by itself.
+TEST(Program, UnusedToolSeesItsInputClose) {
   FakeTools fake;
   fake.addr2line("echo >started; read a; echo >ended");
   const TempDir directory;
@@ -209,9 +211,9 @@ TEST(Program, ToolThatIsNeverHeardSeesItsInputClose) {
   EXPECT_EQ(result.out, "ended\nstarted\n");
 }
 
-// A run waits until nobody else has the index, and only then empties it; what is not a regular file is not waited for.
-TEST(Program, IndexThatAnotherRunHas) {
-  if (readFile("/proc/self/syscall").empty()) GTEST_SKIP() << "the system does not tell what a process waits for";
+// A run empties the index only when no other run has it locked; it does not wait if the index is not a regular file.
+TEST(Program, IndexLockedByAnotherRun) {
+  if (readFile("/proc/self/syscall").empty()) GTEST_SKIP() << "the system does not show what a process waits for";
   const TempDir directory;
   FakeTools fake;
   fake.addr2line(echoingTool);
@@ -222,7 +224,7 @@ TEST(Program, IndexThatAnotherRunHas) {
   const pid_t pid = startTolquin(directory.path(), "x");
   const std::string sleeping = std::to_string(SYS_clock_nanosleep) + " ";
   const std::string state = "/proc/" + std::to_string(pid) + "/syscall";
-  EXPECT_TRUE(comesTrue([&] { return readFile(state).starts_with(sleeping); }));
+  EXPECT_TRUE(becomesTrue([&] { return readFile(state).starts_with(sleeping); }));
   EXPECT_EQ(readFile(directory / "vifa.dat"), "of another run");
   close(lock);
   int status = 0;
@@ -238,7 +240,7 @@ TEST(Program, IndexThatAnotherRunHas) {
   close(lock);
 }
 
-// Each of two runs at once gets its whole table.
+// Two simultaneous runs both write complete tables.
 TEST(Program, RunsThatShareAnIndex) {
   const TempDir directory;
   FakeTools fake;
@@ -254,7 +256,7 @@ wc -l <a/tGlobalVarDef.tbl; wc -l <b/tGlobalVarDef.tbl)");
   }
 }
 
-// What goes wrong, how the program says so, and what is left in the table.
+// What goes wrong, how the program reports it, and what is then in the table.
 TEST(Program, Faults) {
   const std::string usage =
       "This program is intended only to read the files \ngenerated by the VYM, parse them into the desired \n"
@@ -273,7 +275,7 @@ TEST(Program, Faults) {
     std::string command;
     int status;
     std::string out, err;
-    std::string table;  // "-": not there
+    std::string table;  // "-": does not exist
   } cases[] = {
       {start, 112, usage, "", "-"},
       {start + ". x y", 112, usage, "", "-"},
@@ -324,7 +326,7 @@ TEST(Program, Faults) {
   }
 }
 
-// Killed at any moment, by any signal, the program takes its children with it, also those that are deaf.
+// Whatever signal kills the program, its children end too, even those that do not read.
 TEST(Program, KilledLeavesNoChild) {
   const TempDir directory;
   FakeTools fake;
@@ -334,12 +336,12 @@ TEST(Program, KilledLeavesNoChild) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const int signalNumber : {SIGKILL, SIGTERM, SIGINT}) {
     const pid_t pid = startTolquin(directory.path(), "x");
-    for (int i = 0; i < 60000 && readFile(directory / "ready").empty(); ++i) usleep(1000);
+    EXPECT_TRUE(becomesTrue([&] { return !readFile(directory / "ready").empty(); }));
     kill(pid, signalNumber);
-    // All three processes are ours to collect now; a child that lived on would block here.
-    int collected = 0;
-    while (waitpid(-1, nullptr, 0) > 0) ++collected;
-    EXPECT_EQ(collected, 3) << signalNumber;
+    // This process must reap all three; a child that survived would block it.
+    int reaped = 0;
+    while (waitpid(-1, nullptr, 0) > 0) ++reaped;
+    EXPECT_EQ(reaped, 3) << signalNumber;
     writeFile(directory / "ready", "");
   }
   prctl(PR_SET_CHILD_SUBREAPER, 0);

@@ -1,18 +1,18 @@
-// `tolquin export`: what the database says of programs and results, also after the next export, an interrupted one and
-// one that fails; the questions of docs/database.md.
+// `tolquin export`: the contents of the database, also after repeated, interrupted and failed exports; the queries of
+// docs/database.md.
 #include <gtest/gtest.h>
 
 #include "support.h"
 
 namespace {
 
-// A line of JSON about a variable.
+// A line of JSON that describes a variable.
 std::string variable(const std::string& executable, const std::string& name, const std::string& rest) {
   return R"({"executable": ")" + executable + R"(", "name": ")" + name + R"(", )" + rest + "}\n";
 }
 
-// A directory in which `prog` is a program of gcc, `rows.jsonl` a result of two programs, `odd.jsonl` one with
-// everything that a database could stumble over.
+// A directory with `prog`, a program built by g++, `rows.jsonl`, the variables of two programs, and `odd.jsonl`, values
+// that a database could stumble over.
 class Export : public testing::Test {
  protected:
   void SetUp() override {
@@ -30,7 +30,7 @@ class Export : public testing::Test {
                   variable("odd", R"(a\u0000b)", R"("type": "\ud83d\ude00", "address": "0xffffffff81000000")"));
   }
 
-  // Makes `prog`, with a variable of the type.
+  // Builds `prog` with a variable of this type.
   void build(const std::string& type) const {
     writeFile(directory / "prog.cpp",
               "namespace app { struct Config { int a, b; }; Config config; }\nthread_local int depth = 1;\n"
@@ -49,12 +49,12 @@ class Export : public testing::Test {
     EXPECT_EQ(result.out + result.err, "");
   }
 
-  // What stands for all that is in a database; a damaged one gives something else.
+  // A checksum of the contents of a database and of its integrity.
   std::string state(const std::string& database) const {
     return directory.run("sqlite3 " + database + " 'PRAGMA integrity_check' .dump 2>&1 | md5sum").out;
   }
 
-  // What sqlite3 answers.
+  // The answer of sqlite3.
   std::string ask(const std::string& question, const std::string& database = "all.db") const {
     writeFile(directory / "question", question);
     const RunResult answer = directory.run("sqlite3 -separator ' ' -nullvalue NULL " + database + " <question");
@@ -67,7 +67,7 @@ class Export : public testing::Test {
 
 }  // namespace
 
-// The view has the fields of list, by its names and with its values; the sums are the same.
+// The view `variables` has the columns and values of list; the sums are the same.
 TEST_F(Export, SameAsList) {
   writeFile(directory / "compare.py", R"(
 import json, os, sqlite3, sys
@@ -102,7 +102,7 @@ assert list(ours[0]) == list(theirs[0])
   }
 }
 
-// A program replaces the one of its path, whatever it was called from; nothing of before is left.
+// A program replaces the one with the same path, however it was named; nothing is left of the earlier export.
 TEST_F(Export, Repeated) {
   const std::string unused =
       "SELECT count(*) FROM file WHERE id NOT IN (SELECT file FROM variable WHERE file IS NOT NULL) UNION ALL "
@@ -122,15 +122,18 @@ TEST_F(Export, Repeated) {
   EXPECT_EQ(ask("SELECT name FROM variables WHERE executable LIKE '%prog'"), "app::config\n");
   EXPECT_EQ(ask(unused), "0\n0\n");
   EXPECT_EQ(ask("SELECT count(*) FROM executable"), "4\n");
-  // One that fails keeps what there is of it; the others are exported.
+  // A program that cannot be read keeps its earlier variables; the others are exported.
   writeFile(directory / "prog", "no program");
   const RunResult failed = directory.run("tolquin export --sqlite all.db prog rows.jsonl --where 'name = b'");
   EXPECT_EQ(failed.status, 1);
   EXPECT_NE(failed.err.find("prog: is not an ELF file"), std::string::npos);
   EXPECT_EQ(ask("SELECT name FROM variable ORDER BY id LIMIT 3"), "b\nb\napp::config\n");
-  // Any number of variables.
+}
+
+// One insertion takes 64 variables.
+TEST_F(Export, AnyNumberOfVariables) {
   for (const std::string count : {"1", "63", "64", "65", "200", "64"}) {
-    directory.run("seq " + count + " | sed 's/.*/{\"executable\": \"\\/n\", \"name\": \"v&\", \"size\": &}/' >n.jsonl");
+    directory.run("seq " + count + R"( | sed 's|.*|{"executable": "/n", "name": "v&", "size": &}|' >n.jsonl)");
     exportAll("n.jsonl");
     EXPECT_EQ(
         ask("SELECT count(DISTINCT name), max(size) FROM variables WHERE executable = '/n' AND name = 'v' || size"),
@@ -138,8 +141,8 @@ TEST_F(Export, Repeated) {
   }
 }
 
-// Whatever ends an export, and whenever, the database is as it was or as it should become; a new one is whole or not
-// there, unless the export was killed: then the next one succeeds.
+// Whatever interrupts an export, and whenever, the database is as before it or as after it. A new database is complete
+// or does not exist, unless the export was killed; then the next one succeeds.
 TEST_F(Export, Interrupted) {
   if (directory.run("strace -o /dev/null true").status != 0) GTEST_SKIP() << "strace does not work here";
   writeFile(directory / "many.awk", R"(BEGIN { for (i = 0; i < 6000; ++i)
@@ -183,15 +186,15 @@ tolquin export --sqlite two.db two.jsonl)");
   EXPECT_EQ(state("all.db"), before);
 }
 
-// Several at a time wait for each other.
-TEST_F(Export, AtTheSameTime) {
+// Simultaneous exports wait for each other.
+TEST_F(Export, Simultaneous) {
   const RunResult result = directory.run(R"(for i in 1 2 3 4 5 6 7 8; do sed s:/p:/$i: rows.jsonl >$i.jsonl
 tolquin export --sqlite all.db $i.jsonl & done; wait)");
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(ask("SELECT count(*), count(DISTINCT executable) FROM variables"), "26 9\n");
 }
 
-TEST_F(Export, WrongUseAndBadDatabases) {
+TEST_F(Export, WrongUsageAndBadDatabases) {
   directory.run(
       R"(echo text >text; head -c 5000 /dev/urandom >noise; mkdir d; mkfifo pipe; : >empty.db; touch -- :memory:
 sqlite3 other.db 'CREATE TABLE t (a)'; sqlite3 marked.db 'PRAGMA application_id = 7'
@@ -240,7 +243,7 @@ until [ -s log ]; do sleep 0.01; done; tolquin export --sqlite locked.db prog; e
   EXPECT_EQ(directory.run(unprivileged + "tolquin export --sqlite ro.db prog").err, "tolquin: ro.db: is read-only\n");
 }
 
-// Every table and column is described, and every question in the document has an answer.
+// Every table and column is described, and every query in the document works.
 TEST_F(Export, Document) {
   exportAll("rows.jsonl");
   const std::string text = readFile(SOURCE_DIRECTORY "/docs/database.md");
@@ -259,7 +262,7 @@ TEST_F(Export, Document) {
   EXPECT_EQ(answers,
             "src/ 2 108\n./ 1 0\n--\nb 2 2 2\n--\nchar [100] 1 100\nT<int> 2 12\nlong 1 8\nNULL 1 0\n--\n"
             "/p NULL 3 100\n/q NULL 2 8\n--\nh.h 1 a 2 8\n--\n");
-  // Nobody knows whether another program can refer to these.
+  // Names of unknown linkage do not count as shared.
   writeFile(directory / "unlinked.jsonl", variable("/r", "b", R"("size": 8)") + variable("/s", "d", R"("size": 8)") +
                                               variable("/t", "d", R"("size": 8)"));
   exportAll("unlinked.jsonl");

@@ -1,6 +1,6 @@
-// Faults at every place of a whole run on a real program with the real tools: whatever fails, each row of the table is
-// as in a good run, or honestly lacks its place or the size of its type, and a run that loses rows says so by its exit
-// status or on standard error.
+// Faults at every point of a run of tolquin.exe on a real program with the real tools: whatever fails, each row of the
+// table is as in a run without faults, or lacks only its location or the size of its type; a run that loses rows
+// reports it by its exit status or on standard error.
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -18,17 +18,15 @@ namespace {
 class Fault : public testing::Test {
  protected:
   void SetUp() override {
-    const std::string none = directory / "none";
-    const RunResult made = run("make -s -C $SOURCE/examples/inventory PROGRAM=" + program + " && tolquin tables " +
-                               program + " -o " + vym + " --quiet && sed -i '/ busy /d' " + vym +
-                               "/objdump.txt && mkdir " + none + " && cp " + vym + "/objdump.1 " + none);
+    const RunResult made = directory.run(R"(set -e; make -s -C $SOURCE/examples/inventory PROGRAM=$PWD/program
+tolquin tables program -o vym --quiet; sed -i '/ busy /d' vym/objdump.txt; mkdir none; cp vym/objdump.1 none)");
     ASSERT_EQ(made.status, 0) << made.err;
-    // Where the index fails, gdb answers.
-    for (const std::string& index : {vym, none}) {
+    // If the index fails, gdb answers, so its rows are allowed too.
+    for (const std::string& index : {vym, directory / "none"}) {
       ASSERT_EQ(run("DB=" + index + " EXEFILE=" + program + " " + core).status, 0);
       for (const std::string& row : rows()) {
         allowed.insert(row);
-        // Without its place, or without the size of its type.
+        // Without the location, or without the size of the type.
         allowed.insert(std::regex_replace(row, std::regex(R"([^\t]+\t\d+\t-1$)"), "<NULL>\t0\t-1"));
         allowed.insert(std::regex_replace(row, std::regex(R"(\t-?\d+\t<NULL>\t<NULL>)"), "\t-1\t<NULL>\t<NULL>"));
       }
@@ -42,8 +40,8 @@ class Fault : public testing::Test {
     return found;
   }
 
-  // `partial`: the run was cut short, so that the last row may be incomplete.
-  void expectRowsRight(const std::string& about, bool partial) const {
+  // `partial`: the run ended early, so the last row may be incomplete.
+  void expectCorrectRows(const std::string& about, bool partial) const {
     std::vector<std::string> found = rows();
     if (partial && !found.empty()) found.pop_back();
     for (const std::string& row : found) EXPECT_TRUE(allowed.contains(row)) << about << ": " << row;
@@ -53,7 +51,7 @@ class Fault : public testing::Test {
   const TempDir directory;
   const std::string program = directory / "program";
   const std::string vym = directory / "vym";
-  // The search for leaks cannot run under strace.
+  // LeakSanitizer does not work under strace.
   const std::string command = "ASAN_OPTIONS=detect_leaks=0 DB=" + vym + " EXEFILE=" + program + " timeout 100 ";
   const std::string core = "tolquin.exe " + vym + " " + program;
   std::set<std::string> allowed;
@@ -63,15 +61,15 @@ class Fault : public testing::Test {
 
 TEST_F(Fault, EachSystemCallFailsOnceAndDescriptorsRunOut) {
   const std::set<int> statuses{0, 1, 114, 120, 126, 132, 146, 151, 156};
-  const auto expectHonest = [&](const std::string& about, const RunResult& result) {
-    // What fails in the dynamic loader is not ours.
+  const auto expectReported = [&](const std::string& about, const RunResult& result) {
+    // A failure in the dynamic loader is not the program's.
     if (result.err.find("loading shared libraries") != std::string::npos || result.status > 156) return;
     EXPECT_TRUE(statuses.contains(result.status)) << about << ": " << result.status << result.err;
-    if (result.status != 126) expectRowsRight(about, result.status != 0 || !result.err.empty());
+    if (result.status != 126) expectCorrectRows(about, result.status != 0 || !result.err.empty());
   };
   for (int limit = 3; limit < 20; ++limit) {
     const RunResult result = run("ulimit -n " + std::to_string(limit) + "; " + command + core);
-    expectHonest("descriptors " + std::to_string(limit), result);
+    expectReported("descriptors " + std::to_string(limit), result);
     EXPECT_EQ(result.err.find("unable to fork"), std::string::npos) << result.err;
   }
   if (run("strace -o /dev/null true").status != 0) GTEST_SKIP() << "strace does not work here";
@@ -80,12 +78,12 @@ TEST_F(Fault, EachSystemCallFailsOnceAndDescriptorsRunOut) {
     for (int n = 1; n <= 70; n += n < 10 ? 1 : 12) {
       const std::string inject = "strace -qq -o /dev/null -e trace=" + call + " -e inject=" + call +
                                  ":error=EIO:when=" + std::to_string(n) + " ";
-      expectHonest(call + " " + std::to_string(n), run(command + inject + core));
+      expectReported(call + " " + std::to_string(n), run(command + inject + core));
     }
   }
 }
 
-// The messages and statuses for calls that hardly ever fail.
+// Messages and exit statuses for calls that hardly ever fail.
 TEST_F(Fault, MessagesOfRareFailures) {
   if (run("strace -o /dev/null true").status != 0) GTEST_SKIP() << "strace does not work here";
   const struct {
@@ -118,14 +116,14 @@ TEST_F(Fault, MessagesOfRareFailures) {
     const RunResult result = run("export DEBUG_ERR=22; " + command + "strace -qq -o /dev/null -e trace=" + call +
                                  " -e inject=" + c.inject + " " + core);
     EXPECT_EQ(result.status, c.status) << c.inject;
-    // At this debug level, variables that are missing are told of as well.
+    // At this debug level, missing variables are reported as well.
     EXPECT_NE(result.err.find(c.err), std::string::npos) << c.inject << ": " << result.err;
-    if (c.status != 156) expectRowsRight(c.inject, true);
+    if (c.status != 156) expectCorrectRows(c.inject, true);
   }
 }
 
-// Children and the program itself killed at random moments: nothing is left running, the index is recognised as
-// finished or not, and the next run is good.
+// Children and the program itself are killed at random moments: no process is left, the index is complete or describes
+// an empty table, and the next run succeeds.
 TEST_F(Fault, KilledAtRandomMoments) {
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   std::mt19937 random(3);
@@ -143,12 +141,11 @@ TEST_F(Fault, KilledAtRandomMoments) {
     if (victim > 0) killed += kill(victim, SIGKILL) == 0 ? 1 : 0;
     int status = 0;
     ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    while (waitpid(-1, nullptr, 0) > 0) continue;  // orphans come to us; one that lived on would block here
+    while (waitpid(-1, nullptr, 0) > 0) continue;  // reaps orphans too; one that survived would block here
     if (!itself) {
       EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-      expectRowsRight("child killed", true);
+      expectCorrectRows("child killed", true);
     } else if (access((vym + "/vifa.dat").c_str(), F_OK) == 0) {
-      // Until it is finished, the file says that it is empty.
       IndexTable index('r', (vym + "/vifa.dat").c_str());
       EXPECT_TRUE(index.Empty() || index.Check());
     }
@@ -156,12 +153,12 @@ TEST_F(Fault, KilledAtRandomMoments) {
   prctl(PR_SET_CHILD_SUBREAPER, 0);
   EXPECT_GT(killed, 50);
   EXPECT_EQ(run(command + core).status, 0);
-  expectRowsRight("afterwards", false);
+  expectCorrectRows("afterwards", false);
 }
 
-// 200,000 variables against tools that make all kinds of trouble by a fixed random sequence: every row is right or
-// honestly empty, and the program stays as small as it began.
-TEST(Soak, EveryRowIsRightOrEmpty) {
+// 200,000 variables and an addr2line that misbehaves in a fixed pseudo-random sequence: every row is correct or has no
+// location, and the memory of the program does not grow.
+TEST(Soak, RowsAreCorrectOrWithoutLocation) {
   constexpr int variables = 200000;
   const TempDir directory;
   FakeTools fake;

@@ -1,5 +1,5 @@
-// The rules of the texts that come in: which lines make which records, entries of the index, types and places. Each
-// case is a text and what becomes of it, "-" for nothing.
+// The rules for input texts: which lines give which records, index entries, types and locations. Each case is a text
+// and its result; "-": none.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -57,7 +57,7 @@ TEST(Formats, SizesOfTypes) {
   std::fclose(sizes);
 }
 
-// A line without an end is not collected.
+// An endless line is cut at the limit, and the rest of it is dropped.
 TEST(Formats, EndlessLine) {
   LineBuffer buffer(10);
   for (int i = 0; i < 10; ++i) {
@@ -67,7 +67,7 @@ TEST(Formats, EndlessLine) {
   }
 }
 
-// Entries of the index: "type|name", and the address unless it is the usual one.
+// Entries of the index: "type|name", and the address if it is not 8049f40.
 TEST(Formats, Declarations) {
   const std::string longest(50, 'e');
   const TMAP listed{{"8049f40", 0}, {"8049f40e", 0}, {"abc", 0}, {"abcd", 0}, {longest, 0}, {longest + "e", 0}};
@@ -109,7 +109,7 @@ TEST(Formats, Declarations) {
   }
 }
 
-// A caller who works on the records as they are described.
+// A caller that fills the records itself.
 TEST(Formats, Records) {
   sGlobalVarDef_tbl row;
   char buffer[4096];
@@ -130,7 +130,7 @@ TEST(Formats, TypeThatDoesNotFit) {
   EXPECT_STREQ(data.getDataType(), "");
 }
 
-// The index built of two files: the types of 8049f40 and of 8049f44 in it.
+// The index built from two files: the types that it has for 8049f40 and 8049f44.
 TEST(Formats, IndexOfFiles) {
   const std::string junk("\0\xff\n /*\0x*/;\n\n   \n", 17);
   const std::string usual = "int a /* 0x8049f40 */;\nlong b /* 0x8049f44 */;\n";
@@ -164,7 +164,7 @@ TEST(Formats, IndexOfFiles) {
   }
 }
 
-// "file line"; "?" for a reply without a place; "-" for what is no reply, "d" for a diagnostic.
+// "file line"; "?": a reply without a location; "-": not a reply; "d": a diagnostic.
 TEST(Formats, RepliesOfAddr2line) {
   const std::string cases[][2] = {{"main.c:12", "main.c 12"},
                                   {"/src/a.c:17 (discriminator 2)", "/src/a.c 17"},

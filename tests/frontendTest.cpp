@@ -1,4 +1,4 @@
-// The tables made from programs: names as gdb spells them, odd programs, errors, damage.
+// `tolquin tables`: names as gdb spells them, unusual programs, errors, damage.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -21,11 +21,10 @@ class FrontEnd : public testing::Test {
   const TempDir directory;
 };
 
-// For scripts: `scan PROGRAM DIRECTORY` makes the tables of the program, and the result from them.
-std::string scanning(const std::string& debugger = "EXEFILE=$PWD/$1 ") {
-  return "scan() { tolquin tables --quiet $3 -o $2 $1; " + debugger +
-         "DB=$2 PATH=$LOCATOR:$PATH tolquin.exe $2 $PWD/$1; }\n";
-}
+// A shell function: `scan PROGRAM DIRECTORY [OPTION]` makes the tables of the program, and the result from them.
+const std::string scan = R"(
+scan() { tolquin tables --quiet $3 -o $2 $1; EXEFILE=$PWD/$1 DB=$2 PATH=$LOCATOR:$PATH tolquin.exe $2 $PWD/$1; }
+)";
 
 }  // namespace
 
@@ -71,13 +70,13 @@ TEST_F(FrontEnd, TablesOfASmallProgram) {
             "program.vym: 1 variable, 1 declaration, 1 type size\n"
             "ADDRESS 8 counter\nlong counter /* ADDRESS */;\nlong\t8\n");
   // A structured binding has no name that gdb could be asked for.
-  directory.run(
-      "echo 'static auto [a, b] = (int[2]){1}; int main() { return a; }' >b.cpp; clang++ -g b.cpp -w -std=c++17 -o b");
+  directory.run(R"(echo 'static auto [a, b] = (int[2]){1}; int main() { return a; }' >b.cpp
+clang++ -g b.cpp -w -std=c++17 -o b)");
   EXPECT_TRUE(directory.run("tolquin tables b").err.starts_with("tolquin: b: warning: 1 variable left out: "));
 }
 
-// Variables that the index cannot hold, of a name that gdb would find elsewhere first, are left out rather than
-// mistaken; one without a size does not hide what shares its address.
+// A variable that the index cannot hold is left out if gdb would find another one of its name first; an object of size
+// 0 does not hide a variable at the same address.
 TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
   writeFile(directory / "x.cpp",
             "#include <string>\nstruct S { int a; };\nint S::*offset = &S::a;\nint S::*alone = &S::a;\n"
@@ -86,10 +85,9 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
             "A::T value;\nstd::string text;\nint main() { return other::offset; }\n");
   writeFile(directory / "z.c",
             "struct empty {};\nstruct empty key;\nlong counter;\nint main(void) { return counter; }\n");
-  const RunResult result = directory.run(scanning() +
-                                         "g++ -g x.cpp -o x; gcc -g -fcommon z.c -o z\n"
-                                         "scan x x.vym; scan z z.vym; scan x q --qualified\n"
-                                         "for d in x.vym q z.vym; do cut -f2-5 $d/tGlobalVarDef.tbl | sort; done");
+  const RunResult result = directory.run(scan + R"(
+g++ -g x.cpp -o x; gcc -g -fcommon z.c -o z; scan x x.vym; scan z z.vym; scan x q --qualified
+for d in x.vym q z.vym; do cut -f2-5 $d/tGlobalVarDef.tbl | sort; done)");
   EXPECT_EQ(splitAt(result.err, '\n').size(), 2u) << result.err;
   EXPECT_NE(result.err.find("2 variables left out"), std::string::npos) << result.err;
   EXPECT_EQ(result.out,
@@ -99,8 +97,8 @@ TEST_F(FrontEnd, NamesakesAndEmptyObjects) {
             "counter\tlong\t8\t8\n");
 }
 
-// What compilers do that is not plain to see: name, type and both sizes of each variable.
-TEST_F(FrontEnd, OddPrograms) {
+// Name, type and both sizes of each variable.
+TEST_F(FrontEnd, UnusualPrograms) {
   const std::string longest = "struct " + std::string(2100, 'S');  // which the index cannot hold, but gdb knows
   const std::string cases[][3] = {
       {"gcc -g -x c", longest + " { long l; } v;", "v\t" + longest + "\t8\t8\n"},
@@ -122,7 +120,7 @@ TEST_F(FrontEnd, OddPrograms) {
   for (const auto& [compiler, source, rows] : cases) {
     writeFile(directory / "odd.c", source + "\nint main(void) { return 0; }\n");
     const RunResult result = directory.run(
-        scanning() + compiler + " odd.c -o odd && scan odd odd.vym; cut -f2-5 odd.vym/tGlobalVarDef.tbl | sort");
+        scan + compiler + " odd.c -o odd && scan odd odd.vym; cut -f2-5 odd.vym/tGlobalVarDef.tbl | sort");
     EXPECT_EQ(result.out, rows) << compiler << result.err;
     const bool hasMerged = compiler.find("-fmerge-all-constants") != std::string::npos;
     EXPECT_EQ(result.err.find("1 variable left out: another") != std::string::npos, hasMerged) << result.err;
@@ -132,9 +130,8 @@ TEST_F(FrontEnd, OddPrograms) {
 }
 
 TEST_F(FrontEnd, ErrorsSayWhatToDo) {
-  directory.run(
-      "echo no program >text; strip -o stripped program; head -c 5000 program >short; gcc -c -g -x c /dev/null -o o.o; "
-      "cp program sizes.tbl");
+  directory.run(R"(echo no program >text; strip -o stripped program; head -c 5000 program >short; cp program sizes.tbl
+gcc -c -g -x c /dev/null -o o.o)");
   const std::string cases[][2] = {{"none", "none: cannot open: No such file or directory"},
                                   {"text", "text: is not an ELF file; expected an executable or shared object"},
                                   {".", ".: is not an ELF file"},
@@ -150,36 +147,31 @@ TEST_F(FrontEnd, ErrorsSayWhatToDo) {
     EXPECT_TRUE(result.err.starts_with("tolquin: ")) << result.err;
     EXPECT_NE(result.err.find(message), std::string::npos) << result.err;
   }
-  // A full disk leaves nothing behind, and an earlier table as it was.
+  // A full disk leaves earlier tables unchanged, and no other files.
   const RunResult full =
       directory.run("tolquin tables program >log; (ulimit -f 0; tolquin tables program) 2>&1 | cat; ls -A *.vym");
   EXPECT_EQ(full.out,
             "tolquin: program.vym/objdump.1: cannot be written: File too large\nobjdump.1\nobjdump.txt\nsizes.tbl\n");
 }
 
-// The same tables and places from a package as from the .dwo files that went into it, in both formats of packages.
+// A package gives the same tables and locations as the .dwo files in it, in both package formats.
 TEST_F(FrontEnd, PackagesOfDwoFiles) {
-  const std::string cases[][2] = {{"gcc g++ -gdwarf-4", "dwp"}, {"clang clang++ -gdwarf-5", "llvm-dwp"}};
-  for (const auto& [compilers, packer] : cases) {
-    const RunResult result =
-        directory.run(scanning("") + "set -e; cp $SOURCE/examples/inventory/*.* .; set -- " + compilers +
-                      R"(
-            $1 -w $3 -gsplit-dwarf -c parts.c; $2 -w $3 -gsplit-dwarf -c main.cpp; $2 *.o -o p; rm -rf *.dwp a b
-            )"
-                      "scan p a; " +
-                      packer +
-                      " -e p -o p.dwp; rm *.dwo; scan p b\n"
-                      "rm */vifa.dat; diff -r a b >&2");
-    EXPECT_EQ(result.status, 0) << compilers << result.err;
+  for (const std::string tools : {"gcc g++ -gdwarf-4 dwp", "clang clang++ -gdwarf-5 llvm-dwp"}) {
+    const RunResult result = directory.run("set -e; set -- " + tools + R"(
+      rm -rf *.dwp a b; cp $SOURCE/examples/inventory/*.* .
+      $1 -w $3 -gsplit-dwarf -c parts.c; $2 -w $3 -gsplit-dwarf -c main.cpp; $2 *.o -o p
+      tables() { tolquin tables --quiet -o $1 p; DB=$1 PATH=$LOCATOR:$PATH tolquin.exe $1 $PWD/p; rm $1/vifa.dat; }
+      tables a; $4 -e p -o p.dwp; rm *.dwo; tables b; wc -l <a/tGlobalVarDef.tbl; diff -r a b)");
+    EXPECT_EQ(result.out, "42\n") << tools << result.err;
+    EXPECT_EQ(result.status, 0) << tools << result.err;
   }
 }
 
 // Bytes of the debugging information changed at random, in a program and in a package of .dwo files: an error or a
 // table, never a crash or a hang.
 TEST_F(FrontEnd, DamagedDebuggingInformation) {
-  directory.run(
-      "echo 'long a; int main(void) { return 0; }' >s.c; gcc -g -gdwarf-4 -gsplit-dwarf s.c -o split; "
-      "dwp -e split; rm *.dwo");
+  directory.run(R"(echo 'long a; int main(void) { return 0; }' >s.c
+gcc -g -gdwarf-4 -gsplit-dwarf s.c -o split; dwp -e split; rm *.dwo)");
   std::mt19937 random(7);
   for (const std::string file : {"program", "split.dwp"}) {
     const std::string good = readFile(directory / file);

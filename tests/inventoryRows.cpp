@@ -1,7 +1,7 @@
-// Writes the inventory of a program, a variable a line, its fields apart by tabs and "null" where unknown: for
-// comparisons with what other tools say. Warnings go to standard error.
-// usage: inventoryRows PROGRAM [--artificial] [--known] [-jN] [--share]
-// --share: a small program is shared by processes too
+// Prints the inventory of a program for comparison with other tools: one variable per line, fields separated by tabs,
+// "null" if unknown. Warnings go to standard error.
+// usage: inventoryRows PROGRAM [--artificial] [-jN] [--share]
+// --share: share even a small program among processes
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -33,8 +33,6 @@ void write(const Inventory& inventory) {
                       (each.namedIncomplete ? "incomplete" : text(each.namedSize));
     std::puts(row.c_str());
   }
-  for (const Declaration& each : inventory.declarations)
-    std::puts(("known\t" + text(each.name) + "\t" + text(each.type)).c_str());
 }
 
 }  // namespace
@@ -44,7 +42,6 @@ int main(int argc, char** argv) {
   for (int i = 2; i < argc; ++i) {
     const std::string argument = argv[i];
     options.artificial = options.artificial || argument == "--artificial";
-    options.declarations = options.declarations || argument == "--known";
     if (argument == "--share") options.bytesOfProcess = 1;
     if (argument.starts_with("-j")) options.jobs = static_cast<unsigned>(std::atoi(&argument[2]));
   }

@@ -1,5 +1,5 @@
-// The reader of debugging information: what it says of programs in all the ways that compilers build them, against what
-// gdb, nm and llvm-dwarfdump say; and what each of its rules is for.
+// The reader of debugging information: programs in all the ways that compilers build them, compared with gdb, nm and
+// llvm-dwarfdump; and a case for each of its rules.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -11,11 +11,11 @@
 
 namespace {
 
-// A build of two programs in one, the example and the odd one: compilers and flags, and behind a ';' what is done with
-// the program afterwards, in the directory of the sources.
+// A build of the example and tests/programs as one program: the two compilers, their flags and, after a ';', what is
+// done with the program, in the directory of the sources.
 class Witnessed : public testing::TestWithParam<std::string> {};
 
-// What `readInventory` says of a program: "name|type|size|section|linkage" of each variable, or the error.
+// The result of `readInventory` for a program: "name|type|size|section|linkage" of each variable, or the error.
 std::vector<std::string> inventoryOf(const std::string& path, const ReadOptions& options = {}) {
   std::vector<std::string> rows;
   try {
@@ -45,11 +45,11 @@ TEST_P(Witnessed, RowsAreRightAndComplete) {
   const TempDir directory;
   const std::string& build = GetParam();
   const std::size_t end = std::min(build.find(';'), build.size());
-  // Processes that share the reading find the same.
+  // Processes that share the reading give the same result.
   const std::string witness =
       R"(inventoryRows ../program >../by_one 2>&1; inventoryRows ../program -j3 --share >../by_three 2>&1
-cmp ../by_one ../by_three && /usr/bin/python3 $SOURCE/tests/witness.py inventoryRows ../program ../said)";
-  // What the witnesses say is taken before the debugging information is moved about, which confuses gdb 13 at times.
+cmp ../by_one ../by_three && /usr/bin/python3 $SOURCE/tests/witness.py inventoryRows ../program ../reports)";
+  // gdb is asked before the debugging information is moved, which sometimes confuses gdb 13.
   const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
       c=$1; cxx=$2; shift 2; mkdir src; cd src; cp $SOURCE/examples/inventory/*.* $SOURCE/tests/programs/tricky.* .
       $c -w $* -c parts.c -o parts.o; $c -w $* -c tricky.c -o tricky_c.o; $cxx -w $* -c main.cpp -o main.o
@@ -84,14 +84,14 @@ INSTANTIATE_TEST_SUITE_P(
                     "clang clang++ -O0 -gdwarf-4 -gsplit-dwarf -fdebug-types-section; "
                     "llvm-dwp -e ../program -o ../program.dwp; rm *.dwo"));
 
-// What is particular: commands that build `program` from the source, what is to be found of it, and what is not.
+// Special cases: commands that build `program` from the source, rows that are expected, and texts that are not.
 TEST(Inventory, Rules) {
   const std::string link = " -nostartfiles -nostdlib -Wl,-emain -fno-pie -no-pie -Wl,--build-id=none ";
   const struct {
     std::string source, build;
     std::vector<std::string> found, absent;
   } cases[] = {
-      // A section that begins at 0, and what was thrown away, which is said to be there as well.
+      // A section at address 0, and a discarded variable, whose recorded address is 0 too.
       {"const long vectors[2] __attribute__((section(\".vectors\"))) = {1}; int gone = 3, data = 4; "
        "int main(void) { return data; }",
        "printf 'SECTIONS { .vectors 0 : { KEEP(*(.vectors)) } .text : { *(.text*) } .data 0x20000 : { *(.data*) } }' "
@@ -99,7 +99,7 @@ TEST(Inventory, Rules) {
            link + "-x c source -o program",
        {"vectors|const long [2]|16|.vectors|external", "data|int|4|.data|external"},
        {"gone"}},
-      // Qualifiers of arrays are those of their elements.
+      // Qualifiers of an array apply to its elements.
       {"typedef const char *names_t[3]; const names_t t = {\"a\"}; int main(void) { return t[0][0]; }",
        "gcc -g -x c source -o program",
        {"t|const char * const [3]|24|.data.rel.ro|external"},
@@ -108,7 +108,7 @@ TEST(Inventory, Rules) {
        "clang++ -g -x c++ source -o program",
        {"kinds|const char * const [3]|24|.data.rel.ro|internal"},
        {}},
-      // Functions of which there is no more than the statics.
+      // Functions of which only the static variables are left.
       {"static inline __attribute__((always_inline)) int lex(void) { static int state; return ++state; }\n"
        "namespace n { struct L { static int run(const char *) { static int runs; return ++runs; } }; }\n"
        "int main() { return lex() + n::L::run(\"\"); }",
@@ -120,20 +120,20 @@ TEST(Inventory, Rules) {
        "clang -O2 -g -x c source -o program",
        {"lex::state|int|4|.bss|function"},
        {"warning"}},
-      // Addresses in a section that was compressed as GNU did first.
+      // Addresses in a section that is compressed in the old GNU format.
       {"int v; int main(void) { return v; }",
        "clang -g -x c source -c -o a.o; for i in $(seq 60); do echo \"int v$i;\"; done >more; clang -g -x c more -c -o "
        "b.o; clang a.o b.o -o program; objcopy --compress-debug-sections=zlib-gnu program; readelf -SW program | "
        "grep -q zdebug_addr",
        {"v|int|4|.bss|external", "v60|int|4|.bss|external"},
        {"warning"}},
-      // Functions whose names dwz took elsewhere.
+      // Functions whose names dwz moved to another file.
       {"namespace n { static int lex(int a) { static int state; return state += a; } } struct P { int x, y; } p;\n"
        "int main() { return n::lex(p.x); }",
        "g++ -g -x c++ source -o program; cp program q; dwz -m shared program q",
        {"n::lex::state|int|4|.bss|function"},
        {}},
-      // Thread-local ones, and what the compiler made up.
+      // Thread-local variables, and one that the compiler generated.
       {"static thread_local long t[2] = {1}; thread_local int z; const char *f() { return __func__; }\n"
        "int main() { return t[0] + z + !f(); }",
        "g++ -g -x c++ source -o program",
@@ -143,8 +143,9 @@ TEST(Inventory, Rules) {
        "clang -g -x c source -o program",
        {"f::first|int|4|.tdata|function"},
        {}},
-      // What has no place in the debugging information, or none of its own, but a symbol: the second of two merged
-      // constants, constants of which the value is recorded, flags that were narrowed to a byte.
+      // Variables that have a symbol, but no location of their own in the debugging information: the second of two
+      // merged
+      // constants, constants whose value is recorded instead, flags that were narrowed to a byte.
       {"const char one[] = \"text\", two[] = \"text\"; static const int gone[2] = {1, 2}; const char *volatile p;\n"
        "int main(void) { p = one; p = two; return gone[0]; }",
        "gcc -O2 -g -fmerge-all-constants -x c source -o program; cp program q; dwz -m shared program q",
@@ -161,7 +162,7 @@ TEST(Inventory, Rules) {
        "clang -O2 -gdwarf-4 -x c source -o program",
        {"flag|int|1|.bss|internal", "main::seen|int|1|.bss|function"},
        {"flag2"}},
-      // Only the used elements of some variables are left, adjacent or apart.
+      // Only the elements in use are left of some variables, adjacent or not.
       {"static int one[3]; static long two[8]; static __thread char each[9]; static struct { int yes, no; long l; } "
        "s;\n"
        "static int once(void) { static int t[3]; return t[1]++; } int main(int n, char **v) { one[1] += n; two[1] += "
@@ -179,7 +180,7 @@ mv q program)",
        "clang++ -g -O2 -flto -fuse-ld=lld -x c++ source -o program",
        {"n::C::m::buf|char [40]|1|.bss|function"},
        {"warning"}},
-      // Types in type units, outside of which gcc does not give their namespaces.
+      // Types in type units; elsewhere, gcc does not record their namespaces.
       {"namespace ns { struct P { typedef int type; int x; static int s; }; } int ns::P::s; ns::P::type *p; int main() "
        "{}",
        R"(for v in 4 5; do g++ -gdwarf-$v -fdebug-types-section -x c++ source -o $v; inventoryRows $v | cut -f 1,2 >r$v; done
@@ -196,7 +197,7 @@ cmp r4 r5; mv 5 program)",
            link + "-x c source -o program",
        {"low|int|4|.low|external", "high|const int [4]|16|.high|external"},
        {}},
-      // Discarded variables have a namesake at 0 from another unit, or of another size.
+      // Discarded variables with a namesake at address 0 from another unit, or of another size.
       {"#ifdef A\nstatic const unsigned v[2] __attribute__((used, section(\".v\"))) = {1, 2}; int a; int main(void) { "
        "return v[a]; }\n#elif defined B\nstatic const unsigned v[2] = {1}; static int l; int b(void) { return v[l]; }\n"
        "#else\nstatic const char v[8] = {1}; static int l; int c(void) { return v[l]; }\n#endif",
@@ -242,7 +243,7 @@ sort rows | uniq -c | awk '$1 != 5' >odd; test ! -s odd; mv q program)",
        {"(anonymous namespace)::C::s|int|4|.data|internal", "B<(anonymous namespace)::C>::s|int|4|.data|internal",
         "B<int>::s|int|4|.data|external"},
        {}},
-      // Another byte order and word size; the compiler forgets the bias of thread-local offsets there.
+      // Another byte order and word size; the compiler omits the bias of thread-local offsets there.
       {"static long kept[3] = {1}; const char *const words[2] = {\"a\"}; __thread int each = 3; __thread short every;\n"
        "int _start(void) { static char state; return ++state + (int)kept[1]; }",
        R"(for v in 4 5; do clang --target=powerpc-linux-gnu -gdwarf-$v -ffreestanding -nostdlib -static -fuse-ld=lld -x c source -o program
@@ -252,19 +253,19 @@ ld.lld -static a.o -o program; llvm-dwp -e program -o program.dwp; rm a.dwo)",
        {"kept|long [3]|12|.data|internal", "words|const char * const [2]|8|.data.rel.ro|external",
         "_start::state|char|1|.bss|function", "each|int|4|.tdata|external", "every|short|2|.tbss|external"},
        {"warning"}},
-      // Several names at one address; what several units have is one.
+      // Several names at one address; a variable that several units describe is listed once.
       {"static union { int u; float f; }; inline int shared = 3; inline int g() { static int s; return ++s; }\n"
        "int use() { return u + shared + g(); }\n#ifdef MAIN\nint main() { return use(); }\n#endif",
        "g++ -g -O0 -x c++ -DMAIN source -c -o a.o; g++ -g -x c++ -Duse=use2 source -c -o b.o; g++ a.o b.o -o program",
        {"u|int|4|.bss|internal", "f|float|4|.bss|internal", "shared|int|4|.data|external", "g::s|int|4|.bss|function"},
        {"warning"}},
-      // Structured bindings, which only their symbols name.
+      // Structured bindings, whose names are only in their symbols.
       {"struct P { int x; long y; }; P make() { return {1, 2}; } static auto [a, b] = make();\n"
        "thread_local auto [c, d] = make(); int main() { return a + c; }",
        "clang++ -std=c++20 -w -g -x c++ source -o program",
        {"[a, b]|P|16|.bss|internal", "[c, d]|P|16|.tbss|external"},
        {"warning"}},
-      // Open ends, and types that the unit does not know.
+      // A flexible array member, and a type that is incomplete where it is first used.
       {"struct F { int n; char a[]; } f = {1, \"xy\"}; extern struct O o; struct O *p = &o; struct O { long l; } o;\n"
        "int main(void) { return f.n; }",
        "gcc -g -x c source -o program",
@@ -284,20 +285,20 @@ tr '\n' ' ' <count | grep -qx '1 2 ' && mv q program)",
        "gcc -g -DA -x c -c source -o a.o; gcc -g -x c -c source -o b.o; gcc a.o b.o -o program",
        {"v|struct P|24|.bss|external", "p|struct P *|8|.bss|external"},
        {}},
-      // The first directory of a unit is not one within that which it was compiled in, although it is relative.
+      // The first directory of a unit is the one in which it was compiled, even if its name is relative.
       {"int v; int main(void) { return 0; }",
        R"(mkdir d; mv source d/s.c; cd d; gcc -gdwarf-5 -ffile-prefix-map=$(dirname $PWD)=. s.c -o ../q; cd ..
 inventoryRows q | cut -f 8 >file; echo d/s.c | cmp - file; mv q program)",
        {"v|int|4|.bss|external"},
        {}},
-      // Names of files among the texts of the units, a form that compilers do not use today.
+      // File names in .debug_str, a form that compilers do not use today.
       {"int v; int main(void) { return 0; }",
        R"(gcc -gdwarf-5 -x c source -o q; objcopy --dump-section .debug_line=l --dump-section .debug_line_str=s q
 LC_ALL=C sed -i 's/\x01\x1f/\x01\x0e/g' l; objcopy --update-section .debug_line=l --update-section .debug_str=s q r
 for p in q r; do inventoryRows $p | cut -f 8 >>files; done; test $(uniq files | wc -l) = 1; mv r program)",
        {"v|int|4|.bss|external"},
        {}},
-      // What cannot be read, and what is the matter with it.
+      // Debugging information that cannot be read, and the reason.
       {"#include <stdio.h>\n#include <stdlib.h>\nint v; int main(void) { return printf(\"\"); }",
        "gcc -g3 -x c source -o program; objcopy --compress-debug-sections=zstd program",
        {"error: program: its debugging information is compressed with zstd, which this libdw cannot read; decompress "
@@ -348,7 +349,7 @@ for p in q r; do inventoryRows $p | cut -f 8 >>files; done; test $(uniq files | 
   }
 }
 
-// Operations that follow the address or stand in its place, as an assembler writes them.
+// Location expressions with operations after the address or instead of it, written in assembly language.
 TEST(Inventory, LocationExpressions) {
   const TempDir directory;
   directory.run("echo 'int first = 1, v = 1;' >s.c; gcc -gdwarf-5 -S s.c");
@@ -362,11 +363,11 @@ TEST(Inventory, LocationExpressions) {
       {".byte 3; .quad v - 0x40000; .byte 0x10; .uleb128 0x40000; .byte 0x22", found},  // DW_OP_constu, DW_OP_plus
       {".byte 0x9e, 4; .long 7", found},                    // DW_OP_implicit_value, but the variable has a symbol
       {".byte 3; .quad v; .byte 0x8f, 4, 0x22", computed},  // DW_OP_breg31, DW_OP_plus
-      {".byte 3; .quad v; .byte 0xf1", unreadable},         // an operation that is not known
+      {".byte 3; .quad v; .byte 0xf1", unreadable},         // an unknown operation
       {".byte 3; .quad v; .byte 0x93, 2, 0xf1", unreadable},
   };
   for (const auto& [expression, expected] : cases) {
-    // The lengths of the unit and of the expression become those of what is between two labels.
+    // The lengths of the unit and of the expression are replaced with differences of labels.
     const RunResult built = directory.run(R"(sed -zE 's/(debug_info0:\n\t.long\t)\w+/\19f-8f\n8:/
 s/\t.section\t.debug_abbrev/9:\n&/; s/\.uleb128 0x9\n\t\.byte\t0x3\n\t\.quad\tv\n/.uleb128 2f-1f\n1: )" +
                                           expression + R"(\n2:\n/' s.s | gcc -shared -x assembler - -o program)");
@@ -377,10 +378,9 @@ s/\t.section\t.debug_abbrev/9:\n&/; s/\.uleb128 0x9\n\t\.byte\t0x3\n\t\.quad\tv\
 
 TEST(Inventory, FieldsOfOneVariable) {
   const TempDir directory;
-  const RunResult built = directory.run(
-      "mkdir -p p/src q; echo 'extern const int *const k; int c; const int *const k = &c;' >p/src/a.c; "
-      "echo 'int main(void) { return 0; }' >q/m.c; cd p; gcc -g -c src/a.c; cd ../q; gcc -g m.c ../p/a.o -o "
-      "../program");
+  const RunResult built = directory.run(R"(mkdir -p p/src q
+echo 'extern const int *const k; int c; const int *const k = &c;' >p/src/a.c; echo 'int main(void) { return 0; }' >q/m.c
+cd p; gcc -g -c src/a.c; cd ../q; gcc -g m.c ../p/a.o -o ../program)");
   ASSERT_EQ(built.status, 0) << built.err;
   const Inventory inventory = readInventory(directory / "program", {});
   EXPECT_EQ(inventory.directory, directory.path());
@@ -400,24 +400,25 @@ TEST(Inventory, FieldsOfOneVariable) {
             directory.run("printf '%x\n' " + std::to_string(*k.address)).out.substr(0, 5));
 }
 
-// Processes that share the reading: whatever happens to them, the result is that of one.
+// Whatever happens to processes that share the reading, the result is that of a single one.
 TEST(Inventory, SharedReading) {
   const TempDir directory;
-  const RunResult built = directory.run(
-      "for i in 1 2 3 4 5 6 7 8; do echo \"static union { int u; float f; }; struct S { int a[$i]; } s$i; "
-      "inline int shared = 3; int g$i(int (*g)(S &)) { static int state; return g(s$i) + shared + u + ++state; }\" "
-      ">$i.cpp; done; echo 'int main() {}' >m.cpp; g++ -g -w *.cpp -o program");
+  const RunResult built = directory.run(R"(for i in 1 2 3 4 5 6 7 8; do cat >$i.cpp <<END
+static union { int u; float f; }; struct S { int a[$i]; } s$i; inline int shared = 3;
+int g$i(int (*g)(S &)) { static int state; return g(s$i) + shared + u + ++state; }
+END
+done; echo 'int main() {}' >m.cpp; g++ -g -w *.cpp -o program)");
   ASSERT_EQ(built.status, 0) << built.err;
   const std::string rows = "inventoryRows program";
   const RunResult alone = directory.run(rows);
   ASSERT_EQ(std::count(alone.out.begin(), alone.out.end(), '\n'), 33) << alone.out;
   const std::string faults[] = {
       "pipe2:error=EMFILE:when=1",  // no queue
-      "pipe2:error=EMFILE:when=2",  // no way back
-      "pipe2:error=EMFILE:when=3",  // one helper alone
-      "clone:error=EAGAIN",         // none
-      "prctl:signal=SIGSEGV",       // all end before they have begun
-      "write:error=EIO:when=1",     // of what is written first: the queue, and what helpers found
+      "pipe2:error=EMFILE:when=2",  // no pipe for results
+      "pipe2:error=EMFILE:when=3",  // a single helper
+      "clone:error=EAGAIN",         // no helper
+      "prctl:signal=SIGSEGV",       // helpers end before they begin
+      "write:error=EIO:when=1",     // the first write of each process: to the queue, or of results
   };
   const RunResult shared = directory.run(rows + " -j3 --share");
   EXPECT_EQ(shared.out, alone.out) << shared.err;
@@ -445,7 +446,7 @@ TEST(Inventory, WarningsBetweenProcesses) {
   EXPECT_EQ(sent.warnings.sentences().size(), 3U);
 }
 
-// Bytes changed at random, anywhere in programs of several kinds and in a .dwo file: an error or an inventory, soon.
+// Bytes changed at random, in programs of several kinds and in a .dwo file: an error or an inventory, and no crash.
 TEST(Inventory, DamagedPrograms) {
   const std::string cases[][2] = {{"gcc -gdwarf-4", "program"},
                                   {"gcc -gdwarf-5 -O2", "program"},
@@ -467,7 +468,8 @@ TEST(Inventory, DamagedPrograms) {
       for (int i = 0; i < 30; ++i) bytes[random() % bytes.size()] = static_cast<char>(random());
       std::copy_n(good.begin(), 64, bytes.begin());
       writeFile(directory / file, bytes);
-      EXPECT_FALSE(joined(inventoryOf(directory / "program", {.artificial = true, .declarations = true})) == "?");
+      for (const std::string& row : inventoryOf(directory / "program", {.artificial = true, .declarations = true}))
+        EXPECT_NE(row.front(), '|') << "a variable without a name";
       if (round % 10 != 0) continue;
       const ReadOptions shared{.jobs = 2, .bytesOfProcess = 1};
       EXPECT_EQ(joined(inventoryOf(directory / "program", shared)), joined(inventoryOf(directory / "program")));

@@ -1,5 +1,4 @@
-// `tolquin list`: what it shows of real programs and of results in JSON, in all formats; wrong use, bad input,
-// interrupts.
+// `tolquin list`: real programs, JSON and results of the suite in all formats; wrong usage, bad input, interrupts.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -8,8 +7,8 @@
 
 namespace {
 
-// A directory in which `prog` is a program of gcc, `rows.jsonl` a result with everything that is odd, `vym` one of the
-// suite.
+// A directory with `prog`, a program built by g++, `rows.jsonl`, variables with unusual values, and `vym`, a result of
+// the suite.
 class List : public testing::Test {
  protected:
   void SetUp() override {
@@ -70,23 +69,22 @@ TEST_F(List, FieldsOfAProgram) {
 nm -n prog | sed -nE 's/^0*([0-9a-f]+) . _?(_ZN?(L5table|3app)|_ZZ5count).*/0x\1/p' | diff - ours)")
           .out,
       "");
-  // The same from everything that it writes, also through a pipe, and put together with others.
+}
+
+// What `list` writes gives the same list when it is read, also through a pipe and together with other inputs.
+TEST_F(List, OutputAsInput) {
   for (const std::string format : {"json", "jsonl"}) {
-    const RunResult again =
-        directory.run(R"(set -e; t() { tolquin list "$@"; }; for f in json jsonl csv; do t --format $f prog >a.$f; done
-t --sort name --format )" +
-                      format +
-                      " prog | t --format csv /dev/stdin | diff a.csv -\n"
-                      "t a." +
-                      format + " --format jsonl | diff a.jsonl -; cp a." + format +
-                      " b\n"
-                      "t b prog a.json --where 'name ~ table' --format tsv --columns executable,name");
-    EXPECT_EQ(again.out, "executable\tname\nprog\tapp::table\nprog\tapp::table\nprog\tapp::table\n")
-        << format << again.err;
+    const RunResult result = directory.run("format=" + format + R"(
+t() { tolquin list "$@"; }; for f in json jsonl csv; do t --format $f prog >a.$f; done
+t --sort name --format $format prog | t --format csv /dev/stdin | diff a.csv -
+t a.$format --format jsonl | diff a.jsonl -; cp a.$format b
+t b prog a.json --where 'name ~ table' --format tsv --columns executable,name)");
+    EXPECT_EQ(result.out, "executable\tname\nprog\tapp::table\nprog\tapp::table\nprog\tapp::table\n")
+        << format << result.err;
   }
 }
 
-// The footer has the sizes of the sections as `size` knows them, also of those in which no variable was found.
+// The footer shows the sizes of sections as `size` does, also of those in which no variable was found.
 TEST_F(List, Footer) {
   const RunResult result = directory.run(R"(echo 'thread_local bool only; int main() { return only; }' >bare.cpp
 g++ -g bare.cpp -o bare; tolquin list bare --format json >bare.json; tolquin bare >whole; tolquin bare.json | diff whole -
@@ -119,7 +117,7 @@ TEST_F(List, Formats) {
       "Size  Section  Name      Type       Place\n  48  .rodata  app::ta…  const do…  …og.cpp:5\n\n"
       "5 variables, 80 bytes; 1 of 5 rows shown\n" +
           directory.run("tolquin prog | sed '1,/ variables/d'").out);
-  // On a terminal nothing is obeyed, whatever the format.
+  // No control character reaches a terminal, whatever the format.
   for (const std::string format : {"table", "csv", "tsv", "json", "jsonl"}) {
     const RunResult shown =
         directory.run("NO_COLOR=1 script -qec 'tolquin rows.jsonl --format " + format + "' /dev/null");
@@ -130,7 +128,7 @@ TEST_F(List, Formats) {
   }
 }
 
-TEST_F(List, Choice) {
+TEST_F(List, Selection) {
   const std::string cases[][2] = {
       {"--where 'size >= 8, writable=false'", "n::a n::a"},
       {"--where 'size > 0x63,size<=1K'", "b"},
@@ -151,8 +149,8 @@ TEST_F(List, Choice) {
   };
   for (const auto& [options, expected] : cases) {
     const std::string columns = options.find("--columns") == std::string::npos ? " --columns name " : " ";
-    writeFile(directory / "command", "tolquin list rows.jsonl --format jsonl " + options + columns + " 2>note");
-    const RunResult shown = directory.run("sh ./command | sed -E 's/^[^:]*: \"?|\"?}$//g' | paste -sd' '");
+    const RunResult shown = directory.run("tolquin list rows.jsonl --format jsonl " + options + columns +
+                                          R"(2>note | sed -E 's/^[^:]*: "?|"?}$//g' | paste -sd' ')");
     EXPECT_EQ(shown.out, expected + "\n") << options;
     const bool noted = readFile(directory / "note") == "tolquin: no variables selected\n";
     EXPECT_EQ(noted, expected.empty() && options != "-n 0") << options;
@@ -163,9 +161,9 @@ TEST_F(List, Choice) {
       std::string::npos);
 }
 
-// Bytes that share an address count once.
+// Bytes that several variables share count once.
 TEST_F(List, Sums) {
-  // Two variables share bytes, with one of another section, or of a thread, between them.
+  // Two variables share bytes; between them are one of another section and a thread-local one.
   writeFile(directory / "shared.jsonl",
             R"({"name": "a", "size": 100, "section": ".data", "file": "a.c", "address": "0x1000"}
 {"name": "b", "size": 4, "section": ".bss", "file": "a.c", "address": "0x1010"}
@@ -182,10 +180,11 @@ TEST_F(List, Sums) {
     const std::string out = list("--format tsv --by " + arguments);
     EXPECT_EQ(out.substr(out.find('\n') + 1), rows) << arguments;
   }
-  directory.run(
-      "echo 'namespace a { namespace { struct C { static int s; bool operator<(int) { static int n; return ++n; } }; } "
-      "int C::s; } struct G { static int m; }; int G::m; int main() { return a::C() < a::C::s; }' | "
-      "g++ -g -x c++ - -o spaces");
+  directory.run(R"(g++ -g -x c++ - -o spaces <<'END'
+namespace a { namespace { struct C { static int s; bool operator<(int) { static int n; return ++n; } }; } int C::s; }
+struct G { static int m; }; int G::m; int main() { return a::C() < a::C::s; }
+END
+)");
   EXPECT_EQ(list("--by namespace --format tsv spaces"),
             "namespace\tvariables\tbytes\tunsized\na::(anonymous namespace)\t2\t8\t0\n(global)\t1\t4\t0\n");
   EXPECT_EQ(
@@ -195,7 +194,7 @@ TEST_F(List, Sums) {
       "{\"file\": null, \"variables\": 1, \"bytes\": 0, \"unsized\": 1}\n]}\n");
 }
 
-// Everything that is written fits its description, and every option and column is documented and completed.
+// All JSON matches the schema; every option and column is in the manual page, and every option in the completions.
 TEST_F(List, Descriptions) {
   const RunResult checked = directory.run(R"(set -e; docs=$SOURCE/docs
     tolquin list prog rows.jsonl vym --format json >variables.json; tolquin list rows.jsonl --by type --format json >sums.json
@@ -224,16 +223,15 @@ assert columns == list(schema["$defs"]["variable"]["properties"]) == list(json.l
   EXPECT_EQ(checked.out, "");
 }
 
-TEST_F(List, WrongUseAndBadInput) {
-  directory.run(
-      "strip -g -o stripped prog; gcc -c -g -x c /dev/null -o o.o; ar rc a.a o.o; head -c 5000 prog >short; mkdir d; "
-      "echo '{\"schema\": 2}' >2.json; : >e.jsonl; echo '{\"name\": \"a\", \"size\": -1}' >size.jsonl; "
-      "printf '{\"name\": \"a\"}\\n{\"name\": ' >half.jsonl; echo '{\"size\": 1}' >nameless.jsonl; "
-      "echo '{\"file\": null, \"variables\": 1}' >sum.jsonl; printf '1\\tx\\n' >d/tGlobalVarDef.tbl");
+TEST_F(List, WrongUsageAndBadInput) {
+  directory.run(R"(strip -g -o stripped prog; gcc -c -g -x c /dev/null -o o.o; ar rc a.a o.o; head -c 5000 prog >short
+mkdir d; printf '1\tx\n' >d/tGlobalVarDef.tbl; : >e.jsonl; echo '{"schema": 2}' >2.json; echo '{"size": 1}' >nameless.jsonl
+echo '{"name": "a", "size": -1}' >size.jsonl; printf '{"name": "a"}\n{"name": ' >half.jsonl
+echo '{"file": null, "variables": 1}' >sum.jsonl)");
   const struct {
     std::string arguments;
     int status;
-    std::string message;  // on standard error, if not empty after "tolquin: "
+    std::string message;  // contained in standard error
   } cases[] = {
       {"", 2, "no input given"},
       {"lst prog", 2, "no command or file called \"lst\"; did you mean list?"},
@@ -289,9 +287,10 @@ TEST_F(List, WrongUseAndBadInput) {
             "tolquin: ./\\x1b[31m: cannot open: No such file or directory\n");
 }
 
-// One bad input costs no other, whatever becomes of the process that reads it; messages come in the order of the
-// inputs.
-TEST_F(List, WorkersAreApart) {
+// A bad input does not affect the others, whatever happens to the process that reads it; messages come in the order of
+// the inputs.
+TEST_F(List, WorkersAreIndependent) {
+  if (SANITIZED) GTEST_SKIP() << "the sanitizer's library must be loaded first";
   const std::string errors =
       "tolquin: none1: cannot open: No such file or directory\n"
       "tolquin: crash: the process reading it was killed by signal 11 (Segmentation fault); the debugging "
@@ -309,25 +308,30 @@ int open(const char *path, int flags, int mode) {
 END
 )");
   for (const std::string jobs : {"1", "2", "50"}) {
-    if (SANITIZED) break;  // the sanitizer wants to be loaded first
     const RunResult result = directory.run("LD_PRELOAD=$PWD/crash.so tolquin list -j " + jobs +
                                            " prog none1 crash none2 rows.jsonl prog --format csv --columns executable");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err, errors) << jobs;
     EXPECT_EQ(splitAt(result.out, '\n').size(), 16u) << result.out;
   }
-  // With few descriptors fewer are read at a time.
+}
+
+// With few descriptors, fewer inputs are read at a time.
+TEST_F(List, FewDescriptors) {
   const RunResult few =
       directory.run("ulimit -n 12; tolquin list -j 30 $(yes prog | head -n 30) --format jsonl | wc -l");
   EXPECT_EQ(few.out + few.err, "150\n");
-  // Interrupted while an input waits for something that never comes: no process is left.
+}
+
+// Interrupted while an input waits for a pipe into which nothing is written, `list` leaves no process.
+TEST_F(List, Interrupted) {
   const RunResult interrupted = directory.run(
       R"(mkfifo pipe; tolquin list prog pipe & pid=$!; until child=$(pgrep -P $pid) && [ $(echo $child | wc -w) = 1 ]; do sleep 0.01; done
 kill -TERM $pid; wait $pid; echo $?; while [ -e /proc/$child/exe ]; do sleep 0.01; done)");
   EXPECT_EQ(interrupted.out, "143\n");
 }
 
-// Bytes changed at random, in programs and in results: a list, or a message and the other input whole; never a crash.
+// Bytes changed at random, in programs and in results: a list, or a message and all rows of the other input; no crash.
 TEST_F(List, DamagedInputs) {
   directory.run("tolquin list prog --format json >prog.json");
   std::mt19937 random(5);

@@ -1,4 +1,4 @@
-// `tolquin report`: wrong use, failing inputs, what becomes of the file. The page itself is tested by report_page.py.
+// `tolquin report`: wrong usage, failing inputs, the file that is written. report_page.py tests the page itself.
 #include <gtest/gtest.h>
 
 #include "support.h"
@@ -20,7 +20,7 @@ class Report : public testing::Test {
 
 }  // namespace
 
-TEST_F(Report, SourceUrlIsAnAddressWithAFileAfterItsHost) {
+TEST_F(Report, SourceUrlNeedsAHostFollowedByAFile) {
   for (const char* url : {"https://example.org/{file}#L{line}", "http://h?q={file}", "vscode://file/{file}:{line}",
                           "https://h/{file}&{file}"}) {
     EXPECT_EQ(report("-o x.html rows.jsonl --source-url '" + std::string(url) + "'").status, 0) << url;
@@ -36,7 +36,7 @@ TEST_F(Report, SourceUrlIsAnAddressWithAFileAfterItsHost) {
   EXPECT_EQ(directory.run("ls y.html").out, "");
 }
 
-TEST_F(Report, FileAppearsWholeOrNotAtAll) {
+TEST_F(Report, FileIsWrittenCompletelyOrNotAtAll) {
   EXPECT_EQ(report("rows.jsonl").status, 2);
   EXPECT_EQ(report("-o x.html").status, 2);
   EXPECT_EQ(report("-o x.html --where 'size >' rows.jsonl").status, 2);
@@ -49,12 +49,12 @@ TEST_F(Report, FileAppearsWholeOrNotAtAll) {
   EXPECT_EQ(report("-o old.html bad missing").status, 1);
   EXPECT_EQ(directory.run("ulimit -f 8; trap '' XFSZ; tolquin report -o old.html rows.jsonl").status, 1);
   EXPECT_EQ(readFile(directory / "old.html"), old);
-  // An input, or any other file that is no page, is not replaced.
+  // An input, or any other file that is not a page, is not replaced.
   EXPECT_EQ(report("-o bad rows.jsonl").err, "tolquin: bad: is not a page of tolquin report, and is not replaced\n");
   EXPECT_EQ(report("-o rows.jsonl rows.jsonl").status, 1);
   EXPECT_EQ(readFile(directory / "bad"), "neither a program nor JSON");
   EXPECT_EQ(report("-o old.html --title old rows.jsonl >&-").status, 0);
-  // One input of two makes a page, and it says what is not there.
+  // If one of two inputs cannot be read, the page has the other.
   const RunResult half = report("-o half.html rows.jsonl bad");
   EXPECT_EQ(half.status, 1);
   EXPECT_NE(half.err.find("bad"), std::string::npos);
@@ -62,7 +62,7 @@ TEST_F(Report, FileAppearsWholeOrNotAtAll) {
   EXPECT_EQ(directory.run("ls").out, "bad\nhalf.html\nnone.html\nold.html\nrows.jsonl\n");
 }
 
-// The page takes the place of the file that a symbolic link names, with its permissions; the name may be a long one.
+// A page replaces the target of a symbolic link and keeps its permissions; its name may be long.
 TEST_F(Report, ReplacedFile) {
   const RunResult result = directory.run(R"(mkdir d; : >d/page; chmod 620 d/page; ln -s d/page link; ln -s none dangling
 umask 077; n=$(printf %0250d 0); for file in link link dangling "$n"; do tolquin report -o "$file" rows.jsonl; done
@@ -77,5 +77,5 @@ TEST_F(Report, SameInputMakesTheSamePage) {
   const std::string page = readFile(directory / "a.html");
   EXPECT_EQ(page, readFile(directory / "b.html"));
   EXPECT_NE(page.find("<title>&lt;&amp;&gt;</title>"), std::string::npos);
-  EXPECT_EQ(page.find("http"), page.find("http-equiv"));  // no address of any place
+  EXPECT_EQ(page.find("http"), page.find("http-equiv"));  // the page contains no URL
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""The page of `tolquin report` in a real browser: Chromium, headless, from file://.
+"""Tests the page of `tolquin report` in headless Chromium, loaded from file://. Run by ctest.
 
-usage: report_page.py TOLQUIN SOURCE_DIRECTORY [unittest arguments]; run by ctest. Ends with 77 where there is no browser.
+usage: report_page.py TOLQUIN SOURCE_DIRECTORY [UNITTEST_ARGUMENT...]
+The exit status is 77 if there is no browser.
 """
 import json
 import os
@@ -22,11 +23,11 @@ try:
 except ImportError:
     DRIVER = None
 if not CHROMIUM or not DRIVER:
-    print("skipped: the page is tested where chromium, chromium-driver and python3-selenium are installed")
+    print("skipped: requires chromium, chromium-driver and python3-selenium")
     sys.exit(77)
 
 TOLQUIN, SOURCES = sys.argv[1], sys.argv[2]
-PATIENCE = 30  # seconds: only a page that does not answer at all fails
+TIMEOUT = 30  # seconds; only a page that does not respond at all exceeds it
 
 FILES = {
     "src/net/socket.cpp": """namespace net { struct Packet { char bytes[512]; }; Packet ring[8]; int open_sockets = 3;
@@ -50,7 +51,7 @@ HOSTILE = [
 
 
 def list_rows(*arguments):
-    """The variables that `tolquin list` shows."""
+    """Returns the variables that `tolquin list` shows."""
     shown = subprocess.run([TOLQUIN, "list", "--format", "json", *arguments], check=True, capture_output=True)
     return json.loads(shown.stdout)["variables"]
 
@@ -99,7 +100,7 @@ class Page(unittest.TestCase):
         self.wait(lambda: self.script("return document.documentElement.dataset.ready !== undefined"))
 
     def wait(self, condition):
-        WebDriverWait(self.driver, PATIENCE, 0.02).until(lambda _: condition())
+        WebDriverWait(self.driver, TIMEOUT, 0.02).until(lambda _: condition())
 
     def script(self, text, *arguments):
         return self.driver.execute_script(text, *arguments)
@@ -114,7 +115,7 @@ class Page(unittest.TestCase):
         ActionChains(self.driver).send_keys(*keys).perform()
 
     def column(self, header):
-        """The texts of a column, as far as its rows are drawn."""
+        """Returns the texts of a column, for the rows that are drawn."""
         return self.script("""const at = [...document.querySelectorAll('[role=columnheader]')]
             .findIndex(cell => cell.textContent.startsWith(arguments[0]));
             return [...document.querySelectorAll('#body [role=row]')].map(row => row.children[at].textContent)""", header)
@@ -127,7 +128,7 @@ class Page(unittest.TestCase):
         self.find("#search").send_keys(text)
 
     def expect_status(self, *where):
-        """The page shows as many variables and bytes as `list` with these arguments."""
+        """Expects as many variables and bytes as `list` shows with these arguments."""
         rows = list_rows(*where, self.program)
         everything = len(list_rows(self.program))
         part = f"{len(rows)} of " if len(rows) < everything else ""
@@ -198,7 +199,7 @@ class Page(unittest.TestCase):
         self.assertIn(self.column("Name")[0], self.text("#detail"))
         self.wait(lambda: self.find("#chosen").is_displayed())
 
-    def test_address_keeps_the_view(self):
+    def test_url_keeps_the_view(self):
         self.find("#by input[value=namespace]").click()
         self.script("stepTo('net')")
         self.search("cpp")
@@ -237,7 +238,7 @@ class Page(unittest.TestCase):
         self.assertIn("bytes", self.text("#pointed"))
         self.press(Keys.ENTER)
         self.wait(lambda: len(self.driver.find_elements(By.CSS_SELECTOR, "#trail button")) > 1)
-        # Out of a part, the cursor is on it, though another is larger.
+        # After a part was left, the cursor is on it, although another part is larger.
         self.wait(lambda: self.text("#pointed").startswith("src/net ·"))
         self.press(Keys.ARROW_DOWN, Keys.ARROW_RIGHT)
         self.wait(lambda: self.text("#pointed").startswith("src/main.cpp ·"))
@@ -279,7 +280,7 @@ class Page(unittest.TestCase):
         links = self.hrefs()
         self.assertTrue(links and all(re.fullmatch(r"https://h/[\w%.~!*'()/-]+", link) for link in links), links)
 
-    def test_places_are_links(self):
+    def test_locations_are_links(self):
         self.assertIn("https://example.org/prog/src/net/socket.cpp#L1", self.hrefs())
         files = ["a b/ü#?%.c", "/abs/x.c", "../up.c", "c\u0001.c"]
         source = os.path.join(self.directory, "files.json")
@@ -336,7 +337,6 @@ class Page(unittest.TestCase):
         self.driver.get("file://" + both)
         self.wait(lambda: self.text("#title") == "This page cannot be shown")
 
-
     def test_a_hundred_thousand_variables(self):
         count = 100_000
         subprocess.run(["bash", "-c", f'cd "$0" && . bench/common.sh && generate_program {count} "$1"', SOURCES,
@@ -358,9 +358,9 @@ class Page(unittest.TestCase):
         self.script("grid.scrollTop = grid.scrollHeight")
         self.wait(lambda: self.column("Name")[-1:] == ["variable_99999"])
         self.assertLess(len(self.driver.find_elements(By.CSS_SELECTOR, "#body [role=row]")), 100)
-        print(f"template {template} bytes, {each:.1f} bytes a variable, ready after {ready} ms, a key answered in",
+        print(f"template {template} bytes, {each:.1f} bytes per variable, ready after {ready} ms, keys handled in",
               ", ".join(f"{time:.0f}" for time in answers), "ms")
-        self.assertLess(max(ready, *answers), 1000 * PATIENCE)
+        self.assertLess(max(ready, *answers), 1000 * TIMEOUT)
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-// The conversations with the child tools: with fakes that misbehave in every way, and what is left afterwards.
+// Sessions with fake tools that misbehave in every way, and what is left of them.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -16,7 +16,7 @@ namespace {
 class Session : public testing::Test {
  protected:
   void TearDown() override {
-    signal(SIGCHLD, SIG_DFL);  // or it would collect the children of the test framework
+    signal(SIGCHLD, SIG_DFL);  // or the handler would reap children of the test framework
     EXPECT_EQ(openDescriptors(), descriptorsBefore);
     EXPECT_EQ(children(), 0);
   }
@@ -27,7 +27,7 @@ class Session : public testing::Test {
 using A2L = Session;
 using GDB = Session;
 
-// The pieces of a list, "|" after each; the list is freed.
+// The pieces of a reply, each followed by "|". Frees the list.
 std::string pieces(reply* list) {
   std::string text;
   for (const reply* at = list; at != nullptr; at = at->next) text += std::string(at->line) + "|";
@@ -40,7 +40,7 @@ std::string locate(A2LControl& session, const std::string& address) {
   return location.file + " " + std::to_string(location.line);
 }
 
-// The lines of the answer, "|" after each; "?" when it does not come whole.
+// The lines of the answer, each followed by "|"; "?" if it is incomplete.
 std::string ask(GDBControl& session, const std::string& command) {
   std::string answer;
   const bool whole =
@@ -48,7 +48,7 @@ std::string ask(GDBControl& session, const std::string& command) {
   return whole ? answer : "?";
 }
 
-// What `work`, which has to end in time, writes to standard error.
+// Runs `work`, which must end in time. Returns what it writes to standard error.
 std::string errorsWithin(double seconds, const std::function<void()>& work) {
   const Deadline start = Clock::now();
   testing::internal::CaptureStderr();
@@ -57,7 +57,7 @@ std::string errorsWithin(double seconds, const std::function<void()>& work) {
   return testing::internal::GetCapturedStderr();
 }
 
-constexpr std::chrono::milliseconds patience{2000};
+constexpr std::chrono::milliseconds timeout{2000};
 
 }  // namespace
 
@@ -77,7 +77,8 @@ TEST_F(A2L, PiecesOfAnExchange) {
   EXPECT_EQ(session.sendA2L("1\n"), -1);
   ASSERT_EQ(session.startA2L(), 0);
   EXPECT_EQ(session.isActive(), 1);
-  EXPECT_EQ(pieces(session.convA2L(1, "%s", "")), "[-e][the program]\n|0 1 2 3\n|") << "3 is the list itself";
+  EXPECT_EQ(pieces(session.convA2L(1, "%s", "")), "[-e][the program]\n|0 1 2 3\n|")
+      << "3 is the directory that ls reads";
   EXPECT_EQ(pieces(session.convA2L(1, "%d\n", 7)), "a.c:7\n|b.c:2\n|rest|");
   EXPECT_EQ(pieces(session.convA2L(1, "\n")), full + "\n|");
   EXPECT_EQ(pieces(session.convA2L(1, "\n")), full + "0|\n|");
@@ -90,7 +91,7 @@ TEST_F(A2L, PiecesOfAnExchange) {
   EXPECT_EQ(session.isActive(), 0);
 }
 
-// More than a pipe holds, so that it is written in parts.
+// The request is larger than a pipe, so it is written in parts.
 TEST_F(A2L, LongRequestIsSentWhole) {
   fake.addr2line("head -c 200001 | wc -c");
   A2LControl session("x");
@@ -99,7 +100,7 @@ TEST_F(A2L, LongRequestIsSentWhole) {
   EXPECT_EQ(pieces(session.convA2L(20, "%s", "")), "200001\n|");
 }
 
-// Also over new starts, of which none may inherit text from the one before, and which leave no child.
+// Also after restarts, which neither inherit text from the previous child nor leave it running.
 TEST_F(A2L, RepliesArePairedWithTheirRequests) {
   fake.addr2line(R"(
     echo 'addr2line: DWARF error: a:1' >&2
@@ -121,51 +122,51 @@ TEST_F(A2L, RepliesArePairedWithTheirRequests) {
     EXPECT_EQ(locate(session, "5"), " 0");
     EXPECT_EQ(locate(session, std::string(99, 'a')), "l.c -7");
   }
-  EXPECT_TRUE(comesTrue([] { return children() == 1; })) << "earlier children end as their input has closed";
+  EXPECT_TRUE(becomesTrue([] { return children() == 1; })) << "earlier children end when their input is closed";
 }
 
-// The fake leaves three requests unanswered until a fourth has come: the late replies are not taken for those of later
-// requests.
+// The fake leaves three requests unanswered until a fourth has come: the late replies are not mistaken for those to
+// later requests.
 TEST_F(A2L, LateRepliesAreDropped) {
   const TempDir directory;
   fake.addr2line("echo >" + directory / "started" + R"(
     read a; echo a.c:1
     read a; read a; read a; read a; printf 'l.c:2\nl.c:3\nl.c:4\n'; sleep 0.005; echo d.c:5
     while read a; do echo "$a.c:6"; done)");
-  A2LControl session("x", patience);
+  A2LControl session("x", timeout);
   ASSERT_EQ(session.startA2L(), 0);
-  ASSERT_TRUE(comesTrue([&] { return !readFile(directory / "started").empty(); }));
+  ASSERT_TRUE(becomesTrue([&] { return !readFile(directory / "started").empty(); }));
   EXPECT_EQ(locate(session, "1"), "a.c 1");
   EXPECT_EQ(locate(session, "2") + locate(session, "3") + locate(session, "4"), " 0 0 0");
-  // The reply to the fifth request is within reach only if the fake was fast enough; it is never a late one.
+  // The fifth request gets its own reply if the fake is fast enough, otherwise none, but never a late one.
   const std::string fifth = locate(session, "5");
   EXPECT_TRUE(fifth == "d.c 5" || fifth == " 0") << fifth;
-  EXPECT_TRUE(comesTrue([&] { return locate(session, "e") == "e.c 6"; }));
+  EXPECT_TRUE(becomesTrue([&] { return locate(session, "e") == "e.c 6"; }));
   EXPECT_EQ(locate(session, "f"), "f.c 6");
 }
 
-// Whether a request was skipped or the child is behind for good, its replies do not say; a new child is in step.
+// The replies do not show whether a request was skipped or the child is behind for good; a new child is in step.
 TEST_F(A2L, ChildThatSkipsARequest) {
   const TempDir directory;
   fake.addr2line("echo >>" + directory / "starts" + R"(
     read a; echo a.c:1; read skipped; while read a; do echo "$a.c:3"; done)");
-  A2LControl session("x", patience);
+  A2LControl session("x", timeout);
   ASSERT_EQ(session.startA2L(), 0);
-  ASSERT_TRUE(comesTrue([&] { return !readFile(directory / "starts").empty(); }));
+  ASSERT_TRUE(becomesTrue([&] { return !readFile(directory / "starts").empty(); }));
   EXPECT_EQ(locate(session, "1"), "a.c 1");
   EXPECT_EQ(locate(session, "2"), " 0");
   EXPECT_EQ(locate(session, "3"), " 0");
-  EXPECT_TRUE(comesTrue([&] { return locate(session, "4") == "a.c 1"; }));
+  EXPECT_TRUE(becomesTrue([&] { return locate(session, "4") == "a.c 1"; }));
   EXPECT_GE(readFile(directory / "starts").size(), 2U);
 }
 
-// A child that writes without end is given up in time, by both sessions.
+// Both sessions give up in time on a child that never stops writing.
 TEST_F(A2L, Floods) {
   for (const std::string flood : {"yes noise", "yes noise | tr -d '\\n'", "yes '??:0'"}) {
     fake.addr2line("read a; " + flood);
     fake.gdb("printf '(gdb) '; read a; " + flood + " & read quit; kill $!");
-    A2LControl session("x", patience / 10);
-    GDBControl debugger("x", patience / 10);
+    A2LControl session("x", timeout / 10);
+    GDBControl debugger("x", timeout / 10);
     ASSERT_EQ(session.startA2L() + debugger.startGDB(), 0);
     errorsWithin(100, [&] {
       for (int i = 0; i < 20; ++i) EXPECT_EQ(locate(session, "1"), " 0");
@@ -174,8 +175,8 @@ TEST_F(A2L, Floods) {
   }
 }
 
-// Whatever the moment of a child's death relative to the wait, the wait ends with it, without a message; also when
-// another process still holds the pipe, so that only SIGCHLD tells.
+// Whenever a child dies, before or during the wait for its reply, the wait ends without a message; also if another
+// process still holds the pipe, so that only SIGCHLD reports the death.
 TEST_F(A2L, ChildrenThatDie) {
   const struct {
     const char* script;
@@ -274,8 +275,8 @@ TEST_F(GDB, StartQueryEnd) {
   EXPECT_EQ(session.isGdbActive(), 0);
 }
 
-// A gdb that is silent costs its patience for each question, and nothing once all of it is used up, also when it does
-// not quit. Its late answers are recognised by their prompts.
+// Each question to a silent gdb takes the timeout, and none once the time for all of them is used up, even if gdb does
+// not quit. Its late answers are recognized by their prompts.
 TEST_F(GDB, LateAnswersAreDropped) {
   const TempDir directory;
   fake.gdb("echo $$ >" + directory / "id" + R"(
@@ -283,11 +284,11 @@ TEST_F(GDB, LateAnswersAreDropped) {
     read a; read a; read a; printf '1\n(gdb) 2 (gdb) x\n(gdb) '
     while read a; do [ $a = mute ] || [ $a = quit ] || printf "$a\n(gdb) "; done
     exec sleep 1000)");
-  GDBControl session("x", patience / 4);
+  GDBControl session("x", timeout / 4);
   ASSERT_EQ(session.startGDB(), 0);
   EXPECT_EQ(ask(session, "1"), "?");
   EXPECT_EQ(ask(session, "2"), "?");
-  // These two may also come too late, but are never taken for others.
+  // These two answers may also come too late, but are never mistaken for others.
   for (const auto& [question, own] : {std::pair("3", "x|"), std::pair("4", "4|")}) {
     const std::string answer = ask(session, question);
     EXPECT_TRUE(answer == own || answer == "?") << answer;
@@ -299,5 +300,5 @@ TEST_F(GDB, LateAnswersAreDropped) {
   });
   const pid_t leftBehind = std::stoi(readFile(directory / "id"));
   kill(leftBehind, SIGKILL);
-  waitpid(leftBehind, nullptr, 0);  // or the handler of SIGCHLD did it
+  waitpid(leftBehind, nullptr, 0);  // unless the SIGCHLD handler has
 }

@@ -64,7 +64,7 @@ pid_t startTolquin(const std::string& directory, const std::string& program) {
   if (pid != 0) return pid;
   setenv("DB", directory.c_str(), 1);
   setenv("EXEFILE", program.c_str(), 1);
-  // The leak search is a child too, and whoever waits for it waits for ever when it is killed.
+  // LeakSanitizer starts a child too, and would wait forever for it if a test killed it.
   setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
   alarm(60);
   std::freopen("/dev/null", "w", stderr);
@@ -85,14 +85,14 @@ void FakeTools::write(const std::string& name, const std::string& script) {
   fs::permissions(directory_ / name, fs::perms::owner_all);
 }
 
-bool comesTrue(const std::function<bool()>& condition) {
+bool becomesTrue(const std::function<bool()>& condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  bool come = condition();
-  while (!come && std::chrono::steady_clock::now() < end) {
+  bool isTrue = condition();
+  while (!isTrue && std::chrono::steady_clock::now() < end) {
     usleep(1000);
-    come = condition();
+    isTrue = condition();
   }
-  return come;
+  return isTrue;
 }
 
 int openDescriptors() {

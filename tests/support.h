@@ -7,26 +7,26 @@
 #include <string>
 #include <vector>
 
-/// How a shell command ended: exit status (128 + signal when killed), and what it wrote.
+/// The outcome of a shell command: exit status (128 + signal if it was killed) and output.
 struct RunResult {
   int status = 0;
   std::string out;
   std::string err;
 };
-/// Runs `command` by the shell.
+/// Runs `command` in a shell.
 RunResult run(const std::string& command);
 
-/// A directory of its own, removed with all it holds at the end.
+/// A temporary directory, which the destructor removes with its contents.
 class TempDir {
  public:
   TempDir();
   ~TempDir();
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
-  /// Path of `name` within the directory.
+  /// Path of `name` in the directory.
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
   const std::string& path() const { return path_; }
-  /// Runs `command` by the shell within the directory.
+  /// Runs `command` in a shell, in the directory.
   RunResult run(const std::string& command) const { return ::run("cd " + path_ + "\n" + command); }
 
  private:
@@ -37,10 +37,10 @@ void writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
 std::vector<std::string> splitAt(const std::string& text, char separator);
 
-/// Starts tolquin.exe, mute, for a minute at most. Returns its process id.
+/// Starts tolquin.exe for at most a minute, with standard error discarded. Returns its process id.
 pid_t startTolquin(const std::string& directory, const std::string& program);
 
-/// Puts fake tools, shell scripts that do nothing at first, on the search path of this process while it lives.
+/// Puts an addr2line and a gdb that are shell scripts, at first empty ones, in front of PATH for its lifetime.
 class FakeTools {
  public:
   FakeTools();
@@ -55,9 +55,9 @@ class FakeTools {
   std::string oldPath_;
 };
 
-/// Whether `condition` comes true within a minute, however busy the machine.
-bool comesTrue(const std::function<bool()>& condition);
+/// Whether `condition` becomes true within a minute.
+bool becomesTrue(const std::function<bool()>& condition);
 
-/// Descriptors open in this process, and its children that are still there, ended or not.
+/// The number of descriptors open in this process, and of its children, including zombies.
 int openDescriptors();
 int children();

@@ -1,4 +1,4 @@
-// The disk B-tree: its file byte for byte, its answers against a map, and what it does about damage and full disks.
+// The disk B-tree: its file byte for byte, its lookups compared with a map, damaged files and full disks.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -38,7 +38,7 @@ std::vector<int> ascending(int count) {
   return numbers;
 }
 
-// A record of the file: the number of items, the items, three bytes, the branches; all else is zeros.
+// A record of the file: the number of items, the items, three bytes, the branches. All other bytes are zero.
 std::string record(const std::vector<int>& numbers, const std::vector<std::int32_t>& branches) {
   std::string bytes(recordSize, '\0');
   bytes[0] = static_cast<char>(numbers.size());
@@ -56,7 +56,7 @@ std::string leaf(const std::vector<int>& numbers) {
   return record(numbers, std::vector<std::int32_t>(numbers.size() + 1, -1));
 }
 
-// The table into which the items 1 to 12 were put in this order.
+// The file after the items 1 to 12 were inserted in this order.
 const std::string twelve =
     record({}, {12, 3, 3}) + leaf({1, 2, 3, 4, 5}) + leaf({7, 8, 9, 10, 11, 12}) + record({6}, {1, 2});
 
@@ -75,7 +75,7 @@ TEST(Table, FileLayoutStepByStep) {
     EXPECT_TRUE(readFile(path) == unfinished + leaf({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
     EXPECT_TRUE(table.Insert(item(12)));
     table.Flush();
-    EXPECT_TRUE(readFile(path).starts_with(unfinished)) << "the header is completed at the end only";
+    EXPECT_TRUE(readFile(path).starts_with(unfinished)) << "the header is completed only at the end";
   }
   EXPECT_TRUE(readFile(path) == twelve);
   IndexTable table('r', path.c_str());
@@ -85,7 +85,7 @@ TEST(Table, FileLayoutStepByStep) {
   EXPECT_EQ(splitAt(testing::internal::GetCapturedStderr(), '\n').size(), 12u);
 }
 
-TEST(Table, AnswersLikeAMapForEveryOrder) {
+TEST(Table, AnswersLikeAMapInEveryOrder) {
   const TempDir directory;
   std::mt19937 random(1);
   std::vector<std::vector<int>> orders(4, ascending(1500));
@@ -127,22 +127,22 @@ TEST(Table, FilesThatCannotBeUsed) {
     signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{records * recordSize + 5, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &limit);
-    static IndexTable table('w', (directory / "limited").c_str());  // whose end belongs to that of the process
+    static IndexTable table('w', (directory / "limited").c_str());  // destroyed when the process exits
     for (const int number : ascending(1000)) table.Insert(item(number));
   };
   EXPECT_EXIT(fillUpTo(30), testing::ExitedWithCode(1), "limited: node 3[0-9]: cannot be written: File too large");
-  EXPECT_TRUE(IndexTable('r', (directory / "limited").c_str()).Empty()) << "a table that failed must not look finished";
+  EXPECT_TRUE(IndexTable('r', (directory / "limited").c_str()).Empty()) << "a table that failed must not look complete";
 }
 
-// A table whose branches lead back to its root, one with a text without an end, and one cut short: the lookup ends,
-// with a message that names file and node. (Random damage is the fuzzer's.)
+// A table whose branches lead back to its root, one with an unterminated text, and a truncated one: the lookup ends
+// with a message that names the file and the node. (The fuzzer covers random damage.)
 TEST(Table, DamageIsReported) {
   const TempDir directory;
   const std::string path = directory / "t";
-  const std::string circle = twelve.substr(0, 3 * recordSize) + record({6}, {3, 3});
+  const std::string cyclic = twelve.substr(0, 3 * recordSize) + record({6}, {3, 3});
   std::string endless = twelve;
   std::memset(&endless[3 * recordSize + 4 + 51], 'x', 2000);
-  for (const std::string& bytes : {circle, endless, twelve.substr(0, 3 * recordSize + 100)}) {
+  for (const std::string& bytes : {cyclic, endless, twelve.substr(0, 3 * recordSize + 100)}) {
     writeFile(path, bytes);
     ItemType found;
     EXPECT_EXIT(IndexTable('r', path.c_str()).Retrieve(item(5).KeyField, found), testing::ExitedWithCode(1),

@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Compares the inventory of a program, row by row, with what gdb, nm and llvm-dwarfdump say of it.
+"""Compares the inventory of a program, row by row, with what gdb, nm and llvm-dwarfdump report.
 
-usage: witness.py INVENTORY_ROWS PROGRAM [SAID]
+usage: witness.py INVENTORY_ROWS PROGRAM [REPORTS]
 
-SAID is a file that keeps what gdb and llvm-dwarfdump say of the program, if it is missing; if it is there, it is used: for
-a program whose debugging information was moved since to where they do not find it. Prints what differs and what is missing; exit status 0 when nothing does. gdb runs this same file to say what it knows.
+The file REPORTS caches what the three tools report. If it exists, it is used instead of running them: for a program whose
+debugging information has since been moved to where they do not find it. Prints differences and missing variables; the exit
+status is 0 if there are none. gdb runs this same file to write down its symbols.
 """
 import collections
 import json
@@ -17,7 +18,7 @@ import tempfile
 ROW = 'name type size section writable thread_local linkage file line address named_size'.split()
 
 
-# --- within gdb -------------------------------------------------------------------------------------------------------
+# --- inside gdb -------------------------------------------------------------------------------------------------------
 
 def spelled(type_):
     import gdb
@@ -42,7 +43,7 @@ def address_of(symbol):
     import gdb
     if symbol.addr_class != gdb.SYMBOL_LOC_STATIC: return None
     if symbol.type.code in (gdb.TYPE_CODE_REF, gdb.TYPE_CODE_RVALUE_REF):
-        # gdb follows references; what it shows of the symbol has the place of the reference itself.
+        # gdb follows references; `info address` shows the address of the reference itself.
         found = re.search(r'static storage at address (0x[0-9a-f]+)', described(symbol))
         return int(found[1], 16) if found else None
     try:
@@ -61,7 +62,7 @@ def described(symbol):
 
 
 def gdb_symbols(hints):
-    """Every variable of the program that gdb can be made to name, by the places and names in `hints`."""
+    """Yields every variable that gdb finds by the code addresses and names in `hints`."""
     import gdb
     seen = {}
 
@@ -73,7 +74,7 @@ def gdb_symbols(hints):
         address = address_of(symbol)
         seen.setdefault(key + (address,), (symbol, in_function, address))
 
-    for pc in hints['places']:
+    for pc in hints['pcs']:
         block = gdb.block_for_pc(pc)
         while block is not None and not block.is_global:
             in_function = not block.is_static
@@ -95,7 +96,7 @@ def gdb_symbols(hints):
 
 def run_in_gdb():
     with open(os.environ['WITNESS_HINTS']) as file: hints = json.load(file)
-    # A line each, for gdb may crash.
+    # Each line is written at once, because gdb may crash.
     with open(os.environ['WITNESS_RESULT'], 'w') as file:
         for fact in gdb_symbols(hints): print(json.dumps(fact), file=file, flush=True)
 
@@ -108,27 +109,27 @@ def output(*command):
 
 
 def sections(program):
-    """The sections that the program has in memory: name, begin, size, thread-local."""
+    """Yields the sections that are in memory at run time: name, address, size, whether thread-local."""
     for line in output('readelf', '-SW', program).splitlines():
         found = re.match(r'\s*\[ *\d+\] (\S+)\s+\S+\s+([0-9a-f]+) [0-9a-f]+ ([0-9a-f]+) \S+\s+(\w*A\w*) ', line)
         if found: yield found[1], int(found[2], 16), int(found[3], 16), 'T' in found[4]
 
 
 def debugging_files(program):
-    """The file that holds the debugging information of the program, and the one that dwz moved a part of it to."""
+    """Returns the file with the program's debugging information, and the one to which dwz moved part of it."""
     found = program
     if not re.search(r'\.debug_info\b', output('readelf', '-SW', program)):
         build_id = re.search('Build ID: (..)(.*)', output('readelf', '-n', program))
         link = re.search(r'\] +(\S+)', output('readelf', '-p', '.gnu_debuglink', program))
-        places = ['/usr/lib/debug/.build-id/%s/%s.debug' % build_id.groups()] if build_id else []
-        if link: places.append(os.path.join(os.path.dirname(program), link[1]))
-        found = next((place for place in places if os.path.exists(place)), program)
+        candidates = ['/usr/lib/debug/.build-id/%s/%s.debug' % build_id.groups()] if build_id else []
+        if link: candidates.append(os.path.join(os.path.dirname(program), link[1]))
+        found = next((path for path in candidates if os.path.exists(path)), program)
     shared = re.search(r'\] +(\S+)', output('readelf', '-p', '.gnu_debugaltlink', found))
     return [found] + ([os.path.join(os.path.dirname(found), shared[1])] if shared else [])
 
 
 def address_lists(path):
-    """The lists of addresses that units refer to by number, by where they begin in their section."""
+    """Returns the address tables of .debug_addr by the offset of their first entry."""
     lists, end = {}, 0
     for line in output('llvm-dwarfdump', '--debug-addr', path).splitlines():
         found = re.match(r'Address table header: length = (0x[0-9a-f]+), format = DWARF(32|64)', line)
@@ -141,12 +142,12 @@ def address_lists(path):
 
 
 def plain_path(path):
-    """Without what both tools put in front of the first directory of DWARF 5 once more if it is relative."""
+    """Removes the prefix that both tools repeat before the first directory of DWARF 5 if it is relative."""
     return os.path.normpath(re.sub(r'^\./(.+)/\./\1/', r'./\1/', path))
 
 
-def dwarf_entries(path, number, entries, places):
-    """Adds the variables in one file, the `number`th, to `entries`, and places in the code to `places`."""
+def dwarf_entries(path, number, entries, pcs):
+    """Adds the variables in a file, the `number`th, to `entries`, and addresses of code to `pcs`."""
     lists = address_lists(path)
     entry, addresses = None, []
     for line in output('llvm-dwarfdump', '--debug-info', path).splitlines():
@@ -156,7 +157,7 @@ def dwarf_entries(path, number, entries, places):
             if found: entry = entries[number, int(found[1], 16)] = {'name': None, 'artificial': False}
             continue
         for low in re.findall(r'DW_AT_low_pc\s+\((0x[0-9a-f]+)\)|\[(0x[0-9a-f]+), 0x', line):
-            places.add(int(low[0] or low[1], 16))
+            pcs.add(int(low[0] or low[1], 16))
         found = re.search(r'DW_AT_addr_base\s+\((0x[0-9a-f]+)', line)
         if found: addresses = lists.get(int(found[1], 16), [])
         if entry is None: continue
@@ -184,9 +185,9 @@ def dwarf_entries(path, number, entries, places):
 
 
 def dwarf_variables(program):
-    """Entries of variables with a plain address: name, address, whether artificial; places in the code; files by names."""
-    entries, places = {}, set()
-    for number, path in enumerate(debugging_files(program)): dwarf_entries(path, number, entries, places)
+    """Returns the entries of variables that have an address or a thread-local offset, and addresses of code."""
+    entries, pcs = {}, set()
+    for number, path in enumerate(debugging_files(program)): dwarf_entries(path, number, entries, pcs)
     for entry in entries.values():
         other = entry
         while 'completes' in other and (other := entries.get(other['completes'])):
@@ -197,11 +198,11 @@ def dwarf_variables(program):
         entry['name'] = entry['name'] or entry.get('shown')
     located = [{key: value for key, value in entry.items() if key != 'completes'}
                for entry in entries.values() if 'address' in entry or 'offset' in entry]
-    return located, sorted(places)
+    return located, sorted(pcs)
 
 
 def symbols(program):
-    """By address: name, size and letter of the symbols of variables."""
+    """Returns the symbols at each address: name, size and letter."""
     found = collections.defaultdict(list)
     for line in output('nm', '-S', '--defined-only', debugging_files(program)[0]).splitlines():
         words = line.split()
@@ -209,30 +210,30 @@ def symbols(program):
     return found
 
 
-def code_places(program):
-    """All addresses in the functions of a small program."""
+def code_addresses(program):
+    """Returns all addresses in the functions of the program, or none if it is large."""
     ranges = []
     for line in output('nm', '-S', '--defined-only', program).splitlines():
         words = line.split()
         if len(words) == 4 and words[2] in 'tTwW': ranges.append(range(int(words[0], 16), int(words[0], 16) + int(words[1], 16)))
-    return [place for each in ranges for place in each] if sum(len(each) for each in ranges) < 50000 else []
+    return [pc for each in ranges for pc in each] if sum(len(each) for each in ranges) < 50000 else []
 
 
-# --- comparing --------------------------------------------------------------------------------------------------------
+# --- comparison ------------------------------------------------------------------------------------------------------
 
 def bare(text):
-    """Without blanks, and without what gdb 13 cannot spell."""
+    """Removes blanks, and ABI tags, which gdb 13 cannot spell."""
     return re.sub(r'\s|\[abi:\w+\]', '', text or '')
 
 
 def last_part(name):
-    """Without scopes and template arguments."""
+    """Removes scopes and template arguments."""
     while '<' in name and name != (shorter := re.sub(r'<[^<>]*>', '', name)): name = shorter
     return name.split('::')[-1]
 
 
 class Comparison:
-    def __init__(self, rows_program, program, said=None):
+    def __init__(self, rows_program, program, reports=None):
         self.program = program
         done = subprocess.run([rows_program, program, '--artificial'], capture_output=True, check=False)
         self.warnings = done.stderr.decode('utf-8', 'replace')
@@ -246,14 +247,14 @@ class Comparison:
                 self.by_address[int(row['address'])].append(row)
         self.sections = list(sections(program))
         self.symbols = symbols(program)
-        if said and os.path.exists(said):
-            with open(said) as file: self.entries, self.known, self.symbols = json.load(file)
+        if reports and os.path.exists(reports):
+            with open(reports) as file: self.entries, self.known, self.symbols = json.load(file)
             self.symbols = {int(address): each for address, each in self.symbols.items()}
         else:
-            self.entries, places = dwarf_variables(program)
-            self.known = self.ask_gdb(sorted(set(places) | set(code_places(program))))
-        if said:
-            with open(said, 'w') as file: json.dump([self.entries, self.known, self.symbols], file)
+            self.entries, pcs = dwarf_variables(program)
+            self.known = self.ask_gdb(sorted(set(pcs) | set(code_addresses(program))))
+        if reports:
+            with open(reports, 'w') as file: json.dump([self.entries, self.known, self.symbols], file)
         self.files = collections.defaultdict(set)
         self.entries_at = collections.defaultdict(list)
         for entry in self.entries:
@@ -291,7 +292,7 @@ class Comparison:
 
     @staticmethod
     def is_of_entry(row, own):
-        """Whether `own`, a name without scopes or that of a symbol, is the row's."""
+        """Whether `own`, a name without scopes or the name of a symbol, belongs to the variable of the row."""
         last = bare(last_part(row['name']))
         return bare(row['name']).endswith(own) or own == last or (own.startswith('_Z') and '%d%s' % (len(last), last) in own)
 
@@ -304,20 +305,20 @@ class Comparison:
             own = row['name'].split('::')[-1]
             same = [size for name, size, _ in found.get(int(row['address']), [])
                     if name == own or name.startswith(own + '.')] if row['address'] != 'null' else []
-            # What was split into pieces has a symbol for each.
+            # A variable that was split into pieces has a symbol for each.
             pieces = [size for at, names in found.items() if row['address'] != 'null' and row['size'] != 'null' and
                       0 <= at - int(row['address']) < int(row['size'])
                       for name, size, _ in names if re.fullmatch(re.escape(own) + r'\.\d+', name)] if same else []
             if same and row['size'] != 'null' and int(row['size']) > max(max(same), sum(pieces)):
                 self.fault('%s: size %s, nm says %s' % (row['name'], row['size'], same))
             if row['thread_local'] == 'true' and '::' not in row['name'] and not same and found:
-                self.fault('%s: thread-local at %s, which nm does not say' % (row['name'], row['address']))
+                self.fault('%s: thread-local at %s, where nm has no such symbol' % (row['name'], row['address']))
 
-    def ask_gdb(self, places):
+    def ask_gdb(self, pcs):
         with tempfile.TemporaryDirectory() as directory:
             hints, result = directory + '/hints', directory + '/result'
             names = {row['name'] for row in self.rows} | {name for entry in self.entries for name in (entry['name'], entry.get('shown')) if name}
-            with open(hints, 'w') as file: json.dump({'places': places, 'names': sorted(names)}, file)
+            with open(hints, 'w') as file: json.dump({'pcs': pcs, 'names': sorted(names)}, file)
             environment = dict(os.environ, WITNESS_HINTS=hints, WITNESS_RESULT=result, DEBUGINFOD_URLS='')
             done = subprocess.run([os.environ.get('GDB', 'gdb'), '-nx', '-batch', '-x', os.path.abspath(__file__), self.program],
                                   env=environment, capture_output=True, check=False)
@@ -334,7 +335,7 @@ class Comparison:
                 continue
             else:
                 candidates = [row for row in self.by_address[fact['address']] if self.is_named(row, fact)]
-                # In C gdb takes the name of the symbol if the source gives it one.
+                # In C, gdb uses the name of the symbol if the source sets one.
                 labels = [entry['name'] for entry in self.entries_at[fact['address']] if entry.get('linkage') == fact['name']]
                 candidates = candidates or [row for row in self.by_address[fact['address']] if row['name'] in labels]
             if not candidates and fact['name'] not in self.warnings:
@@ -346,29 +347,29 @@ class Comparison:
     @staticmethod
     def is_named(row, fact):
         name, theirs = bare(row['name']), bare(fact['name'])
-        # Of what has no external name gdb does not know the scopes in DWARF 2, and at times not otherwise.
+        # gdb does not know the scopes of names without external linkage in DWARF 2, and sometimes not in later versions.
         short = row['linkage'] != 'external'
         return name == theirs or (short and name.endswith('::' + theirs))
 
     def files_of(self, row, fact):
-        """By llvm-dwarfdump, if it knows the address: gdb 13 looks numbers up in the list of another unit at times."""
-        place = int(row['address']) if row['address'] != 'null' else None
-        return self.files.get((row['thread_local'] == 'false', place)) or {plain_path(fact['file'])}
+        """Prefers llvm-dwarfdump, if it knows the address: gdb 13 sometimes uses the file list of another unit."""
+        address = int(row['address']) if row['address'] != 'null' else None
+        return self.files.get((row['thread_local'] == 'false', address)) or {plain_path(fact['file'])}
 
-    def differences(self, row, fact, beside=()):
-        said = []
-        # Of an unnamed union gdb may take one member for another.
-        types = {row['type']} | {each['type'] for each in beside if each['size'] != row['size'] or each is not row}
+    def differences(self, row, fact, neighbors=()):
+        found = []
+        # gdb may mistake one member of an unnamed union for another.
+        types = {row['type']} | {each['type'] for each in neighbors if each['size'] != row['size'] or each is not row}
         if row['type'] != 'null' and not {bare(text) for text in types} & {bare(text) for text in fact['types']}:
-            said.append('type %s, gdb %s' % (row['type'], fact['types']))
+            found.append('type %s, gdb %s' % (row['type'], fact['types']))
         if row['size'] != 'null' and int(row['size']) != fact['size'] and not fact['incomplete'] and \
            not ((fact['open'] or '::*' in row['type']) and int(row['size']) in row['symbol_sizes']):
-            said.append('size %s, gdb %s' % (row['size'], fact['size']))
+            found.append('size %s, gdb %s' % (row['size'], fact['size']))
         if row['file'] != 'null' and fact['file'] and not fact['file'].endswith('>') and \
            os.path.normpath(row['file']) not in self.files_of(row, fact):
-            said.append('file %s, gdb %s' % (row['file'], fact['file']))
-        if int(row['line']) not in (0, fact['line']): said.append('line %s, gdb %s' % (row['line'], fact['line']))
-        return row['name'] + ': ' + '; '.join(said) if said else ''
+            found.append('file %s, gdb %s' % (row['file'], fact['file']))
+        if int(row['line']) not in (0, fact['line']): found.append('line %s, gdb %s' % (row['line'], fact['line']))
+        return row['name'] + ': ' + '; '.join(found) if found else ''
 
     def run(self):
         self.check_sections()

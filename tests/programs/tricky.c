@@ -1,4 +1,4 @@
-/* Every kind of C variable that compilers describe in a way of their own. */
+/* C variables of every kind that compilers describe differently. */
 #include <complex.h>
 #include <stdatomic.h>
 typedef const char *names_t[3];

@@ -1,4 +1,4 @@
-// Every kind of C++ variable that compilers describe in a way of their own.
+// C++ variables of every kind that compilers describe differently.
 #include <string>
 #include <map>
 #include <vector>
