@@ -34,7 +34,7 @@ debug_info_size() {
 # Links $2 copies of this project's tests to the program $1, which is never run.
 link_large() {
   local build=$PWD/build/bench-asan
-  cmake --preset asan -B "$build" -DBUILD_TESTING=ON -DCMAKE_CXX_FLAGS_DEBUG=-g >/dev/null
+  cmake --preset debug -B "$build" -DBUILD_TESTING=ON "-DCMAKE_CXX_FLAGS=-fsanitize=address,undefined -O1" >/dev/null
   cmake --build "$build" -j "$(nproc)" --target tolquinTests >&2
   local objects=() copy object
   mkdir "$work/objects"

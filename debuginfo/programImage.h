@@ -28,6 +28,7 @@ struct ImageAddress {
   bool isThreadLocal = false;
   std::uint64_t value = 0;  ///< if thread-local, the offset in the TLS block
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): a mistake of clang-tidy 14
   friend auto operator<=>(const ImageAddress&, const ImageAddress&) = default;
 };
 

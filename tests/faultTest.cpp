@@ -159,7 +159,7 @@ TEST_F(Fault, KilledAtRandomMoments) {
 // 200,000 variables and an addr2line that misbehaves in a fixed pseudo-random sequence: every row is correct or has no
 // location, and the memory of the program does not grow.
 TEST(Soak, RowsAreCorrectOrWithoutLocation) {
-  constexpr int variables = 200000;
+  constexpr int variables = SANITIZED ? 40000 : 200000;
   const TempDir directory;
   FakeTools fake;
   fake.addr2line(R"(
