@@ -18,7 +18,7 @@ make_programs() {
   local option
   mkdir -p build/fuzz/seeds/debugInfo
   for option in -gdwarf-4 -gdwarf-5 '-O2 -g'; do
-    # shellcheck disable=SC2086 -- $option can be several options
+    # shellcheck disable=SC2086 # $option can be several options
     echo 'struct s { int a[3]; struct s *next; } v = {{1}}; static char *(*f[2])(long); int main() { return v.a[0] + !f[0]; }' |
       g++ -x c++ $option -nostartfiles -Wl,-emain - -o "build/fuzz/seeds/debugInfo/program${option// /}" -w
   done
