@@ -9,4 +9,5 @@ preset=${1:-release}
 build_preset "$preset" -DBUILD_TESTING=ON
 dpkg-query -W "${page_packages[@]}" >/dev/null 2>&1 ||
   echo "The page of tolquin report will not be tested; that requires ${page_packages[*]}." >&2
-ctest --preset "$preset" -j "$(nproc)"
+# More at once than there are processors, because tests often wait for timeouts.
+ctest --preset "$preset" -j "$((2 * $(nproc)))"

@@ -70,8 +70,8 @@ large_programs() {
   local seconds memory lines size gdb
   echo '| program | `.debug_info`, MB | `list -j1`, s | MB/s | `-j2` : `-j1` | `-j1` : bare walk | `-j1` : gdb | `list -j1`, MB |'
   echo '| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: |'
-  link_large "$work/tests" 7
-  for program in "$work/tests" "${large[@]}"; do
+  link_large "$work/tests-7-times" 7
+  for program in "$work/tests-7-times" "${large[@]}"; do
     mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin list -j1 $program" "$tolquin list -j2 $program" "$walk $program")
     # Only once, as it takes half a minute. MEASURE_WITH is split into words.
     # shellcheck disable=SC2086
@@ -98,26 +98,33 @@ small_programs() {
   done
 }
 
-# A second program of 100,000 variables, in which one has grown, is for diff.
+# Compiles $work/100000.c, changed by the sed command $2, to $work/$1.
+change_program() {
+  sed -E "$2" "$work/100000.c" >"$work/$1.c"
+  gcc -g -O0 -fno-pie -no-pie -w "$work/$1.c" -o "$work/$1"
+}
+
 commands() {
   local name arguments seconds memory lines
   [ -e "$work/100000" ] || generate_program 100000 "$work/100000"
-  sed '0,/variable_77\[4\]/s//variable_77[8]/' "$work/100000.c" >"$work/later.c"
-  gcc -g -O0 -fno-pie -no-pie -w "$work/later.c" -o "$work/later"
+  change_program grown '0,/variable_77\[4\]/s//variable_77[8]/'
+  change_program tenth 's/variable_([0-9]*0)\b/renamed_\1/g'
+  change_program renamed 's/variable_/renamed_/g'
   echo '| command, 100,000 variables | s | : `list` | MB |'
   echo '| --- | ---: | ---: | ---: |'
   while IFS=: read -r name arguments; do
-    "$tolquin" "${name%% *}" --help >/dev/null 2>&1 || continue
     mapfile -t lines < <(bench/compare.py "$rounds" "$tolquin $arguments" "$tolquin list $work/100000")
     read -r seconds _ memory _ <<<"${lines[0]}"
-    printf '| `%s` | %s | %s | %s |\n' "$name" "$seconds" "${lines[1]##* }" "$(megabytes "$memory")"
+    printf '| %s | %s | %s | %s |\n' "$name" "$seconds" "${lines[1]##* }" "$(megabytes "$memory")"
   done <<COMMANDS
-list:list $work/100000
-list --format json:list --format json $work/100000
-list --by file:list --by file $work/100000
-report:report -o $work/page.html $work/100000
-diff:diff $work/100000 $work/later
-export:export --sqlite $work/base.db $work/100000
+\`list\`:list $work/100000
+\`list --format json\`:list --format json $work/100000
+\`list --by file\`:list --by file $work/100000
+\`report\`:report -o $work/page.html $work/100000
+\`diff\`, one variable grown:diff $work/100000 $work/grown
+\`diff\`, a tenth renamed:diff $work/100000 $work/tenth
+\`diff\`, all renamed:diff $work/100000 $work/renamed
+\`export\`, over an existing database:export --sqlite $work/base.db $work/100000
 COMMANDS
 }
 

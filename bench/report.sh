@@ -20,7 +20,8 @@ report=docs/performance.md
   echo
   echo "## The front end"
   echo
-  echo "Written by \`bench/frontend.sh\`: medians of five rounds; a column \`: X\` is the ratio of seconds to those of X."
+  echo "Written by \`${MEASURE_WITH:+MEASURE_WITH='$MEASURE_WITH' }bench/frontend.sh\`: medians of five rounds; a column \`: X\` is the"
+  echo "ratio of seconds to those of X."
   echo
   bench/frontend.sh "$@"
   echo
