@@ -8,7 +8,8 @@ cd "$(dirname "$0")/.."
 require_packages "${build_packages[@]}" "${test_packages[@]}" valgrind
 build=$PWD/build/valgrind
 rm -rf "$build/logs"
-mkdir -p -m 1777 "$build/logs"
+mkdir -p "$build/logs"
+chmod 1777 "$build/logs"
 # TOLQUIN_SANITIZED omits what cannot work in a program that runs several times slower.
 cmake --preset debug -B "$build" -DBUILD_TESTING=ON -DTOLQUIN_SANITIZED=ON -DCMAKE_CXX_FLAGS=-O1 >/dev/null
 cmake --build "$build" -j "$(nproc)"
