@@ -48,10 +48,11 @@ Budget budgetOf(const std::vector<std::string>& words, std::size_t line) {
 
 std::string place(const std::string& path, std::size_t line) { return path + ":" + std::to_string(line) + ": "; }
 
-// The directory of the file `path`, with a trailing '/'.
+// The directory of the file `path`, with a trailing '/'; empty if it has none, such as a pipe.
 std::string directoryOf(const std::string& path) {
   std::error_code error;
   std::string directory = std::filesystem::canonical(path, error).parent_path().string();
+  if (error) return {};
   if (!directory.ends_with('/')) directory += '/';
   return directory;
 }
@@ -59,7 +60,7 @@ std::string directoryOf(const std::string& path) {
 // Matches files against the pattern of a budget; caches the results.
 class FileMatcher {
  public:
-  // Absolute file names within `directory` also match relative to it.
+  // Absolute file names within `directory` also match relative to it. Empty: there is none.
   FileMatcher(const Budget& budget, const std::string& directory) : pattern_(budget.files), directory_(directory) {}
 
   // `file`: empty if unknown.
@@ -73,7 +74,7 @@ class FileMatcher {
  private:
   bool matchesUncached(std::string_view file) const {
     if (pattern_.matches(file)) return true;
-    return file.starts_with(directory_) && pattern_.matches(file.substr(directory_.size()));
+    return !directory_.empty() && file.starts_with(directory_) && pattern_.matches(file.substr(directory_.size()));
   }
 
   const PathPattern& pattern_;

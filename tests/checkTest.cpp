@@ -110,6 +110,8 @@ TEST_F(Check, Counting) {
             R"({"name": "a", "size": 1, "section": ".bss", "file": ")" + directory / "src/a.c" + "\"}");
   EXPECT_EQ(check("/src/*.c .bss 0", "a.jsonl").status, 3);
   EXPECT_EQ(check("src/*.h .bss 0", "a.jsonl").status, 0);
+  // A pipe has no directory, so not even the root matches.
+  EXPECT_EQ(directory.run(R"(echo "${PWD#/}/src/*.c .bss 0" | tolquin list --check /dev/stdin a.jsonl)").status, 0);
   EXPECT_EQ(check("src/ .bss 100", "rows.jsonl --where 'name = a, executable = net'").status, 0);
 }
 
