@@ -276,6 +276,7 @@ TEST(Program, Faults) {
     int status;
     std::string out, err;
     std::string table;  // "-": does not exist
+    std::string addr2line = echoingTool;
   } cases[] = {
       {start, 112, usage, "", "-"},
       {start + ". x y", 112, usage, "", "-"},
@@ -299,14 +300,13 @@ TEST(Program, Faults) {
       {"mkdir d; DB=d tolquin.exe . x", 0, "", "cannot open d/objdump.1to read\n", ""},
       {"mkdir d; cp objdump.1 d; DB=d tolquin.exe . x", 0, "", "cannot open d/objdump.txtto read\n", ""},
       {"ulimit -f 10; " + usual, 1, "", "./vifa.dat: node 0: cannot be written: File too large\n", ""},
-      {"echo >$(command -v addr2line); " + usual, 0, "", "EOF reading from A2L!\n" + notFound, unlocated},
+      {usual, 0, "", "EOF reading from A2L!\n" + notFound, unlocated, "# ends at once"},
       {"PATH=$(dirname $(command -v tolquin.exe)); EXEFILE=x " + usual, 0, "", notFound, unlocated},
       {usual + " <&- >&- 2>&-", 0, "", "", rows},
       {"echo 08049f50 4 again >>objdump.1; EXEFILE=x " + usual, 0, "", notFound + notFound, rows},
       {"echo '1 4 c\\' >objdump.1; EXEFILE=x " + usual, 0, "", "Var info from Address 1 Not Found\n", ""},
-      {"echo 'read a; echo ??:0; echo ??:0; read a' >$(command -v addr2line); printf '%0120d 4 v\\n' 7 >objdump.1; " +
-           usual,
-       0, "", "Var info from Address " + std::string(118, '0') + "7 Not Found\n", ""},
+      {"printf '%0120d 4 v\\n' 7 >objdump.1; " + usual, 0, "",
+       "Var info from Address " + std::string(118, '0') + "7 Not Found\n", "", "read a; echo ??:0; echo ??:0; read a"},
       {"printf 'int %0500d /* 0x8049f40 */;\n%02000d t /* 0x8049f44 */;\n' 0 0 >objdump.txt; " + usual, 0, "",
        "name too lengthy..\ntype too lengthy..[" + std::string(2000, '0') + "]\n" + notFound,
        row + "2\ttable\t<NULL>\t16\t4\t<NULL>\t<NULL>\t08049f44.c\t7\t-1\n"},
@@ -316,7 +316,7 @@ TEST(Program, Faults) {
   for (const auto& c : cases) {
     const TempDir directory;
     FakeTools fake;
-    fake.addr2line(echoingTool);
+    fake.addr2line(c.addr2line);
     writeSmallTables(directory.path());
     const RunResult result = directory.run(c.command);
     EXPECT_EQ(result.status, c.status) << c.command;

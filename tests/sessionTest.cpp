@@ -48,16 +48,16 @@ std::string ask(GDBControl& session, const std::string& command) {
   return whole ? answer : "?";
 }
 
-// Runs `work`, which must end in time. Returns what it writes to standard error.
-std::string errorsWithin(double seconds, const std::function<void()>& work) {
-  const Deadline start = Clock::now();
+// Runs `work` and returns what it writes to standard error.
+std::string errorsOf(const std::function<void()>& work) {
   testing::internal::CaptureStderr();
   work();
-  EXPECT_LT(std::chrono::duration<double>(Clock::now() - start).count(), seconds);
   return testing::internal::GetCapturedStderr();
 }
 
 constexpr std::chrono::milliseconds timeout{2000};
+constexpr std::chrono::hours never{1};  // a wait that takes so long exceeds the time limit of the test
+constexpr unsigned int neverSeconds = 3600;
 
 }  // namespace
 
@@ -168,10 +168,8 @@ TEST_F(A2L, Floods) {
     A2LControl session("x", timeout / 10);
     GDBControl debugger("x", timeout / 10);
     ASSERT_EQ(session.startA2L() + debugger.startGDB(), 0);
-    errorsWithin(100, [&] {
-      for (int i = 0; i < 20; ++i) EXPECT_EQ(locate(session, "1"), " 0");
-      EXPECT_EQ(ask(debugger, "x"), "?");
-    });
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(locate(session, "1"), " 0");
+    EXPECT_EQ(ask(debugger, "x"), "?");
   }
 }
 
@@ -192,12 +190,12 @@ TEST_F(A2L, ChildrenThatDie) {
   for (const auto& c : cases) {
     fake.addr2line(c.script);
     for (int i = 0; i < c.times; ++i) {
-      A2LControl session("x");
-      const std::string errors = errorsWithin(19, [&] {
+      A2LControl session("x", never);
+      const std::string errors = errorsOf([&] {
         ASSERT_EQ(session.startA2L(), 0);
         EXPECT_EQ(locate(session, "1"), c.located) << c.script;
         EXPECT_EQ(locate(session, "2"), " 0") << c.script;
-        EXPECT_EQ(pieces(session.convA2L(10, "3\n")), "") << c.script;
+        EXPECT_EQ(pieces(session.convA2L(neverSeconds, "3\n")), "") << c.script;
       });
       ASSERT_EQ(errors, "") << c.script;
     }
@@ -209,8 +207,8 @@ TEST_F(GDB, ChildrenThatDie) {
   for (const std::string script : {"", "echo no prompt", "printf '(gdb) '; read a; echo part"}) {
     writeFile(directory / "starts", "");
     fake.gdb("echo >>" + directory / "starts\n" + script);
-    GDBControl session("x");
-    const std::string errors = errorsWithin(15, [&] {
+    GDBControl session("x", never);
+    const std::string errors = errorsOf([&] {
       EXPECT_EQ(session.startGDB(), 0);
       EXPECT_EQ(readFile(directory / "starts"), "\n") << script;
       EXPECT_EQ(ask(session, "1"), "?");
@@ -224,7 +222,7 @@ TEST_F(GDB, ChildrenThatDie) {
 TEST_F(A2L, ToolThatCannotBeExecuted) {
   setenv("PATH", "/none", 1);
   A2LControl session("x");
-  EXPECT_EQ(errorsWithin(9, [&] { EXPECT_EQ(session.startA2L(), 0); }), "");
+  EXPECT_EQ(errorsOf([&] { EXPECT_EQ(session.startA2L(), 0); }), "");
   EXPECT_EQ(session.isActive(), 0);
   EXPECT_EQ(session.sendA2L("1\n"), -1);
   EXPECT_EQ(pieces(session.convA2L(0, "1\n")), "ERROR: Cannot exec a2l: No such file or directory.\n|");
@@ -235,9 +233,7 @@ TEST_F(A2L, ChildThatNeverReads) {
   A2LControl session("x");
   ASSERT_EQ(session.startA2L(), 0);
   const std::string request(4000, 'a');
-  errorsWithin(10, [&] {
-    for (int i = 0; i < 100; ++i) EXPECT_EQ(pieces(session.convA2L(0, "%s\n", request.c_str())), "");
-  });
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(pieces(session.convA2L(0, "%s\n", request.c_str())), "");
 }
 
 TEST_F(A2L, StandardDescriptorsClosed) {
@@ -260,14 +256,14 @@ TEST_F(GDB, StartQueryEnd) {
     read a; printf "[$a]\n(gdb) "
     read a; printf h; sleep 0.005; printf 'alf\n(gdb) '
     read a)");
-  GDBControl session("the program");
-  EXPECT_EQ(pieces(session.convGDB(20, "x\n")), "") << "not started";
-  const std::string errors = errorsWithin(15, [&] {
+  GDBControl session("the program", never);
+  EXPECT_EQ(pieces(session.convGDB(neverSeconds, "x\n")), "") << "not started";
+  const std::string errors = errorsOf([&] {
     ASSERT_EQ(session.startGDB(), 0);
     EXPECT_EQ(session.isGdbActive(), 1);
-    EXPECT_EQ(pieces(session.convGDB(20, "%s\n", "info var x")), "one\n|two\n|(g|");
-    EXPECT_EQ(pieces(session.convGDB(20, "2\n")), "");
-    EXPECT_EQ(pieces(session.convGDB(20, "three\n")), "[three]\n|");
+    EXPECT_EQ(pieces(session.convGDB(neverSeconds, "%s\n", "info var x")), "one\n|two\n|(g|");
+    EXPECT_EQ(pieces(session.convGDB(neverSeconds, "2\n")), "");
+    EXPECT_EQ(pieces(session.convGDB(neverSeconds, "three\n")), "[three]\n|");
     EXPECT_EQ(ask(session, "4"), "half|");
     session.endGDB();
   });
@@ -294,10 +290,8 @@ TEST_F(GDB, LateAnswersAreDropped) {
     EXPECT_TRUE(answer == own || answer == "?") << answer;
   }
   for (int i = 0; i < GDBControl::maxTimeouts; ++i) EXPECT_EQ(ask(session, "mute"), "?");
-  errorsWithin(60, [&] {
-    for (int i = 0; i < 1000; ++i) EXPECT_EQ(ask(session, "5"), "?");
-    session.endGDB();
-  });
+  for (int i = 0; i < 1000; ++i) EXPECT_EQ(ask(session, "5"), "?");
+  session.endGDB();
   const pid_t leftBehind = std::stoi(readFile(directory / "id"));
   kill(leftBehind, SIGKILL);
   waitpid(leftBehind, nullptr, 0);  // unless the SIGCHLD handler has
