@@ -62,18 +62,20 @@ int makeAll(const TablesOptions& options) {
 }
 
 constexpr const char* helpText =
-    "Example: tolquin tables ./prog -o prog.vym && DB=prog.vym EXEFILE=./prog tolquin.exe prog.vym ./prog";
+    "Example:\n"
+    "  tolquin tables -o prog.vym ./prog && DB=prog.vym EXEFILE=./prog tolquin.exe prog.vym ./prog";
 
 }  // namespace
 
 void addTablesCommand(CommandLine& line) {
   auto options = std::make_shared<TablesOptions>();
   Command tables = line.add("tables", "Write the tables that tolquin.exe reads", helpText);
-  tables.addArgument("executable", options->executable, "Executable or shared object, compiled with -g");
-  tables.addOption({"-o,--output", "Directory for the tables; default: <executable>.vym"}, options->directory);
+  tables.addArgument("EXECUTABLE", options->executable, "Executable or shared object, compiled with -g");
+  tables.addOption({"-o,--output", "Directory for the tables; default: EXECUTABLE.vym", "DIRECTORY"},
+                   options->directory);
   tables.addFlag("--qualified", options->qualified,
-                 "Leave C++ declarations that need a scope to gdb, which gives qualified names; by default types are "
-                 "written without scopes");
+                 "Leave C++ declarations that need a scope to gdb, which answers with\n"
+                 "qualified names; by default, types are written without scopes");
   tables.addFlag("--quiet", options->quiet, "Do not print a summary");
   tables.setAction([options] { return [options] { return makeAll(*options); }; });
 }
