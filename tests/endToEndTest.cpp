@@ -34,8 +34,8 @@ std::string bare(const std::string& type) {
 const std::string gnu = "/usr/bin";
 const std::string ours = "$LOCATOR";
 
-// Compares a row with the line of objdump.1, with the location from addr2line in batch mode, and with gdb's
-// witness.tbl.
+// Compares a row with the line of objdump.1, with the location from addr2line in batch mode, and with witness.py's
+// table.
 void expectCorrect(const Columns& row, const Columns& listed, const std::string& location, const Columns& witness) {
   const std::string about = listed[2] + " at " + listed[0];
   EXPECT_EQ(bare(row[2]), bare(witness[2])) << about;
@@ -101,9 +101,9 @@ TEST_P(Example, EveryRowIsRight) {
   const RunResult built = directory.run("set -e; set -- " + build.substr(0, end) + R"(
       c=$1; cxx=$2; shift 2; mkdir 'a b'; cp $SOURCE/examples/inventory/*.* 'a b'; cd 'a b'
       $c -w $* -c parts.c; $cxx -w $* -c main.cpp; $cxx -w $* main.o parts.o -o ../program
-      cd ..; $SOURCE/examples/make_tables.sh program vym)" +
+      cd ..; /usr/bin/python3 $SOURCE/tests/witness.py --table program >witness.tbl)" +
                                         build.substr(end) + R"(
-tolquin tables program -o vym --quiet)");
+tolquin tables program -o vym --quiet; mv witness.tbl vym)");
   ASSERT_EQ(built.status, 0) << built.err;
   const std::string vym = directory / "vym";
   const auto expectAllBut = [&](const std::set<std::string>& unknown, const std::string& tool) {

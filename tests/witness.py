@@ -2,6 +2,10 @@
 """Compares the inventory of a program, row by row, with what gdb, nm and llvm-dwarfdump report.
 
 usage: witness.py INVENTORY_ROWS PROGRAM [REPORTS]
+       witness.py --table PROGRAM
+
+The second form prints the variables that gdb knows, with types spelled as in the suite's tables: address, name, type, size, size
+of the type without pointers and arrays (-1: none), file, line.
 
 The file REPORTS caches what the three tools report. If it exists, it is used instead of running them: for a program whose
 debugging information has since been moved to where they do not find it. Prints differences and missing variables; the exit
@@ -39,6 +43,13 @@ def is_open(type_, depth=0):
     return any(is_open(field.type, depth + 1) for field in (fields if type_.code == gdb.TYPE_CODE_UNION else fields[-1:]))
 
 
+def base_size(type_):
+    """Returns the size of the type without pointers and arrays; -1 if it has none or no name."""
+    import gdb
+    while type_.code in (gdb.TYPE_CODE_PTR, gdb.TYPE_CODE_ARRAY): type_ = type_.target()
+    return -1 if type_.code in (gdb.TYPE_CODE_FUNC, gdb.TYPE_CODE_VOID) or '{' in str(type_) else type_.sizeof
+
+
 def address_of(symbol):
     import gdb
     if symbol.addr_class != gdb.SYMBOL_LOC_STATIC: return None
@@ -66,32 +77,33 @@ def gdb_symbols(hints):
     import gdb
     seen = {}
 
-    def take(symbol, in_function):
+    def take(symbol, in_function, static):
         if symbol is None or not symbol.is_variable or symbol.is_argument: return
         if symbol.addr_class not in (gdb.SYMBOL_LOC_STATIC, gdb.SYMBOL_LOC_COMPUTED): return
         if symbol.addr_class == gdb.SYMBOL_LOC_COMPUTED and (in_function or symbol.needs_frame): return
         key = (symbol.name, symbol.symtab.fullname() if symbol.symtab else '', symbol.line, str(symbol.type))
         address = address_of(symbol)
-        seen.setdefault(key + (address,), (symbol, in_function, address))
+        seen.setdefault(key + (address,), (symbol, in_function, static, address))
 
     for pc in hints['pcs']:
         block = gdb.block_for_pc(pc)
         while block is not None and not block.is_global:
             in_function = not block.is_static
-            for symbol in block: take(symbol, in_function)
+            for symbol in block: take(symbol, in_function, True)
             block = block.superblock
         if block is not None:
-            for symbol in block: take(symbol, False)
+            for symbol in block: take(symbol, False, False)
     for name in hints['names']:
         try:
-            take(gdb.lookup_global_symbol(name), False)
-            for symbol in gdb.lookup_static_symbols(name): take(symbol, False)
+            take(gdb.lookup_global_symbol(name), False, False)
+            for symbol in gdb.lookup_static_symbols(name): take(symbol, False, True)
         except gdb.error:
             pass
-    for symbol, in_function, address in seen.values():
+    for symbol, in_function, static, address in seen.values():
         yield {'name': symbol.name, 'types': spelled(symbol.type), 'size': symbol.type.sizeof, 'address': address,
                'file': symbol.symtab.fullname() if symbol.symtab else None, 'line': symbol.line,
-               'in_function': in_function, 'open': is_open(symbol.type), 'incomplete': symbol.type.sizeof == 0 or 'incomplete type' in str(symbol.type)}
+               'in_function': in_function, 'static': static, 'base_size': base_size(symbol.type), 'open': is_open(symbol.type),
+               'incomplete': symbol.type.sizeof == 0 or 'incomplete type' in str(symbol.type)}
 
 
 def run_in_gdb():
@@ -232,6 +244,33 @@ def last_part(name):
     return name.split('::')[-1]
 
 
+def ask_gdb(program, pcs, names):
+    """Returns what gdb knows about the variables in functions at `pcs` and in their files, and about those called `names`."""
+    with tempfile.TemporaryDirectory() as directory:
+        hints, result = directory + '/hints', directory + '/result'
+        with open(hints, 'w') as file: json.dump({'pcs': pcs, 'names': sorted(names)}, file)
+        environment = dict(os.environ, WITNESS_HINTS=hints, WITNESS_RESULT=result, DEBUGINFOD_URLS='')
+        done = subprocess.run([os.environ.get('GDB', 'gdb'), '-nx', '-batch', '-x', os.path.abspath(__file__), program],
+                              env=environment, capture_output=True, check=False)
+        if done.returncode != 0: print(program + ': gdb failed: ' + done.stderr.decode()[:200])
+        with open(result) as file: return [json.loads(line) for line in file]
+
+
+def print_table(program):
+    """Prints a line for each address; tables spell an array as a pointer."""
+    facts = {}
+    for fact in ask_gdb(program, code_addresses(program), []):
+        if fact['address'] is not None: facts.setdefault(fact['address'], fact)
+    for address, fact in sorted(facts.items()):
+        spelled = fact['types'][0 if fact['file'].endswith('.c') else 1]
+        if '(' not in spelled:
+            text, dimensions = re.fullmatch(r'(.*?)((?:\[\d+\])*)', spelled).groups()
+            spelled = text + '*' * dimensions.count('[')
+        name = fact['name'].replace('(anonymous namespace)::', '')
+        print('%x' % address, name, ('static ' if fact['static'] else '') + spelled, fact['size'], fact['base_size'],
+              fact['file'], fact['line'], sep='\t')
+
+
 class Comparison:
     def __init__(self, rows_program, program, reports=None):
         self.program = program
@@ -252,7 +291,9 @@ class Comparison:
             self.symbols = {int(address): each for address, each in self.symbols.items()}
         else:
             self.entries, pcs = dwarf_variables(program)
-            self.known = self.ask_gdb(sorted(set(pcs) | set(code_addresses(program))))
+            names = {row['name'] for row in self.rows}
+            names |= {entry[key] for entry in self.entries for key in ('name', 'shown') if entry.get(key)}
+            self.known = ask_gdb(program, sorted(set(pcs) | set(code_addresses(program))), names)
         if reports:
             with open(reports, 'w') as file: json.dump([self.entries, self.known, self.symbols], file)
         self.files = collections.defaultdict(set)
@@ -313,17 +354,6 @@ class Comparison:
                 self.fault('%s: size %s, nm says %s' % (row['name'], row['size'], same))
             if row['thread_local'] == 'true' and '::' not in row['name'] and not same and found:
                 self.fault('%s: thread-local at %s, where nm has no such symbol' % (row['name'], row['address']))
-
-    def ask_gdb(self, pcs):
-        with tempfile.TemporaryDirectory() as directory:
-            hints, result = directory + '/hints', directory + '/result'
-            names = {row['name'] for row in self.rows} | {name for entry in self.entries for name in (entry['name'], entry.get('shown')) if name}
-            with open(hints, 'w') as file: json.dump({'pcs': pcs, 'names': sorted(names)}, file)
-            environment = dict(os.environ, WITNESS_HINTS=hints, WITNESS_RESULT=result, DEBUGINFOD_URLS='')
-            done = subprocess.run([os.environ.get('GDB', 'gdb'), '-nx', '-batch', '-x', os.path.abspath(__file__), self.program],
-                                  env=environment, capture_output=True, check=False)
-            if done.returncode != 0: print(self.program + ': gdb failed: ' + done.stderr.decode()[:200])
-            with open(result) as file: return [json.loads(line) for line in file]
 
     def check_gdb(self):
         for fact in self.known:
@@ -388,6 +418,8 @@ class Comparison:
 if __name__ == '__main__':
     if 'WITNESS_RESULT' in os.environ:
         run_in_gdb()
+    elif len(sys.argv) == 3 and sys.argv[1] == '--table':
+        print_table(sys.argv[2])
     elif len(sys.argv) not in (3, 4):
         sys.exit(__doc__)
     else:
