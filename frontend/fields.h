@@ -1,5 +1,5 @@
 // The table of the fields of a variable, from which the columns of every view, sorting, conditions, help and completion
-// are derived. To add a field, add an entry to variableFields.
+// are derived. CONTRIBUTING.md lists all that adding a field requires.
 #pragma once
 
 #include <array>

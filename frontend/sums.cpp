@@ -28,19 +28,19 @@ class ByteCounter {
   std::map<AddressSpace, std::uint64_t> ends_;  // up to which address bytes have been counted
 };
 
-Value fieldValue(std::size_t number, const Row& row) { return variableFields[number].get(row); }
+Value valueOf(std::string_view text) { return {!text.empty(), text}; }
 
 }  // namespace
 
 const std::array<Grouping, 5> groupings{{
-    {"file", "File", [](const Row& row) { return fieldValue(8, row); }},
+    {"file", "File", [](const Row& row) { return valueOf(row.variable->file); }},
     {"namespace", "Namespace",
      [](const Row& row) {
        return Value{true, namespaceOf(row)};
      }},
-    {"type", "Type", [](const Row& row) { return fieldValue(2, row); }},
-    {"section", "Section", [](const Row& row) { return fieldValue(4, row); }},
-    {"executable", "Executable", [](const Row& row) { return fieldValue(0, row); }},
+    {"type", "Type", [](const Row& row) { return valueOf(row.variable->type); }},
+    {"section", "Section", [](const Row& row) { return valueOf(row.variable->section); }},
+    {"executable", "Executable", [](const Row& row) { return valueOf(row.program->executable); }},
 }};
 
 AddressSpace addressSpaceOf(const Variable& variable) {

@@ -6,16 +6,14 @@ constexpr std::string_view arrow = " \u2192 ";
 
 const Variable& latest(const ShownChange& shown) { return *shown.change->latest().variable; }
 
-// The value of variableFields[number] in the latest state of the variable.
-template <std::size_t number>
-Value fieldOfLatest(const ShownChange& shown) {
-  return variableFields[number].get(shown.change->latest());
+Value valueOf(std::string_view text) { return {!text.empty(), text}; }
+
+// `transition`, or `text` if it is empty.
+Value valueOf(const std::string& transition, std::string_view text) {
+  return valueOf(transition.empty() ? text : std::string_view(transition));
 }
 
-Value textOr(const std::string& made, std::string_view text) {
-  const std::string_view chosen = made.empty() ? text : std::string_view(made);
-  return {!chosen.empty(), chosen};
-}
+const Column& columnOf(std::string_view name) { return findField<Row>(variableFields, name); }
 
 // "from → to"; empty unless both are known and differ.
 std::string transition(std::string_view from, std::string_view to) {
@@ -40,7 +38,10 @@ ShownChange shown(const Change& change) {
 
 std::vector<Field<ShownChange>> changeFields(const ChangeReport& report) {
   std::vector<Field<ShownChange>> fields;
-  if (report.before.size() > 1 || report.after.size() > 1) fields.push_back({variableFields[0], fieldOfLatest<0>});
+  if (report.before.size() > 1 || report.after.size() > 1) {
+    fields.push_back({columnOf("executable"),
+                      [](const ShownChange& shown) { return valueOf(shown.change->latest().program->executable); }});
+  }
   const std::vector<Field<ShownChange>> others{
       {{"change", "Change", Kind::Text, "how it has changed"},
        [](const ShownChange& shown) {
@@ -50,10 +51,13 @@ std::vector<Field<ShownChange>> changeFields(const ChangeReport& report) {
        [](const ShownChange& shown) {
          return Value{true, shown.delta};
        }},
-      {variableFields[3], fieldOfLatest<3>},
-      {variableFields[4], [](const ShownChange& shown) { return textOr(shown.section, latest(shown).section); }},
-      {variableFields[1], fieldOfLatest<1>},
-      {variableFields[2], [](const ShownChange& shown) { return textOr(shown.type, latest(shown).type); }},
+      {columnOf("size"),
+       [](const ShownChange& shown) {
+         return Value{latest(shown).size.has_value(), {}, latest(shown).size.value_or(0)};
+       }},
+      {columnOf("section"), [](const ShownChange& shown) { return valueOf(shown.section, latest(shown).section); }},
+      {columnOf("name"), [](const ShownChange& shown) { return valueOf(latest(shown).name); }},
+      {columnOf("type"), [](const ShownChange& shown) { return valueOf(shown.type, latest(shown).type); }},
       {placeField, [](const ShownChange& shown) { return placeField.get(shown.change->latest()); }},
   };
   fields.insert(fields.end(), others.begin(), others.end());
