@@ -9,6 +9,9 @@
 #include <string>
 #include <vector>
 
+/// The number of references that are followed from one type to the next; a longer chain is a cycle.
+inline constexpr int maxTypeDepth = 64;
+
 /// The message of libdw for its latest error.
 std::string dwarfError();
 

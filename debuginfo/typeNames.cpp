@@ -60,7 +60,6 @@ struct TypeNames::Builder {
   std::string suffix{};  // "[3]", ")(int)"; the text after the name
   bool damaged = false;  // or too many types
 
-  static constexpr int deepest = 64;      // types within types; longer chains are cycles
   static constexpr int mostTypes = 5000;  // in one text
 
   std::string type() const {
@@ -87,12 +86,12 @@ struct TypeNames::Builder {
 
   void add(Die type, int depth, const TypeUse& use, Qualifiers qualifiers) {
     while (qualifiers.add(type.tag())) {
-      if (++depth > deepest) break;
+      if (++depth > maxTypeDepth) break;
       const Die inner = type.reference(DW_AT_type);
       if (!inner) return addTypeOf(type, depth, {}, qualifiers);
       type = inner;
     }
-    if (depth > deepest || --budget < 0) damaged = true;
+    if (depth > maxTypeDepth || --budget < 0) damaged = true;
     if (damaged) return;
     switch (type.tag()) {
       case DW_TAG_pointer_type:

@@ -4,8 +4,6 @@
 
 namespace {
 
-constexpr int deepest = 64;  // references in a chain of DIEs; longer chains are cycles
-
 bool isQualifierOrName(int tag) {
   return tag == DW_TAG_typedef || tag == DW_TAG_const_type || tag == DW_TAG_volatile_type ||
          tag == DW_TAG_restrict_type || tag == DW_TAG_atomic_type;
@@ -17,7 +15,7 @@ bool isPointer(int tag) {
 
 // `type` without typedefs and qualifiers.
 Die bareType(Die type) {
-  for (int depth = 0; depth < deepest && isQualifierOrName(type.tag()); ++depth) {
+  for (int depth = 0; depth < maxTypeDepth && isQualifierOrName(type.tag()); ++depth) {
     const Die inner = type.reference(DW_AT_type);
     if (!inner) break;
     type = inner;
@@ -41,7 +39,7 @@ bool hasOpenEndWithin(const Die& type, int depth) {
   const int tag = bare.tag();
   if (tag == DW_TAG_array_type) return elementCount(bare).value_or(0) == 0;
   const bool holdsMembers = tag == DW_TAG_structure_type || tag == DW_TAG_class_type || tag == DW_TAG_union_type;
-  if (!holdsMembers || depth == deepest) return false;
+  if (!holdsMembers || depth == maxTypeDepth) return false;
   bool open = false;
   for (const Die& child : bare.children()) {
     const Die member = child.tag() == DW_TAG_member ? child.reference(DW_AT_type) : Die();
@@ -83,7 +81,7 @@ std::optional<std::uint64_t> arrayExtent(const Die& subrange) {
 std::optional<std::uint64_t> sizeOfType(const Die& type) {
   std::uint64_t count = 1;
   Die at = type;
-  for (int depth = 0; at && depth < deepest; ++depth) {
+  for (int depth = 0; at && depth < maxTypeDepth; ++depth) {
     auto size = at.number(DW_AT_byte_size);
     if (!size) size = impliedSize(at);
     if (size) {
@@ -109,7 +107,7 @@ bool hasOpenEnd(const Die& type) {
 
 Die namedTypeWithin(const Die& type) {
   Die at = type;
-  for (int depth = 0; at && depth < deepest; ++depth) {
+  for (int depth = 0; at && depth < maxTypeDepth; ++depth) {
     const int tag = at.tag();
     if (at.has(DW_AT_GNU_vector)) return {};
     if (!isPointer(tag) && tag != DW_TAG_array_type && tag != DW_TAG_subroutine_type &&

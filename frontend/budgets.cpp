@@ -12,19 +12,18 @@
 #include "frontend/sums.h"
 #include "src/io.h"
 #include "src/userError.h"
+#include "src/whiteSpace.h"
 
 namespace {
 
 constexpr std::string_view everyWritable = "*";
-
-bool isBlank(char character) { return character == ' ' || character == '\t' || character == '\r'; }
 
 // The words of a line before its comment. A backslash makes the next character, such as a space or '#', part of a word.
 std::vector<std::string> wordsOf(std::string_view line) {
   std::vector<std::string> words;
   bool inWord = false;
   for (std::size_t i = 0; i < line.size(); ++i) {
-    if (isBlank(line[i])) {
+    if (isWhiteSpace(line[i])) {
       inWord = false;
       continue;
     }
@@ -108,7 +107,7 @@ class BudgetCheck {
     const std::string what = budget_.pattern + " " + budget_.section;
     if (variables_ == 0) return what + " matches no variable";
     if (unsized_ == 0) return "";
-    return what + ": " + counted(unsized_, "variable") + " of unknown size count as 0 bytes";
+    return what + ": " + counted(unsized_, "variable") + " of unknown size counted as 0 bytes";
   }
 
  private:

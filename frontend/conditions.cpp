@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "src/userError.h"
+#include "src/whiteSpace.h"
 
 namespace {
 
@@ -62,11 +63,11 @@ class ConditionParser {
     throw UsageError("--where \"" + std::string(whole_) + "\": " + what);
   }
 
-  void skipBlanks() { left_.remove_prefix(std::min(left_.find_first_not_of(" \t\n"), left_.size())); }
+  void skipBlanks() { left_.remove_prefix(std::min(left_.find_first_not_of(whiteSpace), left_.size())); }
 
   const Field<Row>& parseField() {
     skipBlanks();
-    const std::size_t end = std::min(left_.find_first_of(" \t\n=!<>~,\""), left_.size());
+    const std::size_t end = std::min({left_.find_first_of(whiteSpace), left_.find_first_of("=!<>~,\""), left_.size()});
     const std::string_view name = left_.substr(0, end);
     if (name.empty()) fail("a condition starts with a column name, such as size or file");
     left_.remove_prefix(end);
@@ -89,9 +90,8 @@ class ConditionParser {
     if (quoted) return parseQuoted();
     const std::string_view value = left_.substr(0, left_.find(','));
     left_.remove_prefix(value.size());
-    const std::size_t end = value.find_last_not_of(" \t\n") + 1;
-    if (end == 0) fail("missing value; write null for an unknown value, \"\" for an empty text");
-    return std::string(value.substr(0, end));
+    if (isBlank(value)) fail("missing value; write null for an unknown value, \"\" for an empty text");
+    return std::string(trimmed(value));
   }
 
   // A backslash escapes only a quotation mark, so that regular expressions can be written as usual.

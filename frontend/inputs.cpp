@@ -12,6 +12,7 @@
 #include "frontend/resultTable.h"
 #include "src/io.h"
 #include "src/userError.h"
+#include "src/whiteSpace.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ std::string contentOf(const std::string& path, int fd) {
 }
 
 bool beginsAsJson(std::string_view text) {
-  const std::size_t start = text.find_first_not_of(" \t\r\n");
+  const std::size_t start = text.find_first_not_of(whiteSpace);
   return start != std::string_view::npos && text[start] == '{';
 }
 
@@ -64,6 +65,8 @@ std::vector<Inventory> readInput(const std::string& path, const ReadOptions& opt
   }
   const std::string start = startOf(file.get());
   if (beginsAsJson(start) || isEmptyResult(path, status)) return parseJson(path, contentOf(path, file.get()));
+  if (!start.starts_with("\177ELF") && !start.starts_with("!<"))
+    fail(path, "is neither an ELF file nor JSON written by list");
   Inventory program = readInventory(path, options);
   program.modified = status.st_mtime;
   return one(std::move(program));

@@ -8,6 +8,7 @@
 
 #include "frontend/fields.h"
 #include "src/userError.h"
+#include "src/whiteSpace.h"
 
 namespace {
 
@@ -232,7 +233,7 @@ void parseLines(std::string_view content, Collector& collector) {
   for (std::size_t number = 1; !content.empty(); ++number) {
     const std::string_view line = content.substr(0, content.find('\n'));
     content.remove_prefix(std::min(line.size() + 1, content.size()));
-    if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;
+    if (isBlank(line)) continue;
     try {
       Handler handler(collector, Handler::Context::Variable);
       Json::sax_parse(line, &handler);

@@ -2,13 +2,13 @@
 
 #include <utility>
 
+#include "whiteSpace.h"
+
 namespace {
 
 constexpr std::chrono::milliseconds possibleEndTimeout{100};  // after text that may be the whole reply
 constexpr std::chrono::seconds furtherRepliesTimeout{1};      // for all other replies to one request
 constexpr unsigned maxTrailingLines = 1000;                   // a tool that writes more writes endlessly
-
-bool isBlank(std::string_view line) { return line.find_first_not_of(" \t\r") == std::string_view::npos; }
 
 }  // namespace
 

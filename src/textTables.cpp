@@ -23,12 +23,12 @@ void closeTable(FILE* file, int errorNumber) {
   if (std::fclose(file) == EOF) exitOnTableError(errorNumber, errno);
 }
 
-// Whether the type in a line of sizes.tbl begins with `sought`. Sets `sizeText` to the text after the type.
+// Whether a line of sizes.tbl answers a lookup of `sought`. Sets `sizeText` to the text after the type.
 bool matchesType(const char* line, std::string_view sought, const char*& sizeText) {
   const char* tab = std::strchr(line, '\t');
   if (tab == nullptr || line[std::strspn(line, "\t")] == '\0') return false;
   sizeText = tab + 1;
-  return std::string_view(line, static_cast<std::size_t>(tab - line)).starts_with(sought);
+  return answersSizeLookup({line, static_cast<std::size_t>(tab - line)}, sought);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "tabledefs.h"
+#include "whiteSpace.h"
 
 /// Opens the four table files in the directory `dirname`, which ends in '/'. Returns 0; if a file cannot be opened,
 /// ends the program through err_exit: 114 objdump.txt, 120 objdump.1, 126 tGlobalVarDef.tbl, 132 sizes.tbl.
@@ -30,8 +31,11 @@ int hex2dec(int* cvtint, const char* str);
 /// The name by which get_Dsize looks up `type`: the text before its first '*', trimmed.
 inline std::string_view sizeLookupName(std::string_view type) { return trimmed(type.substr(0, type.find('*'))); }
 
-/// Sets `*Dsize` to the size in bytes of the type `DataType`: that of the first line of `sizes.tbl` whose type begins
-/// with its sizeLookupName without "static ", -1 if there is none. `readbuffer` has RecordSize bytes.
+/// Whether a line of `sizes.tbl` for `type` answers a lookup of `name`: if the type begins with it.
+inline bool answersSizeLookup(std::string_view type, std::string_view name) { return type.starts_with(name); }
+
+/// Sets `*Dsize` to the size in bytes of the type `DataType`: that of the first line of `sizes.tbl` that answers a
+/// lookup of its sizeLookupName without "static ", -1 if there is none. `readbuffer` has RecordSize bytes.
 void get_Dsize(FILE* Size_Tbl, int* Dsize, char* readbuffer, const char* DataType);
 
 /// Formats `record` as a line of `tGlobalVarDef.tbl`, including the newline: ten columns separated by tabs; texts are

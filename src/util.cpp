@@ -7,16 +7,12 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace {
-
-constexpr const char* whiteSpace = " \t\n\v\f\r";
-
-}  // namespace
+#include "whiteSpace.h"
 
 void setText(char (&field)[RecordSize], std::string_view text) { field[text.copy(field, RecordSize - 1)] = '\0'; }
 
 char* str_l_trim(char* buffer) {
-  const std::size_t skip = std::strspn(buffer, whiteSpace);
+  const std::size_t skip = std::strspn(buffer, whiteSpace.data());
   if (skip > 0) std::memmove(buffer, buffer + skip, std::strlen(buffer + skip) + 1);
   return buffer;
 }
@@ -27,11 +23,6 @@ char* str_r_trim(char* buffer) {
 }
 
 char* str_trim(char* buffer) { return str_l_trim(str_r_trim(buffer)); }
-
-std::string_view trimmed(std::string_view text) {
-  text.remove_prefix(std::min(text.find_first_not_of(whiteSpace), text.size()));
-  return text.substr(0, text.find_last_not_of(whiteSpace) + 1);
-}
 
 int saturatingInt(const char* text, int base) {
   const long value = std::strtol(text, nullptr, base);

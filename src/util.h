@@ -1,5 +1,4 @@
-// Text and record helpers of the driver: trimming in place, and reading lines into buffers of fixed size. White space
-// is as defined by isspace in the "C" locale: blank, \t, \n, \v, \f and \r.
+// Text and record helpers of the driver: trimming in place, and reading lines into buffers of fixed size.
 #pragma once
 
 #include <cstdio>
@@ -19,9 +18,6 @@ char* str_r_trim(char* buffer);
 
 /// Removes leading and trailing white space in place. Returns `buffer`.
 char* str_trim(char* buffer);
-
-/// `text` without leading and trailing white space.
-std::string_view trimmed(std::string_view text);
 
 /// Converts `text` like strtol in `base`, but saturates at the limits of 32 bits, with errno set to ERANGE.
 int saturatingInt(const char* text, int base);

@@ -11,6 +11,7 @@
 #include "debuginfo/inventory.h"
 #include "objRead.h"
 #include "src/io.h"
+#include "src/whiteSpace.h"
 #include "textTables.h"
 #include "util.h"
 
@@ -22,11 +23,11 @@ std::string hexadecimal(std::uint64_t number) {
   return {digits, end};
 }
 
-bool hasBlank(const std::string& text) { return text.find_first_of(" \t\n") != std::string::npos; }
+bool hasBlank(const std::string& text) { return text.find_first_of(whiteSpace) != std::string::npos; }
 
 // A component of a name as a table can hold it: template arguments are cut off if they have blanks.
 std::string tableName(const std::string& name) {
-  return hasBlank(name) ? name.substr(0, name.find_first_of("< \t\n")) : name;
+  return hasBlank(name) ? name.substr(0, std::min(name.find('<'), name.find_first_of(whiteSpace))) : name;
 }
 
 // The name by which tolquin.exe looks up the size of a type; its text in the index has stars in place of dimensions.
@@ -64,7 +65,7 @@ class SizeTable {
   void finish() {
     // NOLINTNEXTLINE(modernize-loop-convert): clang 14 cannot compile the reverse view of g++ 12's library
     for (auto at = sizeOfName_.rbegin(); at != sizeOfName_.rend(); ++at) {
-      const bool extended = !rows_.empty() && rows_.begin()->first.starts_with(at->first);
+      const bool extended = !rows_.empty() && answersSizeLookup(rows_.begin()->first, at->first);
       if (at->second || extended) rows_.insert(rows_.begin(), *at);
     }
     for (const auto& [name, size] : sizeOfName_) {
@@ -85,7 +86,7 @@ class SizeTable {
   // The result of a lookup.
   Size lookup(const std::string& name) const {
     const auto at = rows_.lower_bound(name);
-    return at != rows_.end() && at->first.starts_with(name) ? at->second : Size();
+    return at != rows_.end() && answersSizeLookup(at->first, name) ? at->second : Size();
   }
 
   Sizes sizeOfName_;

@@ -83,7 +83,7 @@ TEST_F(Check, Counting) {
     std::string budgets, over, notes;
   } cases[] = {
       {"src/net/ .bss 149", "net src/net/ .bss 150 149 1",
-       "tolquin: budget:1: src/net/ .bss: 1 variable of unknown size count as 0 bytes\n"},
+       "tolquin: budget:1: src/net/ .bss: 1 variable of unknown size counted as 0 bytes\n"},
       {"src/net/a.c .bss 100", "", ""},
       {"src/net/a.c .bss 99 # shared with b.c\r\n  # a comment\n\n\t*.c .rodata 0x8\n",
        "net src/net/a.c .bss 100 99 1, net *.c .rodata 9 8 1", ""},
@@ -91,7 +91,7 @@ TEST_F(Check, Counting) {
       {"ui .bss 1023", "ui ui .bss 1024 1023 1", ""},
       {"* .data 6\n", "net * .data 7 6 1", ""},
       {"src/e.c * 2\n** .bss 0", "net src/e.c * 3 2 1, net ** .bss 150 0 150, ui ** .bss 1024 0 1024",
-       "tolquin: budget:2: ** .bss: 1 variable of unknown size count as 0 bytes\n" + unknownFile},
+       "tolquin: budget:2: ** .bss: 1 variable of unknown size counted as 0 bytes\n" + unknownFile},
       {"*.h .bss 1\n*.c .data 0", "",
        "tolquin: budget:1: *.h .bss matches no variable\ntolquin: budget:2: *.c .data matches no variable\n" +
            unknownFile},

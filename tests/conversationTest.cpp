@@ -1,8 +1,7 @@
 // Which output of a tool belongs to which request, as tables of bytes and pauses. A script is a sequence of steps, each
 // ended by '|': ">" a request (sent after the wait for the one before it has ended), "+N" a pause of N microseconds,
 // anything else output of the tool. The result is, for each request, the lines of its reply, "!" if it is incomplete,
-// and
-// "/" with the milliseconds that were waited for it, if any.
+// and "/" with the milliseconds that were waited for it, if any.
 #include <gtest/gtest.h>
 
 #include <optional>

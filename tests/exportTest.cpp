@@ -126,7 +126,7 @@ TEST_F(Export, Repeated) {
   writeFile(directory / "prog", "no program");
   const RunResult failed = directory.run("tolquin export --sqlite all.db prog rows.jsonl --where 'name = b'");
   EXPECT_EQ(failed.status, 1);
-  EXPECT_NE(failed.err.find("prog: is not an ELF file"), std::string::npos);
+  EXPECT_NE(failed.err.find("prog: is neither an ELF file nor JSON"), std::string::npos);
   EXPECT_EQ(ask("SELECT name FROM variable ORDER BY id LIMIT 3"), "b\nb\napp::config\n");
 }
 
@@ -206,8 +206,8 @@ tolquin export --sqlite ro.db prog; chmod a=r ro.db; chmod a+rx .)");
     int status;
     std::string message;
   } cases[] = {
-      {"prog", 2, "--sqlite FILE is required"},
-      {"--sqlite '' prog", 2, "--sqlite FILE is required"},
+      {"prog", 2, "--sqlite is required"},
+      {"--sqlite '' prog", 2, "--sqlite is required"},
       {"--sqlite a.db", 2, "no input given"},
       {"--sqlite a.db --where size=x prog", 2, "must be a number"},
       {"--sqlite text prog", 1, "text: is not an SQLite database"},

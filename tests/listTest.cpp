@@ -260,7 +260,7 @@ echo '{"file": null, "variables": 1}' >sum.jsonl)");
       {"stripped", 1, "stripped: has no debugging information"},
       {"o.o", 1, "o.o: is an object file"},
       {"a.a", 1, "a.a: is an archive of object files"},
-      {"prog.cpp", 1, "prog.cpp: is not an ELF file"},
+      {"prog.cpp", 1, "prog.cpp: is neither an ELF file nor JSON"},
       {"short", 1, "short: "},
       {".", 1, ".: is a directory without a tGlobalVarDef.tbl"},
       {"d", 1, "line 1 is malformed"},

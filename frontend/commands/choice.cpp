@@ -37,7 +37,7 @@ void addRowsOption(Command& command, std::optional<std::int64_t>& rows, const st
 }
 
 void requireInput(const Choice& choice) {
-  if (choice.inputs.empty()) throw UsageError("no input given; name an executable, for example");
+  if (choice.inputs.empty()) throw UsageError("no input given; specify an executable");
 }
 
 Selection selectionOf(const Choice& choice) {

@@ -29,7 +29,7 @@ const char* const helpText =
     "Each program replaces the one with the same path in the database; only the selected\n"
     "variables are kept. Other programs are not changed, nor is one whose input cannot be\n"
     "read. If the export fails or is interrupted, nothing is written. The tables and views\n"
-    "are described in docs/database.md.\n\n"
+    "are described in database.md in the package's documentation.\n\n"
     "Examples:\n"
     "  tolquin export --sqlite product.db build/bin/*\n"
     "  sqlite3 product.db 'SELECT * FROM bytes_by_file ORDER BY bytes DESC LIMIT 20'\n"
@@ -46,7 +46,7 @@ void addExportCommand(CommandLine& line) {
   addSelectionOptions(command, options->choice);
   addInputOptions(command, options->choice);
   command.setAction([options] {
-    if (options->database.empty()) throw UsageError("--sqlite FILE is required: the database to write");
+    if (options->database.empty()) throw UsageError("--sqlite is required; specify the database file");
     requireInput(options->choice);
     return [options] { return exportTo(*options); };
   });

@@ -76,7 +76,7 @@ void addReportCommand(CommandLine& line) {
   addSelectionOptions(command, options->choice);
   addInputOptions(command, options->choice);
   command.setAction([options] {
-    if (options->path.empty()) throw UsageError("-o FILE is empty: the page to write");
+    if (options->path.empty()) throw UsageError("--output: the file name is empty");
     requireInput(options->choice);
     if (!options->page.sourceUrl.empty()) checkSourceUrl(options->page.sourceUrl);
     const auto selection = std::make_shared<Selection>(selectionOf(options->choice));

@@ -28,7 +28,7 @@ void warnOfAll(const TablesOptions& options, const SuiteTables& tables) {
   if (tables.leftOut > 0) {
     warn(options,
          counted(tables.leftOut, "variable") +
-             " left out: the tables cannot hold them, or their type is unknown, and gdb's answer would be wrong or "
+             " left out: not representable in the tables, or of unknown type, and gdb's answer would be wrong or "
              "unreadable");
   }
   if (tables.sharing > 0) {
@@ -63,7 +63,8 @@ int makeAll(const TablesOptions& options) {
 
 constexpr const char* helpText =
     "Example:\n"
-    "  tolquin tables -o prog.vym ./prog && DB=prog.vym EXEFILE=./prog tolquin.exe prog.vym ./prog";
+    "  tolquin tables -o prog.vym ./prog && DB=prog.vym EXEFILE=./prog tolquin.exe prog.vym ./prog\n\n"
+    "Exit status: 0 on success; 1 if the tables cannot be made (see standard error); 2 for a usage error.";
 
 }  // namespace
 
