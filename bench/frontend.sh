@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Compares the front end with gdb, nm, abidw and a bare walk with libdw, and prints tables in Markdown: for generated programs
 # with many variables, large C++ programs (this project's tests linked several times over, and each PROGRAM), small programs
-# (those after --small), and the other commands compared with list. Figures are medians of wall-clock seconds over five rounds.
+# (those after --small), and the other commands compared with list. Figures are medians of wall-clock seconds over five rounds,
+# except gdb on large programs, measured once.
 # usage: [MEASURE_WITH="chrt -f 50"] bench/frontend.sh [PROGRAM...] [--small PROGRAM...]
 # MEASURE_WITH is a prefix for each measured command; the one above, for root, keeps other processes from disturbing it.
 set -euo pipefail

@@ -9,8 +9,8 @@ report=docs/performance.md
   echo
   echo "Written by \`bench/report.sh\` on $(date +%F), on a machine with $(nproc) processors"
   echo "($(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), Linux $(uname -r | cut -d- -f1), $(g++ --version | head -n 1))."
-  echo "Each ratio compares measurements of one run on the same input. All figures are medians of several rounds. They vary by a"
-  echo "tenth, those of a bare exchange without a fixed processor by a factor of three."
+  echo "Each ratio compares measurements of one run on the same input. Figures are medians of several rounds, except gdb on large"
+  echo "programs, measured once. They vary by a tenth, those of a bare exchange without a fixed processor by a factor of three."
   echo
   echo "## The core: tolquin.exe"
   echo
